@@ -1,0 +1,41 @@
+#pragma once
+
+#include <memory>
+#include <stdexcept>
+#include <string>
+
+#include "impl_dao/product_interface.h"
+
+namespace tarn::host {
+
+// A library that can't be used as a product plug-in. what() is one line that names the library, the
+// symbol where that is the trouble, and the dynamic loader's reason.
+class PluginError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// A loaded product plug-in, unloaded with the object. The product must not be used after that, nor
+// an exception that came from it be alive: its code would be gone.
+class Plugin {
+ public:
+  // Loads the library at `path` with all its symbols resolved and none of them offered to other
+  // libraries, and asks it for its product. Throws PluginError.
+  explicit Plugin(const std::string& path);
+
+  // Never null. Owned by the library.
+  impl_dao::CProductInterface& Product() const noexcept { return *product_; }
+
+  // The dynamic loader's handle, for dlsym and dlinfo.
+  void* Handle() const noexcept { return handle_.get(); }
+
+ private:
+  struct Close {
+    void operator()(void* handle) const noexcept;
+  };
+
+  std::unique_ptr<void, Close> handle_;
+  impl_dao::CProductInterface* product_;
+};
+
+}  // namespace tarn::host
