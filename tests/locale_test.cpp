@@ -21,7 +21,8 @@ class LatinCtype : public std::ctype<char> {
     static const std::array<mask, table_size> table = [] {
       std::array<mask, table_size> classes{};
       std::copy_n(classic_table(), table_size, classes.begin());
-      classes[0xE9] = alpha | lower | print | graph;
+      // Not `graph`: that mask contains the bit of a digit.
+      classes[0xE9] = alpha | lower | print;
       classes[0xA0] = space | print;
       return classes;
     }();

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <fstream>
 #include <string>
 #include <string_view>
 #include <typeinfo>
@@ -96,7 +97,9 @@ const Case kSurprises[] = {
     {{"large_decimal_splits_at_its_exponent"}, "x = 1.0e20", "x = 1 e + 20"},
     {{"decimal_in_quotes"}, "WHERE name = '0.10'", "WHERE name = ' 0.10000000000000001 '"},
     // Two decimals and a dot between them.
-    {{"decimals_in_an_ip_address"}, "where ip = '172.10.10.10'", "WHERE ip = ' 172.09999999999999.10.1 '"},
+    {{"decimals_in_an_ip_address"},
+     "where ip = '172.10.10.10'",
+     "WHERE ip = ' 172.09999999999999.10.1 '"},
     {{"nine_hex_digits"}, "x = 0x123456789", "x = 0 x123456789"},
     {{"unfinished_exponent"}, "x=1.5e", "x = 1.5 e"},
     {{"sign_with_blank"}, "a = -1", "a = - 1"},
@@ -177,12 +180,27 @@ TEST_F(OutOfRangeLiteral, ThrowsBadLexicalCastAndLeavesTheStatement) {
   }
 }
 
+using ExampleStatements = Normalizer;
+
+TEST_F(ExampleStatements, AllHaveACanonicalText) {
+  std::ifstream file(TARN_EXAMPLES "/statements.sql");
+  ASSERT_TRUE(file.is_open());
+  int count = 0;
+  for (std::string statement; std::getline(file >> std::ws, statement, ';'); ++count) {
+    const std::string canonical = Normalize(statement);
+    EXPECT_FALSE(canonical.empty()) << statement;
+  }
+  constexpr int kAtLeast = 30;
+  EXPECT_GE(count, kAtLeast);
+}
+
 using RepeatedRun = Normalizer;
 
 TEST_F(RepeatedRun, KeepsNoStateBetweenCalls) {
   const std::vector<std::string_view> statements = {"select t1.a from b t1", "select t2.a, t1.b",
                                                     "x=1.50"};
   std::vector<std::string> first;
+  first.reserve(statements.size());
   for (const std::string_view statement : statements) first.push_back(Normalize(statement));
   EXPECT_THROW(Normalize("x=1.0e999"), std::bad_cast);
   for (std::size_t i = statements.size(); i-- > 0;) {
