@@ -18,7 +18,9 @@ std::string RowName(const testing::TestParamInfo<Row>& info) {
 struct NamedRow {
   const char* id;
 
-  friend void PrintTo(const NamedRow& row, std::ostream* stream) { *stream << row.id; }
+  friend std::ostream& operator<<(std::ostream& stream, const NamedRow& row) {
+    return stream << row.id;
+  }
 };
 
 }  // namespace tarn::test
