@@ -30,6 +30,9 @@ impl_dao::CProductInterface& Product() { return *GetProductInterfaceForVESTA(); 
 const std::string kDbName = "database with a name of some length";
 constexpr const char* kLongPassword = "correct horse battery staple";
 
+// Empties `text` down to its storage, which an assignment would keep.
+void Release(std::string& text) { std::string().swap(text); }
+
 // Runs `call` with its first allocation failing, then the second and so on. `start` prepares the
 // outputs, `after(completed)` checks them and releases what they hold.
 void FailEveryAllocation(const std::function<void()>& start, const std::function<void()>& call,
@@ -82,7 +85,7 @@ TEST(AllocationFailure, NormalizeSQLLeavesTheStatement) {
   FailEveryAllocation([&] { sql = statement; }, [&] { Product().NormalizeSQL(sql); },
                       [&](bool completed) {
                         EXPECT_EQ(sql, completed ? canonical : statement);
-                        sql = std::string();
+                        Release(sql);
                       });
 }
 
@@ -92,7 +95,7 @@ TEST(AllocationFailure, GetDBTypeWritesTheTypeOrNothing) {
   FailEveryAllocation([&] { type = "before"; }, [&] { Product().GetDBType(type, kDbName); },
                       [&](bool completed) {
                         EXPECT_EQ(type, completed ? Platform().type : "before");
-                        type = std::string();
+                        Release(type);
                       });
 }
 
@@ -126,8 +129,8 @@ TEST(AllocationFailure, GetDBUserAndPasswordWipesThePassword) {
           EXPECT_TRUE(user == "before" || user == Platform().user);
           EXPECT_TRUE(password == "before" || (password == kLongPassword && user != "before"));
         }
-        user = std::string();
-        password = std::string();
+        Release(user);
+        Release(password);
       });
 }
 
@@ -143,7 +146,7 @@ TEST(AllocationFailure, GetDBConnectAddressLeavesTheAddress) {
                         [&] { Product().GetDBConnectAddress(address, kDbName); },
                         [&](bool completed) {
                           EXPECT_EQ(address == "before", !completed);
-                          address = std::string();
+                          Release(address);
                         });
   }
 }
