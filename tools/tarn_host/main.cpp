@@ -3,6 +3,7 @@
 #include <exception>
 #include <string>
 
+#include "tarn_host/check_command.h"
 #include "tarn_host/errors.h"
 #include "tarn_host/exit_code.h"
 #include "tarn_host/map_command.h"
@@ -45,6 +46,7 @@ int Run(int argc, char** argv) {
   AddTraceCommand(app, exit_code);
   AddMapCommand(app, exit_code);
   AddShapesCommand(app, exit_code);
+  AddCheckCommand(app, exit_code);
 
   try {
     app.parse(argc, argv);
