@@ -1,0 +1,123 @@
+// Records go to standard error, one line each:
+//
+//   LEVEL CODE FILE:LINE FUNCTION: MESSAGE
+//
+// with "-" for the code of a record that has none. TARN_LOG_LEVEL holds the least severe level that
+// is written ("error", "warn", "debug") or "off"; "warn" when unset. It is looked up for each
+// record, and a word that is none of these is reported once.
+#include "platform/log_process.h"
+
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <cstdlib>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace {
+
+enum class Level { kOff, kError, kWarn, kDebug };
+
+struct LevelWord {
+  const char* word;
+  Level level;
+};
+
+constexpr std::array<LevelWord, 4> kLevelWords{{{"off", Level::kOff},
+                                                {"error", Level::kError},
+                                                {"warn", Level::kWarn},
+                                                {"debug", Level::kDebug}}};
+constexpr Level kDefaultLevel = Level::kWarn;
+constexpr const char* kLevelVariable = "TARN_LOG_LEVEL";
+
+// Longer lines would be torn apart between processes that share a pipe, never between threads.
+constinit std::mutex output_lock;
+
+constinit std::atomic<bool> unknown_level_reported{false};
+
+// Appends the text with every control character as "\xHH", so that it can neither end the line nor
+// steer a terminal. Other bytes pass as they are: no character set is implied.
+void AppendVisible(std::string& line, std::string_view text) {
+  constexpr std::string_view kHexDigits = "0123456789abcdef";
+  constexpr unsigned char kDelete = 0x7f;
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (byte < ' ' || byte == kDelete) {
+      line += {'\\', 'x', kHexDigits[byte >> 4U], kHexDigits[byte & 0xfU]};
+    } else {
+      line += c;
+    }
+  }
+}
+
+void AppendVisible(std::string& line, const char* text) {
+  AppendVisible(line, text == nullptr ? std::string_view("(null)") : std::string_view(text));
+}
+
+void WriteRecord(const char* level, std::optional<unsigned int> code, const char* message,
+                 const LocationInfo& location) {
+  // A log call must not change what its caller is about to report.
+  const int caller_errno = errno;
+  std::string line(level);
+  line += ' ';
+  line += code ? std::to_string(*code) : "-";
+  line += ' ';
+  AppendVisible(line, location.File());
+  line += ':';
+  line += std::to_string(location.Line());
+  line += ' ';
+  AppendVisible(line, location.Function());
+  line += ": ";
+  AppendVisible(line, message);
+  line += '\n';
+  {
+    const std::lock_guard lock(output_lock);
+    std::string_view rest(line);
+    while (!rest.empty()) {
+      const ssize_t written = write(STDERR_FILENO, rest.data(), rest.size());
+      if (written > 0) {
+        rest.remove_prefix(static_cast<std::size_t>(written));
+      } else if (written == 0 || errno != EINTR) {
+        // There is nowhere left to say that the log is lost.
+        break;
+      }
+    }
+  }
+  errno = caller_errno;
+}
+
+Level Threshold() {
+  const char* wanted = std::getenv(kLevelVariable);
+  if (wanted == nullptr) return kDefaultLevel;
+  for (const auto& [word, level] : kLevelWords) {
+    if (std::string_view(wanted) == word) return level;
+  }
+  if (!unknown_level_reported.exchange(true)) {
+    const std::string message = std::string(kLevelVariable) + ": \"" + wanted +
+                                "\" is none of off, error, warn, debug; warn is used";
+    WriteRecord("WARN", std::nullopt, message.c_str(),
+                LocationInfo("log_process.cpp", __func__, __LINE__));
+  }
+  return kDefaultLevel;
+}
+
+}  // namespace
+
+LocationInfo::LocationInfo(const char* file, const char* function, int line)
+    : file_(file), function_(function), line_(line) {}
+
+void LogProcess::Error(unsigned int code, const char* message, const LocationInfo& location) {
+  if (Threshold() >= Level::kError) WriteRecord("ERROR", code, message, location);
+}
+
+void LogProcess::Warn(const char* message, const LocationInfo& location) {
+  if (Threshold() >= Level::kWarn) WriteRecord("WARN", std::nullopt, message, location);
+}
+
+void LogProcess::Debug(const char* message, const LocationInfo& location) {
+  if (Threshold() >= Level::kDebug) WriteRecord("DEBUG", std::nullopt, message, location);
+}

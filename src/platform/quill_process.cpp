@@ -1,0 +1,43 @@
+// TARN_PROC_ID and TARN_PROC_HANDLE hold the process's identity and number, unsigned decimal
+// numbers of 32 bits. Without them the identity is the operating system's process id and the number
+// 0.
+#include "platform/quill_process.h"
+
+#include <unistd.h>
+
+#include <charconv>
+#include <cstdlib>
+#include <string>
+#include <string_view>
+#include <system_error>
+
+#include "platform/log_process.h"
+
+namespace {
+
+unsigned int NumberFromEnvironment(const char* variable, unsigned int fallback,
+                                   const LocationInfo& location) {
+  const char* value = std::getenv(variable);
+  if (value == nullptr) return fallback;
+  const std::string_view digits(value);
+  unsigned int number = 0;
+  const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), number);
+  if (error == std::errc() && end == digits.data() + digits.size()) return number;
+  const std::string message = std::string(variable) + ": \"" + value +
+                              "\" is no unsigned 32-bit decimal number; " +
+                              std::to_string(fallback) + " is used";
+  LogProcess::Warn(message.c_str(), location);
+  return fallback;
+}
+
+}  // namespace
+
+unsigned int QuillGetProcId() {
+  return NumberFromEnvironment("TARN_PROC_ID", static_cast<unsigned int>(getpid()),
+                               LocationInfo("quill_process.cpp", __func__, __LINE__));
+}
+
+unsigned int QuillGetProcHandle() {
+  return NumberFromEnvironment("TARN_PROC_HANDLE", 0,
+                               LocationInfo("quill_process.cpp", __func__, __LINE__));
+}

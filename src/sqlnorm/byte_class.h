@@ -1,0 +1,79 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+
+namespace tarn::sqlnorm {
+
+// What a byte is to the scanner, under the classic locale. Every byte has exactly one class.
+enum class ByteClass : unsigned char {
+  kOther,
+  kLetter,       // A-Z, a-z and the underscore
+  kDigit,        // 0-9
+  kSpace,        // space, \t, \n, \v, \f, \r
+  kParenthesis,  // ( )
+  kComma,
+  kDot,
+  kAngle,  // < > !, which may begin an operator of two characters
+};
+
+namespace internal {
+
+constexpr std::array<ByteClass, 256> MakeByteClasses() {
+  std::array<ByteClass, 256> classes{};
+  for (unsigned char c = 'a'; c <= 'z'; ++c) classes[c] = ByteClass::kLetter;
+  for (unsigned char c = 'A'; c <= 'Z'; ++c) classes[c] = ByteClass::kLetter;
+  for (unsigned char c = '0'; c <= '9'; ++c) classes[c] = ByteClass::kDigit;
+  for (const unsigned char c : {' ', '\t', '\n', '\v', '\f', '\r'}) classes[c] = ByteClass::kSpace;
+  for (const unsigned char c : {'<', '>', '!'}) classes[c] = ByteClass::kAngle;
+  classes['_'] = ByteClass::kLetter;
+  classes['('] = classes[')'] = ByteClass::kParenthesis;
+  classes[','] = ByteClass::kComma;
+  classes['.'] = ByteClass::kDot;
+  return classes;
+}
+
+inline constexpr std::array<ByteClass, 256> kByteClasses = MakeByteClasses();
+
+}  // namespace internal
+
+constexpr ByteClass ClassOf(char c) noexcept {
+  return internal::kByteClasses[static_cast<unsigned char>(c)];
+}
+constexpr bool IsDigit(char c) noexcept { return static_cast<unsigned char>(c - '0') < 10; }
+constexpr bool IsSpace(char c) noexcept { return ClassOf(c) == ByteClass::kSpace; }
+constexpr bool IsWord(char c) noexcept {
+  const ByteClass byte_class = ClassOf(c);
+  return byte_class == ByteClass::kLetter || byte_class == ByteClass::kDigit;
+}
+
+// The scanner's texts are followed by this many bytes that may be read, all NUL. NUL is in no class
+// that a run is made of, so a run ends there at the latest, and whole machine words can be loaded
+// anywhere in the text.
+inline constexpr std::size_t kPadding = 64;
+
+// The first byte at or after `p` that does not belong to the run. The text must be padded.
+inline const char* SkipSpaces(const char* p) noexcept {
+  while (IsSpace(*p)) ++p;
+  return p;
+}
+inline const char* SkipWord(const char* p) noexcept {
+  while (IsWord(*p)) ++p;
+  return p;
+}
+inline const char* SkipDigits(const char* p) noexcept {
+  while (IsDigit(*p)) ++p;
+  return p;
+}
+
+// Whether the letters of `lower`, in either case, stand at `p`. Precondition: `lower` holds
+// lower-case letters only, and its length may be read at `p`.
+template <std::size_t N>
+bool StandsAt(const char* p, const char (&lower)[N]) noexcept {
+  for (std::size_t i = 0; i + 1 < N; ++i) {
+    if ((p[i] | 0x20) != lower[i]) return false;
+  }
+  return true;
+}
+
+}  // namespace tarn::sqlnorm

@@ -1,0 +1,153 @@
+#include "sqlnorm/scan_literals.h"
+
+#include <algorithm>
+#include <boost/lexical_cast/bad_lexical_cast.hpp>
+#include <boost/throw_exception.hpp>
+#include <charconv>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <string_view>
+#include <system_error>
+
+#include "sqlnorm/byte_block.h"
+#include "sqlnorm/byte_class.h"
+
+namespace tarn::sqlnorm {
+namespace {
+
+// "2.2250738585072014e-308" and the like need 23.
+constexpr std::size_t kLongestPrintedLiteral = 32;
+constexpr std::size_t kRoomForLiteral = kLongestPrintedLiteral + kPadding;
+
+constexpr bool IsHexDigit(char c) noexcept {
+  return IsDigit(c) || static_cast<unsigned char>((c | 0x20) - 'a') < 6;
+}
+
+// Whether a decimal literal that std::from_chars refuses is too small rather than too large for a
+// double: whether its first digit other than 0 stands for less than one.
+bool IsTooSmall(std::string_view literal) noexcept {
+  const std::size_t exponent_mark = literal.find_first_of("eE");
+  const std::string_view mantissa = literal.substr(0, exponent_mark);
+  const std::size_t dot = mantissa.find('.');
+  const std::size_t first = mantissa.find_first_not_of("0.");
+  const auto digits_before_dot = static_cast<std::int64_t>(dot) - static_cast<std::int64_t>(first);
+  if (exponent_mark == std::string_view::npos) return digits_before_dot < 0;
+  const char sign = literal[exponent_mark + 1];
+  std::int64_t exponent = 0;
+  const std::size_t digits = exponent_mark + (sign == '+' || sign == '-' ? 2 : 1);
+  const auto parsed =
+      std::from_chars(literal.data() + digits, literal.data() + literal.size(), exponent);
+  // More digits than fit: larger than any mantissa can make up for.
+  if (parsed.ec != std::errc()) return sign == '-';
+  return digits_before_dot + (sign == '-' ? -exponent : exponent) < 0;
+}
+
+double ParseDecimal(std::string_view literal) {
+  double value = 0;
+  const auto parsed = std::from_chars(literal.data(), literal.data() + literal.size(), value);
+  if (parsed.ec == std::errc()) return value;
+  if (IsTooSmall(literal)) return 0;
+  boost::throw_exception(boost::bad_lexical_cast(typeid(std::string), typeid(double)));
+}
+
+char* PrintDecimal(std::string_view literal, char* out) {
+  constexpr int kPrecision = 17;
+  return std::to_chars(out, out + kLongestPrintedLiteral, ParseDecimal(literal),
+                       std::chars_format::general, kPrecision)
+      .ptr;
+}
+
+char* PrintHex(std::string_view literal, char* out) noexcept {
+  std::uint32_t value = 0;
+  std::from_chars(literal.data() + 2, literal.data() + literal.size(), value, 16);
+  return std::to_chars(out, out + kLongestPrintedLiteral, value).ptr;
+}
+
+// The Match functions are given the character that gives a literal away, and for a decimal `from`,
+// where the text begins that no earlier literal has taken. The text is padded. Null begin: no literal.
+struct Literal {
+  const char* begin = nullptr;
+  const char* end = nullptr;
+};
+
+// Where the exponent at `p` ends, sign and digits included; `p` itself if there is none.
+const char* SkipExponent(const char* p) noexcept {
+  if ((*p | 0x20) != 'e') return p;
+  const char* const digits = p[1] == '+' || p[1] == '-' ? p + 2 : p + 1;
+  return IsDigit(*digits) ? SkipDigits(digits) : p;
+}
+
+// digits.digits, perhaps with an exponent, between characters that belong to no word.
+Literal MatchDecimal(const char* from, const char* text, const char* dot) noexcept {
+  const char* begin = dot;
+  while (begin != from && IsDigit(begin[-1])) --begin;
+  if (begin == dot || (begin != text && IsWord(begin[-1]))) return {};
+  const char* const end = SkipExponent(SkipDigits(dot + 1));
+  return IsWord(*end) ? Literal{} : Literal{begin, end};
+}
+
+// 0x and one to eight digits, as a word of its own.
+Literal MatchHex(const char* text, const char* x) noexcept {
+  constexpr std::ptrdiff_t kMostDigits = 8;
+  const char* const begin = x - 1;
+  if (begin != text && IsWord(begin[-1])) return {};
+  const char* end = x + 1;
+  while (IsHexDigit(*end)) ++end;
+  const std::ptrdiff_t digits = end - (x + 1);
+  return digits == 0 || digits > kMostDigits || IsWord(*end) ? Literal{} : Literal{begin, end};
+}
+
+// The first digit at or after `p` that a literal may hang on: one before a dot and another digit, or a
+// 0 before an x. `end` if there is none.
+const char* FindCandidate(const char* p, const char* end) noexcept {
+  return FindByBlock(p, end, [](const char* q) noexcept -> ByteBlock {
+    const ByteBlock block = LoadBlock(q);
+    const ByteBlock next = LoadBlock(q + 1);
+    const ByteBlock after_next = LoadBlock(q + 2);
+    const auto is_digit = [](ByteBlock b) { return (b - '0') < 10; };
+    return (is_digit(block) & (next == '.') & is_digit(after_next)) |
+           ((block == '0') & ((next | 0x20) == 'x'));
+  });
+}
+
+}  // namespace
+
+std::size_t CanonicalizeLiterals(WorkingBuffer& working, std::size_t length) {
+  const char* const first = FindCandidate(working.Data(), working.Data() + length);
+  if (first == working.Data() + length) return length;
+
+  WorkingBuffer source;
+  source.Reserve(length + kPadding, 0);
+  std::memcpy(source.Data(), working.Data(), length + kPadding);
+  const char* const text = source.Data();
+  const char* const end = text + length;
+  const char* from = text;  // what no literal has taken yet
+  char* out = working.Data();
+  const char* p = text + (first - working.Data());
+  while (p != end) {
+    const bool decimal = p[1] == '.';
+    const Literal literal = decimal ? MatchDecimal(from, text, p + 1) : MatchHex(text, p + 1);
+    if (literal.begin != nullptr) {
+      // Room for this literal and for all the rest as it stands.
+      const auto used = static_cast<std::size_t>(out - working.Data());
+      const std::size_t needed = used + static_cast<std::size_t>(end - from) + kRoomForLiteral;
+      if (needed > working.Capacity()) {
+        working.Reserve(needed + needed / 2, used);
+        out = working.Data() + used;
+      }
+      out = std::copy(from, literal.begin, out);
+      const std::string_view literal_text(literal.begin,
+                                          static_cast<std::size_t>(literal.end - literal.begin));
+      out = decimal ? PrintDecimal(literal_text, out) : PrintHex(literal_text, out);
+      from = literal.end;
+    }
+    p = FindCandidate(std::max(p + 1, from), end);
+  }
+  out = std::copy(from, end, out);
+  std::memset(out, 0, kPadding);
+  return static_cast<std::size_t>(out - working.Data());
+}
+
+}  // namespace tarn::sqlnorm
