@@ -1,5 +1,6 @@
 #include "tarn_host/errors.h"
 
+#include <cstdint>
 #include <cstdio>
 #include <string>
 #include <string_view>
@@ -9,6 +10,15 @@ namespace tarn::host {
 
 std::string SystemReason(std::string_view name, int error) {
   return std::string(name) + ": " + std::generic_category().message(error);
+}
+
+std::string StatementReason(std::string_view input, std::uint64_t number, std::string_view reason) {
+  std::string message(input);
+  message += ": statement ";
+  message += std::to_string(number);
+  message += ": ";
+  message += reason;
+  return message;
 }
 
 std::string OneLine(std::string_view text) {

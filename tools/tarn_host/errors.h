@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -21,6 +22,9 @@ class InputError : public ToolError {
 
 // "`name`: " and the system's text for the error number `error`.
 std::string SystemReason(std::string_view name, int error);
+
+// "`input`: statement `number`: `reason`".
+std::string StatementReason(std::string_view input, std::uint64_t number, std::string_view reason);
 
 // `text` on one line: control characters become "\n", "\t", "\r" or "\x1B", all other bytes stay.
 std::string OneLine(std::string_view text);

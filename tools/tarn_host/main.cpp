@@ -3,11 +3,13 @@
 #include <exception>
 #include <string>
 
+#include "tarn_host/check_command.h"
 #include "tarn_host/errors.h"
 #include "tarn_host/exit_code.h"
 #include "tarn_host/map_command.h"
 #include "tarn_host/normalize_command.h"
 #include "tarn_host/output.h"
+#include "tarn_host/shapes_command.h"
 #include "tarn_host/trace_command.h"
 
 namespace {
@@ -43,6 +45,8 @@ int Run(int argc, char** argv) {
   AddNormalizeCommand(app, exit_code);
   AddTraceCommand(app, exit_code);
   AddMapCommand(app, exit_code);
+  AddShapesCommand(app, exit_code);
+  AddCheckCommand(app, exit_code);
 
   try {
     app.parse(argc, argv);

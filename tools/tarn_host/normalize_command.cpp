@@ -78,8 +78,7 @@ int NormalizeInput(const std::string& file, const NormalizeOptions& options,
     for (std::size_t index = 0; index < batch.Size(); ++index) {
       sql = batch[index];
       if (const auto reason = CallNormalize(product, sql)) {
-        report(reader.Name() + ": statement " + std::to_string(batch.FirstNumber() + index) + ": " +
-               *reason);
+        report(StatementReason(reader.Name(), batch.FirstNumber() + index, *reason));
       } else {
         printer.Print(batch[index], sql);
       }

@@ -5,11 +5,6 @@
 #include <string>
 
 namespace tarn::host {
-namespace {
-
-constexpr const char* kEntryFunction = "GetProductInterfaceForVESTA";
-
-}  // namespace
 
 void Plugin::Close::operator()(void* handle) const noexcept { dlclose(handle); }
 
@@ -17,8 +12,7 @@ Plugin::Plugin(const std::string& path)
     : handle_(dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL)), product_(nullptr) {
   // dlerror's text begins with the library's path.
   if (!handle_) throw PluginError("cannot load plug-in: " + std::string(dlerror()));
-  using Entry = impl_dao::CProductInterface* (*)();
-  const auto entry = reinterpret_cast<Entry>(dlsym(handle_.get(), kEntryFunction));
+  const auto entry = reinterpret_cast<EntryFunction*>(dlsym(handle_.get(), kEntryFunction));
   if (entry == nullptr) throw PluginError("not a product plug-in: " + std::string(dlerror()));
   product_ = entry();
   if (product_ == nullptr) throw PluginError(path + ": " + kEntryFunction + " returned null");

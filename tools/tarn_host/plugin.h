@@ -8,6 +8,10 @@
 
 namespace tarn::host {
 
+// The one function that a plug-in exports: it takes nothing and returns the product.
+inline constexpr const char* kEntryFunction = "GetProductInterfaceForVESTA";
+using EntryFunction = impl_dao::CProductInterface*();
+
 // A library that can't be used as a product plug-in. what() is one line that names the library, the
 // symbol where that is the trouble, and the dynamic loader's reason.
 class PluginError : public std::runtime_error {

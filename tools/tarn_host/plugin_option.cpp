@@ -8,8 +8,6 @@
 namespace tarn::host {
 namespace {
 
-constexpr const char* kPluginFile = "libtarn_interface_for_vesta.so";
-
 bool Exists(const std::filesystem::path& path) {
   std::error_code error;
   return std::filesystem::exists(path, error);

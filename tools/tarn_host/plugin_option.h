@@ -5,6 +5,9 @@
 
 namespace tarn::host {
 
+// The plug-in's file name, which is its soname too.
+inline constexpr const char* kPluginFile = "libtarn_interface_for_vesta.so";
+
 // The plug-in that belongs to this tool: the first that exists beside the executable, in ../lib or
 // in ../lib/<multiarch>. Otherwise the plain file name, for the dynamic loader to search.
 std::string DefaultPluginPath();

@@ -1,0 +1,45 @@
+// A library that a host must not load, wrong in every way that still lets it be examined.
+#include <cstdint>
+#include <map>
+#include <stdexcept>
+#include <string>
+
+#include "impl_dao/product_interface.h"
+
+class WrongProduct final : public impl_dao::CProductInterface {
+ public:
+  void LogError(const char* /*message*/) override {}
+  void LogWarning(const char* /*message*/) override {}
+  void LogDebug(const char* /*message*/) override {}
+  std::int64_t MapErrorCode(int status) override { return status; }
+  bool GetDBUserAndPassword(std::string& /*user*/, std::string& /*password*/,
+                            const std::string& /*dbName*/) override {
+    return false;
+  }
+  bool GetDBConnectAddress(std::string& /*address*/, const std::string& /*dbName*/) override {
+    return false;
+  }
+  bool GetDBConnectProperties(std::map<std::string, refl::CValue>& /*properties*/) override {
+    return false;
+  }
+  bool GetDBType(std::string& /*dbType*/, const std::string& /*dbName*/) override { return false; }
+  void NormalizeSQL(std::string& /*sql*/) override { throw std::runtime_error("no such luck"); }
+};
+
+// A symbol of this kind pins its library in the process.
+asm(R"(
+    .globl pinned
+    .type pinned, @gnu_unique_object
+    .data
+pinned:
+    .quad 0
+    .size pinned, 8
+    .text
+)");
+
+extern "C" __attribute__((visibility("default"))) impl_dao::CProductInterface*
+GetProductInterfaceForVESTA() {
+  static WrongProduct products[2];
+  static unsigned calls = 0;
+  return &products[calls++ % 2];
+}

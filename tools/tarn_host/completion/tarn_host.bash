@@ -1,0 +1,75 @@
+# bash completion for tarn_host. Needs nothing beyond bash itself.
+
+# Every folder, and the files that match the extended glob $2, for the word $1.
+_tarn_host_files() {
+  mapfile -t COMPREPLY < <(
+    shopt -s extglob
+    compgen -d -- "$1"
+    compgen -f -X "!$2" -- "$1"
+  )
+  compopt -o filenames 2>/dev/null
+}
+
+_tarn_host() {
+  local word=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
+  local command='' options='' index
+  COMPREPLY=()
+
+  for ((index = 1; index < COMP_CWORD; index++)); do
+    if [[ ${COMP_WORDS[index]} != -* ]]; then
+      command=${COMP_WORDS[index]}
+      break
+    fi
+  done
+  if [[ -z $command ]]; then
+    COMPREPLY=($(compgen -W 'normalize trace map shapes check config encrypt keygen --help --version' -- "$word"))
+    return
+  fi
+
+  # bash splits "--input=sql" into three words.
+  if [[ $word == = ]]; then
+    word=''
+  elif [[ $previous == = ]]; then
+    previous=${COMP_WORDS[COMP_CWORD - 2]}
+  fi
+  case $previous in
+    --input)
+      COMPREPLY=($(compgen -W 'sql lines nul' -- "$word"))
+      return
+      ;;
+    --algorithm)
+      COMPREPLY=($(compgen -W 'aes-256-gcm aes-128-ecb' -- "$word"))
+      return
+      ;;
+    --plugin)
+      _tarn_host_files "$word" '*.so?(.*)'
+      return
+      ;;
+    --key)
+      _tarn_host_files "$word" '*'
+      return
+      ;;
+    --top | --threads)
+      return
+      ;;
+  esac
+
+  case $command in
+    normalize) options='--input --pairs --plugin --help' ;;
+    shapes) options='--input --top --json --threads --plugin --help' ;;
+    map) options='--plugin --help' ;;
+    config) options='--json --show-password --plugin --help' ;;
+    encrypt) options='--algorithm --key --help' ;;
+    trace | check | keygen) options='--help' ;;
+  esac
+  if [[ $word == -* ]]; then
+    COMPREPLY=($(compgen -W "$options" -- "$word"))
+    return
+  fi
+  case $command in
+    normalize | shapes | keygen) _tarn_host_files "$word" '*' ;;
+    check) _tarn_host_files "$word" '*.so?(.*)' ;;
+  esac
+}
+
+complete -F _tarn_host tarn_host
