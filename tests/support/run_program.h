@@ -1,0 +1,160 @@
+// Running a program as a person does, and keeping what it said.
+#pragma once
+
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/mman.h>
+#include <sys/types.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+namespace tarn::test {
+
+// A file descriptor that closes itself.
+class OwnedFd {
+ public:
+  explicit OwnedFd(int fd) : fd_(fd) {
+    if (fd_ < 0) throw std::system_error(errno, std::generic_category(), "file descriptor");
+  }
+  OwnedFd(OwnedFd&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+  OwnedFd(const OwnedFd&) = delete;
+  OwnedFd& operator=(const OwnedFd&) = delete;
+  OwnedFd& operator=(OwnedFd&&) = delete;
+  ~OwnedFd() { Close(); }
+
+  int Get() const noexcept { return fd_; }
+  void Close() noexcept {
+    if (fd_ >= 0) close(std::exchange(fd_, -1));
+  }
+
+ private:
+  int fd_;
+};
+
+// A nameless file, not inherited by programs, that holds `content` and stands at its start.
+inline OwnedFd ScratchFile(std::string_view content = {}) {
+  OwnedFd file(memfd_create("scratch", MFD_CLOEXEC));
+  while (!content.empty()) {
+    const ssize_t written = write(file.Get(), content.data(), content.size());
+    if (written < 0) throw std::system_error(errno, std::generic_category(), "write");
+    content.remove_prefix(static_cast<std::size_t>(written));
+  }
+  lseek(file.Get(), 0, SEEK_SET);
+  return file;
+}
+
+// Everything the file `fd` holds, from its start.
+inline std::string Content(int fd) {
+  std::string content;
+  char block[4096];
+  off_t at = 0;
+  ssize_t got = 0;
+  while ((got = pread(fd, block, sizeof block, at)) > 0) {
+    content.append(block, static_cast<std::size_t>(got));
+    at += got;
+  }
+  return content;
+}
+
+struct RunOptions {
+  std::string input{};                     // What standard input holds.
+  std::vector<std::string> environment{};  // "NAME=value", over the test's own environment.
+  std::string folder{};                    // Where to run; empty: the test's own folder.
+  std::string output_path{};               // A file to open as standard output; empty: captured.
+  int input_fd = -1;                       // Standard input, instead of `input`.
+  int output_fd = -1;                      // Standard output, instead of capturing it.
+};
+
+struct RunResult {
+  int exit_code;  // 128 plus the signal's number when a signal ended the program.
+  std::string output;
+  std::string errors;
+};
+
+// A program on its way. A descriptor that is not to reach it must be close-on-exec.
+class RunningProgram {
+ public:
+  // `command` is the program's path and its arguments. Throws std::system_error.
+  explicit RunningProgram(const std::vector<std::string>& command, const RunOptions& options = {})
+      : input_(ScratchFile(options.input)), output_(ScratchFile()), errors_(ScratchFile()) {
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    const auto use = [&](int given, const OwnedFd& own, int as) {
+      posix_spawn_file_actions_adddup2(&actions, given >= 0 ? given : own.Get(), as);
+    };
+    use(options.input_fd, input_, STDIN_FILENO);
+    if (options.output_path.empty()) {
+      use(options.output_fd, output_, STDOUT_FILENO);
+    } else {
+      posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, options.output_path.c_str(),
+                                       O_WRONLY, 0);
+    }
+    use(-1, errors_, STDERR_FILENO);
+    if (!options.folder.empty()) {
+      posix_spawn_file_actions_addchdir_np(&actions, options.folder.c_str());
+    }
+
+    std::vector<std::string> environment = options.environment;
+    for (char** entry = environ; *entry != nullptr; ++entry) {
+      const std::string_view text = *entry;
+      const std::string_view name = text.substr(0, text.find('=') + 1);
+      bool replaced = false;
+      for (const std::string& given : options.environment) replaced |= given.starts_with(name);
+      if (!replaced) environment.emplace_back(text);
+    }
+    const int error = posix_spawn(&pid_, command.at(0).c_str(), &actions, nullptr,
+                                  Pointers(command).data(), Pointers(environment).data());
+    posix_spawn_file_actions_destroy(&actions);
+    if (error != 0) throw std::system_error(error, std::generic_category(), command[0]);
+  }
+  RunningProgram(const RunningProgram&) = delete;
+  RunningProgram& operator=(const RunningProgram&) = delete;
+  ~RunningProgram() {
+    if (pid_ <= 0) return;
+    kill(pid_, SIGKILL);
+    waitpid(pid_, nullptr, 0);
+  }
+
+  void Signal(int signal) const noexcept { kill(pid_, signal); }
+
+  // Waits for the end. To be called once.
+  RunResult Wait() {
+    int status = 0;
+    while (waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
+    }
+    pid_ = 0;
+    const int exit_code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    return {exit_code, Content(output_.Get()), Content(errors_.Get())};
+  }
+
+ private:
+  // As exec takes them; they point into `texts`.
+  static std::vector<char*> Pointers(const std::vector<std::string>& texts) {
+    std::vector<char*> pointers;
+    for (const std::string& text : texts) pointers.push_back(const_cast<char*>(text.c_str()));
+    pointers.push_back(nullptr);
+    return pointers;
+  }
+
+  OwnedFd input_;
+  OwnedFd output_;
+  OwnedFd errors_;
+  pid_t pid_ = 0;
+};
+
+// Runs `command` to its end.
+inline RunResult RunProgram(const std::vector<std::string>& command,
+                            const RunOptions& options = {}) {
+  return RunningProgram(command, options).Wait();
+}
+
+}  // namespace tarn::test

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace tarn::host {
+
+// Writes a file descriptor, standard output as a rule, through a buffer. Not thread-safe.
+class Output {
+ public:
+  // `name` is what an error calls the stream. The descriptor stays the caller's.
+  Output();
+  Output(int fd, std::string name);
+  Output(const Output&) = delete;
+  Output& operator=(const Output&) = delete;
+  // Writes what is left, in silence: call Flush first to learn of an error.
+  ~Output();
+
+  // Throws ToolError when the stream can't be written; what is buffered then is given up.
+  void Write(std::string_view bytes);
+  void Flush();
+
+  // Whether colours are welcome: the stream is a terminal, NO_COLOR is unset or empty, and TERM
+  // does not say "dumb".
+  bool Coloured() const noexcept { return coloured_; }
+
+ private:
+  int fd_;
+  std::string name_;
+  std::string buffer_;
+  bool coloured_;
+};
+
+// Whether a stream on `fd` wants colours, by the rule of Output::Coloured.
+bool WantsColour(int fd) noexcept;
+
+}  // namespace tarn::host

@@ -1,0 +1,47 @@
+#include "tarn_host/plugin_option.h"
+
+#include <array>
+#include <filesystem>
+#include <string>
+#include <system_error>
+
+namespace tarn::host {
+namespace {
+
+constexpr const char* kPluginFile = "libtarn_interface_for_vesta.so";
+
+bool Exists(const std::filesystem::path& path) {
+  std::error_code error;
+  return std::filesystem::exists(path, error);
+}
+
+}  // namespace
+
+std::string DefaultPluginPath() {
+  std::error_code error;
+  const std::filesystem::path executable = std::filesystem::read_symlink("/proc/self/exe", error);
+  if (!error) {
+    const std::array<const char*, 3> folders{".", "../lib", "../lib/" TARN_MULTIARCH};
+    for (const char* folder : folders) {
+      const auto candidate = (executable.parent_path() / folder / kPluginFile).lexically_normal();
+      if (Exists(candidate)) return candidate.string();
+    }
+  }
+  return kPluginFile;
+}
+
+std::string LoaderPath(const std::string& library) {
+  if (library.find('/') == std::string::npos && Exists(library)) return "./" + library;
+  return library;
+}
+
+void AddPluginOption(CLI::App& command, std::string& path) {
+  command.add_option("--plugin", path, "Load this library instead of the one beside the tool")
+      ->type_name("PATH");
+}
+
+std::string ChosenPlugin(const std::string& path) {
+  return path.empty() ? DefaultPluginPath() : LoaderPath(path);
+}
+
+}  // namespace tarn::host

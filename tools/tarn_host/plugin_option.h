@@ -1,0 +1,23 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <string>
+
+namespace tarn::host {
+
+// The plug-in that belongs to this tool: the first that exists beside the executable, in ../lib or
+// in ../lib/<multiarch>. Otherwise the plain file name, for the dynamic loader to search.
+std::string DefaultPluginPath();
+
+// What to hand to the dynamic loader for a library as a person names it: a name without a slash
+// means the file in the current folder if there is one, and the loader's search otherwise.
+std::string LoaderPath(const std::string& library);
+
+// Adds --plugin PATH to `command`. `path` must outlive the parsing; it stays empty when the option
+// is not given. Hand it to ChosenPlugin.
+void AddPluginOption(CLI::App& command, std::string& path);
+
+// The library to load for the value of --plugin.
+std::string ChosenPlugin(const std::string& path);
+
+}  // namespace tarn::host
