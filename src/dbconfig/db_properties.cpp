@@ -1,0 +1,45 @@
+#include <ace/OS_NS_stdlib.h>
+
+#include <array>
+#include <cstddef>
+#include <map>
+#include <string>
+
+#include "dbconfig/ssl_mode.h"
+#include "entry/product_interface_tarn.h"
+#include "platform/c_value.h"
+#include "platform/quill_process.h"
+
+namespace {
+
+// What counts of a process's identity and handle.
+constexpr unsigned int kLow16Bits = 0xFFFF;
+constexpr unsigned int kServiceProcess = 4071;
+
+// The name of the database that a process uses by default: by the kind of process, and numbered by
+// its handle, e.g. "nemgr_transDB_3".
+std::string DefaultDBName(unsigned int process, unsigned int handle) {
+  constexpr std::size_t kFiveDigitsAndNul = 6;
+  std::array<char, kFiveDigitsAndNul> number{};
+  constexpr int kDecimal = 10;
+  ACE_OS::itoa_emulation(static_cast<int>(handle), number.data(), kDecimal);
+  std::string name = process == kServiceProcess ? "nesvc_v8ptn" : "nemgr_trans";
+  name += "DB_";
+  name += number.data();
+  return name;
+}
+
+}  // namespace
+
+bool CProductInterface_Tarn::GetDBConnectProperties(
+    std::map<std::string, refl::CValue>& properties) {
+  const unsigned int handle = QuillGetProcHandle() & kLow16Bits;
+  const unsigned int process = QuillGetProcId() & kLow16Bits;
+  const std::string name = DefaultDBName(process, handle);
+  properties["defaultDBName"].ReadFrom(name);
+  LogWarning(name.c_str());
+  // The entry is there, if without a value, even when looking the mode up throws.
+  refl::CValue& ssl_mode = properties["SSLMODE"];
+  ssl_mode.ReadFrom(tarn::dbconfig::getSSLMode());
+  return true;
+}

@@ -1,0 +1,109 @@
+#include "dbconfig/ssl_mode.h"
+
+#include <cstddef>
+#include <cstdlib>
+#include <fstream>
+#include <ios>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "entry/source_file.h"
+#include "platform/log_process.h"
+
+namespace tarn::dbconfig {
+namespace {
+
+constexpr const char* kFunction = "getSSLMode";
+
+// Warnings, with the lines that their records carry. The first one's spelling is what readers of
+// the log search for.
+constexpr const char* kNoFileNamed =
+    "[tarn_interface_for_vesta] getSSLmdoe error : APP_CONF_FILE = NULL";
+constexpr int kNoFileNamedLine = 62;
+constexpr const char* kFileNotOpened =
+    "[tarn_interface_for_vesta] Fail to read sslmode, open file error";
+constexpr int kFileNotOpenedLine = 69;
+constexpr const char* kNothingConfigured =
+    "[tarn_interface_for_vesta] Fail to read ssl in config file";
+constexpr int kNothingConfiguredLine = 122;
+
+void Warn(const char* message, int line) {
+  LogProcess::Warn(message, LocationInfo(kSourceFile, kFunction, line));
+}
+
+// A key and where its value may begin, in bytes from the key's begin.
+struct Key {
+  std::string_view text;
+  std::size_t nearest;
+  std::size_t farthest;
+};
+
+// From the key's last letter: its closing quote may serve as the value's opening one.
+constexpr Key kModeKey{"\"sslmode\"", 7, 14};
+constexpr Key kBooleanKey{"\"ssl\"", 5, 8};
+
+// The content from the key's first occurrence on, if there is one.
+std::optional<std::string_view> FromKey(std::string_view content, const Key& key) noexcept {
+  const std::size_t position = content.find(key.text);
+  if (position == std::string_view::npos) return std::nullopt;
+  return content.substr(position);
+}
+
+// Whether the first `value` after the key stands close enough. It does if any does, so that the
+// text beyond need not be searched.
+bool HasValue(std::string_view from_key, const Key& key, std::string_view value) noexcept {
+  const std::string_view window = from_key.substr(0, key.farthest + value.size());
+  return window.find(value, key.nearest) != std::string_view::npos;
+}
+
+// The stream's content from its begin to its end, or to where it can't be read.
+std::string ReadWhole(std::ifstream& file) {
+  std::ostringstream content;
+  // Without this the stream would swallow an exhausted memory and leave a text that looks complete.
+  content.exceptions(std::ios_base::failbit);
+  try {
+    content << file.rdbuf();
+  } catch (const std::ios_base::failure&) {
+    // An empty file, or a read error (every read of a directory is one).
+  }
+  return std::move(content).str();
+}
+
+}  // namespace
+
+std::optional<std::string_view> FindSSLMode(std::string_view content) noexcept {
+  if (const auto from_key = FromKey(content, kModeKey)) {
+    if (HasValue(*from_key, kModeKey, "\"disabled\"")) return kSslDisabled;
+    if (HasValue(*from_key, kModeKey, "\"required\"")) return kSslRequired;
+  }
+  if (const auto from_key = FromKey(content, kBooleanKey)) {
+    if (HasValue(*from_key, kBooleanKey, "true")) return kSslRequired;
+    if (HasValue(*from_key, kBooleanKey, "false")) return kSslDisabled;
+  }
+  return std::nullopt;
+}
+
+std::string getSSLMode() {
+  const char* path = std::getenv("APP_CONF_FILE");
+  if (path == nullptr) {
+    Warn(kNoFileNamed, kNoFileNamedLine);
+    return std::string(kSslDefault);
+  }
+  std::ifstream file(path);
+  if (!file.is_open()) {
+    Warn(kFileNotOpened, kFileNotOpenedLine);
+    return std::string(kSslDefault);
+  }
+  const std::string content = ReadWhole(file);
+  const std::optional<std::string_view> mode = FindSSLMode(content);
+  if (!mode) {
+    Warn(kNothingConfigured, kNothingConfiguredLine);
+    return std::string(kSslDefault);
+  }
+  return std::string(*mode);
+}
+
+}  // namespace tarn::dbconfig

@@ -1,0 +1,8 @@
+#pragma once
+
+namespace tarn {
+
+// The file that every log record of the plug-in names as its origin, wherever the code stands.
+inline constexpr const char* kSourceFile = "getproductinterface.cpp";
+
+}  // namespace tarn

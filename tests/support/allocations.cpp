@@ -1,0 +1,82 @@
+#include "support/allocations.h"
+
+#include <malloc.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdlib>
+#include <new>
+#include <string_view>
+
+namespace {
+
+constexpr char kFiller = '\xCC';
+
+struct State {
+  long live = 0;
+  // Allocations until the one that fails; not above 0: none does.
+  long until_failure = 0;
+  bool failed = false;
+  std::string_view secret;
+  int with_secret = 0;
+  int wiped = 0;
+};
+// Initialised before any allocation.
+constinit State state;
+
+void* Allocate(std::size_t size) {
+  if (state.until_failure > 0 && --state.until_failure == 0) {
+    state.failed = true;
+    throw std::bad_alloc();
+  }
+  void* block = std::malloc(size == 0 ? 1 : size);
+  if (block == nullptr) throw std::bad_alloc();
+  ++state.live;
+  return block;
+}
+
+void Free(void* block) noexcept {
+  if (block == nullptr) return;
+  --state.live;
+  if (!state.secret.empty()) {
+    const std::string_view bytes(static_cast<const char*>(block), malloc_usable_size(block));
+    if (bytes.find(state.secret) != std::string_view::npos) ++state.with_secret;
+    const std::string_view begin = bytes.substr(0, state.secret.size());
+    if (begin.size() == state.secret.size() &&
+        std::all_of(begin.begin(), begin.end(), [](char byte) { return byte == kFiller; })) {
+      ++state.wiped;
+    }
+  }
+  std::free(block);
+}
+
+}  // namespace
+
+void* operator new(std::size_t size) { return Allocate(size); }
+void* operator new[](std::size_t size) { return Allocate(size); }
+void operator delete(void* block) noexcept { Free(block); }
+void operator delete[](void* block) noexcept { Free(block); }
+void operator delete(void* block, std::size_t /*size*/) noexcept { Free(block); }
+void operator delete[](void* block, std::size_t /*size*/) noexcept { Free(block); }
+
+namespace tarn::test {
+
+long LiveAllocations() noexcept { return state.live; }
+
+FailNthAllocation::FailNthAllocation(long n) noexcept {
+  state.until_failure = n;
+  state.failed = false;
+}
+FailNthAllocation::~FailNthAllocation() { state.until_failure = 0; }
+bool FailNthAllocation::Happened() noexcept { return state.failed; }
+
+WatchFreedBlocks::WatchFreedBlocks(std::string_view secret) noexcept {
+  state.secret = secret;
+  state.with_secret = 0;
+  state.wiped = 0;
+}
+WatchFreedBlocks::~WatchFreedBlocks() { state.secret = {}; }
+int WatchFreedBlocks::WithSecret() noexcept { return state.with_secret; }
+int WatchFreedBlocks::Wiped() noexcept { return state.wiped; }
+
+}  // namespace tarn::test

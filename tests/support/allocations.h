@@ -1,0 +1,39 @@
+// Sees and steers every operator new and delete of the program that links it. One thread at a time.
+#pragma once
+
+#include <string_view>
+
+namespace tarn::test {
+
+// Number of blocks allocated and not yet freed.
+long LiveAllocations() noexcept;
+
+// During its lifetime the `n`-th allocation (from 1) throws std::bad_alloc, once.
+class FailNthAllocation {
+ public:
+  explicit FailNthAllocation(long n) noexcept;
+  FailNthAllocation(const FailNthAllocation&) = delete;
+  FailNthAllocation& operator=(const FailNthAllocation&) = delete;
+  ~FailNthAllocation();
+
+  // Whether there was an n-th allocation.
+  static bool Happened() noexcept;
+};
+
+// During its lifetime looks through every block as it is freed. `secret`, of 16 bytes or more, is
+// borrowed.
+class WatchFreedBlocks {
+ public:
+  explicit WatchFreedBlocks(std::string_view secret) noexcept;
+  WatchFreedBlocks(const WatchFreedBlocks&) = delete;
+  WatchFreedBlocks& operator=(const WatchFreedBlocks&) = delete;
+  ~WatchFreedBlocks();
+
+  // Blocks that held the secret.
+  static int WithSecret() noexcept;
+
+  // Blocks that began with as many bytes 0xCC as the secret is long.
+  static int Wiped() noexcept;
+};
+
+}  // namespace tarn::test

@@ -1,0 +1,68 @@
+// A platform for tests, linked to the plug-in's objects in the product platform's stead: it answers
+// what the test set, keeps the sequence of all calls and can throw at any one of them.
+#pragma once
+
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "impl_dao/product_interface.h"
+
+// The plug-in's entry function, linked into the test.
+extern "C" impl_dao::CProductInterface* GetProductInterfaceForVESTA() noexcept;
+
+namespace tarn::test {
+
+// What the platform throws when told to.
+class PlatformError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// What one algorithm does to the plain-text output: replaces it by `plain`, then returns `result`.
+struct Deciphering {
+  std::string plain;
+  unsigned int result = 0;
+};
+
+// Answers and record. Not synchronised.
+struct RecordingPlatform {
+  // The settings, the same for every database name.
+  std::string type;
+  std::string user;
+  // If not empty, what every reading of the user after the first gets.
+  std::string later_user;
+  std::string password;
+  std::string host;
+  std::string service;
+  int port = 0;
+
+  Deciphering preferred;
+  Deciphering fallback;
+
+  unsigned int process_id = 0;
+  unsigned int process_handle = 0;
+
+  // Every call in order, as "function(arguments)"; log calls end in the location's
+  // "file:function:line", and decryptEx shows its plain-text argument as it was passed.
+  std::vector<std::string> calls;
+  // Off, the platform allocates nothing of its own.
+  bool recording = true;
+  // Number of the call, counted from 1, that throws PlatformError; 0 for none. decryptEx throws
+  // after it has written its output.
+  int throw_at = 0;
+  int call_count = 0;
+
+  // The last log call's message, as the pointer that was passed.
+  const char* last_message = nullptr;
+  // Where the last decryptEx left the plain text: the output string's bytes.
+  const char* plain_bytes = nullptr;
+};
+
+// The platform of this process.
+RecordingPlatform& Platform();
+
+// Sets everything back and returns it.
+RecordingPlatform& ResetPlatform();
+
+}  // namespace tarn::test
