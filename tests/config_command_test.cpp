@@ -229,6 +229,7 @@ class TerminalProgram {
  public:
   explicit TerminalProgram(std::vector<std::string> command) {
     std::vector<char*> arguments;
+    arguments.reserve(command.size() + 1);
     for (std::string& argument : command) arguments.push_back(argument.data());
     arguments.push_back(nullptr);
     pid_ = forkpty(&terminal_, nullptr, nullptr, nullptr);

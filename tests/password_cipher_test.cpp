@@ -11,6 +11,7 @@
 #include <array>
 #include <filesystem>
 #include <fstream>
+#include <initializer_list>
 #include <iterator>
 #include <optional>
 #include <set>
@@ -84,7 +85,8 @@ TEST(PasswordCipher, GivesBackEveryPassword) {
   const TemporaryFolder folder;
   const CipherKey key = Key(folder);
   // Lengths around the block of the cipher and the group of Base64, and the longest.
-  for (const std::size_t size : {0, 1, 2, 3, 14, 15, 16, 17, 31, 32, 33, 1024}) {
+  for (const std::size_t size :
+       std::initializer_list<std::size_t>{0, 1, 2, 3, 14, 15, 16, 17, 31, 32, 33, 1024}) {
     std::string password(size, '\0');
     for (std::size_t i = 0; i < size; ++i) password[i] = static_cast<char>(i * 37);
     for (const CipherAlgorithm algorithm : kAlgorithms) {

@@ -97,6 +97,7 @@ TEST(LogThreads, LinesStayWhole) {
   constexpr std::size_t kLength = 10000;
   const StandardError log;
   std::vector<std::thread> threads;
+  threads.reserve(kThreads);
   for (int i = 0; i < kThreads; ++i) {
     threads.emplace_back([i] {
       const std::string message(kLength, static_cast<char>('a' + i));
@@ -269,6 +270,7 @@ TEST(SysConfThreads, SeeOneWholeConfigurationOrTheOther) {
   std::atomic<bool> done{false};
   std::atomic<int> strange{0};
   std::vector<std::thread> threads;
+  threads.reserve(kThreads);
   for (int i = 0; i < kThreads; ++i) {
     threads.emplace_back([&] {
       while (!done) {

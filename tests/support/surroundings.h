@@ -60,7 +60,7 @@ class TemporaryFolder {
   // Writes a file over whatever it held; its path.
   std::string Write(const std::string& name, const std::string& content,
                     mode_t mode = S_IRUSR | S_IWUSR) const {
-    const std::string path = Path(name);
+    std::string path = Path(name);
     std::ofstream(path, std::ios::binary) << content;
     chmod(path.c_str(), mode);
     return path;
