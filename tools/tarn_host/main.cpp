@@ -4,8 +4,11 @@
 #include <string>
 
 #include "tarn_host/check_command.h"
+#include "tarn_host/config_command.h"
+#include "tarn_host/encrypt_command.h"
 #include "tarn_host/errors.h"
 #include "tarn_host/exit_code.h"
+#include "tarn_host/keygen_command.h"
 #include "tarn_host/map_command.h"
 #include "tarn_host/normalize_command.h"
 #include "tarn_host/output.h"
@@ -47,6 +50,9 @@ int Run(int argc, char** argv) {
   AddMapCommand(app, exit_code);
   AddShapesCommand(app, exit_code);
   AddCheckCommand(app, exit_code);
+  AddConfigCommand(app, exit_code);
+  AddEncryptCommand(app, exit_code);
+  AddKeygenCommand(app, exit_code);
 
   try {
     app.parse(argc, argv);
