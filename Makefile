@@ -1,0 +1,86 @@
+# A thin front for the CMake presets; see README.md.
+
+BUILD_PACKAGES = g++ cmake ninja-build libboost-dev libboost-regex-dev libace-dev libcli11-dev \
+                 nlohmann-json3-dev libssl-dev
+TEST_PACKAGES  = $(BUILD_PACKAGES) libgtest-dev libgmock-dev binutils clang
+BENCH_PACKAGES = $(BUILD_PACKAGES) libbenchmark-dev
+FUZZ_PACKAGES  = $(BUILD_PACKAGES) clang libclang-rt-14-dev
+LINT_PACKAGES  = $(TEST_PACKAGES) $(BENCH_PACKAGES) clang-format clang-tidy
+
+INSTALL      = @cmake/install-packages.sh
+RELEASE      = build/release
+TARN_HOST    = $(RELEASE)/bin/tarn_host
+FUZZ_SECONDS = 60
+PREFIX       = /usr/local
+
+.PHONY: help run test test-asan-ubsan test-tsan bench fuzz lint format install package clean
+
+help:
+	@echo "make run      build the release plug-in; normalize examples/statements.sql, show a configuration"
+	@echo "make test     build and run all tests (test-asan-ubsan, test-tsan: under sanitizers)"
+	@echo "make bench    time both roads of the normalizer (BENCH_ARGS: Google Benchmark's options)"
+	@echo "make fuzz     run each fuzzer for FUZZ_SECONDS=$(FUZZ_SECONDS)"
+	@echo "make lint     clang-format and clang-tidy; make format rewrites"
+	@echo "make install  install under PREFIX=$(PREFIX); make package makes a .deb"
+
+run: release
+	$(TARN_HOST) normalize --pairs examples/statements.sql
+	@examples/make_sys_conf.sh $(TARN_HOST) $(RELEASE)/run.key examples/sys_conf.json $(RELEASE)/sys_conf.json
+	TARN_SYS_CONF=$(RELEASE)/sys_conf.json TARN_KEY_FILE=$(RELEASE)/run.key \
+	  APP_CONF_FILE=examples/app_conf.json TARN_LOG_LEVEL=off $(TARN_HOST) config orders
+
+.PHONY: release
+release:
+	$(INSTALL) $(BUILD_PACKAGES)
+	cmake --preset release
+	cmake --build --preset release
+
+test:
+	$(INSTALL) $(TEST_PACKAGES)
+	cmake --preset dev
+	cmake --build --preset dev
+	ctest --preset dev
+
+test-asan-ubsan test-tsan: test-%:
+	$(INSTALL) $(TEST_PACKAGES)
+	cmake --preset $*
+	cmake --build --preset $*
+	ctest --preset $*
+
+bench:
+	$(INSTALL) $(BENCH_PACKAGES)
+	cmake --preset bench
+	cmake --build --preset bench
+	build/bench/bin/normalize_bench $(BENCH_ARGS)
+
+fuzz:
+	$(INSTALL) $(FUZZ_PACKAGES)
+	cmake --preset fuzz
+	cmake --build --preset fuzz
+	@mkdir -p build/fuzz/corpus/normalize build/fuzz/corpus/ssl_mode
+	build/fuzz/bin/fuzz_normalize -max_total_time=$(FUZZ_SECONDS) -max_len=512 -dict=fuzz/sql.dict \
+	  -artifact_prefix=build/fuzz/ build/fuzz/corpus/normalize
+	build/fuzz/bin/fuzz_ssl_mode -max_total_time=$(FUZZ_SECONDS) -max_len=256 -dict=fuzz/ssl_mode.dict \
+	  -artifact_prefix=build/fuzz/ build/fuzz/corpus/ssl_mode
+
+SOURCES = $(shell git ls-files '*.cpp' '*.h')
+
+lint:
+	$(INSTALL) $(LINT_PACKAGES)
+	clang-format --dry-run -Werror $(SOURCES)
+	cmake --preset lint
+	run-clang-tidy -quiet -p build/lint
+
+format:
+	$(INSTALL) clang-format
+	clang-format -i $(SOURCES)
+
+install: release
+	cmake --install $(RELEASE) --prefix $(PREFIX)
+
+package: release
+	$(INSTALL) dpkg-dev
+	cd $(RELEASE) && cpack -G DEB
+
+clean:
+	rm -rf build

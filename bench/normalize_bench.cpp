@@ -1,0 +1,177 @@
+// Both roads of the normalizer on the same statements, in one run; and the scanner on growing ones.
+//
+// Prints Google Benchmark's table and then, for each set of statements, what the roads take and how
+// many times as fast the scanner is. Times are the least of several repetitions, and the roads take
+// turns, so that a noisy machine troubles the ratio little. Options are Google Benchmark's own;
+// with
+// --benchmark_out=FILE it writes JSON.
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <map>
+#include <numeric>
+#include <string>
+#include <vector>
+
+#include "sqlnorm/pattern_road.h"
+#include "sqlnorm/scanner_road.h"
+#include "support/growth_families.h"
+#include "tarn_host/statements.h"
+
+namespace {
+
+using Road = std::string (*)(const std::string&);
+
+std::string Patterns(const std::string& sql) { return tarn::sqlnorm::NormalizeByPatterns(sql); }
+std::string Scanner(const std::string& sql) { return tarn::sqlnorm::NormalizeByScanner(sql); }
+
+struct StatementSet {
+  std::string name;
+  std::vector<std::string> statements;
+
+  std::size_t Bytes() const {
+    return std::accumulate(
+        statements.begin(), statements.end(), std::size_t{0},
+        [](std::size_t sum, const std::string& sql) { return sum + sql.size(); });
+  }
+};
+
+std::vector<std::string> ReadExamples() {
+  std::vector<std::string> statements;
+  tarn::host::StatementReader reader(TARN_EXAMPLES "/statements.sql",
+                                     tarn::host::StatementFormat::kSql);
+  tarn::host::StatementBatch batch;
+  while (reader.Read(batch)) {
+    for (std::size_t i = 0; i < batch.Size(); ++i) statements.emplace_back(batch[i]);
+  }
+  return statements;
+}
+
+std::string LongInList() {
+  std::string sql = "select id, name from device where id in (1000";
+  for (int id = 1001; id < 1200; ++id) sql += ", " + std::to_string(id);
+  return sql + ") and state = 1";
+}
+
+std::string ManyRows() {
+  std::string sql = "insert into sample (id, name, value) values (0, 'cpu', 1)";
+  for (int id = 1; id < 50; ++id) sql += ", (" + std::to_string(id) + ", 'cpu', 1)";
+  return sql;
+}
+
+std::vector<StatementSet> Sets() {
+  return {
+      {"examples", ReadExamples()},
+      {"point select", {"select id, name, state from device where id = 4711"}},
+      {"join",
+       {"select t0.id, t1.name from device t0 inner join site t1 on (t0.site_id = t1.id) where "
+        "t0.state = 3 order by t1.name"}},
+      {"insert", {"insert into alarm (id, severity, text) values (1, 3, 'link down')"}},
+      {"multi-row insert", {ManyRows()}},
+      {"long IN list", {LongInList()}},
+      {"decimals", {"update sample set low = 0.25, mean = 19.99, high = 2.5e3 where id = 7"}},
+      {"aliases",
+       {"select t3.a, t7.b, t9.c from x t3, y t7, z t9 where t3.k = t7.k and t7.k = t9.k"}},
+  };
+}
+
+void NormalizeAll(benchmark::State& state, const StatementSet& set, Road road) {
+  for (auto _ : state) {
+    for (const std::string& sql : set.statements) benchmark::DoNotOptimize(road(sql));
+  }
+  state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(set.Bytes()));
+}
+
+void NormalizeGrowing(benchmark::State& state, const tarn::testing::GrowthFamily& family) {
+  const std::string sql = Grow(family, static_cast<std::size_t>(state.range(0)));
+  for (auto _ : state) benchmark::DoNotOptimize(Scanner(sql));
+  state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(sql.size()));
+  state.SetComplexityN(static_cast<benchmark::IterationCount>(sql.size()));
+}
+
+// The console's usual table, and the least time of each benchmark kept.
+class Reporter : public benchmark::ConsoleReporter {
+ public:
+  void ReportRuns(const std::vector<Run>& runs) override {
+    ConsoleReporter::ReportRuns(runs);
+    for (const Run& run : runs) {
+      if (run.run_type != Run::RT_Iteration || run.error_occurred) continue;
+      const double nanoseconds =
+          1e9 * run.real_accumulated_time / static_cast<double>(run.iterations);
+      const auto [entry, is_new] = least_.try_emplace(run.run_name.function_name, nanoseconds);
+      entry->second = std::min(entry->second, nanoseconds);
+    }
+  }
+
+  // Nanoseconds an iteration; 0 for a benchmark that has not run.
+  double Least(const std::string& benchmark) const {
+    const auto found = least_.find(benchmark);
+    return found == least_.end() ? 0 : found->second;
+  }
+
+ private:
+  std::map<std::string, double> least_;
+};
+
+void PrintRatios(const std::vector<StatementSet>& sets, const Reporter& reporter) {
+  std::printf("\n%-18s %10s %14s %14s %14s %8s\n", "", "bytes", "patterns ns", "scanner ns",
+              "scanner MB/s", "ratio");
+  for (const StatementSet& set : sets) {
+    const double patterns = reporter.Least("patterns/" + set.name);
+    const double scanner = reporter.Least("scanner/" + set.name);
+    if (patterns == 0 || scanner == 0) continue;
+    const auto count = static_cast<double>(set.statements.size());
+    const auto bytes = static_cast<double>(set.Bytes());
+    std::printf("%-18s %10.1f %14.1f %14.1f %14.1f %8.1f\n", set.name.c_str(), bytes / count,
+                patterns / count, scanner / count, 1e3 * bytes / scanner, patterns / scanner);
+  }
+  std::printf("(bytes and nanoseconds per statement)\n");
+}
+
+int Run(int argc, char** argv) {
+  benchmark::Initialize(&argc, argv);
+  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 2;
+
+  const std::vector<StatementSet> sets = Sets();
+  constexpr int kRepetitions = 7;
+  constexpr double kSetSeconds = 0.05;
+  for (const StatementSet& set : sets) {
+    for (const auto& [name, road] : {std::pair<const char*, Road>("patterns/", Patterns),
+                                     std::pair<const char*, Road>("scanner/", Scanner)}) {
+      benchmark::RegisterBenchmark((name + set.name).c_str(), NormalizeAll, set, road)
+          ->Repetitions(kRepetitions)
+          ->MinTime(kSetSeconds)
+          ->ReportAggregatesOnly(false);
+    }
+  }
+  constexpr int kShortest = 1 << 10;
+  constexpr int kLongest = 1 << 20;
+  constexpr double kGrowthSeconds = 0.02;
+  for (const tarn::testing::GrowthFamily& family : tarn::testing::kGrowthFamilies) {
+    benchmark::RegisterBenchmark((std::string("growth/") + family.name).c_str(), NormalizeGrowing,
+                                 family)
+        ->RangeMultiplier(4)
+        ->Range(kShortest, kLongest)
+        ->MinTime(kGrowthSeconds)
+        ->Complexity();
+  }
+  Reporter reporter;
+  benchmark::RunSpecifiedBenchmarks(&reporter);
+  PrintRatios(sets, reporter);
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    return Run(argc, argv);
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "normalize_bench: %s\n", error.what());
+    return 2;
+  }
+}
