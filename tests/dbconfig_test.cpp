@@ -166,10 +166,8 @@ TEST_F(Account, IsReadAndDecipheredInOrder) {
 
 // The second attempt gets the output as the first one left it, and its result decides nothing.
 TEST_F(Account, FallsBackToTheSecondAlgorithm) {
-  struct {
-    tarn::test::Deciphering fallback;
-    std::string code;
-  } const cases[] = {{{kLongPassword, 0}, "0"}, {{"garbage", 4294967295U}, "4294967295"}};
+  const std::vector<std::pair<tarn::test::Deciphering, std::string>> cases = {
+      {{kLongPassword, 0}, "0"}, {{"garbage", 4294967295U}, "4294967295"}};
   for (const auto& [fallback, code] : cases) {
     Platform().calls.clear();
     Platform().preferred = {"rest", 77};

@@ -23,9 +23,17 @@ using tarn::test::WatchFreedBlocks;
 constexpr const char* kLongPassword = "correct horse battery staple";
 constexpr const char* kShortPassword = "s3cret-passwd";
 
-bool AllFiller(const char* bytes, std::size_t size) {
-  return std::all_of(bytes, bytes + size, [](char byte) { return byte == '\xCC'; });
+// Bytes of an object that is gone. Inlined, without a call between the end of the object and here.
+__attribute__((always_inline)) inline std::string DeadBytes(const char* bytes, std::size_t size) {
+  std::array<char, 32> seen{};
+  // To the optimiser they are bytes of unknown origin.
+  asm volatile("" : "+r"(bytes) : : "memory");
+  const volatile char* const source = bytes;
+  for (std::size_t i = 0; i < size && i < seen.size(); ++i) seen[i] = source[i];
+  return {seen.data(), std::min(size, seen.size())};
 }
+
+std::string Filler(std::size_t size) { return std::string(size, '\xCC'); }
 
 // A short text lies within the object, whose bytes stay to be seen when it is gone.
 TEST(WipedString, OverwritesAShortTextInPlace) {
@@ -35,9 +43,9 @@ TEST(WipedString, OverwritesAShortTextInPlace) {
   const std::size_t offset = static_cast<std::size_t>(holder->Text().data() - storage.data());
   ASSERT_LT(offset, storage.size());
   std::destroy_at(holder);
-  EXPECT_TRUE(AllFiller(storage.data() + offset, std::strlen(kShortPassword)));
   // Over its length, not beyond.
-  EXPECT_EQ(storage[offset + std::strlen(kShortPassword)], '\0');
+  const std::size_t length = std::strlen(kShortPassword);
+  EXPECT_EQ(DeadBytes(storage.data() + offset, length + 1), Filler(length) + '\0');
 }
 
 TEST(WipedString, OverwritesALongTextBeforeItIsFreed) {
@@ -79,14 +87,10 @@ TEST(GetDBUserAndPassword, LeavesNoShortPasswordOnTheStack) {
   const std::string db_name = "db01";
   std::string user;
   std::string password;
-  std::array<char, 16> seen{};
-  ASSERT_LE(length, seen.size());
-  const volatile char* const* const where = &Platform().plain_bytes;
+  const char* const* const plain_bytes = &Platform().plain_bytes;
   GetProductInterfaceForVESTA()->GetDBUserAndPassword(user, password, db_name);
-  const volatile char* const bytes = *where;
-  for (std::size_t i = 0; i < seen.size() && i < length; ++i) seen[i] = bytes[i];
+  EXPECT_EQ(DeadBytes(*plain_bytes, length), Filler(length));
   EXPECT_EQ(password, kShortPassword);
-  EXPECT_TRUE(AllFiller(seen.data(), length)) << std::string(seen.data(), length);
 }
 
 }  // namespace
