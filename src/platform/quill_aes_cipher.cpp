@@ -12,7 +12,8 @@ unsigned int QuillAESCipher::decryptEx(const std::string& cipherText, std::strin
   try {
     const CipherAlgorithm known = AlgorithmFromIdentifier(algorithm);
     const SecretBytes password = DecryptPassword(cipherText, known, CipherKey::FromEnvironment());
-    plainText.assign(password.begin(), password.end());
+    // Given iterators of another type, assign would make a copy on the way and not wipe it.
+    plainText.assign(reinterpret_cast<const char*>(password.data()), password.size());
     return static_cast<unsigned int>(CipherCode::kSuccess);
   } catch (const CipherError& error) {
     LogProcess::Warn(error.what(), LocationInfo("quill_aes_cipher.cpp", __func__, __LINE__));

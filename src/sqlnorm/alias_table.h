@@ -4,17 +4,18 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <memory>
 #include <string_view>
 #include <unordered_map>
 
 namespace tarn::sqlnorm {
 
-// Numbers the distinct aliases of one text from 1, in order of first appearance. Aliases are compared
-// as texts: "t1" and "t01" are two. The texts are borrowed and must outlive the table.
+// Numbers the distinct aliases of one text from 1, in order of first appearance. Aliases are
+// compared as texts: "t1" and "t01" are two. The texts are borrowed and must outlive the table.
 //
 // The first few short aliases are compared one by one; beyond, a hash table takes over, which
-// allocates for each distinct alias. Its hash is keyed, so that no text written beforehand makes the
-// work grow faster than the text.
+// allocates for each distinct alias. Its hash is keyed, so that no text written beforehand makes
+// the work grow faster than the text.
 class AliasTable {
  public:
   // The number of `alias`, a new one if it has not been seen. At least 8 bytes must be readable at
@@ -40,6 +41,8 @@ class AliasTable {
     std::size_t operator()(std::string_view alias) const noexcept;
   };
 
+  using Many = std::unordered_map<std::string_view, std::uint32_t, KeyedHash>;
+
   // The text as a number; an alias holds no NUL byte, so no two are the same.
   static std::uint64_t Key(std::string_view alias) noexcept {
     std::uint64_t key = 0;
@@ -54,7 +57,7 @@ class AliasTable {
   std::array<std::uint32_t, kFew> few_numbers_;
   std::uint32_t few_count_ = 0;
   std::uint32_t count_ = 0;
-  std::unordered_map<std::string_view, std::uint32_t, KeyedHash> many_;
+  std::unique_ptr<Many> many_;
 };
 
 }  // namespace tarn::sqlnorm

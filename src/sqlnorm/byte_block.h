@@ -20,8 +20,8 @@ inline ByteBlock LoadBlock(const char* p) noexcept {
   return block;
 }
 
-// The first place at or after `p` that `match` marks, or `end`. match(q) looks at the sixteen places
-// from q on, which may lie in the padding, and returns a ByteBlock.
+// The first place at or after `p` that `match` marks, or `end`. match(q) looks at the sixteen
+// places from q on, which may lie in the padding, and returns a ByteBlock.
 template <typename Match>
 const char* FindByBlock(const char* p, const char* end, Match match) noexcept {
   static_assert(std::endian::native == std::endian::little, "the first byte is the lowest");

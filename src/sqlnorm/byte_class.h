@@ -7,9 +7,9 @@ namespace tarn::sqlnorm {
 
 // What a byte is to the scanner, under the classic locale. Every byte has exactly one class.
 enum class ByteClass : unsigned char {
+  kLetter,  // A-Z, a-z and the underscore
+  kDigit,   // 0-9
   kOther,
-  kLetter,       // A-Z, a-z and the underscore
-  kDigit,        // 0-9
   kSpace,        // space, \t, \n, \v, \f, \r
   kParenthesis,  // ( )
   kComma,
@@ -21,6 +21,7 @@ namespace internal {
 
 constexpr std::array<ByteClass, 256> MakeByteClasses() {
   std::array<ByteClass, 256> classes{};
+  classes.fill(ByteClass::kOther);
   for (unsigned char c = 'a'; c <= 'z'; ++c) classes[c] = ByteClass::kLetter;
   for (unsigned char c = 'A'; c <= 'Z'; ++c) classes[c] = ByteClass::kLetter;
   for (unsigned char c = '0'; c <= '9'; ++c) classes[c] = ByteClass::kDigit;
@@ -42,10 +43,7 @@ constexpr ByteClass ClassOf(char c) noexcept {
 }
 constexpr bool IsDigit(char c) noexcept { return static_cast<unsigned char>(c - '0') < 10; }
 constexpr bool IsSpace(char c) noexcept { return ClassOf(c) == ByteClass::kSpace; }
-constexpr bool IsWord(char c) noexcept {
-  const ByteClass byte_class = ClassOf(c);
-  return byte_class == ByteClass::kLetter || byte_class == ByteClass::kDigit;
-}
+constexpr bool IsWord(char c) noexcept { return ClassOf(c) <= ByteClass::kDigit; }
 
 // The scanner's texts are followed by this many bytes that may be read, all NUL. NUL is in no class
 // that a run is made of, so a run ends there at the latest, and whole machine words can be loaded

@@ -5,10 +5,15 @@
 
 #include "entry/product_interface_tarn.h"
 #include "sqlnorm/pattern_road.h"
+#include "sqlnorm/scanner_road.h"
 
 namespace tarn::sqlnorm {
 
-std::string NormalizeSQLText(const std::string& sql) { return NormalizeByPatterns(sql); }
+Road RoadTaken() noexcept { return PatternsSawClassicClasses() ? Road::kScanner : Road::kPatterns; }
+
+std::string NormalizeSQLText(const std::string& sql) {
+  return RoadTaken() == Road::kScanner ? NormalizeByScanner(sql) : NormalizeByPatterns(sql);
+}
 
 }  // namespace tarn::sqlnorm
 

@@ -5,6 +5,8 @@
 #include <boost/regex.hpp>
 #include <cstddef>
 #include <ios>
+#include <limits>
+#include <locale>
 #include <sstream>
 #include <string>
 #include <utility>
@@ -74,6 +76,26 @@ const std::array<boost::regex, PatternCount> NormalizerPatterns{{
     boost::regex(R"(\s*\Z)", perl),
 }};
 
+bool ClassesAreClassic(const std::locale& locale) {
+  boost::regex_traits<char> seen;
+  boost::regex_traits<char> classic;
+  seen.imbue(locale);
+  classic.imbue(std::locale::classic());
+  for (int byte = 0; byte <= std::numeric_limits<unsigned char>::max(); ++byte) {
+    const char c = static_cast<char>(byte);
+    if (seen.translate_nocase(c) != classic.translate_nocase(c)) return false;
+    for (const char* name : {"w", "s", "d"}) {
+      if (seen.isctype(c, seen.lookup_classname(name, name + 1)) !=
+          classic.isctype(c, classic.lookup_classname(name, name + 1))) {
+        return false;
+      }
+    }
+  }
+  return true;
+}
+
+const bool classes_are_classic = ClassesAreClassic(NormalizerPatterns[0].getloc());
+
 // The text that the steps rewrite, and the number that the next alias gets.
 struct WorkingText {
   std::string text;
@@ -86,8 +108,8 @@ template <typename Print>
 void ReprintMatches(std::string& text, const boost::regex& pattern, Print print) {
   const std::string snapshot = text;
   const boost::sregex_token_iterator end;
-  for (boost::sregex_token_iterator match(snapshot.begin(), snapshot.end(), pattern, 0); match != end;
-       ++match) {
+  for (boost::sregex_token_iterator match(snapshot.begin(), snapshot.end(), pattern, 0);
+       match != end; ++match) {
     const auto from_end = static_cast<std::size_t>(snapshot.end() - match->first);
     const auto length = static_cast<std::size_t>(match->length());
     text.replace(text.size() - from_end, length, print(match->str()));
@@ -95,10 +117,10 @@ void ReprintMatches(std::string& text, const boost::regex& pattern, Print print)
 }
 
 void ReprintDecimalLiterals(WorkingText& working) {
-  ReprintMatches(working.text, NormalizerPatterns[DecimalLiteralPattern],
-                 [](const std::string& literal_text) {
-                   return boost::lexical_cast<std::string>(boost::lexical_cast<double>(literal_text));
-                 });
+  ReprintMatches(
+      working.text, NormalizerPatterns[DecimalLiteralPattern], [](const std::string& literal_text) {
+        return boost::lexical_cast<std::string>(boost::lexical_cast<double>(literal_text));
+      });
 }
 
 void ReprintHexLiterals(WorkingText& working) {
@@ -117,8 +139,8 @@ void ReprintHexLiterals(WorkingText& working) {
                  });
 }
 
-// Numbers the aliases by first appearance. A canonical name never looks like an alias, since the "t"
-// in it follows a word character, so each round removes one alias for good.
+// Numbers the aliases by first appearance. A canonical name never looks like an alias, since the
+// "t" in it follows a word character, so each round removes one alias for good.
 void NumberAliases(WorkingText& working) {
   boost::smatch match;
   while (boost::regex_search(working.text, match, NormalizerPatterns[TableAliasPattern])) {
@@ -171,11 +193,14 @@ void Apply(const Step& step, WorkingText& working) {
   if (step.rewrite != nullptr) {
     step.rewrite(working);
   } else {
-    working.text = boost::regex_replace(working.text, NormalizerPatterns[step.pattern], step.format);
+    working.text =
+        boost::regex_replace(working.text, NormalizerPatterns[step.pattern], step.format);
   }
 }
 
 }  // namespace
+
+bool PatternsSawClassicClasses() noexcept { return classes_are_classic; }
 
 std::string NormalizeByPatterns(const std::string& sql, StepObserver* observer) {
   return RunSteps(sql, 1, kStepCount, observer);

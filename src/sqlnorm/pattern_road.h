@@ -23,12 +23,17 @@ class StepObserver {
 //
 // Throws boost::bad_lexical_cast for a decimal literal beyond the range of double,
 // std::runtime_error when Boost.Regex exceeds its limits on complexity or backtracking memory,
-// std::bad_alloc, and what the observer throws. Decimal literals are read under the process's global
-// C++ locale and printed under LC_NUMERIC. Thread-safe.
+// std::bad_alloc, and what the observer throws. Decimal literals are read under the process's
+// global C++ locale and printed under LC_NUMERIC. Thread-safe.
 std::string NormalizeByPatterns(const std::string& sql, StepObserver* observer = nullptr);
 
 // The same for the steps `first` to `last` alone (1 <= first <= last <= kStepCount), on a text that
 // stands for the output of the step before `first`.
 std::string RunSteps(std::string text, int first, int last, StepObserver* observer = nullptr);
+
+// Whether every byte was, to the patterns when they were compiled, a word character, a space or a
+// digit just as it is under the classic locale, with the same lower case. Constant once the library
+// is loaded.
+bool PatternsSawClassicClasses() noexcept;
 
 }  // namespace tarn::sqlnorm

@@ -127,8 +127,8 @@ class Compaction {
   }
   void DropTo(const char* p) noexcept { pending_ = p; }
 
-  // Keeps up to `p` and puts `inserted` before that part. At least as much must have been dropped, or
-  // be dropped next.
+  // Keeps up to `p` and puts `inserted` before that part. At least as much must have been dropped,
+  // or be dropped next.
   void InsertAndKeepTo(std::string_view inserted, const char* p) noexcept {
     char* const begin = out_;
     out_ += inserted.size();

@@ -1,72 +1,34 @@
 #include "sqlnorm/scan_literals.h"
 
 #include <algorithm>
-#include <boost/lexical_cast/bad_lexical_cast.hpp>
-#include <boost/throw_exception.hpp>
 #include <charconv>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <string>
 #include <string_view>
-#include <system_error>
 
 #include "sqlnorm/byte_block.h"
 #include "sqlnorm/byte_class.h"
+#include "sqlnorm/decimal_literal.h"
 
 namespace tarn::sqlnorm {
 namespace {
 
-// "2.2250738585072014e-308" and the like need 23.
-constexpr std::size_t kLongestPrintedLiteral = 32;
-constexpr std::size_t kRoomForLiteral = kLongestPrintedLiteral + kPadding;
+constexpr std::size_t kRoomForLiteral = kLongestPrintedDecimal + kPadding;
 
 constexpr bool IsHexDigit(char c) noexcept {
   return IsDigit(c) || static_cast<unsigned char>((c | 0x20) - 'a') < 6;
 }
 
-// Whether a decimal literal that std::from_chars refuses is too small rather than too large for a
-// double: whether its first digit other than 0 stands for less than one.
-bool IsTooSmall(std::string_view literal) noexcept {
-  const std::size_t exponent_mark = literal.find_first_of("eE");
-  const std::string_view mantissa = literal.substr(0, exponent_mark);
-  const std::size_t dot = mantissa.find('.');
-  const std::size_t first = mantissa.find_first_not_of("0.");
-  const auto digits_before_dot = static_cast<std::int64_t>(dot) - static_cast<std::int64_t>(first);
-  if (exponent_mark == std::string_view::npos) return digits_before_dot < 0;
-  const char sign = literal[exponent_mark + 1];
-  std::int64_t exponent = 0;
-  const std::size_t digits = exponent_mark + (sign == '+' || sign == '-' ? 2 : 1);
-  const auto parsed =
-      std::from_chars(literal.data() + digits, literal.data() + literal.size(), exponent);
-  // More digits than fit: larger than any mantissa can make up for.
-  if (parsed.ec != std::errc()) return sign == '-';
-  return digits_before_dot + (sign == '-' ? -exponent : exponent) < 0;
-}
-
-double ParseDecimal(std::string_view literal) {
-  double value = 0;
-  const auto parsed = std::from_chars(literal.data(), literal.data() + literal.size(), value);
-  if (parsed.ec == std::errc()) return value;
-  if (IsTooSmall(literal)) return 0;
-  boost::throw_exception(boost::bad_lexical_cast(typeid(std::string), typeid(double)));
-}
-
-char* PrintDecimal(std::string_view literal, char* out) {
-  constexpr int kPrecision = 17;
-  return std::to_chars(out, out + kLongestPrintedLiteral, ParseDecimal(literal),
-                       std::chars_format::general, kPrecision)
-      .ptr;
-}
-
 char* PrintHex(std::string_view literal, char* out) noexcept {
   std::uint32_t value = 0;
   std::from_chars(literal.data() + 2, literal.data() + literal.size(), value, 16);
-  return std::to_chars(out, out + kLongestPrintedLiteral, value).ptr;
+  return std::to_chars(out, out + kLongestPrintedDecimal, value).ptr;
 }
 
 // The Match functions are given the character that gives a literal away, and for a decimal `from`,
-// where the text begins that no earlier literal has taken. The text is padded. Null begin: no literal.
+// where the text begins that no earlier literal has taken. The text is padded. Null begin: no
+// literal.
 struct Literal {
   const char* begin = nullptr;
   const char* end = nullptr;
@@ -83,7 +45,7 @@ const char* SkipExponent(const char* p) noexcept {
 Literal MatchDecimal(const char* from, const char* text, const char* dot) noexcept {
   const char* begin = dot;
   while (begin != from && IsDigit(begin[-1])) --begin;
-  if (begin == dot || (begin != text && IsWord(begin[-1]))) return {};
+  if (begin == dot || !IsDigit(dot[1]) || (begin != text && IsWord(begin[-1]))) return {};
   const char* const end = SkipExponent(SkipDigits(dot + 1));
   return IsWord(*end) ? Literal{} : Literal{begin, end};
 }
@@ -92,23 +54,22 @@ Literal MatchDecimal(const char* from, const char* text, const char* dot) noexce
 Literal MatchHex(const char* text, const char* x) noexcept {
   constexpr std::ptrdiff_t kMostDigits = 8;
   const char* const begin = x - 1;
-  if (begin != text && IsWord(begin[-1])) return {};
+  if (*begin != '0' || (begin != text && IsWord(begin[-1]))) return {};
   const char* end = x + 1;
   while (IsHexDigit(*end)) ++end;
   const std::ptrdiff_t digits = end - (x + 1);
   return digits == 0 || digits > kMostDigits || IsWord(*end) ? Literal{} : Literal{begin, end};
 }
 
-// The first digit at or after `p` that a literal may hang on: one before a dot and another digit, or a
-// 0 before an x. `end` if there is none.
+// The first place at or after `p` that a literal may hang on: a digit before a dot and another
+// digit, or before an x. `end` if there is none. Digits are told by their upper half, which they
+// share with : ; < = > and ?; the Match functions look closer.
 const char* FindCandidate(const char* p, const char* end) noexcept {
   return FindByBlock(p, end, [](const char* q) noexcept -> ByteBlock {
-    const ByteBlock block = LoadBlock(q);
+    const auto is_digit = [](ByteBlock block) { return (block & 0xF0) == 0x30; };
     const ByteBlock next = LoadBlock(q + 1);
-    const ByteBlock after_next = LoadBlock(q + 2);
-    const auto is_digit = [](ByteBlock b) { return (b - '0') < 10; };
-    return (is_digit(block) & (next == '.') & is_digit(after_next)) |
-           ((block == '0') & ((next | 0x20) == 'x'));
+    return is_digit(LoadBlock(q)) &
+           (((next == '.') & is_digit(LoadBlock(q + 2))) | ((next | 0x20) == 'x'));
   });
 }
 
@@ -140,7 +101,7 @@ std::size_t CanonicalizeLiterals(WorkingBuffer& working, std::size_t length) {
       out = std::copy(from, literal.begin, out);
       const std::string_view literal_text(literal.begin,
                                           static_cast<std::size_t>(literal.end - literal.begin));
-      out = decimal ? PrintDecimal(literal_text, out) : PrintHex(literal_text, out);
+      out = decimal ? ReprintDecimal(literal_text, out) : PrintHex(literal_text, out);
       from = literal.end;
     }
     p = FindCandidate(std::max(p + 1, from), end);

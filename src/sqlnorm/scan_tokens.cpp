@@ -1,5 +1,6 @@
 #include "sqlnorm/scan_tokens.h"
 
+#include <array>
 #include <charconv>
 #include <cstddef>
 #include <cstdint>
@@ -38,14 +39,14 @@ bool IsTokenAt(const char* p) noexcept {
   }
 }
 
-// Whether, once tokens are spaced and runs of spaces are one blank, a blank follows `p`, which is just
-// after a dot.
+// Whether, once tokens are spaced and runs of spaces are one blank, a blank follows `p`, which is
+// just after a dot.
 bool IsBlankAfter(const char* p) noexcept {
   const char* const next = SkipSpaces(p);
   return IsTokenAt(next) || next - p > 1 || (next - p == 1 && *p == ' ');
 }
 
-// The seven keywords, by their bytes in a machine word.
+// The first bytes of a word, the first one lowest.
 constexpr std::uint64_t Packed(std::string_view word) noexcept {
   std::uint64_t packed = 0;
   for (std::size_t i = 0; i < word.size(); ++i) {
@@ -55,31 +56,42 @@ constexpr std::uint64_t Packed(std::string_view word) noexcept {
 }
 
 constexpr std::uint64_t kFoldCase = 0x2020202020202020;
+constexpr std::size_t kLetterMask = 0x1F;  // what tells letters of either case apart
+constexpr std::size_t kShortestKeyword = 4;
+constexpr std::size_t kLongestKeyword = 6;
 constexpr std::uint64_t kInsert = Packed("insert");
 constexpr std::uint64_t kDelete = Packed("delete");
+constexpr std::uint64_t kFrom = Packed("from");
+constexpr std::uint64_t kInto = Packed("into");
 
-// Whether a word, packed in lower case, is one of the keywords.
-constexpr bool IsKeyword(std::uint64_t lower) noexcept {
-  return lower == Packed("from") || lower == Packed("where") || lower == Packed("select") ||
-         lower == Packed("update") || lower == Packed("values") || lower == kInsert ||
-         lower == kDelete;
-}
+// The words that are written in capitals, by their initials, which all differ.
+constexpr std::array<std::uint64_t, kLetterMask + 1> kKeywords = [] {
+  std::array<std::uint64_t, kLetterMask + 1> keywords{};
+  for (const std::uint64_t keyword : {kInsert, kDelete, Packed("select"), kFrom, Packed("update"),
+                                      Packed("where"), Packed("values")}) {
+    keywords[keyword & kLetterMask] = keyword;
+  }
+  return keywords;
+}();
 
-std::uint64_t Load(const char* p) noexcept {
+// The word of 1 to 8 bytes at `p`, packed, its letters in lower case.
+std::uint64_t Lower(const char* p, std::size_t length) noexcept {
   std::uint64_t bytes = 0;
   std::memcpy(&bytes, p, sizeof bytes);
-  return bytes;
+  return (bytes | kFoldCase) & (~std::uint64_t{0} >> (64 - 8 * length));
 }
 
-// Copies `length` bytes, and up to 15 more than asked.
-char* CopyLoosely(const char* from, std::size_t length, char* out) noexcept {
-  constexpr std::size_t kBlock = 16;
-  std::size_t copied = 0;
-  do {
-    std::memcpy(out + copied, from + copied, kBlock);
-    copied += kBlock;
-  } while (copied < length);
-  return out + length;
+// Copies the bytes from `from` to `end`, at least one, and up to 15 more. Returns the end of the
+// copy.
+char* CopyLoosely(const char* from, const char* end, char* out) noexcept {
+  constexpr std::ptrdiff_t kBlock = 16;
+  char* const out_end = out + (end - from);
+  for (;;) {
+    std::memcpy(out, from, kBlock);
+    from += kBlock;
+    if (from >= end) return out_end;
+    out += kBlock;
+  }
 }
 
 // Reads tokens and writes them spaced. The members change with every byte: the scanner is a local
@@ -95,21 +107,19 @@ class TokenScanner {
 
   // Returns the end of the text written.
   char* Run() {
+    FollowOther();
     while (in_ != end_) {
-      const ByteClass byte_class = ClassOf(*in_);
-      if (byte_class == ByteClass::kLetter || byte_class == ByteClass::kDigit) {
-        TakeName();
-        continue;
-      }
-      switch (byte_class) {
+      switch (ClassOf(*in_)) {
         case ByteClass::kLetter:
         case ByteClass::kDigit:
+          TakeName();
           break;
         case ByteClass::kSpace:
-          TakeSpaces();
+          in_ = SkipSpaces(in_);
           break;
         case ByteClass::kParenthesis:
-          TakeToken(1);
+          *out_++ = *in_++;
+          FollowToken();
           break;
         case ByteClass::kComma:
           TakeComma();
@@ -119,13 +129,15 @@ class TokenScanner {
           break;
         case ByteClass::kAngle:
           if (IsTwoCharacterOperator(in_)) {
-            TakeToken(2);
-          } else {
-            TakeOther();
+            *out_++ = *in_++;
+            *out_++ = *in_++;
+            FollowToken();
+            break;
           }
-          break;
+          [[fallthrough]];
         case ByteClass::kOther:
-          TakeOther();
+          *out_++ = *in_++;
+          FollowOther();
           break;
       }
     }
@@ -133,119 +145,101 @@ class TokenScanner {
   }
 
  private:
-  // A character that is no token keeps its place.
-  void TakeOther() noexcept {
-    *out_++ = *in_++;
-    glued_ = false;
-  }
-
-  // Spaces next to a token are the token's affair; what stands between two other characters stays,
-  // as one blank if it is a run.
-  void TakeSpaces() noexcept {
-    const char* const run = in_;
-    in_ = SkipSpaces(in_);
-    if (glued_ || IsTokenAt(in_)) return;
-    *out_++ = in_ - run == 1 ? *run : ' ';
-  }
-
-  void BeginToken() noexcept {
-    *out_ = ' ';
-    out_ += glued_ ? 0 : 1;
-  }
-
-  void EndToken() noexcept {
+  // Whatever follows a token, a blank does first, and the spaces that stood there go.
+  void FollowToken() noexcept {
     *out_++ = ' ';
-    in_ += *in_ == ' ' ? 1 : 0;
-    glued_ = true;
+    if (*in_ == ' ') ++in_;
   }
 
-  void TakeToken(std::size_t length) noexcept {
-    BeginToken();
-    for (; length != 0; --length) *out_++ = *in_++;
-    EndToken();
+  // Behind a character that is no token, or at the start: a blank if a token follows; otherwise the
+  // spaces that stand there, as one blank if there are several.
+  void FollowOther() noexcept {
+    const char* const spaces = in_;
+    in_ = SkipSpaces(in_);
+    if (IsTokenAt(in_)) {
+      *out_++ = ' ';
+    } else if (in_ != spaces) {
+      *out_++ = in_ - spaces == 1 ? *spaces : ' ';
+    }
   }
 
   // A comma between two blanks is attached to what precedes it, unless the first of them is the
   // blank behind another attached comma.
   void TakeComma() noexcept {
-    BeginToken();
     const bool attach = out_[-1] == ' ' && out_ - begin_ != attached_;
-    out_ -= attach ? 1 : 0;
+    if (attach) --out_;
     *out_++ = *in_++;
-    EndToken();
+    FollowToken();
     if (attach) attached_ = out_ - begin_;
   }
 
   // One or two dots between two blanks are joined to both sides.
   void TakeDots() noexcept {
-    const char* after = in_ + 1;
-    while (*after == '.') ++after;
-    if (after - in_ <= 2 && out_ != begin_ && out_[-1] == ' ' && IsBlankAfter(after)) {
-      if (out_ - begin_ == attached_) {
+    const char* const dots = in_;
+    do ++in_;
+    while (*in_ == '.');
+    const std::ptrdiff_t count = in_ - dots;
+    const bool join = count <= 2 && out_ != begin_ && out_[-1] == ' ' && IsBlankAfter(in_);
+    if (join) {
+      --out_;
+      if (out_ + 1 - begin_ == attached_) {
         // The blank was the comma's before it was the dot's: the comma is not attached after all.
-        out_[-2] = ' ';
-        out_[-1] = ',';
-      } else {
-        --out_;
+        out_[-1] = ' ';
+        *out_++ = ',';
       }
-      do *out_++ = *in_++;
-      while (in_ != after);
-      in_ = SkipSpaces(after);
-      glued_ = true;
+    }
+    std::memset(out_, '.', static_cast<std::size_t>(count));
+    out_ += count;
+    if (join) {
+      in_ = SkipSpaces(in_);
     } else {
-      do *out_++ = *in_++;
-      while (in_ != after);
-      glued_ = false;
+      FollowOther();
     }
   }
 
   // A word, or several directly joined by single dots.
   void TakeName() {
-    BeginToken();
     for (;;) {
       TakeWord();
       if (*in_ != '.' || !IsWord(in_[1])) break;
       *out_++ = *in_++;
     }
-    EndToken();
+    FollowToken();
   }
 
   void TakeWord() {
     if (IsDigit(*in_)) {
-      const char* const digits_end = SkipDigits(in_ + 1);
-      out_ = CopyLoosely(in_, static_cast<std::size_t>(digits_end - in_), out_);
-      in_ = digits_end;
+      const char* const digits = in_;
+      in_ = SkipDigits(in_ + 1);
+      out_ = CopyLoosely(digits, in_, out_);
       if (!IsWord(*in_)) return;
       *out_++ = ' ';
     }
-    const char* const word_end = SkipWord(in_ + 1);
-    const auto length = static_cast<std::size_t>(word_end - in_);
-    if (*in_ == 't' && IsDigit(in_[1]) && SkipDigits(in_ + 2) == word_end) {
-      WriteAlias(aliases_.NumberOf({in_, length}));
-      in_ = word_end;
+    const char* const word = in_;
+    in_ = SkipWord(in_ + 1);
+    const auto length = static_cast<std::size_t>(in_ - word);
+    if (*word == 't' && IsDigit(word[1]) && SkipDigits(word + 2) == in_) {
+      WriteAlias(aliases_.NumberOf({word, length}));
       return;
     }
-    constexpr std::size_t kShortestKeyword = 4;
-    constexpr std::size_t kLongestKeyword = 6;
     if (length - kShortestKeyword <= kLongestKeyword - kShortestKeyword) {
-      const std::uint64_t lower = (Load(in_) | kFoldCase) & (~std::uint64_t{0} >> (64 - 8 * length));
-      if (IsKeyword(lower)) {
-        const std::uint64_t upper = lower & ~kFoldCase;
-        std::memcpy(out_, &upper, sizeof upper);
-        out_ += length;
-        in_ = word_end;
-        if (lower == kInsert) SkipFollowingWord("into");
-        if (lower == kDelete) SkipFollowingWord("from");
+      const std::uint64_t lower = Lower(word, length);
+      if (lower == kKeywords[lower & kLetterMask]) {
+        TakeKeyword(lower, length);
         return;
       }
     }
-    out_ = CopyLoosely(in_, length, out_);
-    in_ = word_end;
+    out_ = CopyLoosely(word, in_, out_);
   }
 
-  void SkipFollowingWord(const char (&lower)[5]) noexcept {
-    const char* const word = SkipSpaces(in_);
-    if (StandsAt(word, lower) && !IsWord(word[4])) in_ = word + 4;
+  void TakeKeyword(std::uint64_t lower, std::size_t length) noexcept {
+    const std::uint64_t upper = lower & ~kFoldCase;
+    std::memcpy(out_, &upper, sizeof upper);
+    out_ += length;
+    if (lower != kInsert && lower != kDelete) return;
+    // INTO behind INSERT and FROM behind DELETE go.
+    const char* const next = SkipSpaces(in_);
+    if (Lower(next, 4) == (lower == kInsert ? kInto : kFrom) && !IsWord(next[4])) in_ = next + 4;
   }
 
   void WriteAlias(std::uint32_t number) {
@@ -271,8 +265,6 @@ class TokenScanner {
   AliasTable& aliases_;
   char* begin_;
   char* out_;
-  // The next token needs no blank before it: there is one, or a joined dot has taken it.
-  bool glued_ = false;
   // Where the blank behind the comma that was attached last ends.
   std::ptrdiff_t attached_ = 0;
 };

@@ -35,6 +35,14 @@ void* Allocate(std::size_t size) {
   return block;
 }
 
+void* AllocateOrNull(std::size_t size) noexcept {
+  try {
+    return Allocate(size);
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
+}
+
 void Free(void* block) noexcept {
   if (block == nullptr) return;
   --state.live;
@@ -54,6 +62,12 @@ void Free(void* block) noexcept {
 
 void* operator new(std::size_t size) { return Allocate(size); }
 void* operator new[](std::size_t size) { return Allocate(size); }
+void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
+  return AllocateOrNull(size);
+}
+void* operator new[](std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
+  return AllocateOrNull(size);
+}
 void operator delete(void* block) noexcept { Free(block); }
 void operator delete[](void* block) noexcept { Free(block); }
 void operator delete(void* block, std::size_t /*size*/) noexcept { Free(block); }

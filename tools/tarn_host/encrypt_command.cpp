@@ -99,7 +99,7 @@ void AddEncryptCommand(CLI::App& app, int& exit_code) {
       ->add_option("--algorithm", options->algorithm,
                    "aes-256-gcm (19, the default) or aes-128-ecb (18)")
       ->check(CLI::IsMember({"aes-256-gcm", "19", "aes-128-ecb", "18"}))
-      ->type_name("NAME");
+      ->option_text("NAME");
   command
       ->add_option("--key", options->key_file,
                    "Key file; the one that TARN_KEY_FILE names if not given")
