@@ -25,7 +25,7 @@ bool IsBlank(char c) noexcept { return c == ' ' || (c >= '\t' && c <= '\r'); }
 // The bytes at which reading SQL outside quotes and comments has to stop and look.
 constexpr std::array<bool, 256> kSqlStops = [] {
   std::array<bool, 256> stops{};
-  for (const unsigned char c : std::string_view(";'\"`-/")) stops[c] = true;
+  for (const char c : std::string_view(";'\"`-/")) stops[static_cast<unsigned char>(c)] = true;
   return stops;
 }();
 

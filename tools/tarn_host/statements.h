@@ -97,6 +97,8 @@ class StatementReader {
   // Opens `file` as Input does. `waiter`, if any, is asked before every read. Throws InputError, as
   // Read does.
   StatementReader(const std::string& file, StatementFormat format, InputWaiter* waiter = nullptr);
+  StatementReader(const StatementReader&) = delete;
+  StatementReader& operator=(const StatementReader&) = delete;
   ~StatementReader();
 
   // Replaces `batch` by the next statements, at least one; false when there are no more. Returns as
