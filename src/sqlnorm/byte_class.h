@@ -9,8 +9,8 @@ namespace tarn::sqlnorm {
 enum class ByteClass : unsigned char {
   kLetter,  // A-Z, a-z and the underscore
   kDigit,   // 0-9
+  kSpace,   // space, \t, \n, \v, \f, \r
   kOther,
-  kSpace,        // space, \t, \n, \v, \f, \r
   kParenthesis,  // ( )
   kComma,
   kDot,

@@ -1,6 +1,8 @@
 #include "sqlnorm/scan_tokens.h"
 
+#include <algorithm>
 #include <array>
+#include <bit>
 #include <charconv>
 #include <cstddef>
 #include <cstdint>
@@ -18,8 +20,10 @@ namespace {
 constexpr std::string_view kAliasStem = "____t";
 constexpr std::string_view kFirstAlias = "____t1";
 
-// Room for one canonical name and what a copy may write beyond its word.
-constexpr std::size_t kRoomForWord = 48;
+// Room behind the text written: for what the search for a name reads there, and besides for one
+// name and what a copy may write beyond its word.
+constexpr std::size_t kSearchPadding = 32;
+constexpr std::size_t kRoomForWord = kSearchPadding + 48;
 
 bool IsTwoCharacterOperator(const char* p) noexcept {
   return p[1] == '=' ? ClassOf(*p) == ByteClass::kAngle : (*p == '<' && p[1] == '>');
@@ -57,29 +61,28 @@ constexpr std::uint64_t Packed(std::string_view word) noexcept {
 
 constexpr std::uint64_t kFoldCase = 0x2020202020202020;
 constexpr std::size_t kLetterMask = 0x1F;  // what tells letters of either case apart
-constexpr std::size_t kShortestKeyword = 4;
-constexpr std::size_t kLongestKeyword = 6;
 constexpr std::uint64_t kInsert = Packed("insert");
 constexpr std::uint64_t kDelete = Packed("delete");
-constexpr std::uint64_t kFrom = Packed("from");
-constexpr std::uint64_t kInto = Packed("into");
 
 // The words that are written in capitals, by their initials, which all differ.
 constexpr std::array<std::uint64_t, kLetterMask + 1> kKeywords = [] {
   std::array<std::uint64_t, kLetterMask + 1> keywords{};
-  for (const std::uint64_t keyword : {kInsert, kDelete, Packed("select"), kFrom, Packed("update"),
-                                      Packed("where"), Packed("values")}) {
+  for (const std::uint64_t keyword : {kInsert, kDelete, Packed("select"), Packed("from"),
+                                      Packed("update"), Packed("where"), Packed("values")}) {
     keywords[keyword & kLetterMask] = keyword;
   }
   return keywords;
 }();
 
-// The word of 1 to 8 bytes at `p`, packed, its letters in lower case.
-std::uint64_t Lower(const char* p, std::size_t length) noexcept {
-  std::uint64_t bytes = 0;
-  std::memcpy(&bytes, p, sizeof bytes);
-  return (bytes | kFoldCase) & (~std::uint64_t{0} >> (64 - 8 * length));
-}
+// The initials of those that swallow a word behind them, as bits.
+constexpr std::uint32_t kSwallowing = 1U << (kInsert & kLetterMask) | 1U << (kDelete & kLetterMask);
+
+// Masks of the lowest bytes, by their number.
+constexpr std::array<std::uint64_t, sizeof(std::uint64_t) + 1> kLowestBytes = [] {
+  std::array<std::uint64_t, sizeof(std::uint64_t) + 1> masks{};
+  for (std::size_t i = 1; i < masks.size(); ++i) masks[i] = masks[i - 1] << 8 | 0xFF;
+  return masks;
+}();
 
 // Copies the bytes from `from` to `end`, at least one, and up to 15 more. Returns the end of the
 // copy.
@@ -94,8 +97,13 @@ char* CopyLoosely(const char* from, const char* end, char* out) noexcept {
   }
 }
 
-// Reads tokens and writes them spaced. The members change with every byte: the scanner is a local
-// object that is inlined as a whole, so that they live in registers.
+// Reads a text's elements, words and other characters, and writes them spaced: a token is followed
+// by a blank, and by a blank only. The text is classified 64 bytes at a time; where elements begin
+// and end is then read off bits, so that neither the length of words nor that of spaces costs a
+// branch that can't be predicted.
+//
+// The members change with every element: the scanner is a local object that is inlined as a whole,
+// so that they live in registers.
 class TokenScanner {
  public:
   TokenScanner(const char* text, std::size_t length, OutputBuffer& output, AliasTable& aliases)
@@ -107,139 +115,161 @@ class TokenScanner {
 
   // Returns the end of the text written.
   char* Run() {
-    FollowOther();
-    while (in_ != end_) {
-      switch (ClassOf(*in_)) {
-        case ByteClass::kLetter:
-        case ByteClass::kDigit:
-          TakeName();
-          break;
-        case ByteClass::kSpace:
-          in_ = SkipSpaces(in_);
-          break;
-        case ByteClass::kParenthesis:
-          *out_++ = *in_++;
-          FollowToken();
-          break;
-        case ByteClass::kComma:
-          TakeComma();
-          break;
-        case ByteClass::kDot:
-          TakeDots();
-          break;
-        case ByteClass::kAngle:
-          if (IsTwoCharacterOperator(in_)) {
-            *out_++ = *in_++;
-            *out_++ = *in_++;
-            FollowToken();
-            break;
-          }
-          [[fallthrough]];
-        case ByteClass::kOther:
-          *out_++ = *in_++;
-          FollowOther();
-          break;
+    std::uint64_t word_before = 0;  // whether the block's first byte may go on with a word
+    for (const char* block = in_; block < end_; block += BlockClasses::kBytes) {
+      const BlockClasses classes = ClassifyBlock(block);
+      std::uint64_t begins =
+          (classes.words & ~(classes.words << 1 | word_before)) | ~(classes.words | classes.spaces);
+      word_before = classes.words >> 63;
+      const bool digits_before_letters =
+          (classes.digits << 1 & classes.words & ~classes.digits) != 0;
+      if (end_ - block < static_cast<std::ptrdiff_t>(BlockClasses::kBytes)) {
+        begins &= (std::uint64_t{1} << (end_ - block)) - 1;
+      }
+      for (; begins != 0; begins &= begins - 1) {
+        const int at = std::countr_zero(begins);
+        const char* const p = block + at;
+        if (p < in_) continue;  // taken along with an earlier element
+        if ((classes.words >> at & 1) == 0) {
+          TakeOther(p);
+          continue;
+        }
+        const std::uint64_t beyond = ~classes.words >> at;
+        const char* word = p;
+        const char* word_end = p + std::countr_zero(beyond);
+        if (beyond == 0 || digits_before_letters) [[unlikely]] {
+          word_end = SkipWord(p);
+          word = TakeLeadingDigits(p, word_end);
+        }
+        TakeWord(word, word_end);
       }
     }
     return out_;
   }
 
  private:
-  // Whatever follows a token, a blank does first, and the spaces that stood there go.
-  void FollowToken() noexcept {
-    *out_++ = ' ';
-    if (*in_ == ' ') ++in_;
-  }
+  // What was taken last. TakeOther reckons with the values.
+  enum Last : unsigned {
+    kOther,          // no token: what follows may need a blank before it
+    kToken,          // a token, and the blank behind it
+    kAttachedComma,  // the same, the blank before it taken away
+    kJoined,         // dots between two blanks that they took away
+  };
 
-  // Behind a character that is no token, or at the start: a blank if a token follows; otherwise the
-  // spaces that stand there, as one blank if there are several.
-  void FollowOther() noexcept {
-    const char* const spaces = in_;
-    in_ = SkipSpaces(in_);
-    if (IsTokenAt(in_)) {
-      *out_++ = ' ';
-    } else if (in_ != spaces) {
-      *out_++ = in_ - spaces == 1 ? *spaces : ' ';
+  void TakeWord(const char* p, const char* end) {
+    BeginToken();
+    in_ = end;
+    const auto length = static_cast<std::size_t>(end - p);
+    if (*p == 't' && IsDigit(p[1]) && SkipDigits(p + 2) == end) {
+      WriteAlias(aliases_.NumberOf({p, length}));
+    } else {
+      CopyLoosely(p, end, out_);
+      // A keyword is written over the copy, in capitals, and any other word's begin once more as it
+      // is: a branch here would be a toss-up.
+      std::uint64_t bytes = 0;
+      std::memcpy(&bytes, p, sizeof bytes);
+      const std::uint64_t lower =
+          (bytes | kFoldCase) & kLowestBytes[std::min(length, sizeof bytes)];
+      const std::size_t initial = lower & kLetterMask;
+      const bool is_keyword = lower == kKeywords[initial];
+      bytes &= is_keyword ? ~kFoldCase : ~std::uint64_t{0};
+      std::memcpy(out_, &bytes, sizeof bytes);
+      out_ += length;
+      if (is_keyword & ((kSwallowing >> initial & 1) != 0)) [[unlikely]] {
+        SkipFollowing(lower == kInsert ? "into" : "from");
+      }
     }
+    EndToken();
   }
 
-  // A comma between two blanks is attached to what precedes it, unless the first of them is the
-  // blank behind another attached comma.
-  void TakeComma() noexcept {
-    const bool attach = out_[-1] == ' ' && out_ - begin_ != attached_;
-    if (attach) --out_;
-    *out_++ = *in_++;
-    FollowToken();
-    if (attach) attached_ = out_ - begin_;
+  // Digits before letters in one word become a word of their own. Returns where the rest begins.
+  const char* TakeLeadingDigits(const char* p, const char* end) noexcept {
+    const char* const digits_end = SkipDigits(p);
+    if (digits_end == p || digits_end == end) return p;
+    BeginToken();
+    out_ = CopyLoosely(p, digits_end, out_);
+    EndToken();
+    return digits_end;
+  }
+
+  // A character that belongs to no word.
+  void TakeOther(const char* p) noexcept {
+    const ByteClass byte_class = ClassOf(*p);
+    if (byte_class >= ByteClass::kDot) {
+      TakeDotsOrAngle(p, byte_class);
+      return;
+    }
+    const bool token = byte_class >= ByteClass::kParenthesis;
+    BeginElement(p, token);
+    // A comma between two blanks is attached to what precedes it, unless the first of them is the
+    // blank behind another attached comma.
+    const unsigned attach = unsigned{byte_class == ByteClass::kComma} & unsigned{last_ <= kToken};
+    out_ -= attach;
+    out_[0] = *p;
+    out_[1] = ' ';
+    out_ += 1 + unsigned{token};
+    in_ = p + 1;
+    last_ = unsigned{token} + attach;
+  }
+
+  void TakeDotsOrAngle(const char* p, ByteClass byte_class) noexcept {
+    const bool token = byte_class == ByteClass::kAngle && IsTwoCharacterOperator(p);
+    BeginElement(p, token);
+    if (byte_class == ByteClass::kDot) {
+      TakeDots(p);
+      return;
+    }
+    *out_++ = *p++;
+    if (token) {
+      *out_++ = *p++;
+      *out_++ = ' ';
+    }
+    in_ = p;
+    last_ = token ? kToken : kOther;
+  }
+
+  void BeginToken() noexcept {
+    *out_ = ' ';
+    out_ += unsigned{last_ == kOther};
+  }
+
+  void EndToken() noexcept {
+    *out_++ = ' ';
+    last_ = kToken;
+  }
+
+  // What goes between the element before and the one at `p`: a blank before a token; otherwise the
+  // spaces that stand there, as one blank if there are several. Behind a token there is a blank
+  // already.
+  void BeginElement(const char* p, bool token) noexcept {
+    const std::ptrdiff_t spaces = p - in_;
+    *out_ = token | (spaces != 1) ? ' ' : *in_;
+    out_ += unsigned{last_ == kOther} & (unsigned{token} | unsigned{spaces != 0});
   }
 
   // One or two dots between two blanks are joined to both sides.
-  void TakeDots() noexcept {
-    const char* const dots = in_;
-    do ++in_;
-    while (*in_ == '.');
-    const std::ptrdiff_t count = in_ - dots;
-    const bool join = count <= 2 && out_ != begin_ && out_[-1] == ' ' && IsBlankAfter(in_);
+  void TakeDots(const char* p) noexcept {
+    const char* after = p + 1;
+    while (*after == '.') ++after;
+    const std::ptrdiff_t count = after - p;
+    const bool join = count <= 2 && out_ != begin_ && out_[-1] == ' ' && IsBlankAfter(after);
     if (join) {
       --out_;
-      if (out_ + 1 - begin_ == attached_) {
+      if (last_ == kAttachedComma) {
         // The blank was the comma's before it was the dot's: the comma is not attached after all.
         out_[-1] = ' ';
         *out_++ = ',';
       }
     }
-    std::memset(out_, '.', static_cast<std::size_t>(count));
-    out_ += count;
-    if (join) {
-      in_ = SkipSpaces(in_);
-    } else {
-      FollowOther();
-    }
+    for (std::ptrdiff_t i = 0; i < count; ++i) *out_++ = '.';
+    in_ = join ? SkipSpaces(after) : after;
+    last_ = join ? kJoined : kOther;
   }
 
-  // A word, or several directly joined by single dots.
-  void TakeName() {
-    for (;;) {
-      TakeWord();
-      if (*in_ != '.' || !IsWord(in_[1])) break;
-      *out_++ = *in_++;
-    }
-    FollowToken();
-  }
-
-  void TakeWord() {
-    if (IsDigit(*in_)) {
-      const char* const digits = in_;
-      in_ = SkipDigits(in_ + 1);
-      out_ = CopyLoosely(digits, in_, out_);
-      if (!IsWord(*in_)) return;
-      *out_++ = ' ';
-    }
-    const char* const word = in_;
-    in_ = SkipWord(in_ + 1);
-    const auto length = static_cast<std::size_t>(in_ - word);
-    if (*word == 't' && IsDigit(word[1]) && SkipDigits(word + 2) == in_) {
-      WriteAlias(aliases_.NumberOf({word, length}));
-      return;
-    }
-    if (length - kShortestKeyword <= kLongestKeyword - kShortestKeyword) {
-      const std::uint64_t lower = Lower(word, length);
-      if (lower == kKeywords[lower & kLetterMask]) {
-        TakeKeyword(lower, length);
-        return;
-      }
-    }
-    out_ = CopyLoosely(word, in_, out_);
-  }
-
-  void TakeKeyword(std::uint64_t lower, std::size_t length) noexcept {
-    const std::uint64_t upper = lower & ~kFoldCase;
-    std::memcpy(out_, &upper, sizeof upper);
-    out_ += length;
-    if (lower != kInsert && lower != kDelete) return;
-    // INTO behind INSERT and FROM behind DELETE go.
+  // A word of four letters that goes if it follows.
+  void SkipFollowing(const char (&lower)[5]) noexcept {
     const char* const next = SkipSpaces(in_);
-    if (Lower(next, 4) == (lower == kInsert ? kInto : kFrom) && !IsWord(next[4])) in_ = next + 4;
+    if (StandsAt(next, lower) && !IsWord(next[4])) in_ = next + 4;
   }
 
   void WriteAlias(std::uint32_t number) {
@@ -259,14 +289,13 @@ class TokenScanner {
     out_ = std::to_chars(out_, out_ + std::numeric_limits<std::uint32_t>::digits10 + 1, number).ptr;
   }
 
-  const char* in_;
+  const char* in_;  // the end of what has been taken
   const char* const end_;
   OutputBuffer& output_;
   AliasTable& aliases_;
   char* begin_;
   char* out_;
-  // Where the blank behind the comma that was attached last ends.
-  std::ptrdiff_t attached_ = 0;
+  unsigned last_ = kOther;
 };
 
 const char* FindFirstAlias(const char* p, const char* end) noexcept {
@@ -313,7 +342,7 @@ std::string_view WriteTokens(const char* text, std::size_t length, OutputBuffer&
   char* end = TokenScanner(text, length, output, aliases).Run();
   char* begin = output.Data();
   if (aliases.Count() == 1) {
-    std::memset(end, 0, kRoomForWord);
+    std::memset(end, 0, kSearchPadding);
     end = StripSingleAlias(begin, end);
   }
   while (begin != end && IsSpace(*begin)) ++begin;
