@@ -6,9 +6,12 @@
 // with
 // --benchmark_out=FILE it writes JSON.
 #include <benchmark/benchmark.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
@@ -93,43 +96,83 @@ void NormalizeGrowing(benchmark::State& state, const tarn::testing::GrowthFamily
   state.SetComplexityN(static_cast<benchmark::IterationCount>(sql.size()));
 }
 
-// The console's usual table, and the least time of each benchmark kept.
+// The console's usual table, and the least time of each benchmark at each length kept.
 class Reporter : public benchmark::ConsoleReporter {
  public:
+  using ConsoleReporter::ConsoleReporter;
+  // Nanoseconds an iteration, by the statement's length (0 for benchmarks of one length).
+  using Times = std::map<std::int64_t, double>;
+
   void ReportRuns(const std::vector<Run>& runs) override {
     ConsoleReporter::ReportRuns(runs);
     for (const Run& run : runs) {
       if (run.run_type != Run::RT_Iteration || run.error_occurred) continue;
       const double nanoseconds =
           1e9 * run.real_accumulated_time / static_cast<double>(run.iterations);
-      const auto [entry, is_new] = least_.try_emplace(run.run_name.function_name, nanoseconds);
+      const auto [entry, is_new] =
+          least_[run.run_name.function_name].try_emplace(run.complexity_n, nanoseconds);
       entry->second = std::min(entry->second, nanoseconds);
     }
   }
 
-  // Nanoseconds an iteration; 0 for a benchmark that has not run.
-  double Least(const std::string& benchmark) const {
+  // Empty for a benchmark that has not run.
+  Times Least(const std::string& benchmark) const {
     const auto found = least_.find(benchmark);
-    return found == least_.end() ? 0 : found->second;
+    return found == least_.end() ? Times() : found->second;
   }
 
  private:
-  std::map<std::string, double> least_;
+  std::map<std::string, Times> least_;
 };
 
 void PrintRatios(const std::vector<StatementSet>& sets, const Reporter& reporter) {
-  std::printf("\n%-18s %10s %14s %14s %14s %8s\n", "", "bytes", "patterns ns", "scanner ns",
-              "scanner MB/s", "ratio");
+  std::printf("\n%-18s %10s %14s %14s %14s %8s\n", "statements", "bytes", "patterns ns",
+              "scanner ns", "scanner MB/s", "ratio");
   for (const StatementSet& set : sets) {
-    const double patterns = reporter.Least("patterns/" + set.name);
-    const double scanner = reporter.Least("scanner/" + set.name);
-    if (patterns == 0 || scanner == 0) continue;
+    const Reporter::Times patterns = reporter.Least("patterns/" + set.name);
+    const Reporter::Times scanner = reporter.Least("scanner/" + set.name);
+    if (patterns.empty() || scanner.empty()) continue;
+    const double patterns_time = patterns.begin()->second;
+    const double scanner_time = scanner.begin()->second;
     const auto count = static_cast<double>(set.statements.size());
     const auto bytes = static_cast<double>(set.Bytes());
     std::printf("%-18s %10.1f %14.1f %14.1f %14.1f %8.1f\n", set.name.c_str(), bytes / count,
-                patterns / count, scanner / count, 1e3 * bytes / scanner, patterns / scanner);
+                patterns_time / count, scanner_time / count, 1e3 * bytes / scanner_time,
+                patterns_time / scanner_time);
   }
   std::printf("(bytes and nanoseconds per statement)\n");
+}
+
+// The k of time = c * length^k that fits best, by least squares of the logarithms.
+double FittedExponent(const Reporter::Times& times) {
+  const auto count = static_cast<double>(times.size());
+  double x_sum = 0;
+  double y_sum = 0;
+  double xx_sum = 0;
+  double xy_sum = 0;
+  for (const auto& [length, nanoseconds] : times) {
+    const double x = std::log(static_cast<double>(length));
+    const double y = std::log(nanoseconds);
+    x_sum += x;
+    y_sum += y;
+    xx_sum += x * x;
+    xy_sum += x * y;
+  }
+  return (count * xy_sum - x_sum * y_sum) / (count * xx_sum - x_sum * x_sum);
+}
+
+void PrintGrowth(const Reporter& reporter) {
+  std::printf("\n%-18s %14s %14s %8s\n", "growth", "ns/byte, short", "ns/byte, long", "exponent");
+  for (const tarn::testing::GrowthFamily& family : tarn::testing::kGrowthFamilies) {
+    const Reporter::Times times = reporter.Least(std::string("growth/") + family.name);
+    if (times.size() < 2) continue;
+    const auto per_byte = [](const auto& entry) {
+      return entry.second / static_cast<double>(entry.first);
+    };
+    std::printf("%-18s %14.2f %14.2f %8.2f\n", family.name, per_byte(*times.begin()),
+                per_byte(*times.rbegin()), FittedExponent(times));
+  }
+  std::printf("(time grows with length^exponent: 1 is linear)\n");
 }
 
 int Run(int argc, char** argv) {
@@ -157,11 +200,12 @@ int Run(int argc, char** argv) {
         ->RangeMultiplier(4)
         ->Range(kShortest, kLongest)
         ->MinTime(kGrowthSeconds)
-        ->Complexity();
+        ->Complexity(benchmark::oN);
   }
-  Reporter reporter;
+  Reporter reporter(isatty(STDOUT_FILENO) != 0 ? Reporter::OO_ColorTabular : Reporter::OO_Tabular);
   benchmark::RunSpecifiedBenchmarks(&reporter);
   PrintRatios(sets, reporter);
+  PrintGrowth(reporter);
   return 0;
 }
 

@@ -25,8 +25,9 @@ constexpr std::array<ByteClass, 256> MakeByteClasses() {
   for (unsigned char c = 'a'; c <= 'z'; ++c) classes[c] = ByteClass::kLetter;
   for (unsigned char c = 'A'; c <= 'Z'; ++c) classes[c] = ByteClass::kLetter;
   for (unsigned char c = '0'; c <= '9'; ++c) classes[c] = ByteClass::kDigit;
-  for (const unsigned char c : {' ', '\t', '\n', '\v', '\f', '\r'}) classes[c] = ByteClass::kSpace;
-  for (const unsigned char c : {'<', '>', '!'}) classes[c] = ByteClass::kAngle;
+  for (unsigned char c = '\t'; c <= '\r'; ++c) classes[c] = ByteClass::kSpace;
+  classes[' '] = ByteClass::kSpace;
+  classes['<'] = classes['>'] = classes['!'] = ByteClass::kAngle;
   classes['_'] = ByteClass::kLetter;
   classes['('] = classes[')'] = ByteClass::kParenthesis;
   classes[','] = ByteClass::kComma;

@@ -243,7 +243,7 @@ class TokenScanner {
   // already.
   void BeginElement(const char* p, bool token) noexcept {
     const std::ptrdiff_t spaces = p - in_;
-    *out_ = token | (spaces != 1) ? ' ' : *in_;
+    *out_ = (token | (spaces != 1)) ? ' ' : *in_;
     out_ += unsigned{last_ == kOther} & (unsigned{token} | unsigned{spaces != 0});
   }
 
