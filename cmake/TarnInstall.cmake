@@ -16,6 +16,9 @@ if(TARN_PLATFORM_LIBRARY STREQUAL "tarn_platform_standin")
   install(TARGETS tarn_platform_standin)
   set(TARN_INSTALLED_PLATFORM
       "${CMAKE_SHARED_LIBRARY_PREFIX}tarn_platform_standin${CMAKE_SHARED_LIBRARY_SUFFIX}")
+  # The build folder has the same layout. A search path that is to be rewritten at installation would
+  # end in ":" until then, and that stands for whatever folder a process happens to run in.
+  set_target_properties(tarn_interface_for_vesta tarn_host PROPERTIES BUILD_WITH_INSTALL_RPATH ON)
 endif()
 
 install(DIRECTORY "${PROJECT_SOURCE_DIR}/include/" DESTINATION "${TARN_INSTALL_INCLUDEDIR}")
