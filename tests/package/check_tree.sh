@@ -53,9 +53,12 @@ for binary in "$tool" "$tree"/lib*/*.so; do
   hasnt "$binary" -d TEXTREL
   has "$binary" --dyn-syms 'UND __stack_chk_fail'
   has "$binary" --dyn-syms 'UND __[a-z]+(_[a-z]+)*_chk@'
-  hasnt "$binary" -d '(RPATH|RUNPATH).*(\[|:)/'
+  hasnt "$binary" -d '(RPATH|RUNPATH).*(\[|:)(/|:|\])'
 done
 
-if grep -rlF -e "$source" -e "$(realpath "$source")" "$tree"; then
-  fail "these name the folder that they were built in"
-fi
+# "./src/..." is what the compiler was told to write, and no trace of a checkout in /src.
+for folder in "$source" "$(realpath "$source")"; do
+  if LC_ALL=C grep -rlaP "(?<![\w.])\Q$folder\E/" "$tree"; then
+    fail "these name the folder that they were built in"
+  fi
+done
