@@ -2,7 +2,8 @@
 
 BUILD_PACKAGES = g++ cmake ninja-build libboost-dev libboost-regex-dev libace-dev libcli11-dev \
                  nlohmann-json3-dev libssl-dev
-TEST_PACKAGES  = $(BUILD_PACKAGES) libgtest-dev libgmock-dev binutils clang
+DEB_PACKAGES   = dpkg-dev file
+TEST_PACKAGES  = $(BUILD_PACKAGES) $(DEB_PACKAGES) libgtest-dev libgmock-dev binutils clang
 BENCH_PACKAGES = $(BUILD_PACKAGES) libbenchmark-dev
 FUZZ_PACKAGES  = $(BUILD_PACKAGES) clang libclang-rt-14-dev
 LINT_PACKAGES  = $(TEST_PACKAGES) $(BENCH_PACKAGES) clang-format clang-tidy
@@ -13,7 +14,8 @@ TARN_HOST    = $(RELEASE)/bin/tarn_host
 FUZZ_SECONDS = 60
 PREFIX       = /usr/local
 
-.PHONY: help run test test-asan-ubsan test-tsan bench fuzz lint format install package clean
+.PHONY: help run test test-asan-ubsan test-tsan bench fuzz lint format install package \
+        check-reproducible clean
 
 help:
 	@echo "make run      build the release plug-in; normalize examples/statements.sql, show a configuration"
@@ -22,6 +24,7 @@ help:
 	@echo "make fuzz     run each fuzzer for FUZZ_SECONDS=$(FUZZ_SECONDS)"
 	@echo "make lint     clang-format and clang-tidy; make format rewrites"
 	@echo "make install  install under PREFIX=$(PREFIX); make package makes a .deb"
+	@echo "make check-reproducible  do two builds in two folders give the same bytes? (minutes)"
 
 run: release
 	$(TARN_HOST) normalize --pairs examples/statements.sql
@@ -76,11 +79,15 @@ format:
 	clang-format -i $(SOURCES)
 
 install: release
-	cmake --install $(RELEASE) --prefix $(PREFIX)
+	umask 022 && cmake --install $(RELEASE) --prefix $(PREFIX)
 
 package: release
-	$(INSTALL) dpkg-dev
+	$(INSTALL) $(DEB_PACKAGES)
 	cd $(RELEASE) && cpack -G DEB
+
+check-reproducible:
+	$(INSTALL) $(BUILD_PACKAGES) $(DEB_PACKAGES)
+	@cmake/check-reproducible.sh
 
 clean:
 	rm -rf build

@@ -19,7 +19,8 @@ std::string DefaultPluginPath() {
   std::error_code error;
   const std::filesystem::path executable = std::filesystem::read_symlink("/proc/self/exe", error);
   if (!error) {
-    const std::array<const char*, 3> folders{".", "../lib", "../lib/" TARN_MULTIARCH};
+    // The build folder's layout, then the installed tree's, which may have been moved.
+    const std::array<const char*, 3> folders{".", "../lib", TARN_LIBRARY_FOLDER};
     for (const char* folder : folders) {
       const auto candidate = (executable.parent_path() / folder / kPluginFile).lexically_normal();
       if (Exists(candidate)) return candidate.string();

@@ -1,0 +1,64 @@
+#!/bin/sh
+# check_tree.sh TREE SOURCE SCRATCH
+#
+# Checks the installed TREE: its tool works with the plug-in beside it, its binaries are hardened and
+# know nothing of the folders they were built in. SOURCE is where the sources are, SCRATCH a folder
+# for what the tool needs.
+set -eu
+
+tree=$1 source=$2 scratch=$3
+tool=$tree/bin/tarn_host
+
+fail() {
+  echo "check_tree: $*" >&2
+  exit 1
+}
+
+# expect WHAT WANTED GOT
+expect() {
+  [ "$2" = "$3" ] || fail "$1: got \"$3\", want \"$2\""
+}
+
+expect normalize "SELECT a, 1.5 FROM tab ____t1" \
+  "$(echo 'select t1.a, 1.50 from tab t1' | "$tool" normalize --input=lines)"
+
+report=$("$tool" check) || fail "check fails: $report"
+case $report in
+*"$(realpath "$tree")"/lib*/libtarn_interface_for_vesta.so*) ;;
+*) fail "check took another plug-in: $report" ;;
+esac
+
+"$source/examples/make_sys_conf.sh" "$tool" "$scratch/key" "$source/examples/sys_conf.json" \
+  "$scratch/sys_conf.json"
+report=$(TARN_SYS_CONF=$scratch/sys_conf.json TARN_KEY_FILE=$scratch/key TARN_LOG_LEVEL=off \
+  APP_CONF_FILE=$source/examples/app_conf.json "$tool" config orders) || fail "config fails"
+case $report in
+*mysql*) ;;
+*) fail "config: $report" ;;
+esac
+
+# has FILE READELF_OPTION PATTERN; hasnt likewise.
+has() {
+  readelf -W "$2" "$1" | grep -qE "$3" || fail "$1: readelf $2 shows no \"$3\""
+}
+hasnt() {
+  ! readelf -W "$2" "$1" | grep -E "$3" || fail "$1: readelf $2 shows \"$3\""
+}
+
+has "$tool" -d 'FLAGS_1.*PIE'
+for binary in "$tool" "$tree"/lib*/*.so; do
+  has "$binary" -d 'FLAGS.*BIND_NOW'
+  has "$binary" -l GNU_RELRO
+  has "$binary" -l 'GNU_STACK.* RW +0x'
+  hasnt "$binary" -d TEXTREL
+  has "$binary" --dyn-syms 'UND __stack_chk_fail'
+  has "$binary" --dyn-syms 'UND __[a-z]+(_[a-z]+)*_chk@'
+  hasnt "$binary" -d '(RPATH|RUNPATH).*(\[|:)(/|:|\])'
+done
+
+# "./src/..." is what the compiler was told to write, and no trace of a checkout in /src.
+for folder in "$source" "$(realpath "$source")"; do
+  if LC_ALL=C grep -rlaP "(?<![\w.])\Q$folder\E/" "$tree"; then
+    fail "these name the folder that they were built in"
+  fi
+done

@@ -1,0 +1,57 @@
+#!/bin/sh
+# deb_test.sh CPACK SOURCE BUILD SCRATCH
+#
+# Packages BUILD under a strict umask, checks what the package says and holds, and the tree that it
+# unpacks to.
+set -eu
+umask 077
+
+cpack=$1 source=$2 build=$3 scratch=$4
+
+fail() {
+  echo "deb_test: $*" >&2
+  exit 1
+}
+
+rm -rf "$scratch"
+mkdir -p "$scratch"
+"$cpack" --config "$build/CPackConfig.cmake" -G DEB -B "$scratch" >"$scratch/cpack.log" 2>&1 ||
+  fail "cpack fails: $(cat "$scratch/cpack.log")"
+deb=$(echo "$scratch"/*.deb)
+architecture=$(dpkg --print-architecture)
+case $deb in
+*/tarn-interface-for-vesta_*_"$architecture".deb) ;;
+*) fail "unexpected file name: $deb" ;;
+esac
+
+depends=$(dpkg-deb -f "$deb" Depends)
+for library in libace libboost-regex libc6 libssl libstdc++6; do
+  case ", $depends" in
+  *", $library"*) ;;
+  *) fail "does not depend on $library: $depends" ;;
+  esac
+done
+case $depends in
+*tarn*) fail "depends on itself: $depends" ;;
+esac
+for field in Maintainer Section Description Installed-Size; do
+  [ -n "$(dpkg-deb -f "$deb" $field)" ] || fail "no $field"
+done
+
+dpkg-deb -c "$deb" >"$scratch/contents"
+for file in bin/tarn_host lib.*/libtarn_interface_for_vesta.so share/man/man1/tarn_host.1 \
+  include/tarn_interface_for_vesta/impl_dao/product_interface.h \
+  include/tarn_interface_for_vesta/platform/c_value.h \
+  lib.*/cmake/tarn_interface_for_vesta/tarn_interface_for_vesta-config.cmake; do
+  grep -q " \./usr/$file\$" "$scratch/contents" || fail "no $file"
+done
+# Every file and folder is root's and for everyone to read, and lies below /usr.
+if grep -vE '^(drwxr-xr-x|-rwxr-xr-x|-rw-r--r--) root/root .* \./(usr/.*)?$' "$scratch/contents"; then
+  fail "odd entries"
+fi
+
+dpkg-deb -x "$deb" "$scratch/root"
+if readelf -S "$scratch/root/usr/bin/tarn_host" | grep -q '\.symtab'; then
+  fail "the tool is not stripped"
+fi
+"$source/tests/package/check_tree.sh" "$scratch/root/usr" "$source" "$scratch"

@@ -1,0 +1,32 @@
+#!/bin/sh
+# install_test.sh CMAKE COMPILER SOURCE BUILD SCRATCH
+#
+# Installs BUILD, moves the tree, checks it there, and builds and runs a host against it.
+set -eu
+
+cmake=$1 compiler=$2 source=$3 build=$4 scratch=$5
+tests=$source/tests/package
+
+rm -rf "$scratch"
+mkdir -p "$scratch"
+"$cmake" --install "$build" --prefix "$scratch/first place" >"$scratch/install.log"
+mv "$scratch/first place" "$scratch/second place"
+tree="$scratch/second place"
+"$tests/check_tree.sh" "$tree" "$source" "$scratch"
+
+"$cmake" -S "$tests/host" -B "$scratch/host" -G Ninja -DCMAKE_CXX_COMPILER="$compiler" \
+  -DCMAKE_PREFIX_PATH="$tree" >"$scratch/host.log"
+"$cmake" --build "$scratch/host" >>"$scratch/host.log" || {
+  cat "$scratch/host.log" >&2
+  exit 1
+}
+got=$(TARN_LOG_LEVEL=off APP_CONF_FILE=$source/examples/app_conf.json "$scratch/host/small_host")
+case $got in
+"SELECT a FROM tab ____t1 WHERE b = 31
+SSLMODE=2
+defaultDBName="*) ;;
+*)
+  echo "install_test: the host printed: $got" >&2
+  exit 1
+  ;;
+esac
