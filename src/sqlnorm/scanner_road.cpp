@@ -1,5 +1,6 @@
 #include "sqlnorm/scanner_road.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstring>
 #include <string>
@@ -23,7 +24,7 @@ std::string_view Unquote(std::string_view sql) noexcept {
   if (last == first || sql[last] != '"') return sql;
   const std::string_view inner = sql.substr(first + 1, last - first - 1);
   const std::size_t begin = inner.find_first_not_of(kSpaces);
-  return begin == std::string_view::npos ? std::string_view() : inner.substr(begin);
+  return inner.substr(std::min(begin, inner.size()));
 }
 
 }  // namespace
