@@ -46,7 +46,9 @@ hasnt() {
 }
 
 has "$tool" -d 'FLAGS_1.*PIE'
-for binary in "$tool" "$tree"/lib*/*.so; do
+# The libraries may lie in a multiarch folder.
+for binary in "$tool" "$tree"/lib*/*.so "$tree"/lib*/*-linux-*/*.so; do
+  [ -e "$binary" ] || continue
   has "$binary" -d 'FLAGS.*BIND_NOW'
   has "$binary" -l GNU_RELRO
   has "$binary" -l 'GNU_STACK.* RW +0x'
