@@ -15,11 +15,13 @@
 #include <typeinfo>
 #include <vector>
 
+#include "support/mapped.h"
 #include "tarn_host/plugin.h"
 
 namespace {
 
 using tarn::host::Plugin;
+using tarn::test::IsMapped;
 using testing::ElementsAre;
 
 // A 64-bit little-endian ELF file in memory.
@@ -145,12 +147,6 @@ TEST(Product, WorksRightAfterLoading) {
   dlclose(library);
 }
 
-bool StillMapped() {
-  void* library = dlopen(TARN_PLUGIN_PATH, RTLD_NOW | RTLD_NOLOAD);
-  if (library != nullptr) dlclose(library);
-  return library != nullptr;
-}
-
 TEST(Unloading, LeavesNothingMappedAfterRealWork) {
   constexpr int kRounds = 100;
   for (int round = 0; round < kRounds; ++round) {
@@ -161,9 +157,9 @@ TEST(Unloading, LeavesNothingMappedAfterRealWork) {
       ASSERT_EQ(sql, "SELECT a FROM tab ____t1 WHERE b = 1.5");
       std::string too_large = "x=1.0e999";
       ASSERT_THROW(plugin.Product().NormalizeSQL(too_large), std::bad_cast);
-      ASSERT_TRUE(StillMapped());
+      ASSERT_TRUE(IsMapped(TARN_PLUGIN_PATH));
     }
-    ASSERT_FALSE(StillMapped()) << "round " << round;
+    ASSERT_FALSE(IsMapped(TARN_PLUGIN_PATH)) << "round " << round;
   }
 }
 
