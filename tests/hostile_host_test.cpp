@@ -1,5 +1,6 @@
 // Hosts that make it hard: calls on many threads while copies of the library come and go, a global
-// locale of their own, a fork.
+// locale of their own, a fork, unloading after real work.
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -16,10 +17,10 @@
 #include <optional>
 #include <string>
 #include <thread>
+#include <typeinfo>
 #include <vector>
 
 #include "platform/c_value.h"
-#include "support/mapped.h"
 #include "support/surroundings.h"
 #include "support/table.h"
 #include "tarn_host/plugin.h"
@@ -27,10 +28,16 @@
 namespace {
 
 using tarn::host::Plugin;
-using tarn::test::IsMapped;
 using tarn::test::RunProgram;
 using tarn::test::ScopedVariable;
 using tarn::test::TemporaryFolder;
+
+// Whether the library at `path` is loaded in this process. What dlclose returns says nothing of it.
+bool IsMapped(const std::string& path) {
+  void* const library = dlopen(path.c_str(), RTLD_NOW | RTLD_NOLOAD);
+  if (library != nullptr) dlclose(library);
+  return library != nullptr;
+}
 
 // The library's file under another name, which the dynamic loader takes for another library.
 std::string CopyOfThePlugin(const TemporaryFolder& folder, const std::string& name) {
@@ -231,6 +238,21 @@ TEST(LocaleOfLoading, DecidesWhatAWordIs) {
     EXPECT_EQ(Normalized(classic, sql),
               "SELECT caf \xE9 s FROM \xA0\xA0 t WHERE a \xA0=\xA0 b and \xE9 ____t1 = 2");
     scoped.reset();
+  }
+}
+
+TEST(Unloading, LeavesNothingMappedAfterRealWork) {
+  constexpr int kRounds = 100;
+  for (int round = 0; round < kRounds; ++round) {
+    {
+      const Plugin plugin(TARN_PLUGIN_PATH);
+      ASSERT_EQ(Normalized(plugin, "select t1.a from tab t1 where t1.b = 1.50"),
+                "SELECT a FROM tab ____t1 WHERE b = 1.5");
+      // Gone before the library, whose code it needs.
+      ASSERT_THROW(Normalized(plugin, "x=1.0e999"), std::bad_cast);
+      ASSERT_TRUE(IsMapped(TARN_PLUGIN_PATH));
+    }
+    ASSERT_FALSE(IsMapped(TARN_PLUGIN_PATH)) << "round " << round;
   }
 }
 
