@@ -13,11 +13,16 @@
 #include <utility>
 
 #include "platform/c_value.h"
+#include "sqlnorm/normalize_sql.h"
+#include "sqlnorm/pattern_road.h"
+#include "sqlnorm/scanner_road.h"
 #include "support/allocations.h"
 #include "support/recording_platform.h"
 
 namespace {
 
+using tarn::sqlnorm::NormalizeByPatterns;
+using tarn::sqlnorm::NormalizeByScanner;
 using tarn::test::FailNthAllocation;
 using tarn::test::LiveAllocations;
 using tarn::test::Platform;
@@ -73,20 +78,23 @@ void FailEveryAllocation(const std::function<void()>& start, const std::function
   FAIL() << "no end of allocations";
 }
 
-TEST(AllocationFailure, NormalizeSQLLeavesTheStatement) {
+TEST(AllocationFailure, NormalizingLeavesTheStatement) {
   // One of each: quotes, literals, a group, an IN list, rows, three aliases, blanks to trim.
   const std::string statement =
       "\" select t7.a, 0.1 , 0xFF from tab t7, tab2 t3 where (t7.a = t3.b and t3.c >= 2.50) and "
-      "not "
-      "(t3.d in (1, 2)) and e in (@p0, @p1) values (1, 10abc), (2, 3) t9  \"";
-  std::string canonical = statement;
-  Product().NormalizeSQL(canonical);
+      "not (t3.d in (1, 2)) and e in (@p0, @p1) values (1, 10abc), (2, 3) t9  \"";
+  const std::string canonical = NormalizeByScanner(statement);
+  ASSERT_EQ(tarn::sqlnorm::RoadTaken(), tarn::sqlnorm::Road::kScanner);
   std::string sql;
-  FailEveryAllocation([&] { sql = statement; }, [&] { Product().NormalizeSQL(sql); },
-                      [&](bool completed) {
-                        EXPECT_EQ(sql, completed ? canonical : statement);
-                        Release(sql);
-                      });
+  const std::function<void()> roads[] = {[&] { Product().NormalizeSQL(sql); },
+                                         [&] { sql = NormalizeByPatterns(sql); }};
+  for (const auto& road : roads) {
+    FailEveryAllocation([&] { sql = statement; }, road,
+                        [&](bool completed) {
+                          EXPECT_EQ(sql, completed ? canonical : statement);
+                          Release(sql);
+                        });
+  }
 }
 
 TEST(AllocationFailure, GetDBTypeWritesTheTypeOrNothing) {

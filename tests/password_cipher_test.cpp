@@ -27,6 +27,7 @@
 namespace {
 
 using namespace tarn::platform;
+using enum tarn::platform::CipherCode;
 using tarn::test::NamedRow;
 using tarn::test::RowName;
 using tarn::test::ScopedVariable;
@@ -51,7 +52,7 @@ template <typename Run>
 CipherCode CodeOf(Run run) {
   try {
     run();
-    return CipherCode::kSuccess;
+    return kSuccess;
   } catch (const CipherError& error) {
     return error.Code();
   }
@@ -97,7 +98,7 @@ TEST(PasswordCipher, GivesBackEveryPassword) {
   }
   for (const CipherAlgorithm algorithm : kAlgorithms) {
     EXPECT_EQ(CodeOf([&] { EncryptPassword(SecretBytes(1025), algorithm, key); }),
-              CipherCode::kPasswordTooLong);
+              kPasswordTooLong);
   }
 }
 
@@ -135,8 +136,7 @@ TEST(PasswordCipher, TellsEveryDamage) {
       }
     }
     for (const std::string& bad : damaged) {
-      EXPECT_EQ(CodeOf([&] { DecryptPassword(bad, algorithm, key); }), CipherCode::kDamagedText)
-          << bad;
+      EXPECT_EQ(CodeOf([&] { DecryptPassword(bad, algorithm, key); }), kDamagedText) << bad;
     }
   }
   EXPECT_EQ(ERR_peek_error(), 0U);
@@ -151,7 +151,7 @@ TEST(PasswordCipher, TellsEveryWrongKey) {
       std::string digits = kDigits;
       digits.replace(0, 3, std::to_string(100 + i));
       const CipherKey other = Key(folder, digits);
-      EXPECT_EQ(CodeOf([&] { DecryptPassword(text, algorithm, other); }), CipherCode::kWrongKey);
+      EXPECT_EQ(CodeOf([&] { DecryptPassword(text, algorithm, other); }), kWrongKey);
     }
   }
 }
@@ -161,14 +161,12 @@ TEST(PasswordCipher, RefusesForgedGcmTexts) {
   const CipherKey key = Key(folder);
   const auto algorithm = CipherAlgorithm::kAes256Gcm;
   const auto bytes = Decoded(EncryptPassword(Secret("secret"), algorithm, key));
-  ASSERT_EQ(CodeOf([&] { DecryptPassword(Resealed(bytes), algorithm, key); }),
-            CipherCode::kSuccess);
+  ASSERT_EQ(CodeOf([&] { DecryptPassword(Resealed(bytes), algorithm, key); }), kSuccess);
   constexpr std::size_t kHeader = 10;
   for (std::size_t i = kHeader; i + 8 < bytes.size(); ++i) {
     auto forged = bytes;
     forged[i] ^= 1;
-    EXPECT_EQ(CodeOf([&] { DecryptPassword(Resealed(forged), algorithm, key); }),
-              CipherCode::kDamagedText)
+    EXPECT_EQ(CodeOf([&] { DecryptPassword(Resealed(forged), algorithm, key); }), kDamagedText)
         << i;
   }
   // A header of one algorithm over the body of the other, and bodies too short for what they need.
@@ -176,15 +174,13 @@ TEST(PasswordCipher, RefusesForgedGcmTexts) {
   relabelled[1] = 18;
   EXPECT_EQ(
       CodeOf([&] { DecryptPassword(Resealed(relabelled), CipherAlgorithm::kAes128Ecb, key); }),
-      CipherCode::kDamagedText);
+      kDamagedText);
   for (const CipherAlgorithm either : kAlgorithms) {
     for (std::size_t body = 0; body < 12 + 16; ++body) {
       auto cut = bytes;
       cut[1] = static_cast<unsigned char>(either);
       cut.resize(kHeader + body + 8);
-      EXPECT_EQ(CodeOf([&] { DecryptPassword(Resealed(cut), either, key); }),
-                CipherCode::kDamagedText)
-          << body;
+      EXPECT_EQ(CodeOf([&] { DecryptPassword(Resealed(cut), either, key); }), kDamagedText) << body;
     }
   }
 }
@@ -222,22 +218,22 @@ TEST_P(KeyFile, IsTakenOrRefused) {
 
 INSTANTIATE_TEST_SUITE_P(
     Table, KeyFile,
-    Values(KeyFileRow{{"Plain"}, kDigits + "\n", 0600, CipherCode::kSuccess},
-           KeyFileRow{{"ReadOnly"}, kDigits + "\n", 0400, CipherCode::kSuccess},
-           KeyFileRow{{"NoNewline"}, kDigits, 0600, CipherCode::kSuccess},
-           KeyFileRow{{"UpperCase"}, std::string(64, 'F'), 0600, CipherCode::kSuccess},
-           KeyFileRow{{"GroupReads"}, kDigits, 0640, CipherCode::kKeyFileExposed},
-           KeyFileRow{{"OthersRead"}, kDigits, 0604, CipherCode::kKeyFileExposed},
-           KeyFileRow{{"GroupWrites"}, kDigits, 0620, CipherCode::kKeyFileExposed},
-           KeyFileRow{{"OthersRun"}, kDigits, 0601, CipherCode::kKeyFileExposed},
-           KeyFileRow{{"Empty"}, "", 0600, CipherCode::kKeyFileMalformed},
-           KeyFileRow{{"Short"}, kDigits.substr(1) + "\n", 0600, CipherCode::kKeyFileMalformed},
-           KeyFileRow{{"Long"}, kDigits + "a\n", 0600, CipherCode::kKeyFileMalformed},
-           KeyFileRow{{"Endless"}, std::string(100000, 'a'), 0600, CipherCode::kKeyFileMalformed},
-           KeyFileRow{{"CarriageReturn"}, kDigits + "\r\n", 0600, CipherCode::kKeyFileMalformed},
-           KeyFileRow{{"TwoNewlines"}, kDigits + "\n\n", 0600, CipherCode::kKeyFileMalformed},
-           KeyFileRow{{"NoDigit"}, kDigits.substr(1) + "g\n", 0600, CipherCode::kKeyFileMalformed},
-           KeyFileRow{{"Nul"}, kDigits.substr(1) + '\0', 0600, CipherCode::kKeyFileMalformed}),
+    Values(KeyFileRow{{"Plain"}, kDigits + "\n", 0600, kSuccess},
+           KeyFileRow{{"ReadOnly"}, kDigits + "\n", 0400, kSuccess},
+           KeyFileRow{{"NoNewline"}, kDigits, 0600, kSuccess},
+           KeyFileRow{{"UpperCase"}, std::string(64, 'F'), 0600, kSuccess},
+           KeyFileRow{{"GroupReads"}, kDigits, 0640, kKeyFileExposed},
+           KeyFileRow{{"OthersRead"}, kDigits, 0604, kKeyFileExposed},
+           KeyFileRow{{"GroupWrites"}, kDigits, 0620, kKeyFileExposed},
+           KeyFileRow{{"OthersRun"}, kDigits, 0601, kKeyFileExposed},
+           KeyFileRow{{"Empty"}, "", 0600, kKeyFileMalformed},
+           KeyFileRow{{"Short"}, kDigits.substr(1) + "\n", 0600, kKeyFileMalformed},
+           KeyFileRow{{"Long"}, kDigits + "a\n", 0600, kKeyFileMalformed},
+           KeyFileRow{{"Endless"}, std::string(100000, 'a'), 0600, kKeyFileMalformed},
+           KeyFileRow{{"CarriageReturn"}, kDigits + "\r\n", 0600, kKeyFileMalformed},
+           KeyFileRow{{"TwoNewlines"}, kDigits + "\n\n", 0600, kKeyFileMalformed},
+           KeyFileRow{{"NoDigit"}, kDigits.substr(1) + "g\n", 0600, kKeyFileMalformed},
+           KeyFileRow{{"Nul"}, kDigits.substr(1) + '\0', 0600, kKeyFileMalformed}),
     RowName<KeyFileRow>);
 
 TEST(KeyFileKinds, OnlyRegularFilesAreRead) {
@@ -245,7 +241,7 @@ TEST(KeyFileKinds, OnlyRegularFilesAreRead) {
   const std::string fifo = folder.Path("fifo");
   ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
   for (const std::string& path : {folder.Path("none"), folder.Path(""), fifo, std::string()}) {
-    EXPECT_EQ(CodeOf([&] { CipherKey::FromFile(path); }), CipherCode::kKeyFileUnreadable) << path;
+    EXPECT_EQ(CodeOf([&] { CipherKey::FromFile(path); }), kKeyFileUnreadable) << path;
   }
 }
 
@@ -263,13 +259,13 @@ TEST(KeyFileCreation, MakesAPrivateFileAndReplacesNone) {
   const std::string text = EncryptPassword(Secret("secret"), kAlgorithms[0],
                                            CipherKey::FromFile(folder.Path("new.key")));
   const CipherKey other = CipherKey::FromFile(folder.Path("other.key"));
-  EXPECT_EQ(CodeOf([&] { DecryptPassword(text, kAlgorithms[0], other); }), CipherCode::kWrongKey);
+  EXPECT_EQ(CodeOf([&] { DecryptPassword(text, kAlgorithms[0], other); }), kWrongKey);
 
   const std::string kept = folder.Write("kept.key", "precious");
   std::filesystem::create_symlink("nowhere", folder.Path("dangling"));
   for (const std::string& path :
        {kept, folder.Path("dangling"), folder.Path("none/new.key"), folder.Path("")}) {
-    EXPECT_EQ(CodeOf([&] { CipherKey::CreateFile(path); }), CipherCode::kKeyFileNotWritten);
+    EXPECT_EQ(CodeOf([&] { CipherKey::CreateFile(path); }), kKeyFileNotWritten);
   }
   std::ifstream stream(kept);
   EXPECT_EQ(std::string(std::istreambuf_iterator<char>(stream), {}), "precious");
@@ -312,51 +308,22 @@ TEST_P(DecipheringFailure, HasItsCodeAndOneWarningAndLeavesTheOutput) {
 INSTANTIATE_TEST_SUITE_P(
     Table, DecipheringFailure,
     Values(
-        FailureRow{
-            {"Algorithm"}, 20, kDigits, 0600, false, CipherCode::kUnknownAlgorithm, "algorithm 20"},
+        FailureRow{{"Algorithm"}, 20, kDigits, 0600, false, kUnknownAlgorithm, "algorithm 20"},
         FailureRow{{"NarrowedAlgorithm"},
                    256 + 19,
                    kDigits,
                    0600,
                    false,
-                   CipherCode::kUnknownAlgorithm,
+                   kUnknownAlgorithm,
                    "algorithm 275"},
-        FailureRow{{"OtherAlgorithm"},
-                   18,
-                   kDigits,
-                   0600,
-                   false,
-                   CipherCode::kOtherAlgorithm,
-                   "algorithm 19, not 18"},
-        FailureRow{{"NoKey"},
-                   19,
-                   std::nullopt,
-                   0600,
-                   false,
-                   CipherCode::kKeyFileNotNamed,
-                   "TARN_KEY_FILE"},
-        FailureRow{{"ExposedKey"},
-                   19,
-                   kDigits,
-                   0644,
-                   false,
-                   CipherCode::kKeyFileExposed,
-                   "used.key: group or others"},
-        FailureRow{{"MalformedKey"},
-                   19,
-                   "x",
-                   0600,
-                   false,
-                   CipherCode::kKeyFileMalformed,
-                   "used.key: not 64"},
-        FailureRow{{"WrongKey"},
-                   19,
-                   std::string(64, 'b'),
-                   0600,
-                   false,
-                   CipherCode::kWrongKey,
-                   "another key"},
-        FailureRow{{"Damage"}, 19, kDigits, 0600, true, CipherCode::kDamagedText, "damaged"}),
+        FailureRow{
+            {"OtherAlgorithm"}, 18, kDigits, 0600, false, kOtherAlgorithm, "algorithm 19, not 18"},
+        FailureRow{{"NoKey"}, 19, std::nullopt, 0600, false, kKeyFileNotNamed, "TARN_KEY_FILE"},
+        FailureRow{
+            {"ExposedKey"}, 19, kDigits, 0644, false, kKeyFileExposed, "used.key: group or others"},
+        FailureRow{{"MalformedKey"}, 19, "x", 0600, false, kKeyFileMalformed, "used.key: not 64"},
+        FailureRow{{"WrongKey"}, 19, std::string(64, 'b'), 0600, false, kWrongKey, "another key"},
+        FailureRow{{"Damage"}, 19, kDigits, 0600, true, kDamagedText, "damaged"}),
     RowName<FailureRow>);
 
 }  // namespace

@@ -7,7 +7,7 @@
 #include <atomic>
 #include <cerrno>
 #include <filesystem>
-#include <functional>
+#include <map>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -18,6 +18,7 @@
 #include "platform/log_process.h"
 #include "platform/quill_process.h"
 #include "platform/sys_conf_reader.h"
+#include "support/case_file.h"
 #include "support/surroundings.h"
 #include "support/table.h"
 
@@ -25,6 +26,7 @@ namespace {
 
 using Quillcommon::SysConfReader;
 using tarn::test::NamedRow;
+using tarn::test::ReadCases;
 using tarn::test::RowName;
 using tarn::test::ScopedVariable;
 using tarn::test::StandardError;
@@ -54,27 +56,22 @@ TEST_P(Log, WritesOneLineARecord) {
   EXPECT_EQ(log.Text(), GetParam().expected);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Table, Log,
-    Values(LogRow{{"Unset"},
-                  nullptr,
-                  "m",
-                  "ERROR 666667 file.cpp:7 Function: m\nWARN - file.cpp:7 Function: m\n"},
-           LogRow{{"Off"}, "off", "m", ""},
-           LogRow{{"Error"}, "error", "m", "ERROR 666667 file.cpp:7 Function: m\n"},
-           LogRow{{"Debug"},
-                  "debug",
-                  "m",
-                  "ERROR 666667 file.cpp:7 Function: m\nWARN - file.cpp:7 Function: m\n"
-                  "DEBUG - file.cpp:7 Function: m\n"},
-           LogRow{{"Null"}, "error", nullptr, "ERROR 666667 file.cpp:7 Function: (null)\n"},
-           LogRow{{"Empty"}, "error", "", "ERROR 666667 file.cpp:7 Function: \n"},
-           LogRow{
-               {"Controls"},
-               "error",
-               "a\nb\r\x1b[2J\x7f\t%s\xc3\xa9\xff",
-               "ERROR 666667 file.cpp:7 Function: a\\x0ab\\x0d\\x1b[2J\\x7f\\x09%s\xc3\xa9\xff\n"}),
-    RowName<LogRow>);
+const std::string kError = "ERROR 666667 file.cpp:7 Function: ";
+const std::string kWarn = "WARN - file.cpp:7 Function: ";
+const std::string kDebug = "DEBUG - file.cpp:7 Function: ";
+const LogRow kLogRows[] = {
+    {{"Unset"}, nullptr, "m", kError + "m\n" + kWarn + "m\n"},
+    {{"Off"}, "off", "m", ""},
+    {{"Error"}, "error", "m", kError + "m\n"},
+    {{"Debug"}, "debug", "m", kError + "m\n" + kWarn + "m\n" + kDebug + "m\n"},
+    {{"Null"}, "error", nullptr, kError + "(null)\n"},
+    {{"Empty"}, "error", "", kError + "\n"},
+    {{"Controls"},
+     "error",
+     "a\nb\r\x1b[2J\x7f\t%s\xc3\xa9\xff",
+     kError + "a\\x0ab\\x0d\\x1b[2J\\x7f\\x09%s\xc3\xa9\xff\n"},
+};
+INSTANTIATE_TEST_SUITE_P(Table, Log, testing::ValuesIn(kLogRows), RowName<LogRow>);
 
 TEST(LogLevel, UnknownWordIsNamedOnce) {
   const ScopedVariable level("TARN_LOG_LEVEL", "WARN");
@@ -108,35 +105,41 @@ TEST(LogThreads, LinesStayWhole) {
 
   std::istringstream lines(log.Text());
   int count = 0;
-  const std::string start = "WARN - file.cpp:7 Function: ";
   for (std::string line; std::getline(lines, line); ++count) {
-    ASSERT_EQ(line.size(), start.size() + kLength);
-    ASSERT_EQ(line, start + std::string(kLength, line.back()));
+    ASSERT_EQ(line.size(), kWarn.size() + kLength);
+    ASSERT_EQ(line, kWarn + std::string(kLength, line.back()));
   }
   EXPECT_EQ(count, kThreads * kRecords);
 }
 
 SysConfReader& Reader() { return SysConfReader::Instance(); }
 
-// A configuration and one look into it.
-struct ConfRow : NamedRow {
-  std::string content;
-  std::function<std::string()> look;
-  std::string expected;
-  // What the one warning holds, of "sys.json" where that matters; empty: there is none.
-  std::string warning;
-};
-
-class SysConf : public testing::TestWithParam<ConfRow> {};
+class SysConf : public testing::TestWithParam<tarn::test::CaseRow> {};
 
 TEST_P(SysConf, GivesTheSettingOrOneWarning) {
+  const std::map<std::string, std::string (SysConfReader::*)(const std::string&, unsigned int)>
+      getters{{"type", &SysConfReader::getDBType},
+              {"user", &SysConfReader::getDBUserName},
+              {"password", &SysConfReader::getDBPassword},
+              {"host", &SysConfReader::getDBAccessHost},
+              {"service", &SysConfReader::getDBServiceName}};
+  std::istringstream words(GetParam().label);
+  std::string id;
+  std::string setting;
+  unsigned int index = 0;
+  std::string database;
+  words >> id >> setting >> index >> database;
+  database = tarn::test::Unescaped(database);
+  const std::vector<std::string>& texts = GetParam().texts;
   const TemporaryFolder folder;
-  const ScopedVariable file("TARN_SYS_CONF", folder.Write("sys.json", GetParam().content));
+  const ScopedVariable file("TARN_SYS_CONF", folder.Write("sys.json", texts.at(0)));
   const StandardError log;
-  EXPECT_EQ(GetParam().look(), GetParam().expected);
+  EXPECT_EQ(setting == "port" ? std::to_string(Reader().getDBAccessPort(database, index))
+                              : (Reader().*getters.at(setting))(database, index),
+            texts.at(1));
   const std::string text = log.Text();
-  EXPECT_THAT(text, HasSubstr(GetParam().warning));
-  EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), GetParam().warning.empty() ? 0 : 1) << text;
+  EXPECT_THAT(text, HasSubstr(texts.at(2)));
+  EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), texts[2].empty() ? 0 : 1) << text;
 }
 
 std::string Entry(const std::string& settings) {
@@ -145,68 +148,9 @@ std::string Entry(const std::string& settings) {
 
 std::string Type() { return Reader().getDBType("db", 0); }
 std::string Host() { return Reader().getDBAccessHost("db", 0); }
-std::string Port() { return std::to_string(Reader().getDBAccessPort("db", 0)); }
 
-INSTANTIATE_TEST_SUITE_P(
-    Good, SysConf,
-    Values(
-        ConfRow{
-            {"AllTexts"},
-            Entry(R"({"type": "t", "user": "u", "password": "p", "host": "h", "service": "s"})"),
-            [] {
-              return Type() + Reader().getDBUserName("db", 0) + Reader().getDBPassword("db", 0) +
-                     Host() + Reader().getDBServiceName("db", 0);
-            },
-            "tuphs",
-            ""},
-        ConfRow{{"SecondEntry"},
-                Entry(R"({"host": "a"}, {"host": "b"})"),
-                [] { return Reader().getDBAccessHost("db", 1); },
-                "b",
-                ""},
-        ConfRow{{"EmptyText"}, Entry(R"({"type": ""})"), Type, "", ""},
-        ConfRow{{"EmptyName"},
-                R"({"databases": {"": [{"type": "t"}]}})",
-                [] { return Reader().getDBType("", 0); },
-                "t",
-                ""},
-        ConfRow{{"LowestPort"}, Entry(R"({"port": 1})"), Port, "1", ""},
-        ConfRow{{"HighestPort"}, Entry(R"({"port": 65535})"), Port, "65535", ""}),
-    RowName<ConfRow>);
-
-INSTANTIATE_TEST_SUITE_P(
-    Bad, SysConf,
-    Values(
-        ConfRow{{"NoKey"}, Entry("{}"), Host, "", "sys.json: database \"db\", entry 0: \"host\""},
-        ConfRow{{"NoPort"}, Entry("{}"), Port, "0", "\"port\" is missing"},
-        ConfRow{{"NumberForText"}, Entry(R"({"type": 1})"), Type, "", "\"type\" is not a text"},
-        ConfRow{{"NullForText"}, Entry(R"({"host": null})"), Host, "", "\"host\" is not a text"},
-        ConfRow{{"TextForPort"}, Entry(R"({"port": "1"})"), Port, "0", "\"port\" is not a"},
-        ConfRow{{"PortZero"}, Entry(R"({"port": 0})"), Port, "0", "\"port\" is not a"},
-        ConfRow{{"PortTooHigh"}, Entry(R"({"port": 65536})"), Port, "0", "\"port\" is not a"},
-        ConfRow{{"PortWraps"}, Entry(R"({"port": 4294967297})"), Port, "0", "\"port\" is not"},
-        ConfRow{{"PortNegative"}, Entry(R"({"port": -1})"), Port, "0", "\"port\" is not a"},
-        ConfRow{{"PortFraction"}, Entry(R"({"port": 1.5})"), Port, "0", "\"port\" is not a"},
-        ConfRow{{"NoEntry"},
-                Entry("{}"),
-                [] { return Reader().getDBType("db", 1); },
-                "",
-                "database \"db\" has no entry 1"},
-        ConfRow{{"EntryIsText"}, Entry("\"x\""), Type, "", "has no entry 0"},
-        ConfRow{{"EntriesAreNoList"}, R"({"databases": {"db": {}}})", Type, "", "no entry 0"},
-        ConfRow{{"NoDatabase"},
-                Entry("{}"),
-                [] { return Reader().getDBType("other\n\xff", 0); },
-                "",
-                "database \"other\\x0a\xff\" is not configured"},
-        ConfRow{{"NoDatabases"}, "{}", Type, "", "sys.json: no object \"databases\""},
-        ConfRow{{"RootIsList"}, "[]", Type, "", "sys.json: no object \"databases\""},
-        ConfRow{{"Empty"}, "", Type, "", "sys.json:1:1: not valid JSON"},
-        ConfRow{{"Malformed"}, "{\n  \"a\": 1,\n  oops\n}", Type, "", "sys.json:3:3: not"},
-        ConfRow{{"NotUtf8"}, "{\n\"\xff\": 1}", Type, "", "sys.json:2:2: not valid JSON"},
-        ConfRow{{"Unclosed"}, "{\"a\": [", Type, "", "sys.json:1:8: not valid JSON"},
-        ConfRow{{"DeeplyNested"}, std::string(200000, '['), Type, "", ": not valid JSON"}),
-    RowName<ConfRow>);
+INSTANTIATE_TEST_SUITE_P(Cases, SysConf, testing::ValuesIn(ReadCases("sys_conf.txt")),
+                         tarn::test::CaseName);
 
 TEST(SysConfFile, MustBeNamedAndReadable) {
   const TemporaryFolder folder;
@@ -221,6 +165,8 @@ TEST(SysConfFile, MustBeNamedAndReadable) {
   EXPECT_THAT(warning_for(folder.Path("none").c_str()), HasSubstr("none: No such file"));
   EXPECT_THAT(warning_for(folder.Path("").c_str()), HasSubstr(": Is a directory"));
   EXPECT_THAT(warning_for("/dev/zero"), HasSubstr("/dev/zero: "));
+  EXPECT_THAT(warning_for(folder.Write("deep.json", std::string(200000, '[')).c_str()),
+              HasSubstr(": not valid JSON"));
 }
 
 // Also a change right after a look, of equal length, which no time stamp may betray.

@@ -7,19 +7,20 @@
 
 #include <csignal>
 #include <cstddef>
-#include <ostream>
+#include <sstream>
 #include <string>
-#include <string_view>
 #include <vector>
 
+#include "support/case_file.h"
 #include "support/run_program.h"
+#include "support/surroundings.h"
 
 namespace {
 
-using namespace std::string_literals;
 using tarn::test::RunOptions;
 using tarn::test::RunProgram;
 using tarn::test::RunResult;
+using tarn::test::TemporaryFolder;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 
@@ -33,239 +34,43 @@ MATCHER(IsOneErrorLine, "") {
   return arg.starts_with("tarn_host: ") && arg.ends_with('\n') && arg.find('\n') == arg.size() - 1;
 }
 
-struct Case {
-  const char* id;
+class ToolRun : public testing::TestWithParam<tarn::test::CaseRow> {};
+
+TEST_P(ToolRun, PrintsAndEndsAsItShould) {
+  const TemporaryFolder folder;
+  const std::string key(64, 'a');
+  folder.Write("some.key", key);
+  folder.Write("exposed.key", key, 0644);
+  folder.Write("text", "no library");
+  const std::vector<std::string>& texts = GetParam().texts;
+  RunOptions options{.input = texts.at(0), .environment = {"NONE="}, .folder = folder.Path("")};
   std::vector<std::string> arguments;
-  std::string input;
-  std::string output;
-};
-
-void PrintTo(const Case& c, std::ostream* stream) { *stream << c.id; }
-
-struct CaseName {
-  template <typename Row>
-  std::string operator()(const ::testing::TestParamInfo<Row>& info) const {
-    return info.param.id;
+  std::istringstream words(GetParam().label);
+  std::string word;
+  int exit_code = -1;
+  words >> word >> exit_code;
+  while (words >> word) {
+    const bool variable = arguments.empty() && word.find('=') != std::string::npos;
+    // An empty argument is written as a shell would have it.
+    if (word == "''") word.clear();
+    (variable ? options.environment : arguments).push_back(tarn::test::Unescaped(word));
   }
-};
-
-class GoodRun : public ::testing::TestWithParam<Case> {};
-
-TEST_P(GoodRun, Prints) {
-  const RunResult result = Tool(GetParam().arguments, {.input = GetParam().input});
-  EXPECT_EQ(result.output, GetParam().output);
-  EXPECT_EQ(result.errors, "");
-  EXPECT_EQ(result.exit_code, 0);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Normalize, GoodRun,
-    ::testing::Values(
-        Case{"NoStatement", {"normalize"}, "", ""},
-        Case{"BlanksAndComments", {"normalize"}, " ;; -- a;b\n /* c;d */ ; ", ""},
-        Case{"Sql", {"normalize"}, "select 1;select 2", "SELECT 1;\nSELECT 2;\n"},
-        Case{"SemicolonsInQuotes",
-             {"normalize", "--pairs"},
-             R"(a ';' ";" `;`;b)",
-             "a ';' \";\" `;`\n=> a ';' \";\" `;`\n\nb\n=> b\n\n"},
-        Case{"DoubledQuotes",
-             {"normalize", "--pairs"},
-             "';'';';b",
-             "';'';'\n=> ';'';'\n\nb\n=> b\n\n"},
-        Case{"BackslashEscapes",
-             {"normalize", "--pairs"},
-             R"('\';';`\`;b)",
-             "'\\';'\n=> '\\';'\n\n`\\`\n=> `\\`\n\nb\n=> b\n\n"},
-        Case{"CommentsBeforeAndWithin",
-             {"normalize", "--pairs"},
-             "-- x;'\na /*;'*/ --;\n b;c",
-             "a /*;'*/ --;\n b\n=> a /*;'*/ --; b\n\nc\n=> c\n\n"},
-        Case{"NoComments", {"normalize"}, "a-b/c;d", "a - b / c;\nd;\n"},
-        Case{"Lines", {"normalize", "--input=lines"}, "a;b\n\n'c\nd", "a ; b\n\n' c\nd\n"},
-        Case{"Nul", {"normalize", "--input=nul"}, "a\nb\0\0\xFF=1\0"s, "a b\0\0\xFF= 1\0"s},
-        Case{"NulPairs",
-             {"normalize", "--input=nul", "--pairs"},
-             "0x1F"s,
-             "0x1F\0"
-             "31\0"s},
-        Case{"DashIsStandardInput", {"normalize", "-"}, "select 1", "SELECT 1;\n"}),
-    CaseName());
-
-INSTANTIATE_TEST_SUITE_P(
-    MapAndTrace, GoodRun,
-    ::testing::Values(Case{"Zero", {"map", "0"}, "", "0 0x0\n"},
-                      Case{"Negative", {"map", "-1"}, "", "184549395 0xB000013\n"},
-                      Case{"Smallest", {"map", "-2147483648"}, "", "184549395 0xB000013\n"},
-                      Case{"Hexadecimal", {"map", "0x7fffffff"}, "", "184549395 0xB000013\n"},
-                      Case{"NegativeHexadecimal", {"map", "-0x0"}, "", "0 0x0\n"},
-                      Case{"TraceShowsChangesAlone",
-                           {"trace", "a\n0x1F "},
-                           "",
-                           "input                               [a\\n0x1F ]\n"
-                           " 3 hexadecimal-literal conversion   [a\\n31 ]\n"
-                           " 9 token spacing                    [ a  31 ]\n"
-                           "10 whitespace collapse              [ a 31 ]\n"
-                           "22 leading trim                     [a 31 ]\n"
-                           "23 trailing trim                    [a 31]\n"
-                           "result                              [a 31]\n"},
-                      Case{"TraceReadsStandardInput",
-                           {"trace"},
-                           "\x01\0"s,
-                           "input                               [\\x01\\x00]\n"
-                           "result                              [\\x01\\x00]\n"}),
-    CaseName());
-
-INSTANTIATE_TEST_SUITE_P(Shapes, GoodRun,
-                         ::testing::Values(Case{"None", {"shapes"}, "", "0 statements, 0 shapes\n"},
-                                           Case{"MostFrequentFirstThenFirstSeen",
-                                                {"shapes"},
-                                                "b;a;c = 0x1;c=1;\na;c  = 1",
-                                                "6 statements, 3 shapes\n"
-                                                "         3  50.00 %  c = 0x1\n"
-                                                "         2  33.33 %  a\n"
-                                                "         1  16.67 %  b\n"},
-                                           Case{"Top",
-                                                {"shapes", "--input=lines", "--top", "1"},
-                                                "a\nb\nb\n",
-                                                "3 statements, 2 shapes\n         2  66.67 %  b\n"},
-                                           Case{"Json",
-                                                {"shapes", "--input=nul", "--json"},
-                                                "\xFF\0\xFF"s,
-                                                R"({
-  "statements": 2,
-  "failed": 0,
-  "shape_count": 1,
-  "shapes": [
-    {
-      "count": 2,
-      "share": 1.0,
-      "canonical": ")"
-                                                "\xEF\xBF\xBD"
-                                                R"(",
-      "example": ")"
-                                                "\xEF\xBF\xBD"
-                                                R"("
-    }
-  ]
-}
-)"}),
-                         CaseName());
-
-struct BadCase {
-  const char* id;
-  std::vector<std::string> arguments;
-  std::string input;
-  int exit_code;
-  // What still comes out, and what the one line on standard error holds.
-  std::string output;
-  std::vector<std::string> reasons;
-};
-
-void PrintTo(const BadCase& c, std::ostream* stream) { *stream << c.id; }
-
-class BadRun : public ::testing::TestWithParam<BadCase> {};
-
-TEST_P(BadRun, SaysWhyInOneLine) {
-  const RunResult result = Tool(GetParam().arguments, {.input = GetParam().input});
-  EXPECT_EQ(result.output, GetParam().output);
-  EXPECT_THAT(result.errors, IsOneErrorLine());
-  for (const std::string& reason : GetParam().reasons) {
-    EXPECT_THAT(result.errors, HasSubstr(reason));
+  const RunResult result = Tool(arguments, options);
+  EXPECT_EQ(result.exit_code, exit_code);
+  EXPECT_EQ(result.output, texts.at(1));
+  if (exit_code == 0) {
+    EXPECT_EQ(result.errors, "");
+  } else {
+    EXPECT_THAT(result.errors, IsOneErrorLine());
   }
-  EXPECT_EQ(result.exit_code, GetParam().exit_code);
+  for (std::size_t i = 2; i < texts.size(); ++i) EXPECT_THAT(result.errors, HasSubstr(texts[i]));
 }
+
+INSTANTIATE_TEST_SUITE_P(Cases, ToolRun, testing::ValuesIn(tarn::test::ReadCases("tool.txt")),
+                         tarn::test::CaseName);
 
 constexpr int kFailed = 1;
 constexpr int kTrouble = 2;
-
-INSTANTIATE_TEST_SUITE_P(
-    Usage, BadRun,
-    ::testing::Values(
-        BadCase{"NoCommand", {}, "", kTrouble, "", {"a command is required"}},
-        BadCase{"UnknownCommand", {"normalise"}, "", kTrouble, "", {"normalise"}},
-        BadCase{"LineBreakInArgument", {"a\nb"}, "", kTrouble, "", {"a\\nb"}},
-        BadCase{"UnknownOption", {"normalize", "--no"}, "", kTrouble, "", {"normalize", "--no"}},
-        BadCase{
-            "UnknownFormat", {"normalize", "--input=csv"}, "", kTrouble, "", {"--input", "csv"}},
-        BadCase{"TopZero", {"shapes", "--top=0"}, "", kTrouble, "", {"--top", "0"}},
-        BadCase{"NoThread", {"shapes", "--threads=0"}, "", kTrouble, "", {"--threads", "0"}},
-        BadCase{"NoStatus", {"map"}, "", kTrouble, "", {"STATUS"}},
-        BadCase{"EmptyStatus", {"map", ""}, "", kTrouble, "", {"\"\""}},
-        BadCase{"WordAsStatus", {"map", "1x"}, "", kTrouble, "", {"1x"}},
-        BadCase{"TwoSigns", {"map", "--", "--1"}, "", kTrouble, "", {"--1"}},
-        BadCase{"StatusTooLarge", {"map", "2147483648"}, "", kTrouble, "", {"2147483648", "range"}},
-        BadCase{"StatusTooSmall", {"map", "-2147483649"}, "", kTrouble, "", {"range"}},
-        BadCase{"StatusHuge", {"map", "0xfffffffffffffffff"}, "", kTrouble, "", {"range"}}),
-    CaseName());
-
-INSTANTIATE_TEST_SUITE_P(
-    Inputs, BadRun,
-    ::testing::Values(
-        BadCase{"FailingStatement",
-                {"normalize"},
-                "a;x=1.0e999;b",
-                kFailed,
-                "a;\nb;\n",
-                {"standard input: statement 2: "}},
-        BadCase{"FailingStatementInTrace",
-                {"trace", "1.0e999"},
-                "",
-                kFailed,
-                "input                               [1.0e999]\n",
-                {"step 2: "}},
-        BadCase{"FailingStatementInShapes",
-                {"shapes", "-", "-"},
-                "x=1.0e999;a;y=1.0e999",
-                kFailed,
-                "1 statements, 1 shapes\n         1 100.00 %  a\n",
-                {"2 statements failed", "standard input: statement 1: "}},
-        BadCase{"OpenQuote", {"normalize"}, "a;b 'c", kFailed, "a;\nb ' c;\n", {"quote"}},
-        BadCase{"OpenComment", {"normalize"}, "a;/* b", kFailed, "a;\n", {"comment"}},
-        BadCase{"MissingFile",
-                {"normalize", "/no/such", "-"},
-                "a",
-                kTrouble,
-                "a;\n",
-                {"/no/such: No such file or directory"}},
-        BadCase{
-            "FolderAsFile", {"normalize", "-", "/"}, "a", kTrouble, "a;\n", {"/: Is a directory"}},
-        BadCase{"MissingFileInShapes",
-                {"shapes", "/no/such", "-"},
-                "a",
-                kTrouble,
-                "1 statements, 1 shapes\n         1 100.00 %  a\n",
-                {"/no/such: No such file or directory"}},
-        BadCase{"MissingLibrary",
-                {"map", "0", "--plugin=/no/such.so"},
-                "",
-                kTrouble,
-                "",
-                {"/no/such.so: ", "No such file or directory"}},
-        BadCase{"LibraryWithoutFunction",
-                {"normalize", "--plugin=libm.so.6"},
-                "a",
-                kTrouble,
-                "",
-                {"libm.so.6: ", "GetProductInterfaceForVESTA"}},
-        BadCase{"CheckOfMissingFile",
-                {"check", "/no/such.so"},
-                "",
-                kTrouble,
-                "",
-                {"/no/such.so: No such file or directory"}},
-        BadCase{"CheckOfText",
-                {"check", "/etc/passwd"},
-                "",
-                kTrouble,
-                "",
-                {"/etc/passwd: not an ELF file"}},
-        BadCase{"CheckOfExecutable",
-                {"check", TARN_HOST_PATH},
-                "",
-                kTrouble,
-                "",
-                {TARN_HOST_PATH ": an executable"}}),
-    CaseName());
 
 TEST(Tool, ReportsUnwritableOutput) {
   for (const std::vector<std::string>& arguments :
@@ -408,6 +213,8 @@ TEST(Tool, CheckSurvivesDamagedLibraries) {
     EXPECT_EQ(result.exit_code, kTrouble) << size;
     EXPECT_THAT(result.errors, IsOneErrorLine()) << size;
   }
+  EXPECT_THAT(Tool({"check", TARN_HOST_PATH}).errors,
+              AllOf(IsOneErrorLine(), HasSubstr(TARN_HOST_PATH ": an executable")));
 }
 
 }  // namespace

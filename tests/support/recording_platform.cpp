@@ -1,9 +1,7 @@
 #include "support/recording_platform.h"
 
-#include <memory>
 #include <string>
 
-#include "platform/c_value.h"
 #include "platform/log_process.h"
 #include "platform/quill_aes_cipher.h"
 #include "platform/quill_process.h"
@@ -133,31 +131,3 @@ unsigned int QuillGetProcHandle() {
   Enter([] { return "QuillGetProcHandle()"; });
   return Platform().process_handle;
 }
-
-namespace refl {
-
-// What neither the plug-in nor a test uses, copying above all, is left undefined.
-struct CValue::Content {
-  Enum::DataTypeEnum type;
-  std::string text;
-};
-
-CValue::CValue() = default;
-CValue::~CValue() = default;
-
-void CValue::ReadFrom(const std::string& text) {
-  Enter([&] { return "ReadFrom(" + text + ")"; });
-  content_ = std::make_unique<Content>(Content{Enum::DATA_TYPE_STRING, text});
-}
-
-void CValue::ChangeValueTypeEnum(Enum::DataTypeEnum type) {
-  content_ = std::make_unique<Content>(Content{type, {}});
-}
-
-Enum::DataTypeEnum CValue::GetDataType() const noexcept {
-  return content_ ? content_->type : Enum::DATA_TYPE_NONE;
-}
-
-std::string CValue::ToString() const { return content_ ? content_->text : std::string(); }
-
-}  // namespace refl

@@ -1,0 +1,275 @@
+// Hosts that make it hard: calls on many threads while copies of the library come and go, a global
+// locale of their own, a fork, unloading after real work.
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <clocale>
+#include <cstdlib>
+#include <filesystem>
+#include <functional>
+#include <locale>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <typeinfo>
+#include <vector>
+
+#include "platform/c_value.h"
+#include "support/surroundings.h"
+#include "support/table.h"
+#include "tarn_host/plugin.h"
+
+namespace {
+
+using tarn::host::Plugin;
+using tarn::test::RunProgram;
+using tarn::test::ScopedVariable;
+using tarn::test::TemporaryFolder;
+
+// Whether the library at `path` is loaded in this process. What dlclose returns says nothing of it.
+bool IsMapped(const std::string& path) {
+  void* const library = dlopen(path.c_str(), RTLD_NOW | RTLD_NOLOAD);
+  if (library != nullptr) dlclose(library);
+  return library != nullptr;
+}
+
+// The library's file under another name, which the dynamic loader takes for another library.
+std::string CopyOfThePlugin(const TemporaryFolder& folder, const std::string& name) {
+  std::filesystem::copy_file(TARN_PLUGIN_PATH, folder.Path(name));
+  return folder.Path(name);
+}
+
+std::string Normalized(const Plugin& plugin, std::string sql) {
+  plugin.Product().NormalizeSQL(sql);
+  return sql;
+}
+
+// Everything the nine operations answer, in one text.
+std::string AnswersOfAll(impl_dao::CProductInterface& product) {
+  product.LogError("error");
+  product.LogWarning("warning");
+  product.LogDebug("debug");
+  std::string answers = std::to_string(product.MapErrorCode(-1));
+  for (const std::string name : {"orders", "metrics", "archive"}) {
+    std::string type;
+    std::string user;
+    std::string password;
+    std::string address;
+    const bool all = product.GetDBType(type, name) &&
+                     product.GetDBUserAndPassword(user, password, name) &&
+                     product.GetDBConnectAddress(address, name);
+    answers += (all ? "|" : "|false ") + type + "|" + user + ":" + password + "|" + address;
+  }
+  std::map<std::string, refl::CValue> properties;
+  answers += product.GetDBConnectProperties(properties) ? "|" : "|false ";
+  answers += properties["SSLMODE"].ToString() + properties["defaultDBName"].ToString() + "|";
+  std::string sql = "select t7.a from tab t7, tab2 t3 where (t7.b = 1.50 and c=0xff)";
+  product.NormalizeSQL(sql);
+  return answers + sql;
+}
+
+TEST(Threads, MayCallEverythingWhileCopiesComeAndGo) {
+  constexpr int kCallers = 8;
+  constexpr int kCalls = 50;
+  constexpr int kLoaders = 2;
+  constexpr int kLoads = 15;
+  const TemporaryFolder folder;
+  const std::string examples = TARN_EXAMPLES;
+  ASSERT_EQ(RunProgram({examples + "/make_sys_conf.sh", TARN_HOST_PATH, folder.Path("key"),
+                        examples + "/sys_conf.json", folder.Path("sys.json")})
+                .exit_code,
+            0);
+  const ScopedVariable variables[] = {{"TARN_SYS_CONF", folder.Path("sys.json")},
+                                      {"TARN_KEY_FILE", folder.Path("key")},
+                                      {"APP_CONF_FILE", examples + "/app_conf.json"},
+                                      {"TARN_PROC_ID", "4071"},
+                                      {"TARN_PROC_HANDLE", "3"},
+                                      {"TARN_LOG_LEVEL", "off"}};
+  const Plugin plugin(TARN_PLUGIN_PATH);
+  const std::string expected =
+      "184549395|mysql|orders_app:orders-secret|10.0.0.5:3306|tundra|metrics:metrics-secret|"
+      "metrics.example:2345|oracle|archive_app:archive-secret|ARCHIVE_SERVICE|2nesvc_v8ptnDB_3|"
+      "SELECT ____t1.a FROM tab ____t1, tab2 ____t2 WHERE ____t1.b = 1.5 and c = 255";
+
+  // Held by the dynamic loader anyway, whose own lock ThreadSanitizer does not see: images that one
+  // thread after the other puts at the same addresses would look like races.
+  std::mutex loader;
+  std::atomic<int> wrong_answers{0};
+  std::atomic<int> wrong_copies{0};
+  std::vector<std::thread> threads;
+  threads.reserve(kCallers + kLoaders);
+  for (int i = 0; i < kCallers; ++i) {
+    threads.emplace_back([&] {
+      for (int call = 0; call < kCalls; ++call) {
+        if (AnswersOfAll(plugin.Product()) != expected) ++wrong_answers;
+      }
+    });
+  }
+  for (int i = 0; i < kLoaders; ++i) {
+    const std::string copy = CopyOfThePlugin(folder, std::to_string(i) + ".so");
+    threads.emplace_back([&, copy] {
+      for (int load = 0; load < kLoads; ++load) {
+        std::unique_lock lock(loader);
+        std::optional<Plugin> second(copy);
+        lock.unlock();
+        if (&second->Product() == &plugin.Product()) ++wrong_copies;
+        if (AnswersOfAll(second->Product()) != expected) ++wrong_copies;
+        lock.lock();
+        second.reset();
+        if (IsMapped(copy)) ++wrong_copies;
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(AnswersOfAll(plugin.Product()), expected);
+  EXPECT_EQ(wrong_answers, 0);
+  EXPECT_EQ(wrong_copies, 0);
+}
+
+// More than a thousand aliases, and numbers that would be grouped or get another decimal point.
+struct Grouped {
+  Grouped() {
+    for (int i = 1; i <= 1001; ++i) {
+      sql += ", t" + std::to_string(2000 + i);
+      canonical += ", ____t" + std::to_string(i);
+    }
+  }
+  std::string sql = "select 1234567.50, 0xFFFFFFFF, 2.5E-3";
+  std::string canonical = "SELECT 1234567.5, 4294967295, 0.0025000000000000001";
+};
+
+class Punctuation : public std::numpunct<char> {
+  char do_decimal_point() const override { return ','; }
+  char do_thousands_sep() const override { return '.'; }
+  std::string do_grouping() const override { return "\3"; }
+};
+
+// Puts the process's locales back.
+class ScopedLocale {
+ public:
+  ScopedLocale() = default;
+  ScopedLocale(const ScopedLocale&) = delete;
+  ScopedLocale& operator=(const ScopedLocale&) = delete;
+  ~ScopedLocale() {
+    std::locale::global(before_);
+    std::setlocale(LC_ALL, "C");
+  }
+
+ private:
+  const std::locale before_;
+};
+
+struct LocaleRow : tarn::test::NamedRow {
+  // Whether it needs a locale of the system's.
+  bool named;
+  std::function<void()> set;
+};
+
+class HostLocale : public testing::TestWithParam<LocaleRow> {};
+
+TEST_P(HostLocale, LeavesTheCanonicalTextAlone) {
+  const TemporaryFolder folder;
+  const ScopedVariable locales("LOCPATH", folder.Path(""));
+  if (GetParam().named && RunProgram({"/usr/bin/env", "localedef", "-i", "de_DE", "-f", "UTF-8",
+                                      folder.Path("de_DE.UTF-8")})
+                                  .exit_code != 0) {
+    GTEST_SKIP() << "localedef or the sources of its locales are not installed";
+  }
+  const Grouped texts;
+  const ScopedLocale scoped;
+  const Plugin loaded_before(CopyOfThePlugin(folder, "before.so"));
+  ASSERT_NO_THROW(GetParam().set());
+  const Plugin loaded_after(CopyOfThePlugin(folder, "after.so"));
+  EXPECT_EQ(Normalized(loaded_before, texts.sql), texts.canonical);
+  EXPECT_EQ(Normalized(loaded_after, texts.sql), texts.canonical);
+}
+
+const LocaleRow kLocales[] = {
+    {{"Facets"}, false, [] { std::locale::global(std::locale(std::locale(), new Punctuation)); }},
+    {{"NumericCategory"},
+     true,
+     [] {
+       ASSERT_NE(std::setlocale(LC_NUMERIC, "de_DE.UTF-8"), nullptr);
+       ASSERT_STREQ(std::localeconv()->decimal_point, ",");
+     }},
+    {{"Named"}, true, [] { std::locale::global(std::locale("de_DE.UTF-8")); }},
+};
+INSTANTIATE_TEST_SUITE_P(Locales, HostLocale, testing::ValuesIn(kLocales),
+                         tarn::test::RowName<LocaleRow>);
+
+// Latin-1, as far as the test looks: 0xE9 is a letter and 0xA0 a space.
+class LatinCtype : public std::ctype<char> {
+ public:
+  LatinCtype() : std::ctype<char>(Table()) {}
+
+ private:
+  static const mask* Table() {
+    static const std::array<mask, table_size> table = [] {
+      std::array<mask, table_size> classes{};
+      std::copy_n(classic_table(), table_size, classes.begin());
+      // Not `graph`: that mask contains the bit of a digit.
+      classes[0xE9] = alpha | lower | print;
+      classes[0xA0] = space | print;
+      return classes;
+    }();
+    return table.data();
+  }
+};
+
+// The patterns keep the classes of bytes that they were compiled under: those of loading.
+TEST(LocaleOfLoading, DecidesWhatAWordIs) {
+  const TemporaryFolder folder;
+  const std::string copy = CopyOfThePlugin(folder, "copy.so");
+  const Plugin classic(TARN_PLUGIN_PATH);
+  auto scoped = std::make_optional<ScopedLocale>();
+  std::locale::global(std::locale(std::locale(), new LatinCtype));
+  const Plugin latin(copy);
+  const std::string sql =
+      "select caf\xE9s from\xA0\xA0t where a\xA0=\xA0"
+      "b and \xE9t1 = 2";
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_EQ(Normalized(latin, sql), "SELECT caf\xE9s FROM t WHERE a = b and \xE9t1 = 2");
+    EXPECT_EQ(Normalized(classic, sql),
+              "SELECT caf \xE9 s FROM \xA0\xA0 t WHERE a \xA0=\xA0 b and \xE9 ____t1 = 2");
+    scoped.reset();
+  }
+}
+
+TEST(Unloading, LeavesNothingMappedAfterRealWork) {
+  constexpr int kRounds = 100;
+  for (int round = 0; round < kRounds; ++round) {
+    {
+      const Plugin plugin(TARN_PLUGIN_PATH);
+      ASSERT_EQ(Normalized(plugin, "select t1.a from tab t1 where t1.b = 1.50"),
+                "SELECT a FROM tab ____t1 WHERE b = 1.5");
+      // Gone before the library, whose code it needs.
+      ASSERT_THROW(Normalized(plugin, "x=1.0e999"), std::bad_cast);
+      ASSERT_TRUE(IsMapped(TARN_PLUGIN_PATH));
+    }
+    ASSERT_FALSE(IsMapped(TARN_PLUGIN_PATH)) << "round " << round;
+  }
+}
+
+// The child of a fork has the library as its parent had it, and ends as any process does.
+TEST(Fork, LeavesTheLibraryUsableOnBothSides) {
+  auto plugin = std::make_unique<Plugin>(TARN_PLUGIN_PATH);
+  const auto normalizes = [&] { return Normalized(*plugin, "select 0x10") == "SELECT 16"; };
+  for (const bool unloads : {true, false}) {
+    EXPECT_EXIT(
+        {
+          const bool well = normalizes();
+          if (unloads) plugin.reset();
+          std::exit(well && IsMapped(TARN_PLUGIN_PATH) != unloads ? EXIT_SUCCESS : EXIT_FAILURE);
+        },
+        testing::ExitedWithCode(EXIT_SUCCESS), "");
+    EXPECT_TRUE(normalizes());
+  }
+}
+
+}  // namespace
