@@ -198,7 +198,6 @@ const LocaleRow kLocales[] = {
        ASSERT_NE(std::setlocale(LC_NUMERIC, "de_DE.UTF-8"), nullptr);
        ASSERT_STREQ(std::localeconv()->decimal_point, ",");
      }},
-    {{"Named"}, true, [] { std::locale::global(std::locale("de_DE.UTF-8")); }},
 };
 INSTANTIATE_TEST_SUITE_P(Locales, HostLocale, testing::ValuesIn(kLocales),
                          tarn::test::RowName<LocaleRow>);
