@@ -23,8 +23,8 @@ namespace impl_dao {
 // service, the standard library or Boost throws reaches the caller.
 class CProductInterface {
  public:
-  // Writes `message` to the product log at error level, under the code 666667. The pointer is passed
-  // on as it is, not copied, and may be null if the logging library takes null.
+  // Writes `message` to the product log at error level, under the code 666667. The pointer is
+  // passed on as it is, not copied, and may be null if the logging library takes null.
   virtual void LogError(const char* message) = 0;
 
   // As LogError, at warning level and without a code.
@@ -43,7 +43,8 @@ class CProductInterface {
                                     const std::string& dbName) = 0;
 
   // Replaces `address` with where to connect for `dbName`: "host:port" for the types "mysql" and
-  // "tundra", the service name for any other. Always true; `address` is as it was after an exception.
+  // "tundra", the service name for any other. Always true; `address` is as it was after an
+  // exception.
   virtual bool GetDBConnectAddress(std::string& address, const std::string& dbName) = 0;
 
   // Sets the entries "defaultDBName" and "SSLMODE" ("0" disabled, "1" default, "2" required), both

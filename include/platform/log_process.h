@@ -2,7 +2,8 @@
 #pragma once
 
 // Where a log record comes from. Built for one log call and destroyed after it. Neither text is
-// copied by the plug-in's side of the contract: both must outlive the record, and string literals do.
+// copied by the plug-in's side of the contract: both must outlive the record, and string literals
+// do.
 class LocationInfo {
  public:
   LocationInfo(const char* file, const char* function, int line);

@@ -12,8 +12,9 @@ class QuillAESCipher {
   // Deciphers `cipherText` into `plainText` with the algorithm of that identifier. 0 on success,
   // otherwise the library's error code. Key and text encoding are the library's own.
   //
-  // Whether `plainText` is cleared before it is written, or touched on failure, is not promised. The
-  // caller owns both texts, and wipes `plainText` when done. The plug-in lets anything thrown pass.
+  // Whether `plainText` is cleared before it is written, or touched on failure, is not promised.
+  // The caller owns both texts, and wipes `plainText` when done. The plug-in lets anything thrown
+  // pass.
   static unsigned int decryptEx(const std::string& cipherText, std::string& plainText,
                                 unsigned int algorithm);
 };

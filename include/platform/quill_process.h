@@ -1,5 +1,6 @@
 // The product platform's process library, as far as the plug-in uses it. Only the low 16 bits of
-// either result are used. Any thread may call either function; the plug-in lets anything thrown pass.
+// either result are used. Any thread may call either function; the plug-in lets anything thrown
+// pass.
 #pragma once
 
 // Identity of the calling process within the product.
