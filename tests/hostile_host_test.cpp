@@ -64,7 +64,8 @@ std::string AnswersOfAll(impl_dao::CProductInterface& product) {
     const bool all = product.GetDBType(type, name) &&
                      product.GetDBUserAndPassword(user, password, name) &&
                      product.GetDBConnectAddress(address, name);
-    answers += (all ? "|" : "|false ") + type + "|" + user + ":" + password + "|" + address;
+    answers.append(all ? "|" : "|false ").append(type).append("|");
+    answers.append(user).append(":").append(password).append("|").append(address);
   }
   std::map<std::string, refl::CValue> properties;
   answers += product.GetDBConnectProperties(properties) ? "|" : "|false ";

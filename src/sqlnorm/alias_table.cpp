@@ -21,6 +21,7 @@ std::size_t AliasTable::KeyedHash::operator()(std::string_view alias) const noex
   constexpr std::uint64_t kPrime = (std::uint64_t{1} << 61) - 1;
   // 16 random bytes that the kernel hands to every process (getauxval(3)).
   std::uint64_t base = 0;
+  // NOLINTNEXTLINE(performance-no-int-to-ptr): that is how getauxval hands out an address
   std::memcpy(&base, reinterpret_cast<const void*>(getauxval(AT_RANDOM)), sizeof base);
   base %= kPrime;
   std::uint64_t hash = 1;
