@@ -158,7 +158,7 @@ class Growth : public testing::TestWithParam<tarn::testing::GrowthFamily> {};
 // Short enough for the patterns in the main.
 TEST_P(Growth, RoadsAgree) {
   Tally tally;
-  for (const std::size_t length : {3, 40, 300, 1500}) tally.Compare(Grow(GetParam(), length));
+  for (const std::size_t length : {3U, 40U, 300U, 1500U}) tally.Compare(Grow(GetParam(), length));
   tally.Report();
 }
 

@@ -1,6 +1,5 @@
 /* A host in plain C: no C++ header, no C++ library of its own, the product called by slot number.
  * Usage: plain_c_host LIBRARY. One line a fact; exits with 1 at the first that does not hold. */
-#define _GNU_SOURCE
 #include <dlfcn.h>
 #include <stdint.h>
 #include <stdio.h>
