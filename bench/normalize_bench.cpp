@@ -191,6 +191,11 @@ int Run(int argc, char** argv) {
           ->ReportAggregatesOnly(false);
     }
   }
+  // Twice the statements a second on two threads: nothing is shared.
+  benchmark::RegisterBenchmark("threads/examples", NormalizeAll, sets.front(), Scanner)
+      ->ThreadRange(1, 2)
+      ->MinTime(kSetSeconds)
+      ->UseRealTime();
   constexpr int kShortest = 1 << 10;
   constexpr int kLongest = 1 << 20;
   constexpr double kGrowthSeconds = 0.02;

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <iostream>
 #include <iterator>
+#include <new>
 #include <random>
 #include <sstream>
 #include <string>
@@ -15,6 +16,7 @@
 #include "sqlnorm/normalize_sql.h"
 #include "sqlnorm/pattern_road.h"
 #include "sqlnorm/scanner_road.h"
+#include "support/allocations.h"
 #include "support/compare_roads.h"
 #include "support/growth_families.h"
 #include "tarn_host/plugin.h"
@@ -166,6 +168,25 @@ TEST_P(Growth, RoadsAgree) {
 TEST_P(Growth, ScannerTakesMegabytes) {
   constexpr std::size_t kLength = 4 << 20;
   EXPECT_NO_THROW(tarn::sqlnorm::NormalizeByScanner(Grow(GetParam(), kLength)));
+}
+
+// How many blocks the scanner asks for: one less than the first that is never asked for.
+long ScannerAllocations(const std::string& sql) {
+  for (long n = 1;; ++n) {
+    const tarn::test::FailNthAllocation failure(n);
+    try {
+      tarn::sqlnorm::NormalizeByScanner(sql);
+    } catch (const std::bad_alloc&) {
+    }
+    if (!tarn::test::FailNthAllocation::Happened()) return n - 1;
+  }
+}
+
+TEST_P(Growth, ScannerAllocatesNoMoreForMoreTokens) {
+  if (GetParam().name == "DistinctAliases"sv) GTEST_SKIP() << "each alias may cost a block";
+  constexpr std::size_t kLength = 10'000;
+  EXPECT_EQ(ScannerAllocations(Grow(GetParam(), kLength)),
+            ScannerAllocations(Grow(GetParam(), 16 * kLength)));
 }
 
 INSTANTIATE_TEST_SUITE_P(Families, Growth, testing::ValuesIn(tarn::testing::kGrowthFamilies),
