@@ -11,11 +11,9 @@
 #include "support/case_file.h"
 #include "tarn_host/plugin.h"
 
+namespace tarn::test {
 namespace {
 
-using tarn::test::CaseName;
-using tarn::test::CaseRow;
-using tarn::test::ReadCases;
 using testing::StrEq;
 
 class Normalizer : public testing::Test {
@@ -26,7 +24,7 @@ class Normalizer : public testing::Test {
     return text;
   }
 
-  const tarn::host::Plugin plugin_{TARN_PLUGIN_PATH};
+  const host::Plugin plugin_{TARN_PLUGIN_PATH};
 };
 
 class NormalizeSQL : public Normalizer, public testing::WithParamInterface<CaseRow> {};
@@ -98,3 +96,4 @@ TEST_F(RepeatedRun, KeepsNoStateBetweenCalls) {
 }
 
 }  // namespace
+}  // namespace tarn::test
