@@ -36,20 +36,6 @@ TEST_P(NormalizeSQL, GivesTheCanonicalText) {
 INSTANTIATE_TEST_SUITE_P(Cases, NormalizeSQL, testing::ValuesIn(ReadCases("canonical_text.txt")),
                          CaseName);
 
-using AliasNumbers = Normalizer;
-
-TEST_F(AliasNumbers, GrowBeyondOneDigitAndKeepQualifiers) {
-  std::string sql = "select";
-  std::string canonical = "SELECT";
-  constexpr int kAliases = 12;
-  for (int i = 1; i <= kAliases; ++i) {
-    const std::string comma = i == 1 ? " " : ", ";
-    sql += comma + "t" + std::to_string(100 - i) + ".c";
-    canonical += comma + "____t" + std::to_string(i) + ".c";
-  }
-  EXPECT_EQ(Normalize(sql), canonical);
-}
-
 using OutOfRangeLiteral = Normalizer;
 
 TEST_F(OutOfRangeLiteral, ThrowsBadLexicalCastAndLeavesTheStatement) {
