@@ -12,24 +12,14 @@
 #include "platform/c_value.h"
 #include "support/allocations.h"
 #include "support/recording_platform.h"
-#include "support/table.h"
 
+namespace tarn::test {
 namespace {
 
-using tarn::test::LiveAllocations;
-using tarn::test::Platform;
-using tarn::test::PlatformError;
-using tarn::test::ResetPlatform;
-using tarn::test::RowName;
 using testing::ElementsAre;
 using testing::ElementsAreArray;
 
 using Calls = std::vector<std::string>;
-
-impl_dao::CProductInterface& Product() { return *GetProductInterfaceForVESTA(); }
-
-// Longer than what a string holds without allocating.
-constexpr const char* kLongPassword = "correct horse battery staple";
 
 // Runs `operation(n)` for every call n of the platform and once beyond. It makes that call throw,
 // checks the outputs and returns whether the exception came out.
@@ -53,12 +43,7 @@ bool ThrowsAt(int n, Call call) {
   return false;
 }
 
-class DBType : public testing::Test {
- protected:
-  DBType() { ResetPlatform(); }
-};
-
-TEST_F(DBType, IsHandedBackAndLoggedAsAnError) {
+TEST(DBType, IsHandedBackAndLoggedAsAnError) {
   for (const std::string type : {"mysql", "tundra", "Oracle 19", ""}) {
     ResetPlatform().type = type;
     std::string out = "before";
@@ -70,8 +55,8 @@ TEST_F(DBType, IsHandedBackAndLoggedAsAnError) {
   }
 }
 
-TEST_F(DBType, IsWrittenBeforeItIsLogged) {
-  Platform().type = "mysql";
+TEST(DBType, IsWrittenBeforeItIsLogged) {
+  ResetPlatform().type = "mysql";
   ThrowAtEveryCall(3, [](int n) {
     std::string out = "before";
     const bool threw = ThrowsAt(n, [&] { Product().GetDBType(out, "db01"); });
@@ -108,35 +93,6 @@ TEST(OwnLogging, GoesThroughTheDispatchTable) {
               ElementsAre("error mysql", "warning app", "warning nemgr_transDB_3"));
 }
 
-struct AccountCase : tarn::test::NamedRow {
-  std::string type;
-  std::string user;
-};
-
-class AccountUser : public testing::TestWithParam<AccountCase> {};
-
-TEST_P(AccountUser, FollowsTheType) {
-  ResetPlatform().type = GetParam().type;
-  Platform().user = "first";
-  Platform().later_user = "second";
-  std::string user = "before";
-  std::string password = "before";
-  EXPECT_TRUE(Product().GetDBUserAndPassword(user, password, "db01"));
-  EXPECT_EQ(user, GetParam().user);
-}
-
-const AccountCase kAccounts[] = {
-    {{"mysql"}, "mysql", "second"},
-    {{"tundra"}, "tundra", "db01"},
-    {{"other_letter_case"}, "MySQL", "first"},
-    {{"longer"}, "mysql8", "first"},
-    {{"shorter"}, "tundr", "first"},
-    {{"other"}, "oracle", "first"},
-    {{"with_nul"}, std::string("mysql\0", 6), "first"},
-    {{"empty"}, "", "first"},
-};
-INSTANTIATE_TEST_SUITE_P(Types, AccountUser, testing::ValuesIn(kAccounts), RowName<AccountCase>);
-
 class Account : public testing::Test {
  protected:
   Account() {
@@ -156,6 +112,23 @@ class Account : public testing::Test {
   std::string password_ = "password before";
 };
 
+TEST_F(Account, HasTheUserThatTheTypeWants) {
+  Platform().later_user = "second";
+  for (const auto& [type, user] :
+       std::map<std::string, std::string>{{"mysql", "second"},
+                                          {"tundra", "db01"},
+                                          {"MySQL", "app"},
+                                          {"mysql8", "app"},
+                                          {"tundr", "app"},
+                                          {std::string("mysql\0", 6), "app"},
+                                          {"", "app"}}) {
+    Platform().call_count = 0;
+    Platform().type = type;
+    Get();
+    EXPECT_EQ(user_, user) << type;
+  }
+}
+
 TEST_F(Account, IsReadAndDecipheredInOrder) {
   EXPECT_THAT(Get(), ElementsAre("Instance()", "getDBUserName(db01, 0)", "Instance()",
                                  "getDBPassword(db01, 0)", "decryptEx(cipher, , 19)", "Instance()",
@@ -166,7 +139,7 @@ TEST_F(Account, IsReadAndDecipheredInOrder) {
 
 // The second attempt gets the output as the first one left it, and its result decides nothing.
 TEST_F(Account, FallsBackToTheSecondAlgorithm) {
-  const std::vector<std::pair<tarn::test::Deciphering, std::string>> cases = {
+  const std::vector<std::pair<Deciphering, std::string>> cases = {
       {{kLongPassword, 0}, "0"}, {{"garbage", 4294967295U}, "4294967295"}};
   for (const auto& [fallback, code] : cases) {
     Platform().calls.clear();
@@ -213,7 +186,7 @@ TEST_P(AccountExceptions, KeepWhatWasWritten) {
     const long live_before = LiveAllocations();
     bool threw = false;
     {
-      const tarn::test::WatchFreedBlocks watch(kLongPassword);
+      const WatchFreedBlocks watch(kLongPassword);
       threw = ThrowsAt(n, [&] { Product().GetDBUserAndPassword(user, password, db_name); });
       EXPECT_EQ(watch.WithSecret(), 0) << n;
       EXPECT_EQ(watch.Wiped(), n < 5 ? 0 : 1) << n;
@@ -228,46 +201,38 @@ TEST_P(AccountExceptions, KeepWhatWasWritten) {
 INSTANTIATE_TEST_SUITE_P(Deciphering, AccountExceptions, testing::Bool(),
                          [](const auto& row) { return row.param ? "falling_back" : "at_once"; });
 
-struct AddressCase : tarn::test::NamedRow {
-  std::string type;
-  std::string host;
-  int port;
-  std::string address;
-};
-
-class Address : public testing::TestWithParam<AddressCase> {};
-
-TEST_P(Address, FollowsTheType) {
-  ResetPlatform().type = GetParam().type;
-  Platform().host = GetParam().host;
-  Platform().port = GetParam().port;
-  Platform().service = "the service";
-  std::string address = "a previous content that is longer than all others";
-  EXPECT_TRUE(Product().GetDBConnectAddress(address, "db01"));
-  EXPECT_EQ(address, GetParam().address);
-
-  Calls calls = {"Instance()", "getDBType(db01, 0)", "Instance()"};
-  if (GetParam().address == "the service") {
-    calls.insert(calls.end(), {"getDBServiceName(db01, 0)"});
-  } else {
-    calls.insert(calls.end(),
-                 {"getDBAccessHost(db01, 0)", "Instance()", "getDBAccessPort(db01, 0)"});
+TEST(Address, FollowsTheType) {
+  const Calls host_and_port = {"Instance()", "getDBType(db01, 0)",
+                               "Instance()", "getDBAccessHost(db01, 0)",
+                               "Instance()", "getDBAccessPort(db01, 0)"};
+  const Calls service = {"Instance()", "getDBType(db01, 0)", "Instance()",
+                         "getDBServiceName(db01, 0)"};
+  struct Row {
+    std::string type;
+    std::string host;
+    int port;
+    std::string address;
+  };
+  for (const Row& row : {Row{"mysql", "10.0.0.5", 12345, "10.0.0.5:12345"},
+                         {"tundra", "dbhost", 2345, "dbhost:2345"},
+                         // No brackets.
+                         {"mysql", "::1", 12345, "::1:12345"},
+                         {"mysql", "", 0, ":0"},
+                         {"tundra", "h", -2147483647 - 1, "h:-2147483648"},
+                         {"MySQL", "h", 1, "the service"},
+                         {"tundra2", "h", 1, "the service"},
+                         {"", "h", 1, "the service"}}) {
+    ResetPlatform().type = row.type;
+    Platform().host = row.host;
+    Platform().port = row.port;
+    Platform().service = "the service";
+    std::string address = "a previous content that is longer than all others";
+    EXPECT_TRUE(Product().GetDBConnectAddress(address, "db01"));
+    EXPECT_EQ(address, row.address);
+    EXPECT_THAT(Platform().calls,
+                ElementsAreArray(address == "the service" ? service : host_and_port));
   }
-  EXPECT_THAT(Platform().calls, ElementsAreArray(calls));
 }
-
-const AddressCase kAddresses[] = {
-    {{"mysql"}, "mysql", "10.0.0.5", 12345, "10.0.0.5:12345"},
-    {{"tundra"}, "tundra", "dbhost", 2345, "dbhost:2345"},
-    {{"ipv6_without_brackets"}, "mysql", "::1", 12345, "::1:12345"},
-    {{"nothing_configured"}, "mysql", "", 0, ":0"},
-    {{"negative_port"}, "tundra", "h", -1, "h:-1"},
-    {{"smallest_port"}, "tundra", "h", -2147483647 - 1, "h:-2147483648"},
-    {{"other_letter_case"}, "MySQL", "h", 1, "the service"},
-    {{"longer"}, "tundra2", "h", 1, "the service"},
-    {{"empty"}, "", "h", 1, "the service"},
-};
-INSTANTIATE_TEST_SUITE_P(Types, Address, testing::ValuesIn(kAddresses), RowName<AddressCase>);
 
 TEST(AddressExceptions, LeaveTheAddressAlone) {
   const std::pair<const char*, int> branches[] = {{"mysql", 6}, {"other", 4}};
@@ -334,32 +299,25 @@ TEST_F(Properties, ReplaceTheirEntriesAndNoOther) {
   EXPECT_EQ(properties_["user"].GetDataType(), static_cast<refl::Enum::DataTypeEnum>(7));
 }
 
-struct NameCase : tarn::test::NamedRow {
-  unsigned int process;
-  unsigned int handle;
-  std::string name;
-};
-
-class DefaultName : public testing::TestWithParam<NameCase> {};
-
-TEST_P(DefaultName, FollowsTheProcess) {
-  ResetPlatform().process_id = GetParam().process;
-  Platform().process_handle = GetParam().handle;
-  std::map<std::string, refl::CValue> properties;
-  Product().GetDBConnectProperties(properties);
-  EXPECT_EQ(properties["defaultDBName"].ToString(), GetParam().name);
+TEST_F(Properties, NameTheDatabaseOfTheProcess) {
+  struct Row {
+    unsigned int process;
+    unsigned int handle;
+    const char* name;
+  };
+  for (const Row& row : {Row{4071, 12, "nesvc_v8ptnDB_12"},
+                         {4070, 12, "nemgr_transDB_12"},
+                         {4072, 65536, "nemgr_transDB_0"},
+                         {0, 70000, "nemgr_transDB_4464"},
+                         {0xABCD0FE7, 1, "nesvc_v8ptnDB_1"},
+                         {4071, 0xFFFFFFFF, "nesvc_v8ptnDB_65535"},
+                         {4071, 0x8000, "nesvc_v8ptnDB_32768"}}) {
+    Platform().process_id = row.process;
+    Platform().process_handle = row.handle;
+    Product().GetDBConnectProperties(properties_);
+    EXPECT_EQ(Value("defaultDBName"), row.name);
+  }
 }
-
-const NameCase kNames[] = {
-    {{"service"}, 4071, 12, "nesvc_v8ptnDB_12"},
-    {{"one_below"}, 4070, 12, "nemgr_transDB_12"},
-    {{"one_above"}, 4072, 65536, "nemgr_transDB_0"},
-    {{"high_bits_of_the_handle"}, 0, 70000, "nemgr_transDB_4464"},
-    {{"high_bits_of_the_identity"}, 0xABCD0FE7, 1, "nesvc_v8ptnDB_1"},
-    {{"greatest_handle"}, 4071, 0xFFFFFFFF, "nesvc_v8ptnDB_65535"},
-    {{"no_sign_bit"}, 4071, 0x8000, "nesvc_v8ptnDB_32768"},
-};
-INSTANTIATE_TEST_SUITE_P(Processes, DefaultName, testing::ValuesIn(kNames), RowName<NameCase>);
 
 TEST_F(Properties, KeepWhatWasWrittenBeforeAnException) {
   constexpr int kNameLogged = 3;
@@ -380,3 +338,4 @@ TEST_F(Properties, KeepWhatWasWrittenBeforeAnException) {
 }
 
 }  // namespace
+}  // namespace tarn::test

@@ -7,14 +7,13 @@
 #include "support/recording_platform.h"
 #include "support/table.h"
 
+namespace tarn::test {
 namespace {
 
 using impl_dao::CProductInterface;
-using tarn::test::Platform;
-using tarn::test::RowName;
 using testing::ElementsAre;
 
-struct Operation : tarn::test::NamedRow {
+struct Operation : NamedRow {
   void (CProductInterface::*log)(const char*);
   // The record around the message.
   std::string begin;
@@ -23,9 +22,9 @@ struct Operation : tarn::test::NamedRow {
 
 class LoggingBridge : public testing::TestWithParam<Operation> {
  protected:
-  void Log(const char* message) { (GetProductInterfaceForVESTA()->*GetParam().log)(message); }
+  void Log(const char* message) { (Product().*GetParam().log)(message); }
 
-  LoggingBridge() { tarn::test::ResetPlatform(); }
+  LoggingBridge() { ResetPlatform(); }
 };
 
 TEST_P(LoggingBridge, PassesTheVeryMessageOn) {
@@ -43,7 +42,7 @@ TEST_P(LoggingBridge, PassesTheVeryMessageOn) {
 
 TEST_P(LoggingBridge, LetsAnExceptionPass) {
   Platform().throw_at = 1;
-  EXPECT_THROW(Log("text"), tarn::test::PlatformError);
+  EXPECT_THROW(Log("text"), PlatformError);
 }
 
 const Operation kOperations[] = {
@@ -61,3 +60,4 @@ INSTANTIATE_TEST_SUITE_P(Operations, LoggingBridge, testing::ValuesIn(kOperation
                          RowName<Operation>);
 
 }  // namespace
+}  // namespace tarn::test

@@ -11,11 +11,9 @@
 #include "support/case_file.h"
 #include "tarn_host/plugin.h"
 
+namespace tarn::test {
 namespace {
 
-using tarn::test::CaseName;
-using tarn::test::CaseRow;
-using tarn::test::ReadCases;
 using testing::StrEq;
 
 class Normalizer : public testing::Test {
@@ -26,7 +24,7 @@ class Normalizer : public testing::Test {
     return text;
   }
 
-  const tarn::host::Plugin plugin_{TARN_PLUGIN_PATH};
+  const host::Plugin plugin_{TARN_PLUGIN_PATH};
 };
 
 class NormalizeSQL : public Normalizer, public testing::WithParamInterface<CaseRow> {};
@@ -37,20 +35,6 @@ TEST_P(NormalizeSQL, GivesTheCanonicalText) {
 
 INSTANTIATE_TEST_SUITE_P(Cases, NormalizeSQL, testing::ValuesIn(ReadCases("canonical_text.txt")),
                          CaseName);
-
-using AliasNumbers = Normalizer;
-
-TEST_F(AliasNumbers, GrowBeyondOneDigitAndKeepQualifiers) {
-  std::string sql = "select";
-  std::string canonical = "SELECT";
-  constexpr int kAliases = 12;
-  for (int i = 1; i <= kAliases; ++i) {
-    const std::string comma = i == 1 ? " " : ", ";
-    sql += comma + "t" + std::to_string(100 - i) + ".c";
-    canonical += comma + "____t" + std::to_string(i) + ".c";
-  }
-  EXPECT_EQ(Normalize(sql), canonical);
-}
 
 using OutOfRangeLiteral = Normalizer;
 
@@ -98,3 +82,4 @@ TEST_F(RepeatedRun, KeepsNoStateBetweenCalls) {
 }
 
 }  // namespace
+}  // namespace tarn::test

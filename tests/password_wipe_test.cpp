@@ -13,14 +13,11 @@
 #include "support/allocations.h"
 #include "support/recording_platform.h"
 
+namespace tarn::test {
 namespace {
 
-using tarn::dbconfig::WipedString;
-using tarn::test::Platform;
-using tarn::test::ResetPlatform;
-using tarn::test::WatchFreedBlocks;
+using dbconfig::WipedString;
 
-constexpr const char* kLongPassword = "correct horse battery staple";
 constexpr const char* kShortPassword = "s3cret-passwd";
 
 // Bytes of an object that is gone. Inlined, without a call between the end of the object and here.
@@ -69,7 +66,7 @@ TEST(GetDBUserAndPassword, FreesNoLongPassword) {
   std::string user;
   std::string password;
   const WatchFreedBlocks watch(kLongPassword);
-  GetProductInterfaceForVESTA()->GetDBUserAndPassword(user, password, "db01");
+  Product().GetDBUserAndPassword(user, password, "db01");
   EXPECT_EQ(watch.WithSecret(), 0);
   EXPECT_EQ(watch.Wiped(), 1);
   EXPECT_EQ(password, kLongPassword);
@@ -88,9 +85,10 @@ TEST(GetDBUserAndPassword, LeavesNoShortPasswordOnTheStack) {
   std::string user;
   std::string password;
   const char* const* const plain_bytes = &Platform().plain_bytes;
-  GetProductInterfaceForVESTA()->GetDBUserAndPassword(user, password, db_name);
+  Product().GetDBUserAndPassword(user, password, db_name);
   EXPECT_EQ(DeadBytes(*plain_bytes, length), Filler(length));
   EXPECT_EQ(password, kShortPassword);
 }
 
 }  // namespace
+}  // namespace tarn::test

@@ -19,15 +19,10 @@
 #include "support/recording_platform.h"
 #include "support/surroundings.h"
 
+namespace tarn::test {
 namespace {
 
-using tarn::dbconfig::FindSSLMode;
-using tarn::test::CaseRow;
-using tarn::test::Platform;
-using tarn::test::ReadCases;
-using tarn::test::ResetPlatform;
-using tarn::test::ScopedVariable;
-using tarn::test::TemporaryFolder;
+using dbconfig::FindSSLMode;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -38,7 +33,7 @@ TEST_P(SSLModeSearch, FindsTheMode) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Cases, SSLModeSearch, testing::ValuesIn(ReadCases("ssl_mode.txt")),
-                         tarn::test::CaseName);
+                         CaseName);
 
 class SSLModeFile : public testing::Test {
  protected:
@@ -49,7 +44,7 @@ class SSLModeFile : public testing::Test {
   // The code that the host gets, with the warnings on the way left as the platform's only calls.
   static std::string Mode() {
     std::map<std::string, refl::CValue> properties;
-    EXPECT_TRUE(GetProductInterfaceForVESTA()->GetDBConnectProperties(properties));
+    EXPECT_TRUE(Product().GetDBConnectProperties(properties));
     std::erase_if(Platform().calls, [](const std::string& call) {
       return call.find(":getSSLMode:") == std::string::npos;
     });
@@ -133,3 +128,4 @@ TEST_F(SSLModeFile, Huge) {
 }
 
 }  // namespace
+}  // namespace tarn::test

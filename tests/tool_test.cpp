@@ -7,43 +7,36 @@
 
 #include <csignal>
 #include <cstddef>
+#include <filesystem>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "support/case_file.h"
-#include "support/run_program.h"
 #include "support/surroundings.h"
+#include "support/tool.h"
 
+namespace tarn::test {
 namespace {
 
-using tarn::test::RunOptions;
-using tarn::test::RunProgram;
-using tarn::test::RunResult;
-using tarn::test::TemporaryFolder;
 using ::testing::HasSubstr;
+using ::testing::Not;
 using ::testing::StartsWith;
 
-RunResult Tool(std::vector<std::string> arguments, const RunOptions& options = {}) {
-  arguments.insert(arguments.begin(), TARN_HOST_PATH);
-  return RunProgram(arguments, options);
-}
-
-// One line that begins as all of the tool's errors do.
-MATCHER(IsOneErrorLine, "") {
-  return arg.starts_with("tarn_host: ") && arg.ends_with('\n') && arg.find('\n') == arg.size() - 1;
-}
-
-class ToolRun : public testing::TestWithParam<tarn::test::CaseRow> {};
+class ToolRun : public testing::TestWithParam<CaseRow> {};
 
 TEST_P(ToolRun, PrintsAndEndsAsItShould) {
   const TemporaryFolder folder;
+  std::filesystem::copy(TARN_CASES "/tool", folder.Path(""));
   const std::string key(64, 'a');
   folder.Write("some.key", key);
   folder.Write("exposed.key", key, 0644);
-  folder.Write("text", "no library");
   const std::vector<std::string>& texts = GetParam().texts;
-  RunOptions options{.input = texts.at(0), .environment = {"NONE="}, .folder = folder.Path("")};
+  RunOptions options{
+      .input = texts.at(0),
+      .environment = {"TARN_SYS_CONF=sys.json", "TARN_KEY_FILE=some.key", "APP_CONF_FILE=app.json",
+                      "TARN_PROC_ID=4071", "TARN_PROC_HANDLE=70000", "TARN_LOG_LEVEL=off"},
+      .folder = folder.Path("")};
   std::vector<std::string> arguments;
   std::istringstream words(GetParam().label);
   std::string word;
@@ -53,37 +46,33 @@ TEST_P(ToolRun, PrintsAndEndsAsItShould) {
     const bool variable = arguments.empty() && word.find('=') != std::string::npos;
     // An empty argument is written as a shell would have it.
     if (word == "''") word.clear();
-    (variable ? options.environment : arguments).push_back(tarn::test::Unescaped(word));
+    // The first of a name counts.
+    std::vector<std::string>& list = variable ? options.environment : arguments;
+    list.insert(variable ? list.begin() : list.end(), Unescaped(word));
   }
   const RunResult result = Tool(arguments, options);
   EXPECT_EQ(result.exit_code, exit_code);
   EXPECT_EQ(result.output, texts.at(1));
-  if (exit_code == 0) {
-    EXPECT_EQ(result.errors, "");
-  } else {
+  if (exit_code != 0) {
     EXPECT_THAT(result.errors, IsOneErrorLine());
+  } else if (texts.size() == 2) {
+    EXPECT_EQ(result.errors, "");
   }
+  EXPECT_THAT(result.errors, Not(HasSubstr("top secret")));
   for (std::size_t i = 2; i < texts.size(); ++i) EXPECT_THAT(result.errors, HasSubstr(texts[i]));
 }
 
-INSTANTIATE_TEST_SUITE_P(Cases, ToolRun, testing::ValuesIn(tarn::test::ReadCases("tool.txt")),
-                         tarn::test::CaseName);
+INSTANTIATE_TEST_SUITE_P(Cases, ToolRun, testing::ValuesIn(ReadCases("tool.txt")), CaseName);
 
 constexpr int kFailed = 1;
 constexpr int kTrouble = 2;
 
 TEST(Tool, ReportsUnwritableOutput) {
-  for (const std::vector<std::string>& arguments :
-       std::vector<std::vector<std::string>>{{"normalize"},
-                                             {"shapes"},
-                                             {"trace"},
-                                             {"map", "0"},
-                                             {"check"},
-                                             {"--help"},
-                                             {"--version"}}) {
-    const RunResult full = Tool(arguments, {.input = "a", .output_path = "/dev/full"});
-    EXPECT_EQ(full.errors, "tarn_host: cannot write standard output: No space left on device\n");
-    EXPECT_EQ(full.exit_code, kTrouble) << arguments[0];
+  const OwnedFd full(open("/dev/full", O_WRONLY | O_CLOEXEC));
+  for (const char* command : {"normalize", "shapes", "trace", "check", "--help"}) {
+    const RunResult result = Tool({command}, {.input = "a", .output_fd = full.Get()});
+    EXPECT_EQ(result.errors, "tarn_host: cannot write standard output: No space left on device\n");
+    EXPECT_EQ(result.exit_code, kTrouble) << command;
   }
 }
 
@@ -91,21 +80,10 @@ TEST(Tool, ReportsReaderThatWentAway) {
   int ends[2];
   ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
   close(ends[0]);
-  const tarn::test::OwnedFd write_end(ends[1]);
+  const OwnedFd write_end(ends[1]);
   const RunResult result = Tool({"normalize"}, {.input = "a", .output_fd = write_end.Get()});
   EXPECT_EQ(result.errors, "tarn_host: cannot write standard output: Broken pipe\n");
   EXPECT_EQ(result.exit_code, kTrouble);
-}
-
-TEST(Tool, EveryCommandHelpsWithExamples) {
-  const RunResult help = Tool({"--help"});
-  EXPECT_EQ(help.exit_code, 0);
-  for (const char* command : {"normalize", "trace", "map", "shapes", "check"}) {
-    EXPECT_THAT(help.output, HasSubstr(std::string("\n  ") + command + ' '));
-    const RunResult own = Tool({command, "--help"});
-    EXPECT_THAT(own.output, HasSubstr(std::string("\n  tarn_host ") + command));
-    EXPECT_EQ(own.exit_code, 0) << own.errors;
-  }
 }
 
 // Separators and escapes must be found wherever the blocks of a long input happen to be cut.
@@ -156,9 +134,9 @@ TEST(Tool, ShapesCountsOnManyThreads) {
 TEST(Tool, ShapesPrintsWhatItHasOnCtrlC) {
   int ends[2];
   ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
-  const tarn::test::OwnedFd read_end(ends[0]);
-  tarn::test::OwnedFd write_end(ends[1]);
-  tarn::test::RunningProgram tool({TARN_HOST_PATH, "shapes"}, {.input_fd = read_end.Get()});
+  const OwnedFd read_end(ends[0]);
+  OwnedFd write_end(ends[1]);
+  RunningProgram tool({TARN_HOST_PATH, "shapes"}, {.input_fd = read_end.Get()});
   ASSERT_EQ(write(write_end.Get(), "a;a;half", 8), 8);
   // Once the pipe is empty the tool is past the start, where Ctrl-C would end it outright.
   int unread = 0;
@@ -170,7 +148,7 @@ TEST(Tool, ShapesPrintsWhatItHasOnCtrlC) {
   const RunResult result = tool.Wait();
   EXPECT_EQ(result.exit_code, 130);
   EXPECT_THAT(result.output, HasSubstr(" statements, "));
-  EXPECT_THAT(result.output, ::testing::Not(HasSubstr("half")));
+  EXPECT_THAT(result.output, Not(HasSubstr("half")));
   EXPECT_THAT(result.errors, AllOf(IsOneErrorLine(), HasSubstr("interrupted")));
 }
 
@@ -178,14 +156,7 @@ TEST(Tool, CheckPassesTheLibraryBesideIt) {
   const RunResult result = Tool({"check"});
   EXPECT_EQ(result.exit_code, 0);
   EXPECT_EQ(result.errors, "");
-  EXPECT_THAT(result.output, ::testing::Not(HasSubstr("FAIL")));
-  for (const char* fact :
-       {"entry function alone: GetProductInterfaceForVESTA\n", "unique symbols", "allows unloading",
-        "soname: libtarn_interface_for_vesta.so\n", "loads", "finds libstdc++", "two calls",
-        "nine slots", "type: CProductInterface_Tarn\n", "MapErrorCode", "NormalizeSQL",
-        "unloads"}) {
-    EXPECT_THAT(result.output, HasSubstr(fact));
-  }
+  EXPECT_THAT(result.output, AllOf(HasSubstr("pass  unloads"), Not(HasSubstr("FAIL"))));
 }
 
 TEST(Tool, CheckTellsWhatIsWrongWithALibrary) {
@@ -203,12 +174,12 @@ TEST(Tool, CheckTellsWhatIsWrongWithALibrary) {
 
 // A file whose tables point anywhere must not lead the reader out of it.
 TEST(Tool, CheckSurvivesDamagedLibraries) {
-  const tarn::test::OwnedFd library(open(TARN_PLUGIN_PATH, O_RDONLY | O_CLOEXEC));
-  const std::string whole = tarn::test::Content(library.Get());
+  const OwnedFd library(open(TARN_PLUGIN_PATH, O_RDONLY | O_CLOEXEC));
+  const std::string whole = Content(library.Get());
   constexpr std::size_t kHeader = 64;
   for (std::size_t size :
        {std::size_t{4}, kHeader - 1, kHeader, whole.size() / 2, whole.size() - 1}) {
-    const tarn::test::OwnedFd cut = tarn::test::ScratchFile(whole.substr(0, size));
+    const OwnedFd cut = ScratchFile(whole.substr(0, size));
     const RunResult result = Tool({"check", "/dev/stdin"}, {.input_fd = cut.Get()});
     EXPECT_EQ(result.exit_code, kTrouble) << size;
     EXPECT_THAT(result.errors, IsOneErrorLine()) << size;
@@ -218,3 +189,4 @@ TEST(Tool, CheckSurvivesDamagedLibraries) {
 }
 
 }  // namespace
+}  // namespace tarn::test

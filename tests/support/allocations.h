@@ -20,6 +20,9 @@ class FailNthAllocation {
   static bool Happened() noexcept;
 };
 
+// A secret for WatchFreedBlocks: longer than what a string holds without allocating.
+inline constexpr const char* kLongPassword = "correct horse battery staple";
+
 // During its lifetime looks through every block as it is freed. `secret`, of 16 bytes or more, is
 // borrowed.
 class WatchFreedBlocks {

@@ -3,6 +3,7 @@
 
 #include <array>
 #include <cstddef>
+#include <ostream>
 #include <string>
 #include <string_view>
 
@@ -14,6 +15,10 @@ struct GrowthFamily {
   // Repeated to the length wanted. A '#' stands for the number of the repetition.
   std::string_view unit;
   std::string_view suffix = {};
+
+  friend std::ostream& operator<<(std::ostream& stream, const GrowthFamily& family) {
+    return stream << family.name;
+  }
 };
 
 inline constexpr std::array kGrowthFamilies{

@@ -13,6 +13,8 @@ extern "C" impl_dao::CProductInterface* GetProductInterfaceForVESTA() noexcept;
 
 namespace tarn::test {
 
+inline impl_dao::CProductInterface& Product() { return *GetProductInterfaceForVESTA(); }
+
 // What the platform throws when told to.
 class PlatformError : public std::runtime_error {
  public:

@@ -1,7 +1,6 @@
 // Running a program as a person does, and keeping what it said.
 #pragma once
 
-#include <fcntl.h>
 #include <spawn.h>
 #include <sys/mman.h>
 #include <sys/types.h>
@@ -69,7 +68,6 @@ struct RunOptions {
   std::string input{};                     // What standard input holds.
   std::vector<std::string> environment{};  // "NAME=value", over the test's own environment.
   std::string folder{};                    // Where to run; empty: the test's own folder.
-  std::string output_path{};               // A file to open as standard output; empty: captured.
   int input_fd = -1;                       // Standard input, instead of `input`.
   int output_fd = -1;                      // Standard output, instead of capturing it.
 };
@@ -92,12 +90,7 @@ class RunningProgram {
       posix_spawn_file_actions_adddup2(&actions, given >= 0 ? given : own.Get(), as);
     };
     use(options.input_fd, input_, STDIN_FILENO);
-    if (options.output_path.empty()) {
-      use(options.output_fd, output_, STDOUT_FILENO);
-    } else {
-      posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, options.output_path.c_str(),
-                                       O_WRONLY, 0);
-    }
+    use(options.output_fd, output_, STDOUT_FILENO);
     use(-1, errors_, STDERR_FILENO);
     if (!options.folder.empty()) {
       posix_spawn_file_actions_addchdir_np(&actions, options.folder.c_str());
