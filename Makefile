@@ -20,7 +20,7 @@ PREFIX       = /usr/local
 help:
 	@echo "make run      build the release plug-in; normalize examples/statements.sql, show a configuration"
 	@echo "make test     build and run all tests (test-asan-ubsan, test-tsan: under sanitizers)"
-	@echo "make bench    time both roads of the normalizer (BENCH_ARGS: Google Benchmark's options)"
+	@echo "make bench    time both engines of the normalizer (BENCH_ARGS: Google Benchmark's options)"
 	@echo "make fuzz     run each fuzzer for FUZZ_SECONDS=$(FUZZ_SECONDS)"
 	@echo "make lint     clang-format and clang-tidy; make format rewrites"
 	@echo "make install  install under PREFIX=$(PREFIX); make package makes a .deb"

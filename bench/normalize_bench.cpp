@@ -1,9 +1,10 @@
-// Both roads of the normalizer on the same statements, in one run; and the scanner on growing ones.
+// Both engines of the normalizer on the same statements, in one run; and the scanner on growing
+// ones.
 //
-// Prints Google Benchmark's table and then, for each set of statements, what the roads take and how
-// many times as fast the scanner is. Times are the least of several repetitions, and the roads take
-// turns, so that a noisy machine troubles the ratio little. Options are Google Benchmark's own;
-// with
+// Prints Google Benchmark's table and then, for each set of statements, what the engines take and
+// how many times as fast the scanner is. Times are the least of several repetitions, and the
+// engines take turns, so that a noisy machine troubles the ratio little. Options are Google
+// Benchmark's own; with
 // --benchmark_out=FILE it writes JSON.
 #include <benchmark/benchmark.h>
 #include <unistd.h>
@@ -20,14 +21,14 @@
 #include <string>
 #include <vector>
 
-#include "sqlnorm/pattern_road.h"
-#include "sqlnorm/scanner_road.h"
+#include "sqlnorm/patterns/pattern_engine.h"
+#include "sqlnorm/scanner/scanner_engine.h"
 #include "support/growth_families.h"
-#include "tarn_host/statements.h"
+#include "tarn_host/input/reader.h"
 
 namespace {
 
-using Road = std::string (*)(const std::string&);
+using Engine = std::string (*)(const std::string&);
 
 std::string Patterns(const std::string& sql) { return tarn::sqlnorm::NormalizeByPatterns(sql); }
 std::string Scanner(const std::string& sql) { return tarn::sqlnorm::NormalizeByScanner(sql); }
@@ -82,14 +83,14 @@ std::vector<StatementSet> Sets() {
   };
 }
 
-void NormalizeAll(benchmark::State& state, const StatementSet& set, Road road) {
+void NormalizeAll(benchmark::State& state, const StatementSet& set, Engine engine) {
   for (auto _ : state) {
-    for (const std::string& sql : set.statements) benchmark::DoNotOptimize(road(sql));
+    for (const std::string& sql : set.statements) benchmark::DoNotOptimize(engine(sql));
   }
   state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(set.Bytes()));
 }
 
-void NormalizeGrowing(benchmark::State& state, const tarn::testing::GrowthFamily& family) {
+void NormalizeGrowing(benchmark::State& state, const tarn::test::GrowthFamily& family) {
   const std::string sql = Grow(family, static_cast<std::size_t>(state.range(0)));
   for (auto _ : state) benchmark::DoNotOptimize(Scanner(sql));
   state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(sql.size()));
@@ -163,7 +164,7 @@ double FittedExponent(const Reporter::Times& times) {
 
 void PrintGrowth(const Reporter& reporter) {
   std::printf("\n%-18s %14s %14s %8s\n", "growth", "ns/byte, short", "ns/byte, long", "exponent");
-  for (const tarn::testing::GrowthFamily& family : tarn::testing::kGrowthFamilies) {
+  for (const tarn::test::GrowthFamily& family : tarn::test::kGrowthFamilies) {
     const Reporter::Times times = reporter.Least(std::string("growth/") + family.name);
     if (times.size() < 2) continue;
     const auto per_byte = [](const auto& entry) {
@@ -183,9 +184,9 @@ int Run(int argc, char** argv) {
   constexpr int kRepetitions = 7;
   constexpr double kSetSeconds = 0.05;
   for (const StatementSet& set : sets) {
-    for (const auto& [name, road] : {std::pair<const char*, Road>("patterns/", Patterns),
-                                     std::pair<const char*, Road>("scanner/", Scanner)}) {
-      benchmark::RegisterBenchmark((name + set.name).c_str(), NormalizeAll, set, road)
+    for (const auto& [name, engine] : {std::pair<const char*, Engine>("patterns/", Patterns),
+                                       std::pair<const char*, Engine>("scanner/", Scanner)}) {
+      benchmark::RegisterBenchmark((name + set.name).c_str(), NormalizeAll, set, engine)
           ->Repetitions(kRepetitions)
           ->MinTime(kSetSeconds)
           ->ReportAggregatesOnly(false);
@@ -199,7 +200,7 @@ int Run(int argc, char** argv) {
   constexpr int kShortest = 1 << 10;
   constexpr int kLongest = 1 << 20;
   constexpr double kGrowthSeconds = 0.02;
-  for (const tarn::testing::GrowthFamily& family : tarn::testing::kGrowthFamilies) {
+  for (const tarn::test::GrowthFamily& family : tarn::test::kGrowthFamilies) {
     benchmark::RegisterBenchmark((std::string("growth/") + family.name).c_str(), NormalizeGrowing,
                                  family)
         ->RangeMultiplier(4)

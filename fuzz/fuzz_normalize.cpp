@@ -1,11 +1,11 @@
-// Feeds both roads of the normalizer and stops at the first statement on which they differ.
+// Feeds both engines of the normalizer and stops at the first statement on which they differ.
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
 
-#include "support/compare_roads.h"
+#include "support/compare_engines.h"
 
 namespace {
 
@@ -29,9 +29,9 @@ class GiveUps {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static GiveUps give_ups;
-  using tarn::testing::Outcome;
+  using tarn::test::Outcome;
   const auto comparison =
-      tarn::testing::CompareRoads(std::string(reinterpret_cast<const char*>(data), size));
+      tarn::test::CompareEngines(std::string(reinterpret_cast<const char*>(data), size));
   give_ups.Count(comparison.outcome == Outcome::kPatternsGaveUp);
   if (comparison.outcome == Outcome::kDifferent) {
     std::fprintf(stderr, "%s\n", comparison.line.c_str());

@@ -10,8 +10,8 @@
 
 #include "platform/c_value.h"
 #include "sqlnorm/normalize_sql.h"
-#include "sqlnorm/pattern_road.h"
-#include "sqlnorm/scanner_road.h"
+#include "sqlnorm/patterns/pattern_engine.h"
+#include "sqlnorm/scanner/scanner_engine.h"
 #include "support/allocations.h"
 #include "support/recording_platform.h"
 #include "support/surroundings.h"
@@ -74,12 +74,12 @@ TEST(AllocationFailure, NormalizingLeavesTheStatement) {
       "\" select t7.a, 0.1 , 0xFF from tab t7, tab2 t3 where (t7.a = t3.b and t3.c >= 2.50) and "
       "not (t3.d in (1, 2)) and e in (@p0, @p1) values (1, 10abc), (2, 3) t9  \"";
   const std::string canonical = NormalizeByScanner(statement);
-  ASSERT_EQ(sqlnorm::RoadTaken(), sqlnorm::Road::kScanner);
+  ASSERT_EQ(sqlnorm::ChosenEngine(), sqlnorm::Engine::kScanner);
   std::string sql;
-  const std::function<void()> roads[] = {[&] { Product().NormalizeSQL(sql); },
-                                         [&] { sql = NormalizeByPatterns(sql); }};
-  for (const auto& road : roads) {
-    FailEveryAllocation([&] { sql = statement; }, road,
+  const std::function<void()> engines[] = {[&] { Product().NormalizeSQL(sql); },
+                                           [&] { sql = NormalizeByPatterns(sql); }};
+  for (const auto& engine : engines) {
+    FailEveryAllocation([&] { sql = statement; }, engine,
                         [&](bool completed) {
                           EXPECT_EQ(sql, completed ? canonical : statement);
                           Release(sql);

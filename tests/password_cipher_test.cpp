@@ -1,5 +1,5 @@
 // The cipher's texts and key files, and QuillAESCipher above them.
-#include "platform/password_cipher.h"
+#include "standin/password_cipher.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -24,8 +24,8 @@
 namespace tarn::test {
 namespace {
 
-using namespace tarn::platform;
-using enum tarn::platform::CipherCode;
+using namespace tarn::standin;
+using enum tarn::standin::CipherCode;
 using ::testing::HasSubstr;
 using ::testing::Not;
 

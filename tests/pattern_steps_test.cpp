@@ -1,4 +1,5 @@
-// The pattern road's steps alone: a text as it enters a step (or a run of steps) and as it leaves.
+// The pattern engine's steps alone: a text as it enters a step (or a run of steps) and as it
+// leaves.
 #include <gtest/gtest.h>
 
 #include <boost/lexical_cast.hpp>
@@ -6,7 +7,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "sqlnorm/pattern_road.h"
+#include "sqlnorm/patterns/pattern_engine.h"
 #include "support/case_file.h"
 
 namespace tarn::sqlnorm {
@@ -33,7 +34,7 @@ TEST(SingleAliasStripping, IsSkippedWithoutExactlyOneAlias) {
   EXPECT_EQ(RunSteps(" t4.a t5", kStripping - 1, kStripping), " ____t1.a ____t2");
 }
 
-TEST(PatternRoad, ThrowsWhatTheLibrariesThrow) {
+TEST(PatternEngine, ThrowsWhatTheLibrariesThrow) {
   EXPECT_THROW(NormalizeByPatterns("x=1.0e999"), boost::bad_lexical_cast);
   // A group too long for the matcher's backtracking memory.
   std::string group = "(a=b";

@@ -1,18 +1,18 @@
 #include <string>
 #include <utility>
 
+#include "dbconfig/dbconfig.h"
+#include "dbconfig/log_source.h"
 #include "dbconfig/sys_conf.h"
 #include "dbconfig/wiped_string.h"
-#include "entry/product_interface_tarn.h"
-#include "entry/source_file.h"
 #include "platform/log_process.h"
 #include "platform/quill_aes_cipher.h"
 #include "platform/sys_conf_reader.h"
 
+namespace tarn::dbconfig {
 namespace {
 
 using Quillcommon::SysConfReader;
-using tarn::dbconfig::kEntryIndex;
 
 constexpr const char* kFunction = "GetDBUserAndPassword";
 
@@ -26,32 +26,33 @@ void Decipher(const std::string& stored, std::string& plain) {
   const unsigned int result = QuillAESCipher::decryptEx(stored, plain, ALGID_PREFERRED);
   if (result == 0) return;
   LogProcess::Error(result, kDecipherFailed,
-                    LocationInfo(tarn::kSourceFile, kFunction, kDecipherFailedLine));
+                    LocationInfo(kSourceFile, kFunction, kDecipherFailedLine));
   // Logged as an error whether or not it is one.
   const unsigned int fallback_result = QuillAESCipher::decryptEx(stored, plain, ALGID_AES128_ECB);
   LogProcess::Error(fallback_result, kFallbackDone,
-                    LocationInfo(tarn::kSourceFile, kFunction, kFallbackDoneLine));
+                    LocationInfo(kSourceFile, kFunction, kFallbackDoneLine));
 }
 
 }  // namespace
 
-bool CProductInterface_Tarn::GetDBUserAndPassword(std::string& user, std::string& password,
-                                                  const std::string& dbName) {
+void GetDBUserAndPassword(impl_dao::CProductInterface& product, std::string& user,
+                          std::string& password, const std::string& dbName) {
   user = SysConfReader::Instance().getDBUserName(dbName, kEntryIndex);
   const std::string stored = SysConfReader::Instance().getDBPassword(dbName, kEntryIndex);
-  tarn::dbconfig::WipedString plain;
+  WipedString plain;
   Decipher(stored, plain.Text());
   // Even an undeciphered password is the host's to see: it gets what the cipher left.
   password = plain.Text();
 
   const std::string type = SysConfReader::Instance().getDBType(dbName, kEntryIndex);
   std::string login = SysConfReader::Instance().getDBUserName(dbName, kEntryIndex);
-  LogWarning(login.c_str());
-  if (type == tarn::dbconfig::kMySql) {
+  product.LogWarning(login.c_str());
+  if (type == kMySql) {
     user = std::move(login);
-  } else if (type == tarn::dbconfig::kTundra) {
+  } else if (type == kTundra) {
     // This engine's login is named after the database.
     user = dbName;
   }
-  return true;
 }
+
+}  // namespace tarn::dbconfig

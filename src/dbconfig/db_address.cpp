@@ -2,20 +2,17 @@
 #include <string>
 #include <utility>
 
+#include "dbconfig/dbconfig.h"
 #include "dbconfig/sys_conf.h"
-#include "entry/product_interface_tarn.h"
 #include "platform/sys_conf_reader.h"
 
-namespace {
+namespace tarn::dbconfig {
 
 using Quillcommon::SysConfReader;
-using tarn::dbconfig::kEntryIndex;
 
-}  // namespace
-
-bool CProductInterface_Tarn::GetDBConnectAddress(std::string& address, const std::string& dbName) {
+void GetDBConnectAddress(std::string& address, const std::string& dbName) {
   const std::string type = SysConfReader::Instance().getDBType(dbName, kEntryIndex);
-  if (type == tarn::dbconfig::kMySql || type == tarn::dbconfig::kTundra) {
+  if (type == kMySql || type == kTundra) {
     std::string host = SysConfReader::Instance().getDBAccessHost(dbName, kEntryIndex);
     std::ostringstream port;
     port << SysConfReader::Instance().getDBAccessPort(dbName, kEntryIndex);
@@ -24,5 +21,6 @@ bool CProductInterface_Tarn::GetDBConnectAddress(std::string& address, const std
   } else {
     address = SysConfReader::Instance().getDBServiceName(dbName, kEntryIndex);
   }
-  return true;
 }
+
+}  // namespace tarn::dbconfig

@@ -5,11 +5,12 @@
 #include <map>
 #include <string>
 
+#include "dbconfig/dbconfig.h"
 #include "dbconfig/ssl_mode.h"
-#include "entry/product_interface_tarn.h"
 #include "platform/c_value.h"
 #include "platform/quill_process.h"
 
+namespace tarn::dbconfig {
 namespace {
 
 // What counts of a process's identity and handle.
@@ -31,15 +32,16 @@ std::string DefaultDBName(unsigned int process, unsigned int handle) {
 
 }  // namespace
 
-bool CProductInterface_Tarn::GetDBConnectProperties(
-    std::map<std::string, refl::CValue>& properties) {
+void GetDBConnectProperties(impl_dao::CProductInterface& product,
+                            std::map<std::string, refl::CValue>& properties) {
   const unsigned int handle = QuillGetProcHandle() & kLow16Bits;
   const unsigned int process = QuillGetProcId() & kLow16Bits;
   const std::string name = DefaultDBName(process, handle);
   properties["defaultDBName"].ReadFrom(name);
-  LogWarning(name.c_str());
+  product.LogWarning(name.c_str());
   // The entry is there, if without a value, even when looking the mode up throws.
   refl::CValue& ssl_mode = properties["SSLMODE"];
-  ssl_mode.ReadFrom(tarn::dbconfig::getSSLMode());
-  return true;
+  ssl_mode.ReadFrom(getSSLMode());
 }
+
+}  // namespace tarn::dbconfig

@@ -10,7 +10,7 @@
 #include <string_view>
 #include <utility>
 
-#include "entry/source_file.h"
+#include "dbconfig/log_source.h"
 #include "platform/log_process.h"
 
 namespace tarn::dbconfig {

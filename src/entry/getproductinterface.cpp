@@ -3,9 +3,11 @@
 #include <string>
 #include <type_traits>
 
+#include "dbconfig/dbconfig.h"
+#include "dbconfig/log_source.h"
 #include "entry/product_interface_tarn.h"
-#include "entry/source_file.h"
 #include "platform/log_process.h"
+#include "sqlnorm/normalize_sql.h"
 
 namespace {
 
@@ -43,6 +45,32 @@ void CProductInterface_Tarn::LogDebug(const char* message) {
 
 std::int64_t CProductInterface_Tarn::MapErrorCode(int status) {
   return status == 0 ? 0 : kGenericError;
+}
+
+bool CProductInterface_Tarn::GetDBUserAndPassword(std::string& user, std::string& password,
+                                                  const std::string& dbName) {
+  tarn::dbconfig::GetDBUserAndPassword(*this, user, password, dbName);
+  return true;
+}
+
+bool CProductInterface_Tarn::GetDBConnectAddress(std::string& address, const std::string& dbName) {
+  tarn::dbconfig::GetDBConnectAddress(address, dbName);
+  return true;
+}
+
+bool CProductInterface_Tarn::GetDBConnectProperties(
+    std::map<std::string, refl::CValue>& properties) {
+  tarn::dbconfig::GetDBConnectProperties(*this, properties);
+  return true;
+}
+
+bool CProductInterface_Tarn::GetDBType(std::string& dbType, const std::string& dbName) {
+  tarn::dbconfig::GetDBType(*this, dbType, dbName);
+  return true;
+}
+
+void CProductInterface_Tarn::NormalizeSQL(std::string& sql) {
+  sql = tarn::sqlnorm::NormalizeSQLText(sql);
 }
 
 // The host's way in: the same pointer on every call, to an object that lives as long as the library

@@ -6,9 +6,8 @@
 
 #include "impl_dao/product_interface.h"
 
-// The product's one implementation of the host's interface. It holds no data; each operation is
-// defined in the room of its subsystem: logging and status mapping in src/entry, the database
-// configuration in src/dbconfig, the normalizer in src/sqlnorm.
+// The product's one implementation of the host's interface. It holds no data. Logging and status
+// mapping are its own; every other operation is one call into src/dbconfig or src/sqlnorm.
 class CProductInterface_Tarn : public impl_dao::CProductInterface {
  public:
   void LogError(const char* message) override;

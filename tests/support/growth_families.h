@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-namespace tarn::testing {
+namespace tarn::test {
 
 struct GrowthFamily {
   const char* name;
@@ -80,4 +80,4 @@ inline std::string Grow(const GrowthFamily& family, std::size_t length) {
   return text;
 }
 
-}  // namespace tarn::testing
+}  // namespace tarn::test

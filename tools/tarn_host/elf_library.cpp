@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "tarn_host/errors.h"
-#include "tarn_host/statements.h"
+#include "tarn_host/input/reader.h"
 
 namespace tarn::host {
 namespace {

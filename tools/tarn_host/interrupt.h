@@ -2,7 +2,7 @@
 
 #include <csignal>
 
-#include "tarn_host/statements.h"
+#include "tarn_host/input/reader.h"
 
 namespace tarn::host {
 

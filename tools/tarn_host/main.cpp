@@ -3,17 +3,10 @@
 #include <exception>
 #include <string>
 
-#include "tarn_host/check_command.h"
-#include "tarn_host/config_command.h"
-#include "tarn_host/encrypt_command.h"
+#include "tarn_host/commands.h"
 #include "tarn_host/errors.h"
 #include "tarn_host/exit_code.h"
-#include "tarn_host/keygen_command.h"
-#include "tarn_host/map_command.h"
-#include "tarn_host/normalize_command.h"
 #include "tarn_host/output.h"
-#include "tarn_host/shapes_command.h"
-#include "tarn_host/trace_command.h"
 
 namespace {
 

@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "tarn_host/statements.h"
+#include "tarn_host/input/reader.h"
 
 namespace tarn::host {
 namespace {

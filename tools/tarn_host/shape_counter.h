@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "impl_dao/product_interface.h"
-#include "tarn_host/statements.h"
+#include "tarn_host/input/reader.h"
 
 namespace tarn::host {
 

@@ -1,0 +1,299 @@
+#include "standin/password_cipher.h"
+
+#include <fcntl.h>
+#include <openssl/err.h>
+#include <openssl/evp.h>
+#include <openssl/hmac.h>
+#include <openssl/rand.h>
+#include <openssl/sha.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdint>
+#include <cstdlib>
+#include <span>
+#include <system_error>
+#include <utility>
+
+#include "regular_file.h"
+
+namespace tarn::standin {
+namespace {
+
+using Bytes = std::vector<unsigned char>;
+using BytesView = std::span<const unsigned char>;
+
+constexpr unsigned char kFormat = 1;
+constexpr std::size_t kFingerprintBytes = 8;
+constexpr std::size_t kHeaderBytes = 2 + kFingerprintBytes;
+constexpr std::size_t kDigestBytes = 8;
+constexpr std::size_t kNonceBytes = 12;
+constexpr std::size_t kTagBytes = 16;
+
+// Enough for the longest password, and small enough that every length fits OpenSSL's int.
+constexpr std::size_t kMaxTextBytes = 4 * kMaxPasswordBytes;
+
+constexpr std::size_t kKeyDigits = 2 * CipherKey::kBytes;
+constexpr mode_t kOwnerOnly = S_IRUSR | S_IWUSR;
+constexpr mode_t kOthers = S_IRWXG | S_IRWXO;
+
+// What fails in here leaves nothing in the thread's OpenSSL error queue, where the process's own
+// TLS code would take it for its own failure.
+class ErrorQueueMark {
+ public:
+  ErrorQueueMark() noexcept { ERR_set_mark(); }
+  ErrorQueueMark(const ErrorQueueMark&) = delete;
+  ErrorQueueMark& operator=(const ErrorQueueMark&) = delete;
+  ~ErrorQueueMark() { ERR_pop_to_mark(); }
+};
+
+struct FreeContext {
+  void operator()(EVP_CIPHER_CTX* context) const noexcept { EVP_CIPHER_CTX_free(context); }
+};
+
+// For OpenSSL calls that fail only when OpenSSL itself is short of memory, entropy or a provider.
+void Require(bool success) {
+  if (!success) throw CipherError(CipherCode::kLibraryFailure, "the cipher library failed");
+}
+
+[[noreturn]] void FailDamaged() {
+  throw CipherError(CipherCode::kDamagedText, "the enciphered password is damaged");
+}
+
+// 32 bytes that depend on the stored key and the purpose, and tell nothing about either the key or
+// what is derived from it for another purpose.
+SecretBytes Derive(const CipherKey& key, std::string_view purpose) {
+  SecretBytes derived(SHA256_DIGEST_LENGTH);
+  Require(HMAC(EVP_sha256(), key.Data(), static_cast<int>(CipherKey::kBytes),
+               reinterpret_cast<const unsigned char*>(purpose.data()), purpose.size(),
+               derived.data(), nullptr) != nullptr);
+  return derived;
+}
+
+std::array<unsigned char, SHA256_DIGEST_LENGTH> Digest(BytesView bytes) {
+  std::array<unsigned char, SHA256_DIGEST_LENGTH> digest{};
+  Require(EVP_Digest(bytes.data(), bytes.size(), digest.data(), nullptr, EVP_sha256(), nullptr) ==
+          1);
+  return digest;
+}
+
+std::string EncodeBase64(BytesView bytes) {
+  std::string text(4 * ((bytes.size() + 2) / 3) + 1, '\0');
+  text.resize(
+      static_cast<std::size_t>(EVP_EncodeBlock(reinterpret_cast<unsigned char*>(text.data()),
+                                               bytes.data(), static_cast<int>(bytes.size()))));
+  return text;
+}
+
+Bytes DecodeBase64(std::string_view text) {
+  if (text.empty() || text.size() > kMaxTextBytes) FailDamaged();
+  Bytes bytes(3 * (text.size() / 4 + 1));
+  const int size =
+      EVP_DecodeBlock(bytes.data(), reinterpret_cast<const unsigned char*>(text.data()),
+                      static_cast<int>(text.size()));
+  if (size < 0) FailDamaged();
+  // EVP_DecodeBlock counts the bytes that padding stands for.
+  const auto padding = static_cast<std::size_t>(std::count(text.begin(), text.end(), '='));
+  if (padding > static_cast<std::size_t>(size)) FailDamaged();
+  bytes.resize(static_cast<std::size_t>(size) - padding);
+  // It also passes over blanks around the text and stray bits before the padding.
+  if (EncodeBase64(bytes) != text) FailDamaged();
+  return bytes;
+}
+
+// One enciphering or deciphering, with the algorithm's own derived key.
+class Operation {
+ public:
+  Operation(CipherAlgorithm algorithm, const CipherKey& key, const unsigned char* nonce,
+            bool encipher)
+      : context_(EVP_CIPHER_CTX_new()) {
+    const bool gcm = algorithm == CipherAlgorithm::kAes256Gcm;
+    const SecretBytes derived = Derive(key, gcm ? "password AES-256-GCM" : "password AES-128-ECB");
+    Require(context_ &&
+            EVP_CipherInit_ex(context_.get(), gcm ? EVP_aes_256_gcm() : EVP_aes_128_ecb(), nullptr,
+                              derived.data(), nonce, encipher ? 1 : 0) == 1);
+  }
+
+  EVP_CIPHER_CTX* Context() const noexcept { return context_.get(); }
+
+  void Authenticate(BytesView bytes) {
+    int unused = 0;
+    Require(EVP_CipherUpdate(context_.get(), nullptr, &unused, bytes.data(),
+                             static_cast<int>(bytes.size())) == 1);
+  }
+
+  // Whether the text was complete: false for a tag or a padding that does not fit, with nothing
+  // worth keeping in `output`.
+  bool Run(BytesView input, SecretBytes& output) {
+    output.resize(input.size() + EVP_MAX_BLOCK_LENGTH);
+    int head = 0;
+    Require(EVP_CipherUpdate(context_.get(), output.data(), &head, input.data(),
+                             static_cast<int>(input.size())) == 1);
+    int tail = 0;
+    if (EVP_CipherFinal_ex(context_.get(), output.data() + head, &tail) != 1) return false;
+    output.resize(static_cast<std::size_t>(head) + static_cast<std::size_t>(tail));
+    return true;
+  }
+
+ private:
+  std::unique_ptr<EVP_CIPHER_CTX, FreeContext> context_;
+};
+
+void Append(Bytes& bytes, BytesView more) { bytes.insert(bytes.end(), more.begin(), more.end()); }
+
+CipherError KeyFileError(CipherCode code, const std::string& path, const std::string& reason) {
+  return CipherError(code, "key file " + path + ": " + reason);
+}
+
+}  // namespace
+
+CipherAlgorithm AlgorithmFromIdentifier(unsigned int identifier) {
+  for (const auto algorithm : {CipherAlgorithm::kAes128Ecb, CipherAlgorithm::kAes256Gcm}) {
+    if (identifier == static_cast<unsigned int>(algorithm)) return algorithm;
+  }
+  throw CipherError(CipherCode::kUnknownAlgorithm,
+                    "unknown cipher algorithm " + std::to_string(identifier));
+}
+
+CipherKey CipherKey::FromFile(const std::string& path) {
+  try {
+    RegularFile file(path);
+    if ((file.Status().st_mode & kOthers) != 0) {
+      throw KeyFileError(CipherCode::kKeyFileExposed, path,
+                         "group or others have access to it; mode 0600 is right");
+    }
+    // The digits, a newline and one byte more, which a longer file would fill.
+    SecretBytes digits(kKeyDigits + 2);
+    digits.resize(file.Read(digits));
+    if (digits.size() == kKeyDigits + 1 && digits.back() == '\n') digits.pop_back();
+    const auto is_digit = [](unsigned char c) {
+      return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
+    };
+    if (digits.size() != kKeyDigits || !std::all_of(digits.begin(), digits.end(), is_digit)) {
+      throw KeyFileError(CipherCode::kKeyFileMalformed, path,
+                         "not " + std::to_string(kKeyDigits) + " hexadecimal digits");
+    }
+    digits.push_back('\0');
+    SecretBytes bytes(kBytes);
+    const ErrorQueueMark mark;
+    Require(OPENSSL_hexstr2buf_ex(bytes.data(), bytes.size(), nullptr,
+                                  reinterpret_cast<const char*>(digits.data()), '\0') == 1);
+    return CipherKey(std::move(bytes));
+  } catch (const std::system_error& error) {
+    throw KeyFileError(CipherCode::kKeyFileUnreadable, path, error.code().message());
+  }
+}
+
+CipherKey CipherKey::FromEnvironment() {
+  const char* path = std::getenv(kKeyFileVariable);
+  if (path == nullptr || *path == '\0') {
+    throw CipherError(CipherCode::kKeyFileNotNamed,
+                      std::string(kKeyFileVariable) + " names no key file");
+  }
+  return FromFile(path);
+}
+
+void CipherKey::CreateFile(const std::string& path) {
+  SecretBytes line(kKeyDigits + 1);
+  {
+    const ErrorQueueMark mark;
+    SecretBytes bytes(kBytes);
+    Require(RAND_priv_bytes(bytes.data(), static_cast<int>(bytes.size())) == 1);
+    Require(OPENSSL_buf2hexstr_ex(reinterpret_cast<char*>(line.data()), line.size(), nullptr,
+                                  bytes.data(), bytes.size(), '\0') == 1);
+  }
+  line.back() = '\n';
+
+  const int descriptor = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kOwnerOnly);
+  if (descriptor < 0) {
+    throw KeyFileError(
+        CipherCode::kKeyFileNotWritten, path,
+        errno == EEXIST ? "exists and is left as it is" : std::generic_category().message(errno));
+  }
+  const ssize_t written = write(descriptor, line.data(), line.size());
+  int error = 0;
+  if (written < 0 || fsync(descriptor) != 0) {
+    error = errno;
+  } else if (static_cast<std::size_t>(written) != line.size()) {
+    error = ENOSPC;
+  }
+  if (close(descriptor) != 0 && error == 0) error = errno;
+  if (error == 0) return;
+  unlink(path.c_str());
+  throw KeyFileError(CipherCode::kKeyFileNotWritten, path, std::generic_category().message(error));
+}
+
+std::string EncryptPassword(const SecretBytes& password, CipherAlgorithm algorithm,
+                            const CipherKey& key) {
+  if (password.size() > kMaxPasswordBytes) {
+    throw CipherError(
+        CipherCode::kPasswordTooLong,
+        "the password is longer than " + std::to_string(kMaxPasswordBytes) + " bytes");
+  }
+  const ErrorQueueMark mark;
+  Bytes bytes{kFormat, static_cast<unsigned char>(algorithm)};
+  Append(bytes, BytesView(Derive(key, "key fingerprint")).first(kFingerprintBytes));
+
+  SecretBytes enciphered;
+  if (algorithm == CipherAlgorithm::kAes256Gcm) {
+    std::array<unsigned char, kNonceBytes> nonce{};
+    Require(RAND_bytes(nonce.data(), static_cast<int>(nonce.size())) == 1);
+    Operation operation(algorithm, key, nonce.data(), true);
+    operation.Authenticate(bytes);
+    Require(operation.Run(password, enciphered));
+    std::array<unsigned char, kTagBytes> tag{};
+    Require(EVP_CIPHER_CTX_ctrl(operation.Context(), EVP_CTRL_AEAD_GET_TAG,
+                                static_cast<int>(tag.size()), tag.data()) == 1);
+    Append(bytes, nonce);
+    Append(bytes, enciphered);
+    Append(bytes, tag);
+  } else {
+    Require(Operation(algorithm, key, nullptr, true).Run(password, enciphered));
+    Append(bytes, enciphered);
+  }
+  Append(bytes, BytesView(Digest(bytes)).first(kDigestBytes));
+  return EncodeBase64(bytes);
+}
+
+SecretBytes DecryptPassword(std::string_view text, CipherAlgorithm algorithm,
+                            const CipherKey& key) {
+  const ErrorQueueMark mark;
+  const Bytes bytes = DecodeBase64(text);
+  if (bytes.size() < kHeaderBytes + kDigestBytes) FailDamaged();
+  const BytesView sound = BytesView(bytes).first(bytes.size() - kDigestBytes);
+  const auto digest = Digest(sound);
+  if (!std::equal(bytes.end() - kDigestBytes, bytes.end(), digest.begin())) FailDamaged();
+  if (sound[0] != kFormat) FailDamaged();
+  if (sound[1] != static_cast<unsigned char>(algorithm)) {
+    throw CipherError(CipherCode::kOtherAlgorithm,
+                      "the password is enciphered with algorithm " + std::to_string(sound[1]) +
+                          ", not " + std::to_string(static_cast<unsigned int>(algorithm)));
+  }
+  const SecretBytes fingerprint = Derive(key, "key fingerprint");
+  if (!std::equal(sound.begin() + 2, sound.begin() + kHeaderBytes, fingerprint.begin())) {
+    throw CipherError(CipherCode::kWrongKey, "the password is enciphered with another key");
+  }
+
+  const BytesView body = sound.subspan(kHeaderBytes);
+  SecretBytes password;
+  bool complete = false;
+  if (algorithm == CipherAlgorithm::kAes256Gcm) {
+    if (body.size() < kNonceBytes + kTagBytes) FailDamaged();
+    Operation operation(algorithm, key, body.data(), false);
+    std::array<unsigned char, kTagBytes> tag{};
+    std::copy(body.end() - kTagBytes, body.end(), tag.begin());
+    Require(EVP_CIPHER_CTX_ctrl(operation.Context(), EVP_CTRL_AEAD_SET_TAG,
+                                static_cast<int>(tag.size()), tag.data()) == 1);
+    operation.Authenticate(sound.first(kHeaderBytes));
+    complete =
+        operation.Run(body.subspan(kNonceBytes, body.size() - kNonceBytes - kTagBytes), password);
+  } else {
+    complete = Operation(algorithm, key, nullptr, false).Run(body, password);
+  }
+  if (!complete) FailDamaged();
+  return password;
+}
+
+}  // namespace tarn::standin

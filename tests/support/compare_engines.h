@@ -1,0 +1,26 @@
+#pragma once
+
+#include <string>
+
+namespace tarn::test {
+
+enum class Outcome {
+  kSame,
+  kDifferent,
+  kPatternsGaveUp,  // the regular-expression library reached its limits: nothing to compare with
+};
+
+struct Comparison {
+  Outcome outcome;
+  // For kDifferent, one line with the statement, quoted so that `tarn_host trace` takes it from a
+  // shell, and both results.
+  std::string line;
+};
+
+// Sends `sql` down both engines and compares bytes, or the types of the exceptions.
+Comparison CompareEngines(const std::string& sql);
+
+// `text` as bash's $'...'.
+std::string Quoted(const std::string& text);
+
+}  // namespace tarn::test

@@ -1,0 +1,83 @@
+#include "tarn_host/commands.h"
+
+#include <charconv>
+#include <cinttypes>
+#include <cstdint>
+#include <cstdio>
+#include <limits>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <system_error>
+
+#include "tarn_host/errors.h"
+#include "tarn_host/exit_code.h"
+#include "tarn_host/output.h"
+#include "tarn_host/plugin.h"
+#include "tarn_host/plugin_option.h"
+
+namespace tarn::host {
+namespace {
+
+struct MapOptions {
+  std::string status;
+  std::string plugin;
+};
+
+// An int in decimal or, after "0x", in hexadecimal, with an optional sign. Throws ToolError.
+int ParseStatus(const std::string& text) {
+  std::string_view digits = text;
+  const bool negative = digits.starts_with('-');
+  if (negative || digits.starts_with('+')) digits.remove_prefix(1);
+  const bool hexadecimal = digits.starts_with("0x") || digits.starts_with("0X");
+  if (hexadecimal) digits.remove_prefix(2);
+
+  // Unsigned, so that no second sign is taken.
+  std::uint64_t magnitude = 0;
+  const char* const end = digits.data() + digits.size();
+  const auto [stop, error] = std::from_chars(digits.data(), end, magnitude, hexadecimal ? 16 : 10);
+  if (error == std::errc::invalid_argument || stop != end) {
+    throw ToolError("map: \"" + text + "\" is not a whole number (decimal, or 0x and hexadecimal)");
+  }
+  constexpr std::uint64_t kLargest = std::numeric_limits<int>::max();
+  if (error == std::errc::result_out_of_range || magnitude > kLargest + (negative ? 1 : 0)) {
+    throw ToolError("map: " + text + " is out of range: a status is a signed 32-bit number");
+  }
+  const auto value = static_cast<std::int64_t>(magnitude);
+  return static_cast<int>(negative ? -value : value);
+}
+
+int Map(const MapOptions& options) {
+  const int status = ParseStatus(options.status);
+  const Plugin plugin(ChosenPlugin(options.plugin));
+  const std::int64_t code = plugin.Product().MapErrorCode(status);
+  char line[64];
+  const int length = std::snprintf(line, sizeof line, "%" PRId64 " 0x%" PRIX64 "\n", code,
+                                   static_cast<std::uint64_t>(code));
+  Output output;
+  output.Write(std::string_view(line, static_cast<std::size_t>(length)));
+  output.Flush();
+  return kExitSuccess;
+}
+
+}  // namespace
+
+void AddMapCommand(CLI::App& app, int& exit_code) {
+  const auto options = std::make_shared<MapOptions>();
+  CLI::App* command =
+      app.add_subcommand("map", "Print the product's error code for a native status");
+  command
+      ->add_option("STATUS", options->status, "Signed 32-bit number, decimal or 0x and hexadecimal")
+      ->required()
+      ->type_name("");
+  AddPluginOption(*command, options->plugin);
+  command->footer(
+      "Prints the code in decimal and in hexadecimal.\n\n"
+      "Examples:\n"
+      "  tarn_host map 0\n"
+      "  tarn_host map -1\n"
+      "  tarn_host map 0x7fffffff");
+  command->callback([options, &exit_code] { exit_code = Map(*options); });
+}
+
+}  // namespace tarn::host
