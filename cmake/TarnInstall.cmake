@@ -3,6 +3,9 @@ include(CMakePackageConfigHelpers)
 
 # A folder of the project's own: "platform" is no name to put straight into the system's headers.
 set(TARN_INSTALL_INCLUDEDIR "${CMAKE_INSTALL_INCLUDEDIR}/${PROJECT_NAME}")
+# A Debian package's name, which may hold no underscore, and so the name of its documents' folder.
+set(TARN_PACKAGE_NAME tarn-interface-for-vesta)
+set(TARN_INSTALL_DOCDIR "${CMAKE_INSTALL_DATAROOTDIR}/doc/${TARN_PACKAGE_NAME}")
 set(TARN_INSTALL_CMAKEDIR "${CMAKE_INSTALL_LIBDIR}/cmake/${PROJECT_NAME}")
 
 # The plug-in's own search path is the only one that applies to what it needs: its own folder, and
@@ -41,3 +44,25 @@ write_basic_package_version_file("${PROJECT_BINARY_DIR}/${PROJECT_NAME}-config-v
 install(FILES "${PROJECT_BINARY_DIR}/${PROJECT_NAME}-config.cmake"
               "${PROJECT_BINARY_DIR}/${PROJECT_NAME}-config-version.cmake"
         DESTINATION "${TARN_INSTALL_CMAKEDIR}")
+
+install(FILES "${PROJECT_SOURCE_DIR}/README.md" DESTINATION "${TARN_INSTALL_DOCDIR}")
+install(
+  FILES "${PROJECT_SOURCE_DIR}/CHANGELOG.md"
+  DESTINATION "${TARN_INSTALL_DOCDIR}"
+  RENAME changelog)
+install(
+  DIRECTORY "${PROJECT_SOURCE_DIR}/examples"
+  DESTINATION "${TARN_INSTALL_DOCDIR}"
+  PATTERN "*.sh"
+  PERMISSIONS
+    OWNER_READ
+    OWNER_WRITE
+    OWNER_EXECUTE
+    GROUP_READ
+    GROUP_EXECUTE
+    WORLD_READ
+    WORLD_EXECUTE)
+install(
+  FILES "${PROJECT_SOURCE_DIR}/cmake/lintian-overrides"
+  DESTINATION "${CMAKE_INSTALL_DATAROOTDIR}/lintian/overrides"
+  RENAME "${TARN_PACKAGE_NAME}")
