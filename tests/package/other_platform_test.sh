@@ -78,3 +78,19 @@ END
 env -u APP_CONF_FILE LD_LIBRARY_PATH="$scratch/lib" "$scratch/host" "$plugin" >"$scratch/got" ||
   fail "the host ends with $?"
 diff "$scratch/wanted" "$scratch/got" || fail "other answers"
+
+# Nobody learns from the package's dependencies that it needs that library, unless told.
+if command -v dpkg-shlibdeps >/dev/null; then
+  # cpack's own words in one line, then what the package depends on
+  package() {
+    (cd "$scratch/build" && cpack -G DEB -B "$scratch/package" "$@") 2>&1 | tr -s '\n ' ' '
+    dpkg-deb -f "$scratch"/package/*.deb Depends
+  }
+  package | grep -qF "$library belongs to no Debian package" || fail "no word on the dependency"
+  said=$(package -D CPACK_DEBIAN_PACKAGE_DEPENDS=other-platform)
+  case $said in
+  *"belongs to no"*) fail "warns although the dependency is named" ;;
+  *other-platform*libc6*) ;;
+  *) fail "depends on: $said" ;;
+  esac
+fi
