@@ -2,23 +2,22 @@
 # both its libraries and its headers. The class layouts that include/platform declares are the
 # stand-in's; code compiled with them crashes on any other library, and no linker notices.
 set(TARN_PLATFORM_LIBRARY
-    ""
-    CACHE STRING "Product platform to link: absolute paths of libraries, or targets (empty: the stand-in)")
+    tarn_platform_standin
+    CACHE STRING "Product platform to link: absolute paths of libraries, or targets")
 set(TARN_PLATFORM_INCLUDE_DIR
     ""
     CACHE PATH "Folder that holds that platform's own headers as platform/*.h")
 
-if(TARN_PLATFORM_LIBRARY AND NOT TARN_PLATFORM_INCLUDE_DIR)
-  message(FATAL_ERROR "TARN_PLATFORM_LIBRARY without TARN_PLATFORM_INCLUDE_DIR: compiled with the stand-in's declarations, the plug-in would crash on that library, whose class layouts differ; name the folder of its headers")
-elseif(TARN_PLATFORM_INCLUDE_DIR AND NOT TARN_PLATFORM_LIBRARY)
-  message(FATAL_ERROR "TARN_PLATFORM_INCLUDE_DIR without TARN_PLATFORM_LIBRARY: compiled with those declarations, the plug-in would crash on the stand-in, whose class layouts differ; name the library that the headers belong to")
-endif()
-
-add_library(tarn_platform_headers INTERFACE)
-add_library(tarn_platform INTERFACE)
-target_link_libraries(tarn_platform INTERFACE tarn_platform_headers)
-if(TARN_PLATFORM_LIBRARY)
+if(TARN_PLATFORM_LIBRARY STREQUAL "tarn_platform_standin")
+  set(TARN_ON_STANDIN ON)
+  if(TARN_PLATFORM_INCLUDE_DIR)
+    message(FATAL_ERROR "TARN_PLATFORM_INCLUDE_DIR without TARN_PLATFORM_LIBRARY: compiled with those declarations, the plug-in would crash on the stand-in, whose class layouts differ; name the library that the headers belong to")
+  endif()
+else()
   set(TARN_ON_STANDIN OFF)
+  if(NOT TARN_PLATFORM_INCLUDE_DIR)
+    message(FATAL_ERROR "TARN_PLATFORM_LIBRARY without TARN_PLATFORM_INCLUDE_DIR: compiled with the stand-in's declarations, the plug-in would crash on that library, whose class layouts differ; name the folder of its headers")
+  endif()
   foreach(library IN LISTS TARN_PLATFORM_LIBRARY)
     if(NOT TARGET "${library}" AND (NOT IS_ABSOLUTE "${library}" OR NOT EXISTS "${library}"))
       message(FATAL_ERROR "TARN_PLATFORM_LIBRARY: no target and no absolute path of a file: \"${library}\"")
@@ -34,11 +33,11 @@ if(TARN_PLATFORM_LIBRARY)
       message(FATAL_ERROR "TARN_PLATFORM_INCLUDE_DIR: no ${header} in \"${TARN_PLATFORM_INCLUDE_DIR}\"")
     endif()
   endforeach()
-  target_include_directories(tarn_platform_headers INTERFACE "${TARN_PLATFORM_INCLUDE_DIR}")
-  target_link_libraries(tarn_platform INTERFACE ${TARN_PLATFORM_LIBRARY})
-else()
-  set(TARN_ON_STANDIN ON)
-  target_link_libraries(tarn_platform INTERFACE tarn_platform_standin)
 endif()
-# Behind the product's, for impl_dao.
-target_include_directories(tarn_platform_headers INTERFACE "${PROJECT_SOURCE_DIR}/include")
+
+# The interface's own headers come behind the product's.
+add_library(tarn_platform_headers INTERFACE)
+target_include_directories(tarn_platform_headers INTERFACE ${TARN_PLATFORM_INCLUDE_DIR}
+                                                           "${PROJECT_SOURCE_DIR}/include")
+add_library(tarn_platform INTERFACE)
+target_link_libraries(tarn_platform INTERFACE tarn_platform_headers ${TARN_PLATFORM_LIBRARY})
