@@ -1,5 +1,6 @@
 // A library that a host must not load, wrong in every way that still lets it be examined.
 #include <cstdint>
+#include <cstdlib>
 #include <map>
 #include <stdexcept>
 #include <string>
@@ -39,6 +40,7 @@ pinned:
 
 extern "C" __attribute__((visibility("default"))) impl_dao::CProductInterface*
 GetProductInterfaceForVESTA() {
+  if (std::getenv("WRONG_PLUGIN_EXITS") != nullptr) std::exit(0);
   static WrongProduct products[2];
   static unsigned calls = 0;
   return &products[calls++ % 2];

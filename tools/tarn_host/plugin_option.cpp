@@ -34,8 +34,16 @@ std::string LoaderPath(const std::string& library) {
   return library;
 }
 
+CLI::Validator NotEmpty() {
+  return {[](const std::string& name) {
+            return name.empty() ? std::string("the name is empty") : std::string();
+          },
+          ""};
+}
+
 void AddPluginOption(CLI::App& command, std::string& path) {
   command.add_option("--plugin", path, "Load this library instead of the one beside the tool")
+      ->check(NotEmpty())
       ->type_name("PATH");
 }
 

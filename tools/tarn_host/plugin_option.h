@@ -16,6 +16,10 @@ std::string DefaultPluginPath();
 // means the file in the current folder if there is one, and the loader's search otherwise.
 std::string LoaderPath(const std::string& library);
 
+// Refuses an empty name where a file is to be named: a script's unset variable must not mean the
+// default.
+CLI::Validator NotEmpty();
+
 // Adds --plugin PATH to `command`. `path` must outlive the parsing; it stays empty when the option
 // is not given. Hand it to ChosenPlugin.
 void AddPluginOption(CLI::App& command, std::string& path);

@@ -1,11 +1,13 @@
 #include "tarn_host/commands.h"
 
-#include <cstdio>
+#include <algorithm>
+#include <cstddef>
 #include <exception>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "sqlnorm/patterns/pattern_engine.h"
 #include "tarn_host/errors.h"
@@ -53,8 +55,23 @@ class ChangePrinter final : public sqlnorm::StepObserver {
   int last_step_ = 0;
 };
 
+// The statement that standard input holds. What nobody would read is refused, and so is an input
+// without an end. Throws ToolError.
+std::string ReadStatement() {
+  constexpr std::size_t kMaxBytes = std::size_t{1} << 20U;
+  Input input(kStandardInput);
+  std::string statement(kMaxBytes + 1, '\0');
+  std::size_t filled = 0;
+  while (const std::size_t got = input.Read(statement.data() + filled, statement.size() - filled)) {
+    filled += got;
+  }
+  if (filled > kMaxBytes) throw ToolError("trace: standard input holds more than 1 MiB");
+  statement.resize(filled);
+  return statement;
+}
+
 int Trace(const std::optional<std::string>& statement) {
-  const std::string input = statement ? *statement : ReadAll(kStandardInput);
+  const std::string input = statement ? *statement : ReadStatement();
   Output output;
   TraceTable table(output);
   table.Row("input", input);
