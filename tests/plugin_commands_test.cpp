@@ -29,6 +29,7 @@ namespace tarn::test {
 namespace {
 
 using ::testing::AllOf;
+using ::testing::ContainsRegex;
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::Not;
@@ -44,6 +45,32 @@ TEST(Plugins, AreRegularFiles) {
       EXPECT_THAT(result.errors, AllOf(IsOneErrorLine(), HasSubstr(file + ": not a regular file")));
     }
   }
+}
+
+// The tool brings no platform along that could stand in for the missing one.
+TEST(Plugins, FindTheirPlatformThemselves) {
+  const TemporaryFolder folder;
+  const std::string alone = folder.Path("libtarn_interface_for_vesta.so");
+  std::filesystem::copy_file(TARN_PLUGIN_PATH, alone);
+  RunResult result = Tool({"check", alone});
+  EXPECT_EQ(result.exit_code, 1);
+  EXPECT_THAT(result.output, AllOf(HasSubstr("FAIL  loads: "),
+                                   HasSubstr("FAIL  finds libtarn_platform_standin.so: not found"),
+                                   ContainsRegex("pass  finds libstdc")));
+  for (const char* command : {"map", "config", "normalize", "shapes"}) {
+    result = Tool({command, "0", "--plugin", alone});
+    EXPECT_EQ(result.exit_code, 2);
+    EXPECT_THAT(result.errors, AllOf(IsOneErrorLine(), HasSubstr("libtarn_platform_standin.so")));
+  }
+}
+
+TEST(Config, RefusesAPluginOnAnotherPlatform) {
+  const RunResult result = Tool({"config", "db", "--plugin", TARN_WRONG_PLUGIN_PATH});
+  EXPECT_EQ(result.exit_code, 2);
+  EXPECT_EQ(result.output, "");
+  EXPECT_THAT(result.errors,
+              AllOf(IsOneErrorLine(), HasSubstr(TARN_WRONG_PLUGIN_PATH),
+                    HasSubstr("/libother_platform.so"), HasSubstr("/libtarn_platform_standin.so")));
 }
 
 TEST(Check, OutlivesALibraryThatExits) {

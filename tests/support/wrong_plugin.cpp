@@ -1,4 +1,5 @@
-// A library that a host must not load, wrong in every way that still lets it be examined.
+// A library that a host must not load, wrong in every way that still lets it be examined, on a
+// platform of its own.
 #include <cstdint>
 #include <cstdlib>
 #include <map>
@@ -6,13 +7,14 @@
 #include <string>
 
 #include "impl_dao/product_interface.h"
+#include "platform/quill_process.h"
 
 class WrongProduct final : public impl_dao::CProductInterface {
  public:
   void LogError(const char* /*message*/) override {}
   void LogWarning(const char* /*message*/) override {}
   void LogDebug(const char* /*message*/) override {}
-  std::int64_t MapErrorCode(int status) override { return status; }
+  std::int64_t MapErrorCode(int status) override { return status + QuillGetProcId(); }
   bool GetDBUserAndPassword(std::string& /*user*/, std::string& /*password*/,
                             const std::string& /*dbName*/) override {
     return false;
