@@ -33,8 +33,9 @@ bool IsTooSmall(std::string_view literal) noexcept {
   const std::size_t digits = exponent_mark + (sign == '+' || sign == '-' ? 2 : 1);
   const auto parsed =
       std::from_chars(literal.data() + digits, literal.data() + literal.size(), exponent);
-  // More digits than fit: larger than any mantissa can make up for.
-  if (parsed.ec != std::errc()) return sign == '-';
+  // Beyond what any mantissa that fits into memory can make up for.
+  constexpr std::int64_t kDecidesAlone = 1'000'000'000'000'000'000;
+  if (parsed.ec != std::errc() || exponent > kDecidesAlone) return sign == '-';
   return digits_before_dot + (sign == '-' ? -exponent : exponent) < 0;
 }
 
