@@ -64,6 +64,18 @@ TEST(Plugins, FindTheirPlatformThemselves) {
   }
 }
 
+TEST(Trace, ComparesTheStepsWithAPlugin) {
+  const RunResult same = Tool({"trace", "a", "--plugin", TARN_PLUGIN_PATH});
+  EXPECT_EQ(same.exit_code, 0) << same.errors;
+  EXPECT_THAT(same.output, EndsWith("plug-in                             [a]\n"));
+  const RunResult other = Tool({"trace", "a", "--plugin", TARN_WRONG_PLUGIN_PATH});
+  EXPECT_EQ(other.exit_code, 1);
+  EXPECT_THAT(other.errors, AllOf(IsOneErrorLine(), HasSubstr("the plug-in's text is not")));
+  const RunResult failing = Tool({"trace", "a b", "--plugin", TARN_WRONG_PLUGIN_PATH});
+  EXPECT_EQ(failing.exit_code, 1);
+  EXPECT_THAT(failing.errors, AllOf(IsOneErrorLine(), HasSubstr("no such luck")));
+}
+
 TEST(Config, RefusesAPluginOnAnotherPlatform) {
   const RunResult result = Tool({"config", "db", "--plugin", TARN_WRONG_PLUGIN_PATH});
   EXPECT_EQ(result.exit_code, 2);

@@ -26,7 +26,10 @@ class WrongProduct final : public impl_dao::CProductInterface {
     return false;
   }
   bool GetDBType(std::string& /*dbType*/, const std::string& /*dbName*/) override { return false; }
-  void NormalizeSQL(std::string& /*sql*/) override { throw std::runtime_error("no such luck"); }
+  void NormalizeSQL(std::string& sql) override {
+    if (sql.size() > 1) throw std::runtime_error("no such luck");
+    sql += '?';
+  }
 };
 
 // A symbol of this kind pins its library in the process.
