@@ -171,6 +171,29 @@ TEST(Encrypt, TakesAPasswordThatArrivesInPieces) {
   EXPECT_EQ(tool.Wait().output, kEncipheredSecret);
 }
 
+#ifdef TARN_FREED_SECRETS_PATH
+// From standard input to the configuration and back: no block of memory is given back with the
+// password in it.
+TEST(Passwords, AreWipedBehindEveryCommand) {
+  const TemporaryFolder folder;
+  const std::string secret = "correct horse battery staple";
+  RunOptions options{
+      .input = secret + "\r\n",
+      .environment = {"LD_PRELOAD=" TARN_FREED_SECRETS_PATH, "FREED_SECRET=" + secret,
+                      "TARN_SYS_CONF=" + folder.Path("sys.json"),
+                      "TARN_KEY_FILE=" + folder.Write("key", std::string(64, 'a'))}};
+  std::string text = Tool({"encrypt"}, options).output;
+  ASSERT_GT(text.size(), secret.size());
+  text.pop_back();
+  folder.Write("sys.json", R"({"databases": {"db": [{"type": "oracle", "user": "", "service": "",)"
+                           R"( "password": ")" +
+                               text + R"("}]}})");
+  const RunResult result = Tool({"config", "db"}, options);
+  EXPECT_EQ(result.exit_code, 0) << result.errors;
+  EXPECT_EQ(Tool({"config", "db", "--show-password"}, options).exit_code, 99);
+}
+#endif
+
 // `encrypt` on a terminal of its own.
 class EncryptOnATerminal : public testing::Test {
  protected:
