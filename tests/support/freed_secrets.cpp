@@ -6,8 +6,7 @@
 
 #include <cstdlib>
 
-// glibc's own free.
-extern "C" void __libc_free(void* block);
+extern "C" void FreeOfTheLibrary(void* block) asm("__libc_free");
 
 extern "C" void free(void* block) {
   const char* const secret = std::getenv("FREED_SECRET");
@@ -15,5 +14,5 @@ extern "C" void free(void* block) {
       memmem(block, malloc_usable_size(block), secret, strlen(secret)) != nullptr) {
     _exit(99);
   }
-  __libc_free(block);
+  FreeOfTheLibrary(block);
 }

@@ -14,7 +14,7 @@ class WrongProduct final : public impl_dao::CProductInterface {
   void LogError(const char* /*message*/) override {}
   void LogWarning(const char* /*message*/) override {}
   void LogDebug(const char* /*message*/) override {}
-  std::int64_t MapErrorCode(int status) override { return status + QuillGetProcId(); }
+  std::int64_t MapErrorCode(int status) override { return status + std::int64_t{QuillGetProcId()}; }
   bool GetDBUserAndPassword(std::string& /*user*/, std::string& /*password*/,
                             const std::string& /*dbName*/) override {
     return false;
