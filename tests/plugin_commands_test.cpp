@@ -40,7 +40,11 @@ TEST(Plugins, AreRegularFiles) {
   const std::string fifo = folder.Path("fifo");
   ASSERT_EQ(mkfifo(fifo.c_str(), S_IRWXU), 0);
   for (const std::string& file : {fifo, std::string("/dev/zero"), folder.Path("")}) {
-    for (const RunResult& result : {Tool({"check", file}), Tool({"map", "0", "--plugin", file})}) {
+    for (const std::vector<std::string>& arguments :
+         {std::vector<std::string>{"check", file}, {"map", "0", "--plugin", file}}) {
+      std::vector<std::string> command{"/usr/bin/env", "timeout", "20", TARN_HOST_PATH};
+      command.insert(command.end(), arguments.begin(), arguments.end());
+      const RunResult result = RunProgram(command);
       EXPECT_EQ(result.exit_code, 2);
       EXPECT_THAT(result.errors, AllOf(IsOneErrorLine(), HasSubstr(file + ": not a regular file")));
     }
@@ -57,6 +61,10 @@ TEST(Plugins, FindTheirPlatformThemselves) {
   EXPECT_THAT(result.output, AllOf(HasSubstr("FAIL  loads: "),
                                    HasSubstr("FAIL  finds libtarn_platform_standin.so: not found"),
                                    ContainsRegex("pass  finds libstdc")));
+  const std::string damaged = folder.Write("libtarn_platform_standin.so", "no library");
+  EXPECT_THAT(Tool({"check", alone}).output,
+              HasSubstr("pass  finds libtarn_platform_standin.so: " + damaged));
+  std::filesystem::remove(damaged);
   for (const char* command : {"map", "config", "normalize", "shapes"}) {
     result = Tool({command, "0", "--plugin", alone});
     EXPECT_EQ(result.exit_code, 2);
@@ -74,6 +82,13 @@ TEST(Trace, ComparesTheStepsWithAPlugin) {
   const RunResult failing = Tool({"trace", "a b", "--plugin", TARN_WRONG_PLUGIN_PATH});
   EXPECT_EQ(failing.exit_code, 1);
   EXPECT_THAT(failing.errors, AllOf(IsOneErrorLine(), HasSubstr("no such luck")));
+}
+
+TEST(Trace, RefusesWhatNobodyWouldRead) {
+  const std::string input((std::size_t{1} << 20U) + 1, 'a');
+  const RunResult result = Tool({"trace"}, {.input = input});
+  EXPECT_EQ(result.exit_code, 2);
+  EXPECT_THAT(result.errors, AllOf(IsOneErrorLine(), HasSubstr("more than 1 MiB")));
 }
 
 TEST(Config, RefusesAPluginOnAnotherPlatform) {
@@ -164,9 +179,12 @@ TEST(Encrypt, TakesAPasswordThatArrivesInPieces) {
     ASSERT_EQ(write(write_end.Get(), piece.data(), piece.size()),
               static_cast<ssize_t>(piece.size()));
     // Taken before the next comes.
-    for (int unread = 1; unread > 0; usleep(1000)) {
+    int unread = 1;
+    for (int round = 0; unread > 0 && round < 10'000; ++round) {
+      usleep(1000);
       ASSERT_EQ(ioctl(read_end.Get(), FIONREAD, &unread), 0);
     }
+    ASSERT_EQ(unread, 0);
   }
   EXPECT_EQ(tool.Wait().output, kEncipheredSecret);
 }

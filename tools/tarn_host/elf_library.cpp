@@ -66,10 +66,7 @@ class ElfFile {
 
   // The text at `offset` of the string table that `section` describes.
   std::string Text(const Elf64_Shdr& section, std::uint64_t offset) const {
-    if (section.sh_offset > size_ || section.sh_size > size_ - section.sh_offset ||
-        offset >= section.sh_size) {
-      Fail("damaged ELF file");
-    }
+    if (section.sh_offset > size_ || offset >= section.sh_size) Fail("damaged ELF file");
     const std::vector<char> bytes =
         Table<char>(section.sh_offset + offset, std::min(section.sh_size - offset, kMaxNameBytes));
     const auto end = std::find(bytes.begin(), bytes.end(), '\0');
