@@ -34,7 +34,8 @@ constexpr std::array<LevelWord, 4> kLevelWords{{{"off", Level::kOff},
 constexpr Level kDefaultLevel = Level::kWarn;
 constexpr const char* kLevelVariable = "TARN_LOG_LEVEL";
 
-// Longer lines would be torn apart between processes that share a pipe, never between threads.
+// Keeps the lines of several threads apart, since a line may take several writes. Processes that
+// share a pipe have no lock in common: lines of more than PIPE_BUF bytes may mix.
 constinit std::mutex output_lock;
 
 constinit std::atomic<bool> unknown_level_reported{false};
@@ -109,6 +110,7 @@ Level Threshold() {
 
 LocationInfo::LocationInfo(const char* file, const char* function, int line)
     : file_(file), function_(function), line_(line) {}
+LocationInfo::~LocationInfo() = default;
 
 void LogProcess::Error(unsigned int code, const char* message, const LocationInfo& location) {
   if (Threshold() >= Level::kError) WriteRecord("ERROR", code, message, location);

@@ -48,6 +48,7 @@ using tarn::test::Text;
 
 LocationInfo::LocationInfo(const char* file, const char* function, int line)
     : file_(file), function_(function), line_(line) {}
+LocationInfo::~LocationInfo() = default;
 
 void LogProcess::Error(unsigned int code, const char* message, const LocationInfo& location) {
   Platform().last_message = message;
