@@ -158,32 +158,32 @@ CipherAlgorithm AlgorithmFromIdentifier(unsigned int identifier) {
 }
 
 CipherKey CipherKey::FromFile(const std::string& path) {
+  // The digits, a newline and one byte more, which a longer file would fill.
+  SecretBytes digits(kKeyDigits + 2);
+  struct stat status {};
   try {
-    RegularFile file(path);
-    if ((file.Status().st_mode & kOthers) != 0) {
-      throw KeyFileError(CipherCode::kKeyFileExposed, path,
-                         "group or others have access to it; mode 0600 is right");
-    }
-    // The digits, a newline and one byte more, which a longer file would fill.
-    SecretBytes digits(kKeyDigits + 2);
-    digits.resize(file.Read(digits));
-    if (digits.size() == kKeyDigits + 1 && digits.back() == '\n') digits.pop_back();
-    const auto is_digit = [](unsigned char c) {
-      return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
-    };
-    if (digits.size() != kKeyDigits || !std::all_of(digits.begin(), digits.end(), is_digit)) {
-      throw KeyFileError(CipherCode::kKeyFileMalformed, path,
-                         "not " + std::to_string(kKeyDigits) + " hexadecimal digits");
-    }
-    digits.push_back('\0');
-    SecretBytes bytes(kBytes);
-    const ErrorQueueMark mark;
-    Require(OPENSSL_hexstr2buf_ex(bytes.data(), bytes.size(), nullptr,
-                                  reinterpret_cast<const char*>(digits.data()), '\0') == 1);
-    return CipherKey(std::move(bytes));
-  } catch (const std::system_error& error) {
-    throw KeyFileError(CipherCode::kKeyFileUnreadable, path, error.code().message());
+    digits.resize(ReadRegularFile(path, digits, status));
+  } catch (const std::runtime_error& error) {
+    throw CipherError(CipherCode::kKeyFileUnreadable, std::string("key file ") + error.what());
   }
+  if (status.st_uid != geteuid() || (status.st_mode & kOthers) != 0) {
+    throw KeyFileError(CipherCode::kKeyFileExposed, path,
+                       "others have access to it; it must be this user's own, with mode 0600");
+  }
+  if (digits.size() == kKeyDigits + 1 && digits.back() == '\n') digits.pop_back();
+  const auto is_digit = [](unsigned char c) {
+    return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
+  };
+  if (digits.size() != kKeyDigits || !std::all_of(digits.begin(), digits.end(), is_digit)) {
+    throw KeyFileError(CipherCode::kKeyFileMalformed, path,
+                       "not " + std::to_string(kKeyDigits) + " hexadecimal digits");
+  }
+  digits.push_back('\0');
+  SecretBytes bytes(kBytes);
+  const ErrorQueueMark mark;
+  Require(OPENSSL_hexstr2buf_ex(bytes.data(), bytes.size(), nullptr,
+                                reinterpret_cast<const char*>(digits.data()), '\0') == 1);
+  return CipherKey(std::move(bytes));
 }
 
 CipherKey CipherKey::FromEnvironment() {
