@@ -1,110 +1,152 @@
 #include "support/recording_platform.h"
 
-#include <string>
+#include <unistd.h>
 
+#include <memory>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "platform/c_value.h"
 #include "platform/log_process.h"
 #include "platform/quill_aes_cipher.h"
 #include "platform/quill_process.h"
-#include "platform/sys_conf_reader.h"
 
 namespace tarn::test {
 namespace {
 
 // `describe` makes the call's text, only where it is kept.
 template <typename Describe>
+void Note(Describe describe) {
+  RecordingPlatform& platform = Platform();
+  if (!platform.recording) return;
+  platform.NoteOutputs();
+  platform.calls.push_back(describe());
+}
+
+template <typename Describe>
 void Enter(Describe describe) {
   RecordingPlatform& platform = Platform();
-  if (platform.recording) platform.calls.push_back(describe());
+  Note(describe);
+  if (platform.recording && platform.outputs) platform.states.push_back(platform.outputs());
   if (++platform.call_count == platform.throw_at) throw PlatformError("told to throw");
 }
 
 std::string Text(const char* message) { return message == nullptr ? "(null)" : message; }
 
-std::string Place(const LocationInfo& location) {
-  return std::string(location.File()) + ":" + location.Function() + ":" +
-         std::to_string(location.Line());
+void EnterLog(const char* level, const char* message, const LocationInfo& location) {
+  Platform().last_message = message;
+  Enter([&] {
+    return level + Text(message) + ", " + location.File() + ":" + location.Function() + ":" +
+           std::to_string(location.Line()) + ")";
+  });
 }
 
-void EnterGetter(const char* name, const std::string& dbName, unsigned int index) {
-  Enter([&] { return std::string(name) + "(" + dbName + ", " + std::to_string(index) + ")"; });
+void EnterGetter(const Quillcommon::SysConfReader* reader, const char* name,
+                 const std::string& dbName, unsigned int index) {
+  const bool stale = std::exchange(Platform().fetched, nullptr) != reader;
+  Enter([&] {
+    return (stale ? "stale " : "") + std::string(name) + "(" + dbName + ", " +
+           std::to_string(index) + ")";
+  });
 }
 
 }  // namespace
+
+void RecordingPlatform::StartAgain() {
+  calls.clear();
+  states.clear();
+  call_count = user_readings = 0;
+  fetched = nullptr;
+  plain_bytes = nullptr;
+  last_state_ = outputs ? outputs() : "";
+}
+
+void RecordingPlatform::NoteOutputs() {
+  const std::string state = outputs ? outputs() : "";
+  if (state != last_state_) calls.push_back("-> " + state);
+  last_state_ = state;
+}
 
 RecordingPlatform& Platform() {
   static RecordingPlatform platform;
   return platform;
 }
 
-RecordingPlatform& ResetPlatform() { return Platform() = RecordingPlatform(); }
+RecordingPlatform& ResetPlatform() {
+  const int live_records = Platform().live_records;
+  Platform() = RecordingPlatform();
+  Platform().live_records = live_records;
+  return Platform();
+}
 
 }  // namespace tarn::test
 
 using tarn::test::Enter;
 using tarn::test::EnterGetter;
-using tarn::test::Place;
+using tarn::test::EnterLog;
+using tarn::test::Note;
 using tarn::test::Platform;
-using tarn::test::Text;
 
 LocationInfo::LocationInfo(const char* file, const char* function, int line)
-    : file_(file), function_(function), line_(line) {}
-LocationInfo::~LocationInfo() = default;
+    : file_(file), function_(function), line_(line) {
+  ++Platform().live_records;
+}
+LocationInfo::~LocationInfo() { --Platform().live_records; }
 
 void LogProcess::Error(unsigned int code, const char* message, const LocationInfo& location) {
-  Platform().last_message = message;
-  Enter([&] {
-    return "Error(" + std::to_string(code) + ", " + Text(message) + ", " + Place(location) + ")";
-  });
+  EnterLog(Platform().recording ? ("Error(" + std::to_string(code) + ", ").c_str() : "", message,
+           location);
 }
 
 void LogProcess::Warn(const char* message, const LocationInfo& location) {
-  Platform().last_message = message;
-  Enter([&] { return "Warn(" + Text(message) + ", " + Place(location) + ")"; });
+  EnterLog("Warn(", message, location);
 }
 
 void LogProcess::Debug(const char* message, const LocationInfo& location) {
-  Platform().last_message = message;
-  Enter([&] { return "Debug(" + Text(message) + ", " + Place(location) + ")"; });
+  EnterLog("Debug(", message, location);
 }
 
 namespace Quillcommon {
 
 SysConfReader& SysConfReader::Instance() {
   Enter([] { return "Instance()"; });
-  static SysConfReader reader;
-  return reader;
+  // By turns, so that one kept from an earlier call is told from the one just fetched.
+  static SysConfReader readers[2];
+  static bool second = false;
+  second = !second;
+  Platform().fetched = &readers[second ? 1 : 0];
+  return readers[second ? 1 : 0];
 }
 
 std::string SysConfReader::getDBType(const std::string& dbName, unsigned int index) {
-  EnterGetter("getDBType", dbName, index);
+  EnterGetter(this, "getDBType", dbName, index);
   return Platform().type;
 }
 
 std::string SysConfReader::getDBUserName(const std::string& dbName, unsigned int index) {
-  // The first reading of an account is the platform's second call.
-  constexpr int kFirstReading = 2;
-  EnterGetter("getDBUserName", dbName, index);
-  const bool first = Platform().call_count == kFirstReading || Platform().later_user.empty();
+  EnterGetter(this, "getDBUserName", dbName, index);
+  const bool first = ++Platform().user_readings == 1 || Platform().later_user.empty();
   return first ? Platform().user : Platform().later_user;
 }
 
 std::string SysConfReader::getDBPassword(const std::string& dbName, unsigned int index) {
-  EnterGetter("getDBPassword", dbName, index);
+  EnterGetter(this, "getDBPassword", dbName, index);
   return Platform().password;
 }
 
 std::string SysConfReader::getDBAccessHost(const std::string& dbName, unsigned int index) {
-  EnterGetter("getDBAccessHost", dbName, index);
+  EnterGetter(this, "getDBAccessHost", dbName, index);
   return Platform().host;
 }
 
 std::string SysConfReader::getDBServiceName(const std::string& dbName, unsigned int index) {
-  EnterGetter("getDBServiceName", dbName, index);
+  EnterGetter(this, "getDBServiceName", dbName, index);
   return Platform().service;
 }
 
 int SysConfReader::getDBAccessPort(const std::string& dbName, unsigned int index) {
-  EnterGetter("getDBAccessPort", dbName, index);
+  EnterGetter(this, "getDBAccessPort", dbName, index);
   return Platform().port;
 }
 
@@ -131,4 +173,54 @@ unsigned int QuillGetProcId() {
 unsigned int QuillGetProcHandle() {
   Enter([] { return "QuillGetProcHandle()"; });
   return Platform().process_handle;
+}
+
+namespace refl {
+
+struct CValue::Content {
+  Enum::DataTypeEnum type;
+  std::string text;
+};
+
+CValue::CValue() {
+  Enter([] { return "CValue()"; });
+}
+CValue::CValue(const CValue& other)
+    : content_(other.content_ ? std::make_unique<Content>(*other.content_) : nullptr) {
+  Enter([] { return "CValue(const CValue&)"; });
+}
+CValue::CValue(CValue&& other) noexcept = default;
+CValue& CValue::operator=(const CValue& other) { return *this = CValue(other); }
+CValue& CValue::operator=(CValue&& other) noexcept = default;
+CValue::~CValue() = default;
+
+void CValue::ReadFrom(const std::string& text) {
+  Enter([&] { return "ReadFrom(" + text + ")"; });
+  content_ = std::make_unique<Content>(Content{Enum::DATA_TYPE_STRING, text});
+}
+
+void CValue::ChangeValueTypeEnum(Enum::DataTypeEnum type) {
+  Enter([&] { return "ChangeValueTypeEnum(" + std::to_string(type) + ")"; });
+  content_ = std::make_unique<Content>(Content{type, {}});
+}
+
+Enum::DataTypeEnum CValue::GetDataType() const noexcept {
+  return content_ ? content_->type : Enum::DATA_TYPE_NONE;
+}
+
+std::string CValue::ToString() const { return content_ ? content_->text : std::string(); }
+
+}  // namespace refl
+
+// Found by the plug-in's objects before the C library's.
+extern "C" char* getenv(const char* name) noexcept {
+  const std::string_view wanted(name);
+  if (wanted == "APP_CONF_FILE") Note([&] { return "getenv(" + std::string(wanted) + ")"; });
+  for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
+    const std::string_view text(*entry);
+    if (text.starts_with(wanted) && text.substr(wanted.size()).starts_with('=')) {
+      return *entry + wanted.size() + 1;
+    }
+  }
+  return nullptr;
 }
