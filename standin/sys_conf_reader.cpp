@@ -103,7 +103,7 @@ class SettingSearch : public nlohmann::json_sax<json> {
         Reach(kSetting);
       } else if (list == (entered_ == kDatabases)) {
         Reach(++entered_);
-        position_ = 0;
+        if (list) position_ = 0;
       }
     }
     ++depth_;
