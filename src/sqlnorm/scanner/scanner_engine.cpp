@@ -31,16 +31,18 @@ std::string_view Unquote(std::string_view sql) noexcept {
 
 std::string NormalizeByScanner(const std::string& sql) {
   const std::string_view statement = Unquote(sql);
-  std::size_t length = statement.size();
-  WorkingBuffer working;
-  working.Reserve(length + kPadding, 0);
-  std::memcpy(working.Data(), statement.data(), length);
-  std::memset(working.Data() + length, 0, kPadding);
+  WorkingBuffer source;
+  source.Reserve(statement.size() + kPadding, 0);
+  std::memcpy(source.Data(), statement.data(), statement.size());
+  std::memset(source.Data() + statement.size(), 0, kPadding);
 
-  length = CanonicalizeLiterals(working, length);
-  length = RewriteGroups(working.Data(), length);
+  Text text{source.Data(), statement.size()};
+  const GroupHints hints = SurveyGroups(text);
+  WorkingBuffer reprinted;
+  text = CanonicalizeLiterals(text, reprinted);
+  RewriteGroups(text, hints);
   OutputBuffer output;
-  return std::string(WriteTokens(working.Data(), length, output));
+  return std::string(WriteTokens(text, output));
 }
 
 }  // namespace tarn::sqlnorm
