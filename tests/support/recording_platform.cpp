@@ -15,40 +15,34 @@
 namespace tarn::test {
 namespace {
 
-// `describe` makes the call's text, only where it is kept.
-template <typename Describe>
-void Note(Describe describe) {
-  RecordingPlatform& platform = Platform();
-  if (!platform.recording) return;
-  platform.NoteOutputs();
-  platform.calls.push_back(describe());
-}
-
+// Counts a call, and throws if it is told to. `describe` makes its text, only where it is kept.
 template <typename Describe>
 void Enter(Describe describe) {
   RecordingPlatform& platform = Platform();
-  Note(describe);
-  if (platform.recording && platform.outputs) platform.states.push_back(platform.outputs());
+  if (platform.recording) {
+    platform.Note(describe());
+    platform.states.push_back(platform.outputs());
+  }
   if (++platform.call_count == platform.throw_at) throw PlatformError("told to throw");
 }
 
-std::string Text(const char* message) { return message == nullptr ? "(null)" : message; }
-
-void EnterLog(const char* level, const char* message, const LocationInfo& location) {
+void EnterLog(const char* begin, const char* message, const LocationInfo& location) {
   Platform().last_message = message;
   Enter([&] {
-    return level + Text(message) + ", " + location.File() + ":" + location.Function() + ":" +
-           std::to_string(location.Line()) + ")";
+    return std::string(begin) + (message == nullptr ? "(null)" : message) + ", " + location.File() +
+           ":" + location.Function() + ":" + std::to_string(location.Line()) + ")";
   });
 }
 
-void EnterGetter(const Quillcommon::SysConfReader* reader, const char* name,
-                 const std::string& dbName, unsigned int index) {
+template <typename Value>
+Value Get(const Quillcommon::SysConfReader* reader, const char* name, const std::string& dbName,
+          unsigned int index, const Value& answer) {
   const bool stale = std::exchange(Platform().fetched, nullptr) != reader;
   Enter([&] {
     return (stale ? "stale " : "") + std::string(name) + "(" + dbName + ", " +
            std::to_string(index) + ")";
   });
+  return answer;
 }
 
 }  // namespace
@@ -59,13 +53,13 @@ void RecordingPlatform::StartAgain() {
   call_count = user_readings = 0;
   fetched = nullptr;
   plain_bytes = nullptr;
-  last_state_ = outputs ? outputs() : "";
+  last_look_ = outputs();
 }
 
-void RecordingPlatform::NoteOutputs() {
-  const std::string state = outputs ? outputs() : "";
-  if (state != last_state_) calls.push_back("-> " + state);
-  last_state_ = state;
+void RecordingPlatform::Note(const std::string& call) {
+  const std::string look = outputs();
+  if (std::exchange(last_look_, look) != look) calls.push_back("-> " + look);
+  calls.push_back(call);
 }
 
 RecordingPlatform& Platform() {
@@ -73,19 +67,13 @@ RecordingPlatform& Platform() {
   return platform;
 }
 
-RecordingPlatform& ResetPlatform() {
-  const int live_records = Platform().live_records;
-  Platform() = RecordingPlatform();
-  Platform().live_records = live_records;
-  return Platform();
-}
+RecordingPlatform& ResetPlatform() { return Platform() = RecordingPlatform(); }
 
 }  // namespace tarn::test
 
 using tarn::test::Enter;
-using tarn::test::EnterGetter;
 using tarn::test::EnterLog;
-using tarn::test::Note;
+using tarn::test::Get;
 using tarn::test::Platform;
 
 LocationInfo::LocationInfo(const char* file, const char* function, int line)
@@ -95,8 +83,8 @@ LocationInfo::LocationInfo(const char* file, const char* function, int line)
 LocationInfo::~LocationInfo() { --Platform().live_records; }
 
 void LogProcess::Error(unsigned int code, const char* message, const LocationInfo& location) {
-  EnterLog(Platform().recording ? ("Error(" + std::to_string(code) + ", ").c_str() : "", message,
-           location);
+  const bool recording = Platform().recording;
+  EnterLog(recording ? ("Error(" + std::to_string(code) + ", ").c_str() : "", message, location);
 }
 
 void LogProcess::Warn(const char* message, const LocationInfo& location) {
@@ -113,41 +101,35 @@ SysConfReader& SysConfReader::Instance() {
   Enter([] { return "Instance()"; });
   // By turns, so that one kept from an earlier call is told from the one just fetched.
   static SysConfReader readers[2];
-  static bool second = false;
-  second = !second;
-  Platform().fetched = &readers[second ? 1 : 0];
-  return readers[second ? 1 : 0];
+  static unsigned int count = 0;
+  SysConfReader& next = readers[++count % 2];
+  Platform().fetched = &next;
+  return next;
 }
 
 std::string SysConfReader::getDBType(const std::string& dbName, unsigned int index) {
-  EnterGetter(this, "getDBType", dbName, index);
-  return Platform().type;
+  return Get(this, "getDBType", dbName, index, Platform().type);
 }
 
 std::string SysConfReader::getDBUserName(const std::string& dbName, unsigned int index) {
-  EnterGetter(this, "getDBUserName", dbName, index);
   const bool first = ++Platform().user_readings == 1 || Platform().later_user.empty();
-  return first ? Platform().user : Platform().later_user;
+  return Get(this, "getDBUserName", dbName, index, first ? Platform().user : Platform().later_user);
 }
 
 std::string SysConfReader::getDBPassword(const std::string& dbName, unsigned int index) {
-  EnterGetter(this, "getDBPassword", dbName, index);
-  return Platform().password;
+  return Get(this, "getDBPassword", dbName, index, Platform().password);
 }
 
 std::string SysConfReader::getDBAccessHost(const std::string& dbName, unsigned int index) {
-  EnterGetter(this, "getDBAccessHost", dbName, index);
-  return Platform().host;
+  return Get(this, "getDBAccessHost", dbName, index, Platform().host);
 }
 
 std::string SysConfReader::getDBServiceName(const std::string& dbName, unsigned int index) {
-  EnterGetter(this, "getDBServiceName", dbName, index);
-  return Platform().service;
+  return Get(this, "getDBServiceName", dbName, index, Platform().service);
 }
 
 int SysConfReader::getDBAccessPort(const std::string& dbName, unsigned int index) {
-  EnterGetter(this, "getDBAccessPort", dbName, index);
-  return Platform().port;
+  return Get(this, "getDBAccessPort", dbName, index, Platform().port);
 }
 
 }  // namespace Quillcommon
@@ -186,9 +168,7 @@ CValue::CValue() {
   Enter([] { return "CValue()"; });
 }
 CValue::CValue(const CValue& other)
-    : content_(other.content_ ? std::make_unique<Content>(*other.content_) : nullptr) {
-  Enter([] { return "CValue(const CValue&)"; });
-}
+    : content_(other.content_ ? std::make_unique<Content>(*other.content_) : nullptr) {}
 CValue::CValue(CValue&& other) noexcept = default;
 CValue& CValue::operator=(const CValue& other) { return *this = CValue(other); }
 CValue& CValue::operator=(CValue&& other) noexcept = default;
@@ -200,7 +180,6 @@ void CValue::ReadFrom(const std::string& text) {
 }
 
 void CValue::ChangeValueTypeEnum(Enum::DataTypeEnum type) {
-  Enter([&] { return "ChangeValueTypeEnum(" + std::to_string(type) + ")"; });
   content_ = std::make_unique<Content>(Content{type, {}});
 }
 
@@ -215,7 +194,7 @@ std::string CValue::ToString() const { return content_ ? content_->text : std::s
 // Found by the plug-in's objects before the C library's.
 extern "C" char* getenv(const char* name) noexcept {
   const std::string_view wanted(name);
-  if (wanted == "APP_CONF_FILE") Note([&] { return "getenv(" + std::string(wanted) + ")"; });
+  if (wanted == "APP_CONF_FILE" && Platform().recording) Platform().Note("getenv(APP_CONF_FILE)");
   for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
     const std::string_view text(*entry);
     if (text.starts_with(wanted) && text.substr(wanted.size()).starts_with('=')) {

@@ -35,7 +35,7 @@ struct RecordingPlatform {
   // The settings, the same for every database name.
   std::string type;
   std::string user;
-  // If not empty, what every reading of the user after the first gets.
+  // If not empty, what every reading of the user after an operation's first gets.
   std::string later_user;
   std::string password;
   std::string host;
@@ -50,11 +50,11 @@ struct RecordingPlatform {
 
   // Every call in order, as "function(arguments)"; log calls end in the location's
   // "file:function:line", decryptEx shows its plain-text argument as it was passed, and a getter
-  // of a reader that was not fetched for it begins with "stale ".
+  // of a reader that was not fetched for it begins with "stale ". Before a call that finds the
+  // outputs changed stands "-> " and how they look.
   std::vector<std::string> calls;
-  // How the operation's outputs look, if anyone asks. A call that finds them changed stands in
-  // `calls` behind "-> " and their new look.
-  std::function<std::string()> outputs;
+  // How the operation's outputs look, for a test that wants to see them.
+  std::function<std::string()> outputs = [] { return std::string(); };
   // That look before each call that may throw.
   std::vector<std::string> states;
   // Off, the platform allocates nothing of its own.
@@ -76,11 +76,11 @@ struct RecordingPlatform {
 
   // Forgets the calls, not the answers.
   void StartAgain();
-  // Adds a line to `calls` if the outputs have changed since the last one.
-  void NoteOutputs();
+  // Adds a call to the record.
+  void Note(const std::string& call);
 
  private:
-  std::string last_state_;
+  std::string last_look_;
 };
 
 // The platform of this process.
