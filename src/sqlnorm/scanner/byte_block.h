@@ -69,6 +69,12 @@ inline BlockClasses ClassifyBlock(const char* p) noexcept {
   return classes;
 }
 
+// Marks parentheses, as MarkedBits and VisitMarks ask for.
+inline ByteBlock MarkParentheses(const char* q) noexcept {
+  const ByteBlock block = LoadBlock(q);
+  return (block == '(') | (block == ')');
+}
+
 // The bits of 64 places from `p` on: those that `match` marks. match(q) looks at the sixteen places
 // from q on, and a few behind them, and returns a ByteBlock.
 template <typename Match>

@@ -75,4 +75,20 @@ bool StandsAt(const char* p, const char (&lower)[N]) noexcept {
   return true;
 }
 
+// The place behind the last byte before `p` that is no space. `begin` bounds the look back.
+inline const char* SkipSpacesBack(const char* begin, const char* p) noexcept {
+  while (p != begin && IsSpace(p[-1])) --p;
+  return p;
+}
+
+// Where the word begins that ends at `p`, if it is `lower` in either case, as a whole word; or
+// null.
+template <std::size_t N>
+const char* MatchWordBack(const char* begin, const char* p, const char (&lower)[N]) noexcept {
+  constexpr std::ptrdiff_t kLength = N - 1;
+  if (p - begin < kLength) return nullptr;
+  p -= kLength;
+  return StandsAt(p, lower) && (p == begin || !IsWord(p[-1])) ? p : nullptr;
+}
+
 }  // namespace tarn::sqlnorm

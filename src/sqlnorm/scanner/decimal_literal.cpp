@@ -8,8 +8,10 @@
 #include <charconv>
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -53,6 +55,13 @@ constexpr std::array<std::uint64_t, 20> kPowersOfTen = [] {
   return powers;
 }();
 
+// The powers of ten that are exact in a double.
+constexpr std::array<double, 23> kExactPowers = [] {
+  std::array<double, 23> powers{1};
+  for (std::size_t i = 1; i < powers.size(); ++i) powers[i] = 10 * powers[i - 1];
+  return powers;
+}();
+
 // How many digits a number other than 0 has.
 int CountDigits(std::uint64_t number) noexcept {
   // 1233 / 4096 is a little more than the decimal logarithm of 2.
@@ -81,55 +90,73 @@ std::uint64_t ToDigits(std::uint64_t number) noexcept {
   return tens | (pairs - tens * 10) << 8;
 }
 
-// The digits of a literal without an exponent and with no more than 15 of them, as a number.
+// The digits of a mantissa that has no more than 15 of them, as a number.
 std::uint64_t DigitsOf(const DecimalLiteral& literal) noexcept {
-  constexpr int kBytes = 16;
+  constexpr unsigned kBytes = 16;
   Wide text = 0;
   std::memcpy(&text, literal.begin, sizeof text);
-  const auto dot = static_cast<unsigned>(literal.dot - literal.begin);
-  const auto digits = static_cast<unsigned>(literal.end - literal.begin) - 1;
-  const Wide before_dot = text & ((Wide{1} << 8 * dot) - 1);
-  const Wide behind_dot = text >> 8 * (dot + 1) << 8 * dot;
-  // Moved to the end of the sixteen; the bytes that come in at the begin are 0, as is their digit.
-  const Wide moved = (before_dot | behind_dot) << 8 * (kBytes - digits);
-  const Wide mask = ~Wide{0} << 8 * (kBytes - digits);
-  const Wide values = moved & mask & (Wide{0x0F0F0F0F0F0F0F0F} << 64 | 0x0F0F0F0F0F0F0F0F);
+  const auto before_dot = static_cast<unsigned>(literal.dot - literal.begin);
+  const auto digits = static_cast<unsigned>(literal.exponent - literal.begin) - 1;
+  const Wide without_dot =
+      (text & ((Wide{1} << 8 * before_dot) - 1)) | (text >> 8 * (before_dot + 1) << 8 * before_dot);
+  // Moved to the end of the sixteen bytes. Those that come in at the begin are 0, as is a digit's
+  // value.
+  const Wide moved = without_dot << 8 * (kBytes - digits);
+  const Wide values = moved & (Wide{0x0F0F0F0F0F0F0F0F} << 64 | 0x0F0F0F0F0F0F0F0F);
   constexpr std::uint64_t kTenToEight = 100'000'000;
   return FromDigits(static_cast<std::uint64_t>(values)) * kTenToEight +
          FromDigits(static_cast<std::uint64_t>(values >> 64));
 }
 
-// The common case at a fraction of the general one's cost: no exponent, up to 15 digits, a value of
-// 0.001 or more. Nearly free of branches, since nothing of a literal can be predicted. Returns null
-// for any other literal.
+// The number that an exponent of one digit or two stands for; nothing for a longer one.
+std::optional<int> ShortExponent(const DecimalLiteral& literal) noexcept {
+  const char* p = literal.exponent;
+  if (p == literal.end) return 0;
+  const char sign = *++p;
+  if (sign == '+' || sign == '-') ++p;
+  constexpr std::ptrdiff_t kMostDigits = 2;
+  if (literal.end - p > kMostDigits) return std::nullopt;
+  int number = *p - '0';
+  if (literal.end - p == kMostDigits) number = 10 * number + (p[1] - '0');
+  return sign == '-' ? -number : number;
+}
+
+// The common case at a fraction of the general one's cost: up to 15 digits, an exponent of up to
+// two, a value from 0.001 to less than 10^15. Nearly free of branches, since nothing of a literal
+// can be predicted. Returns null for any other literal.
 //
-// The digits as an integer and the power of ten to divide by are exact in a double, so one division
-// gives the nearest one; and that double times a power of ten is exact in 128 bits, so one shift
-// gives the digits to print.
+// The digits as an integer and the power of ten to divide or multiply by are exact in a double, so
+// one operation gives the nearest one; and that double times a power of ten is exact in 128 bits,
+// so one shift gives the digits to print.
 //
 // Two cases need no care. A double half-way between two numbers of 17 digits would have 18
-// significant digits, the last of them 2^-j: with f digits behind the literal's dot it would differ
-// from the literal by at least 1 / (5^f 2^j), which is more than a double may differ from the
-// literal that it is the nearest to. And the digits of the double begin where the literal's do: it
-// falls below a power of ten only where the literal does, since 0.1, 0.01 and 0.001 are less than
-// their doubles.
+// significant digits, the last of them worth 2^-j: with f digits behind the literal's dot it would
+// differ from the literal by at least 1 / (5^f 2^j), which is more than a double may differ from
+// the literal that it is the nearest to. And the digits of the double begin where the literal's do:
+// it could fall below a power of ten only where the literal is one, but 0.1, 0.01 and 0.001 are
+// less than their doubles.
 char* ReprintShortDecimal(const DecimalLiteral& literal, char* out) noexcept {
   constexpr std::ptrdiff_t kMostDigits = 15;
   constexpr int kLeastExponent = -3;
-  if (literal.exponent != literal.end || literal.end - literal.begin > kMostDigits + 1) {
-    return nullptr;
-  }
+  constexpr int kGreatestExponent = 14;
+  constexpr int kGreatestExactPower = kExactPowers.size() - 1;
+  if (literal.exponent - literal.begin > kMostDigits + 1) return nullptr;
+  const std::optional<int> written_exponent = ShortExponent(literal);
+  if (!written_exponent) return nullptr;
   const std::uint64_t digits = DigitsOf(literal);
   if (digits == 0) {
     *out = '0';
     return out + 1;
   }
-  const auto fraction_digits = static_cast<int>(literal.end - literal.dot) - 1;
+  const int power = *written_exponent - static_cast<int>(literal.exponent - literal.dot - 1);
   // The decimal exponent of the first digit other than 0.
-  const int exponent = CountDigits(digits) - 1 - fraction_digits;
-  if (exponent < kLeastExponent) return nullptr;
-  const double value = static_cast<double>(digits) /
-                       static_cast<double>(kPowersOfTen[static_cast<std::size_t>(fraction_digits)]);
+  const int exponent = CountDigits(digits) - 1 + power;
+  if (exponent < kLeastExponent || exponent > kGreatestExponent || power < -kGreatestExactPower) {
+    return nullptr;
+  }
+  const double scale = kExactPowers[static_cast<std::size_t>(std::abs(power))];
+  const auto integer = static_cast<double>(digits);
+  const double value = power < 0 ? integer / scale : integer * scale;
 
   // value is mantissa / 2^shift, by the layout of IEEE 754.
   constexpr int kMantissaBits = 52;

@@ -6,11 +6,11 @@
 //
 // VisitElements hands a text's elements to a visitor, one after the other, through
 //
-//   visitor.Word(begin, end)   a word
-//   visitor.Sign(sign)         a sign, of one byte
+//   visitor.Word(begin, end)    a word
+//   visitor.Sign(sign, taken)   a sign, of one byte; between `taken` and it there are only spaces
 //
 // Both return up to where the visitor has taken the text: the element's end, or a later place that
-// lies in no word. Elements that begin before it are passed over. The text must be padded.
+// lies in no word. Elements that begin before it are passed over. Requires: the text is padded.
 #pragma once
 
 #include <bit>
@@ -31,8 +31,10 @@ inline const char* WordEnd(const char* p) noexcept {
 template <typename Visitor>
 void VisitElementsPlainly(const char* text, std::size_t length, Visitor& visitor) {
   const char* const end = text + length;
-  for (const char* p = SkipSpaces(text); p < end; p = SkipSpaces(p)) {
-    p = IsWord(*p) ? visitor.Word(p, WordEnd(p)) : visitor.Sign(p);
+  for (const char* taken = text;;) {
+    const char* const p = SkipSpaces(taken);
+    if (p >= end) return;
+    taken = IsWord(*p) ? visitor.Word(p, WordEnd(p)) : visitor.Sign(p, taken);
   }
 }
 
@@ -67,7 +69,7 @@ void VisitElements(const char* text, std::size_t length, Visitor& visitor) {
       const char* const p = block + at;
       if (p < taken) continue;
       if ((words >> at & 1) == 0) {
-        taken = visitor.Sign(p);
+        taken = visitor.Sign(p, taken);
         continue;
       }
       const std::uint64_t ends_behind = word_ends >> at >> 1;

@@ -7,25 +7,20 @@
 
 #include "sqlnorm/scanner/byte_block.h"
 #include "sqlnorm/scanner/byte_class.h"
-#include "sqlnorm/scanner/literals.h"
 
 namespace tarn::sqlnorm {
 namespace {
 
-// The Match functions take the place where something may begin and return the place after it, or
-// null if it is not there.
-
 ByteBlock MarkOpening(const char* q) noexcept { return LoadBlock(q) == '('; }
-ByteBlock MarkParentheses(const char* q) noexcept {
-  const ByteBlock block = LoadBlock(q);
-  return (block == '(') | (block == ')');
-}
 
 // Calls visit(p) for every opening parenthesis, as VisitMarks does.
 template <typename Visit>
 void VisitOpening(const char* text, const char* end, Visit visit) {
   VisitMarks(text, end, MarkOpening, visit);
 }
+
+// The Match functions take the place where something may begin and return the place after it, or
+// null if it is not there.
 
 // A word, or two joined by a dot.
 const char* MatchOperand(const char* p) noexcept {
@@ -68,22 +63,6 @@ const char* MatchComparisonGroup(const char* p) noexcept {
     if (!StandsAt(p, "and") || !IsSpace(p[3])) return nullptr;
     p = SkipSpaces(p + 3);
   }
-}
-
-// The place behind the last byte before `p` that is no space. `begin` bounds the look back.
-const char* SkipSpacesBack(const char* begin, const char* p) noexcept {
-  while (p != begin && IsSpace(p[-1])) --p;
-  return p;
-}
-
-// Where the word begins that ends at `p`, if it is `lower` in either case, as a whole word; or
-// null.
-template <std::size_t N>
-const char* MatchWordBack(const char* begin, const char* p, const char (&lower)[N]) noexcept {
-  constexpr std::ptrdiff_t kLength = N - 1;
-  if (p - begin < kLength) return nullptr;
-  p -= kLength;
-  return StandsAt(p, lower) && (p == begin || !IsWord(p[-1])) ? p : nullptr;
 }
 
 // What of "operand IN (list))" the rewrite keeps.
@@ -228,64 +207,15 @@ char* CutBehindFirstRow(char* text, char* end) noexcept {
   return compaction.Finish(end);
 }
 
-// Whether what follows an opening parenthesis at `p` may be a comparison group, before or after its
-// literals are printed anew.
-bool MayBeComparisonGroup(const char* p) noexcept {
-  p = SkipSpaces(p + 1);
-  while (IsWord(*p) || *p == '.' || *p == '+' || *p == '-') ++p;
-  p = SkipSpaces(p);
-  return *p == '=' || ClassOf(*p) == ByteClass::kAngle;
-}
-
 }  // namespace
 
-GroupHints SurveyGroups(Text& text) {
-  GroupHints hints;
-  const char* const end = text.data + text.length;
-  const char* row = nullptr;  // the parenthesis of a row that nothing but its end may change
-  const char* row_end = end;
-  VisitMarks(text.data, end, MarkParentheses, [&](const char* p) {
-    if (*p == '(') {
-      const bool comparison = MayBeComparisonGroup(p);
-      const bool parameter = *SkipSpaces(p + 1) == '@';
-      hints.comparisons = hints.comparisons || comparison;
-      hints.parameters = hints.parameters || parameter;
-      const char* const before = SkipSpacesBack(text.data, p);
-      hints.negations = hints.negations || MatchWordBack(text.data, before, "not") != nullptr;
-      // Another parenthesis within a row may be rewritten.
-      hints.rows = hints.rows || row != nullptr;
-      row = nullptr;
-      if (const char* const keyword = MatchWordBack(text.data, before, "values")) {
-        // A parameter list before the keyword would go, and join it to another word.
-        if (comparison || parameter || (keyword != text.data && keyword[-1] == ')')) {
-          hints.rows = true;
-        } else {
-          row = p;
-        }
-      }
-    } else if (row != nullptr && p != row + 1 && *SkipSpaces(p + 1) == ',') {
-      row_end = p + 1;
-      return end;
-    } else {
-      row = nullptr;
-    }
-    return p + 1;
-  });
-  if (row_end != end) {
-    CheckDecimalRanges(row_end, static_cast<std::size_t>(end - row_end));
-    text.length = static_cast<std::size_t>(row_end - text.data);
-    std::memset(text.data + text.length, 0, kPadding);
-  }
-  return hints;
-}
-
-void RewriteGroups(Text& text, const GroupHints& hints) noexcept {
+void RewriteGroups(Text& text, const Survey& survey) noexcept {
   char* const begin = text.data;
   char* end = begin + text.length;
-  if (hints.comparisons) OpenComparisonGroups(begin, end);
-  if (hints.negations) end = RewriteNegatedInLists(begin, end);
-  bool rows = hints.rows;
-  if (hints.parameters) {
+  if (survey.comparisons) OpenComparisonGroups(begin, end);
+  if (survey.negations) end = RewriteNegatedInLists(begin, end);
+  bool rows = survey.rows;
+  if (survey.parameters) {
     char* const before = end;
     end = DeleteParameterLists(begin, end);
     // What a deleted list stood between has become adjacent.

@@ -18,24 +18,27 @@ constexpr std::uint64_t Packed(std::string_view word) noexcept {
   return packed;
 }
 
-// The words that are written in capitals, in either case here.
-inline constexpr std::uint64_t kInsert = Packed("insert");
-inline constexpr std::uint64_t kDelete = Packed("delete");
-inline constexpr std::array kKeywords{kInsert,         kDelete,          Packed("select"),
-                                      Packed("from"),  Packed("update"), Packed("where"),
-                                      Packed("values")};
-
 namespace internal {
 
 inline constexpr std::uint64_t kFoldCase = 0x2020202020202020;
 inline constexpr std::size_t kLetterMask = 0x1F;  // what tells letters of either case apart
 
-// The keywords by their initials, which all differ.
-inline constexpr std::array<std::uint64_t, kLetterMask + 1> kByInitial = [] {
-  std::array<std::uint64_t, kLetterMask + 1> by_initial{};
-  for (const std::uint64_t keyword : kKeywords) by_initial[keyword & kLetterMask] = keyword;
-  return by_initial;
+constexpr std::uint64_t kInsert = Packed("insert");
+constexpr std::uint64_t kDelete = Packed("delete");
+
+// The words that are written in capitals, by their initials, which all differ.
+inline constexpr std::array<std::uint64_t, kLetterMask + 1> kKeywords = [] {
+  std::array<std::uint64_t, kLetterMask + 1> keywords{};
+  for (const std::uint64_t keyword : {kInsert, kDelete, Packed("select"), Packed("from"),
+                                      Packed("update"), Packed("where"), Packed("values")}) {
+    keywords[keyword & kLetterMask] = keyword;
+  }
+  return keywords;
 }();
+
+// The initials of those that swallow a word behind them, as bits.
+inline constexpr std::uint32_t kSwallowing =
+    1U << (kInsert & kLetterMask) | 1U << (kDelete & kLetterMask);
 
 // Masks of the lowest bytes, by their number.
 inline constexpr std::array<std::uint64_t, sizeof(std::uint64_t) + 1> kLowestBytes = [] {
@@ -47,8 +50,8 @@ inline constexpr std::array<std::uint64_t, sizeof(std::uint64_t) + 1> kLowestByt
 }  // namespace internal
 
 struct WordStart {
-  std::uint64_t bytes;    // the word's first eight, in capitals if it is a keyword
-  std::uint64_t keyword;  // one of kKeywords, or 0
+  std::uint64_t bytes;  // the word's first eight, in capitals if it is a keyword
+  bool swallows;        // whether it is one that the word behind it may go with
 };
 
 // Requires: eight bytes can be read at `word`. Free of branches.
@@ -57,9 +60,11 @@ inline WordStart StartOfWord(const char* word, std::size_t length) noexcept {
   std::uint64_t bytes = 0;
   std::memcpy(&bytes, word, sizeof bytes);
   const std::uint64_t lower = (bytes | kFoldCase) & kLowestBytes[std::min(length, sizeof bytes)];
-  const std::uint64_t candidate = kByInitial[lower & kLetterMask];
-  const bool is_keyword = lower == candidate;
-  return {is_keyword ? bytes & ~kFoldCase : bytes, is_keyword ? candidate : 0};
+  const std::size_t initial = lower & kLetterMask;
+  const bool is_keyword = lower == kKeywords[initial];
+  bytes &= is_keyword ? ~kFoldCase : ~std::uint64_t{0};
+  const bool may_swallow = (kSwallowing >> initial & 1) != 0;
+  return {bytes, is_keyword && may_swallow};
 }
 
 }  // namespace tarn::sqlnorm

@@ -62,16 +62,6 @@ char* PrintHex(const HexLiteral& literal, char* out) noexcept {
   return std::to_chars(out, out + kRoomForDecimal, value).ptr;
 }
 
-// Marks what a literal may hang on: a digit before a dot and another digit, or before an x. Digits
-// are told by their upper half, which they share with : ; < = > and ?; the Match functions look
-// closer.
-ByteBlock MarkCandidates(const char* q) noexcept {
-  const auto is_digit = [](ByteBlock block) { return (block & 0xF0) == 0x30; };
-  const ByteBlock next = LoadBlock(q + 1);
-  return is_digit(LoadBlock(q)) &
-         (((next == '.') & is_digit(LoadBlock(q + 2))) | ((next | 0x20) == 'x'));
-}
-
 // Prints the literals among the candidates that it is handed, each behind what precedes it.
 class Reprinter {
  public:
@@ -124,15 +114,15 @@ class Reprinter {
 
 }  // namespace
 
-Text CanonicalizeLiterals(Text source, WorkingBuffer& output) {
+Text CanonicalizeLiterals(Text source, const char* first, WorkingBuffer& output) {
   Reprinter reprinter(source, output);
-  VisitMarks(source.data, source.data + source.length, MarkCandidates,
+  VisitMarks(first, source.data + source.length, MarkLiteralCandidates,
              [&reprinter](const char* p) { return reprinter.Candidate(p); });
   return reprinter.Finish();
 }
 
 void CheckDecimalRanges(const char* text, std::size_t length) {
-  VisitMarks(text, text + length, MarkCandidates, [text](const char* p) {
+  VisitMarks(text, text + length, MarkLiteralCandidates, [text](const char* p) {
     DecimalLiteral decimal{};
     if (p[1] != '.' || !MatchDecimal(text, p + 1, decimal)) return p + 1;
     CheckDecimalRange(decimal);

@@ -9,6 +9,8 @@
 #include "sqlnorm/scanner/byte_class.h"
 #include "sqlnorm/scanner/groups.h"
 #include "sqlnorm/scanner/literals.h"
+#include "sqlnorm/scanner/survey.h"
+#include "sqlnorm/scanner/text_buffer.h"
 #include "sqlnorm/scanner/token_writer.h"
 
 namespace tarn::sqlnorm {
@@ -37,10 +39,12 @@ std::string NormalizeByScanner(const std::string& sql) {
   std::memset(source.Data() + statement.size(), 0, kPadding);
 
   Text text{source.Data(), statement.size()};
-  const GroupHints hints = SurveyGroups(text);
+  const Survey survey = SurveyText(text);
   WorkingBuffer reprinted;
-  text = CanonicalizeLiterals(text, reprinted);
-  RewriteGroups(text, hints);
+  if (survey.first_literal != nullptr) {
+    text = CanonicalizeLiterals(text, survey.first_literal, reprinted);
+  }
+  RewriteGroups(text, survey);
   OutputBuffer output;
   return std::string(WriteTokens(text, output));
 }

@@ -72,7 +72,7 @@ char* CopyLoosely(const char* from, const char* end, char* out) noexcept {
 class TokenWriter {
  public:
   TokenWriter(Text text, OutputBuffer& output, AliasTable& aliases)
-      : in_(text.data), end_(text.data + text.length), output_(output), aliases_(aliases) {
+      : text_end_(text.data + text.length), output_(output), aliases_(aliases) {
     // A token of one byte takes two with its blank, and the first one a blank before it.
     output_.Reserve(2 * text.length + kRoomForWord, 0);
     begin_ = out_ = output_.Data();
@@ -80,31 +80,22 @@ class TokenWriter {
 
   // The elements' visitor.
   const char* Word(const char* p, const char* end) {
-    if (*p == 't' && IsDigit(p[1]) && SkipDigits(p + 2) == end) {
-      Alias(p, end);
-    } else {
-      OrdinaryWord(p, end);
-    }
-    return in_;
+    const bool is_alias = *p == 't' && IsDigit(p[1]) && SkipDigits(p + 2) == end;
+    return is_alias ? Alias(p, end) : OrdinaryWord(p, end);
   }
-  const char* Sign(const char* p) noexcept {
+  const char* Sign(const char* p, const char* taken) noexcept {
     switch (ClassOf(*p)) {
       case ByteClass::kComma:
-        Comma(p);
-        break;
+        return Comma(p);
       case ByteClass::kParenthesis:
-        Token(p, 1);
-        break;
+        return Token(p, 1);
       case ByteClass::kDot:
-        Dots(p);
-        break;
+        return Dots(p, taken);
       case ByteClass::kAngle:
-        Operator(p);
-        break;
+        return Operator(p, taken);
       default:
-        Other(p);
+        return Other(p, taken);
     }
-    return in_;
   }
 
   // What has been written.
@@ -120,29 +111,33 @@ class TokenWriter {
     kJoinedDots,     // dots that took the blanks on both sides away
   };
 
-  // Token spacing: the blank before a token, unless there is one behind the last.
+  // The rules. Each writes what begins at `p` and returns up to where it has taken the text, which
+  // was taken up to `taken` before.
+
+  // Token spacing, here and in what follows: a blank before a token, unless there is one behind the
+  // last, and a blank behind it.
   void BeginToken() noexcept {
     *out_ = ' ';
     out_ += last_ == Last::kOther ? 1 : 0;
   }
-  void EndToken(const char* end) noexcept {
+  void EndToken() noexcept {
     *out_++ = ' ';
-    in_ = end;
     last_ = Last::kToken;
   }
 
-  // Token spacing of one or two signs.
-  void Token(const char* p, std::size_t length) noexcept {
+  // A token of one or two signs.
+  const char* Token(const char* p, std::size_t length) noexcept {
     BeginToken();
     out_[0] = p[0];
     out_[1] = p[1];
     out_ += length;
-    EndToken(p + length);
+    EndToken();
+    return p + length;
   }
 
   // INSERT keyword, DELETE keyword, SELECT keyword, FROM keyword, UPDATE keyword, WHERE keyword,
   // VALUES keyword.
-  void OrdinaryWord(const char* p, const char* end) noexcept {
+  const char* OrdinaryWord(const char* p, const char* end) noexcept {
     BeginToken();
     CopyLoosely(p, end, out_);
     const auto length = static_cast<std::size_t>(end - p);
@@ -150,21 +145,19 @@ class TokenWriter {
     // Over the copy: whether it is a keyword is a toss-up, which no branch should hang on.
     std::memcpy(out_, &start.bytes, sizeof start.bytes);
     out_ += length;
-    if (start.keyword == kInsert) [[unlikely]]
-      end = SkipFollowing(end, "into");
-    if (start.keyword == kDelete) [[unlikely]]
-      end = SkipFollowing(end, "from");
-    EndToken(end);
+    EndToken();
+    return start.swallows ? SkipSwallowed(p, end) : end;
   }
 
-  // The end of the word of four letters that goes if it follows, or `p`.
-  static const char* SkipFollowing(const char* p, const char (&lower)[5]) noexcept {
-    const char* const next = SkipSpaces(p);
-    return StandsAt(next, lower) && !IsWord(next[4]) ? next + 4 : p;
+  // INSERT keyword, DELETE keyword: INTO and FROM go if they follow.
+  static const char* SkipSwallowed(const char* keyword, const char* end) noexcept {
+    const char* const next = SkipSpaces(end);
+    const bool follows = (*keyword | 0x20) == 'i' ? StandsAt(next, "into") : StandsAt(next, "from");
+    return follows && !IsWord(next[4]) ? next + 4 : end;
   }
 
   // Alias numbering.
-  void Alias(const char* p, const char* end) {
+  const char* Alias(const char* p, const char* end) {
     const std::uint32_t number = aliases_.NumberOf({p, static_cast<std::size_t>(end - p)});
     MakeRoom(end);
     BeginToken();
@@ -176,14 +169,15 @@ class TokenWriter {
       constexpr int kMostDigits = std::numeric_limits<std::uint32_t>::digits10 + 1;
       out_ = std::to_chars(out_, out_ + kMostDigits, number).ptr;
     }
-    EndToken(end);
+    EndToken();
+    return end;
   }
 
   // Alone of all elements an alias may grow to more than twice its length and a blank: room for it,
   // and for all that stands behind `end`.
   void MakeRoom(const char* end) {
     const auto used = static_cast<std::size_t>(out_ - begin_);
-    const std::size_t needed = used + 2 * static_cast<std::size_t>(end_ - end) + kRoomForWord;
+    const std::size_t needed = used + 2 * static_cast<std::size_t>(text_end_ - end) + kRoomForWord;
     if (needed <= output_.Capacity()) return;
     output_.Reserve(needed + needed / 2, used);
     begin_ = output_.Data();
@@ -192,17 +186,18 @@ class TokenWriter {
 
   // Comma attaching: a comma between two blanks follows what precedes it directly, unless the first
   // of them is the blank behind another attached comma.
-  void Comma(const char* p) noexcept {
+  const char* Comma(const char* p) noexcept {
     const bool attach = last_ == Last::kOther || last_ == Last::kToken;
     if (last_ == Last::kToken) --out_;
     *out_++ = ',';
-    EndToken(p + 1);
+    EndToken();
     if (attach) last_ = Last::kAttachedComma;
+    return p + 1;
   }
 
   // Dot joining: one or two dots between two blanks are joined to both sides.
-  void Dots(const char* p) noexcept {
-    Spaces(p);
+  const char* Dots(const char* p, const char* taken) noexcept {
+    Spaces(p, taken);
     const char* after = p + 1;
     while (*after == '.') ++after;
     const std::ptrdiff_t count = after - p;
@@ -216,35 +211,30 @@ class TokenWriter {
       }
     }
     for (std::ptrdiff_t i = 0; i < count; ++i) *out_++ = '.';
-    in_ = join ? SkipSpaces(after) : after;
     last_ = join ? Last::kJoinedDots : Last::kOther;
+    return join ? SkipSpaces(after) : after;
   }
 
-  // Token spacing: of < > ! only what makes two characters is a token.
-  void Operator(const char* p) noexcept {
-    if (IsTwoCharacterOperator(p)) {
-      Token(p, 2);
-    } else {
-      Other(p);
-    }
+  // Of < > ! only what makes two characters is a token.
+  const char* Operator(const char* p, const char* taken) noexcept {
+    return IsTwoCharacterOperator(p) ? Token(p, 2) : Other(p, taken);
   }
 
-  void Other(const char* p) noexcept {
-    Spaces(p);
+  const char* Other(const char* p, const char* taken) noexcept {
+    Spaces(p, taken);
     *out_++ = *p;
-    in_ = p + 1;
     last_ = Last::kOther;
+    return p + 1;
   }
 
   // Whitespace collapse: the spaces before a sign at `p` that is no token, as one blank if there
   // are several. Behind a token there is a blank already.
-  void Spaces(const char* p) noexcept {
-    if (last_ != Last::kOther || p == in_) return;
-    *out_++ = p - in_ == 1 ? *in_ : ' ';
+  void Spaces(const char* p, const char* taken) noexcept {
+    if (last_ != Last::kOther || p == taken) return;
+    *out_++ = p - taken == 1 ? *taken : ' ';
   }
 
-  const char* in_;  // up to where the text has been written
-  const char* const end_;
+  const char* const text_end_;
   OutputBuffer& output_;
   AliasTable& aliases_;
   char* begin_;
