@@ -50,23 +50,13 @@ void* Allocate(std::size_t size) {
   return block;
 }
 
-void* AllocateOrNull(std::size_t size) noexcept {
-  try {
-    return Allocate(size);
-  } catch (const std::bad_alloc&) {
-    return nullptr;
-  }
-}
-
 void Free(void* block) noexcept {
   if (block == nullptr) return;
   --state.live;
   if (!state.secret.empty()) {
     const std::string_view bytes(static_cast<const char*>(block), malloc_usable_size(block));
     if (bytes.find(state.secret) != std::string_view::npos) ++state.with_secret;
-    const std::string_view begin = bytes.substr(0, state.secret.size());
-    if (begin.size() == state.secret.size() &&
-        std::all_of(begin.begin(), begin.end(), [](char byte) { return byte == kFiller; })) {
+    if (std::min(bytes.find_first_not_of(kFiller), bytes.size()) >= state.secret.size()) {
       ++state.wiped;
     }
   }
@@ -84,18 +74,17 @@ extern "C" __attribute__((visibility("default"))) void* malloc(std::size_t size)
 }
 #endif
 
+// The forms for arrays call these.
 void* operator new(std::size_t size) { return Allocate(size); }
-void* operator new[](std::size_t size) { return Allocate(size); }
 void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
-  return AllocateOrNull(size);
-}
-void* operator new[](std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
-  return AllocateOrNull(size);
+  try {
+    return Allocate(size);
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
 }
 void operator delete(void* block) noexcept { Free(block); }
-void operator delete[](void* block) noexcept { Free(block); }
 void operator delete(void* block, std::size_t /*size*/) noexcept { Free(block); }
-void operator delete[](void* block, std::size_t /*size*/) noexcept { Free(block); }
 
 namespace tarn::test {
 
