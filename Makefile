@@ -71,8 +71,8 @@ fuzz:
 	cmake --preset fuzz
 	cmake --build --preset fuzz
 	@mkdir -p build/fuzz/corpus/normalize build/fuzz/corpus/ssl_mode
-	build/fuzz/bin/fuzz_normalize -max_total_time=$(FUZZ_SECONDS) -max_len=512 -dict=fuzz/sql.dict \
-	  -artifact_prefix=build/fuzz/ build/fuzz/corpus/normalize
+	build/fuzz/bin/fuzz_normalize -max_total_time=$(FUZZ_SECONDS) -max_len=4096 -dict=fuzz/sql.dict \
+	  -artifact_prefix=build/fuzz/ build/fuzz/corpus/normalize fuzz/corpus/normalize
 	build/fuzz/bin/fuzz_ssl_mode -max_total_time=$(FUZZ_SECONDS) -max_len=256 -dict=fuzz/ssl_mode.dict \
 	  -artifact_prefix=build/fuzz/ build/fuzz/corpus/ssl_mode
 
