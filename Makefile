@@ -14,14 +14,14 @@ TARN_HOST    = $(RELEASE)/bin/tarn_host
 FUZZ_SECONDS = 60
 PREFIX       = /usr/local
 
-.PHONY: help run test test-asan-ubsan test-tsan bench fuzz lint format install package \
+.PHONY: help run test test-asan-ubsan test-tsan bench fuzz fuzz-msan lint format install package \
         check-reproducible clean
 
 help:
 	@echo "make run      build the release plug-in; normalize examples/statements.sql, show a configuration"
 	@echo "make test     build and run all tests (test-asan-ubsan, test-tsan: under sanitizers)"
 	@echo "make bench    time both engines of the normalizer (BENCH_ARGS: Google Benchmark's options)"
-	@echo "make fuzz     run each fuzzer for FUZZ_SECONDS=$(FUZZ_SECONDS)"
+	@echo "make fuzz     run each fuzzer for FUZZ_SECONDS=$(FUZZ_SECONDS) (fuzz-msan: the scanner under MemorySanitizer)"
 	@echo "make lint     clang-format and clang-tidy; make format rewrites"
 	@echo "make install  install under PREFIX=$(PREFIX); make package makes a .deb"
 	@echo "make check-reproducible  do two builds in two folders give the same bytes? (minutes)"
@@ -65,6 +65,14 @@ fuzz:
 	  -artifact_prefix=build/fuzz/ build/fuzz/corpus/normalize
 	build/fuzz/bin/fuzz_ssl_mode -max_total_time=$(FUZZ_SECONDS) -max_len=256 -dict=fuzz/ssl_mode.dict \
 	  -artifact_prefix=build/fuzz/ build/fuzz/corpus/ssl_mode
+
+fuzz-msan:
+	$(INSTALL) $(FUZZ_PACKAGES)
+	cmake --preset fuzz-msan
+	cmake --build --preset fuzz-msan
+	@mkdir -p build/fuzz-msan/corpus
+	build/fuzz-msan/bin/fuzz_scanner_msan -max_total_time=$(FUZZ_SECONDS) -max_len=4096 -dict=fuzz/sql.dict \
+	  -artifact_prefix=build/fuzz-msan/ build/fuzz-msan/corpus
 
 SOURCES = $(shell git ls-files '*.cpp' '*.h')
 
