@@ -86,7 +86,7 @@ auto Lines(const std::string& text) { return std::count(text.begin(), text.end()
 class Standin : public testing::Test {
  protected:
   Standin() { ERR_raise(ERR_LIB_USER, kHostsError); }
-  ~Standin() override {
+  void TearDown() override {
     faults = {};
     EXPECT_EQ(OpenDescriptors(), descriptors_before_);
     EXPECT_EQ(ERR_GET_REASON(ERR_get_error()), kHostsError);
@@ -526,9 +526,9 @@ TEST(Value, IsCopiedWholeAndEmptiedByAnotherType) {
 class SampleConfiguration : public Standin {
  protected:
   int Make(const std::string& sample) const {
-    return RunProgram(
-               {TARN_EXAMPLES "/make_sys_conf.sh", TARN_HOST_PATH, "run.key", sample, "sys.json"},
-               {.folder = folder_.Path("")})
+    return RunProgram({std::string(TARN_EXAMPLES) + "/make_sys_conf.sh", TARN_HOST_PATH, "run.key",
+                       sample, "sys.json"},
+                      {.folder = folder_.Path("")})
         .exit_code;
   }
 
