@@ -53,7 +53,7 @@ std::string AnswersOfAll(impl_dao::CProductInterface& product) {
   product.LogWarning("warning");
   product.LogDebug("debug");
   std::string answers = std::to_string(product.MapErrorCode(-1));
-  for (const std::string name : {"orders", "metrics", "archive"}) {
+  for (const std::string name : {"orders", "sessions", "invoices"}) {
     std::string type;
     std::string user;
     std::string password;
@@ -91,8 +91,9 @@ TEST(Threads, MayCallEverythingWhileCopiesComeAndGo) {
                                       {"TARN_LOG_LEVEL", "off"}};
   const Plugin plugin(TARN_PLUGIN_PATH);
   const std::string expected =
-      "184549395|mysql|orders_app:orders-secret|10.0.0.5:3306|tundra|metrics:metrics-secret|"
-      "metrics.example:2345|oracle|archive_app:archive-secret|ARCHIVE_SERVICE|2nesvc_v8ptnDB_3|"
+      "184549395|mysql|orders_app:orders-secret|10.0.0.5:3306|tundra|sessions:sessions-secret|"
+      "sessions.shop.example:2345|oracle|invoices_app:invoices-secret|INVOICES_SERVICE|2nesvc_"
+      "v8ptnDB_3|"
       "SELECT ____t1.a FROM tab ____t1, tab2 ____t2 WHERE ____t1.b = 1.5 and c = 255";
 
   // Held by the dynamic loader anyway, whose own lock ThreadSanitizer does not see: images that one

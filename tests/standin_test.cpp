@@ -56,6 +56,8 @@ int Fail() {
 
 TARN_TEST_OVERRIDE ssize_t write(int descriptor, const void* buffer, size_t size) {
   if (faults.write) return Fail();
+  // So that other threads come between the pieces of a line.
+  if (size > faults.longest_write) std::this_thread::yield();
   return syscall(SYS_write, descriptor, buffer, std::min(size, faults.longest_write));
 }
 TARN_TEST_OVERRIDE int fsync(int descriptor) {
@@ -148,7 +150,7 @@ TEST_F(Log, NamesAnUnknownLevelOnce) {
 
 TEST_F(Log, KeepsTheLinesOfThreadsWhole) {
   constexpr int kThreads = 4;
-  constexpr int kRecords = 50;
+  constexpr int kRecords = 200;
   constexpr std::size_t kLength = 1000;
   // More than one write a line.
   faults.longest_write = kLength / 3;
