@@ -25,7 +25,7 @@ class ElfImage {
 
   [[noreturn]] void Fail(const char* reason) const { throw InputError(name_ + ": " + reason); }
 
-  bool StartsWith(std::string_view magic) const noexcept { return bytes_.starts_with(magic); }
+  bool StartsWith(std::string_view magic) const noexcept { return bytes_.compare(0, magic.size(), magic) == 0; }
 
   // The T at `offset`, wherever that is aligned.
   template <typename T>

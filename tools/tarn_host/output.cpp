@@ -53,6 +53,7 @@ void Output::Flush() {
     } else if (errno != EINTR) {
       const int error = errno;
       buffer_.clear();
+      if (error == EPIPE) throw ReaderGone(SystemReason(name_, error));
       throw ToolError("cannot write " + SystemReason(name_, error));
     }
   }

@@ -16,7 +16,8 @@ class Output {
   // Writes what is left, in silence: call Flush first to learn of an error.
   ~Output();
 
-  // Throws ToolError when the stream can't be written; what is buffered then is given up.
+  // Throws ReaderGone when the stream is a pipe that nobody reads, and ToolError when it can't be
+  // written otherwise; what is buffered then is given up.
   void Write(std::string_view bytes);
   void Flush();
 

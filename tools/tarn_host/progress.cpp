@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "tarn_host/input/reader.h"
+#include "tarn_host/input/file.h"
 
 namespace tarn::host {
 namespace {

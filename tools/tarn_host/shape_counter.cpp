@@ -1,14 +1,13 @@
 #include "tarn_host/shape_counter.h"
 
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <exception>
-#include <mutex>
-#include <optional>
+#include <future>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <utility>
+#include <vector>
 
 #include "tarn_host/normalize_call.h"
 
@@ -24,12 +23,23 @@ void CountStatement(std::string_view statement, std::uint64_t position,
     return;
   }
   ++count.counted;
-  const auto found = count.shapes.find(sql);
-  if (found != count.shapes.end()) {
-    ++found->second.count;
-  } else {
-    count.shapes.emplace(sql, Shape{1, position, std::string(statement)});
+  Shape& shape = count.shapes[sql];
+  if (++shape.count == 1) {
+    shape.first = position;
+    shape.example = statement;
   }
+}
+
+ShapeCount CountOnThisThread(const BatchSource& source, impl_dao::CProductInterface& product) {
+  ShapeCount count;
+  StatementBatch batch;
+  std::string sql;
+  for (std::uint64_t position = 0; source(batch, position);) {
+    for (std::size_t index = 0; index < batch.Size(); ++index) {
+      CountStatement(batch[index], position + index, product, sql, count);
+    }
+  }
+  return count;
 }
 
 void Merge(ShapeCount& total, ShapeCount part) {
@@ -39,106 +49,36 @@ void Merge(ShapeCount& total, ShapeCount part) {
       (!total.first_failure || part.first_failure->position < total.first_failure->position)) {
     total.first_failure = std::move(part.first_failure);
   }
-  total.shapes.merge(part.shapes);
-  // What is left in `part` is in both.
-  for (auto& [canonical, shape] : part.shapes) {
-    Shape& known = total.shapes.find(canonical)->second;
-    known.count += shape.count;
-    if (shape.first < known.first) {
+  while (!part.shapes.empty()) {
+    auto node = part.shapes.extract(part.shapes.begin());
+    Shape& shape = node.mapped();
+    Shape& known = total.shapes[node.key()];
+    if (known.count == 0 || shape.first < known.first) {
       known.first = shape.first;
       known.example = std::move(shape.example);
     }
+    known.count += shape.count;
   }
 }
 
 }  // namespace
 
-ShapeCounter::ShapeCounter(impl_dao::CProductInterface& product, unsigned threads)
-    : product_(product), queue_limit_(std::size_t{2} * threads), counts_(threads) {
-  threads_.reserve(threads);
-  for (ShapeCount& count : counts_) {
+ShapeCount CountShapes(const BatchSource& source, impl_dao::CProductInterface& product,
+                       unsigned threads) {
+  std::vector<std::future<ShapeCount>> counts;
+  for (unsigned thread = 0; thread < threads; ++thread) {
     try {
-      threads_.emplace_back([this, &count] { RunWorker(count); });
-    } catch (...) {
-      // The threads that have started do not end of themselves.
-      Stop();
-      throw;
+      counts.push_back(
+          std::async(std::launch::async, CountOnThisThread, std::cref(source), std::ref(product)));
+    } catch (const std::system_error&) {
+      // Fewer threads count as well.
+      if (counts.empty()) throw;
+      break;
     }
   }
-}
-
-ShapeCounter::~ShapeCounter() { Stop(); }
-
-StatementBatch ShapeCounter::SpareBatch() {
-  const std::lock_guard lock(mutex_);
-  if (spare_.empty()) return {};
-  StatementBatch batch = std::move(spare_.back());
-  spare_.pop_back();
-  return batch;
-}
-
-void ShapeCounter::Add(StatementBatch batch, std::uint64_t position) {
-  std::unique_lock lock(mutex_);
-  changed_.wait(lock, [this] { return queue_.size() < queue_limit_ || stopped_; });
-  queue_.push_back({std::move(batch), position});
-  lock.unlock();
-  changed_.notify_all();
-}
-
-ShapeCount ShapeCounter::Finish(bool abandon) {
-  if (abandon) Stop();
-  {
-    const std::lock_guard lock(mutex_);
-    finished_ = true;
-  }
-  changed_.notify_all();
-  threads_.clear();
-  if (trouble_) std::rethrow_exception(trouble_);
-  ShapeCount total = std::move(counts_.front());
-  for (std::size_t index = 1; index < counts_.size(); ++index) {
-    Merge(total, std::move(counts_[index]));
-  }
+  ShapeCount total = counts.front().get();
+  for (std::size_t index = 1; index < counts.size(); ++index) Merge(total, counts[index].get());
   return total;
-}
-
-void ShapeCounter::RunWorker(ShapeCount& count) {
-  try {
-    std::string sql;
-    while (auto work = Take()) {
-      for (std::size_t index = 0; index < work->batch.Size(); ++index) {
-        if (stopped_.load(std::memory_order_relaxed)) return;
-        CountStatement(work->batch[index], work->position + index, product_, sql, count);
-      }
-      bytes_done_.fetch_add(work->batch.BytesRead(), std::memory_order_relaxed);
-      const std::lock_guard lock(mutex_);
-      spare_.push_back(std::move(work->batch));
-    }
-  } catch (...) {
-    {
-      const std::lock_guard lock(mutex_);
-      trouble_ = std::current_exception();
-    }
-    Stop();
-  }
-}
-
-std::optional<ShapeCounter::Work> ShapeCounter::Take() {
-  std::unique_lock lock(mutex_);
-  changed_.wait(lock, [this] { return !queue_.empty() || finished_ || stopped_; });
-  if (queue_.empty() || stopped_) return std::nullopt;
-  Work work = std::move(queue_.front());
-  queue_.pop_front();
-  lock.unlock();
-  changed_.notify_all();
-  return work;
-}
-
-void ShapeCounter::Stop() noexcept {
-  {
-    const std::lock_guard lock(mutex_);
-    stopped_ = true;
-  }
-  changed_.notify_all();
 }
 
 }  // namespace tarn::host

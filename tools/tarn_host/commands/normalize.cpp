@@ -11,6 +11,7 @@
 
 #include "tarn_host/errors.h"
 #include "tarn_host/exit_code.h"
+#include "tarn_host/input/options.h"
 #include "tarn_host/input/reader.h"
 #include "tarn_host/normalize_call.h"
 #include "tarn_host/output.h"
@@ -21,8 +22,7 @@ namespace tarn::host {
 namespace {
 
 struct NormalizeOptions {
-  std::vector<std::string> files;
-  StatementFormat format = StatementFormat::kSql;
+  InputOptions input;
   bool pairs = false;
   std::string plugin;
 };
@@ -34,7 +34,7 @@ class CanonicalPrinter {
       : output_(output), options_(options) {}
 
   void Print(std::string_view statement, std::string_view canonical) {
-    const bool nul = options_.format == StatementFormat::kNul;
+    const bool nul = options_.input.format == StatementFormat::kNul;
     if (options_.pairs && nul) {
       output_.Write(statement);
       output_.Write(kNul);
@@ -48,7 +48,7 @@ class CanonicalPrinter {
     } else if (options_.pairs) {
       output_.Write("\n\n");
     } else {
-      output_.Write(options_.format == StatementFormat::kSql ? ";\n" : "\n");
+      output_.Write(options_.input.format == StatementFormat::kSql ? ";\n" : "\n");
     }
   }
 
@@ -71,7 +71,7 @@ int NormalizeInput(const std::string& file, const NormalizeOptions& options,
     exit_code = kExitFailed;
   };
 
-  StatementReader reader(file, options.format);
+  StatementReader reader(file, options.input.format, options.input.dialect);
   StatementBatch batch;
   std::string sql;
   while (reader.Read(batch)) {
@@ -85,9 +85,8 @@ int NormalizeInput(const std::string& file, const NormalizeOptions& options,
     }
     output.Flush();
   }
-  if (const char* open = reader.OpenAtEnd()) {
-    report(reader.Name() + ": ends inside a " + open + " that is never closed");
-  }
+  const std::string problem = reader.Problem();
+  if (!problem.empty()) report(problem);
   return exit_code;
 }
 
@@ -95,7 +94,7 @@ int Normalize(const NormalizeOptions& options) {
   const Plugin plugin(ChosenPlugin(options.plugin));
   Output output;
   int exit_code = kExitSuccess;
-  for (const std::string& file : FilesOrStandardInput(options.files)) {
+  for (const std::string& file : options.input.FilesOrStandardInput()) {
     try {
       exit_code = std::max(exit_code, NormalizeInput(file, options, plugin.Product(), output));
     } catch (const InputError& error) {
@@ -112,8 +111,7 @@ int Normalize(const NormalizeOptions& options) {
 void AddNormalizeCommand(CLI::App& app, int& exit_code) {
   const auto options = std::make_shared<NormalizeOptions>();
   CLI::App* command = app.add_subcommand("normalize", "Print the canonical texts of statements");
-  AddFilesArgument(*command, options->files);
-  AddInputOption(*command, options->format);
+  AddInputOptions(*command, options->input);
   command->add_flag("--pairs", options->pairs, "Print each statement before its canonical text");
   AddPluginOption(*command, options->plugin);
   command->footer(

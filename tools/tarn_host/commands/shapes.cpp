@@ -6,7 +6,9 @@
 #include <cstdio>
 #include <limits>
 #include <memory>
+#include <mutex>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -15,6 +17,7 @@
 
 #include "tarn_host/errors.h"
 #include "tarn_host/exit_code.h"
+#include "tarn_host/input/options.h"
 #include "tarn_host/input/reader.h"
 #include "tarn_host/interrupt.h"
 #include "tarn_host/output.h"
@@ -31,68 +34,99 @@ constexpr unsigned kMostThreads = 256;
 constexpr std::size_t kMostShapes = std::numeric_limits<std::uint32_t>::max();
 
 struct ShapesOptions {
-  std::vector<std::string> files;
-  StatementFormat format = StatementFormat::kSql;
+  InputOptions input;
   std::size_t top = kMostShapes;
   bool json = false;
   unsigned threads = std::clamp(std::thread::hardware_concurrency(), 1U, kMostThreads);
   std::string plugin;
 };
 
-// Where the statements of one input begin among all.
-struct InputStart {
-  std::string name;
-  std::uint64_t position;
-};
+// The statements of all files, one file after another. Next is thread-safe, the rest is not.
+class StatementQueue {
+ public:
+  StatementQueue(const InputOptions& options, InterruptWatch& watch)
+      : options_(options),
+        files_(options.FilesOrStandardInput()),
+        watch_(watch),
+        progress_(TotalSize(files_)) {}
 
-struct ShapesResult {
-  ShapeCount count;
-  std::vector<InputStart> inputs;
-  // What went wrong with the inputs.
-  std::vector<std::string> problems;
-  int exit_code = kExitSuccess;
-};
-
-ShapesResult CountShapes(const ShapesOptions& options, impl_dao::CProductInterface& product) {
-  const std::vector<std::string> files = FilesOrStandardInput(options.files);
-  ShapesResult result;
-  InterruptWatch watch;
-  ProgressBar progress(TotalSize(files));
-  ShapeCounter counter(product, options.threads);
-
-  std::uint64_t next_position = 1;
-  for (const std::string& file : files) {
-    if (watch.Interrupted()) break;
-    try {
-      StatementReader reader(file, options.format, &watch);
-      result.inputs.push_back({reader.Name(), next_position});
-      const std::uint64_t start = next_position;
-      for (StatementBatch batch; reader.Read(batch); batch = counter.SpareBatch()) {
-        const std::uint64_t position = start + batch.FirstNumber() - 1;
-        next_position = position + batch.Size();
-        counter.Add(std::move(batch), position);
-        progress.Show(counter.BytesDone());
+  // As BatchSource.
+  bool Next(StatementBatch& batch, std::uint64_t& position) {
+    const std::lock_guard lock(mutex_);
+    while (OpenReader()) {
+      try {
+        if (reader_->Read(batch)) {
+          position = starts_.back().position + batch.FirstNumber() - 1;
+          next_position_ = position + batch.Size();
+          progress_.Show(bytes_before_ + reader_->BytesRead());
+          return true;
+        }
+        if (const std::string problem = reader_->Problem(); !problem.empty()) {
+          AddProblem(problem, kExitFailed);
+        }
+      } catch (const InputError& error) {
+        AddProblem(error.what(), kExitTrouble);
       }
-      const char* open = watch.Interrupted() ? nullptr : reader.OpenAtEnd();
-      if (open != nullptr) {
-        result.problems.push_back(reader.Name() + ": ends inside a " + open +
-                                  " that is never closed");
-        result.exit_code = std::max(result.exit_code, kExitFailed);
-      }
-    } catch (const InputError& error) {
-      result.problems.emplace_back(error.what());
-      result.exit_code = kExitTrouble;
+      bytes_before_ += reader_->BytesRead();
+      reader_.reset();
     }
+    return false;
   }
 
-  result.count = counter.Finish(watch.Interrupted());
-  if (result.count.failed > 0) result.exit_code = std::max(result.exit_code, kExitFailed);
-  if (watch.Interrupted()) {
-    result.problems.emplace_back("shapes: interrupted; this is what was counted so far");
-    result.exit_code = kExitInterrupted;
+  void AddProblem(std::string problem, int exit_code) {
+    problems_.push_back(std::move(problem));
+    exit_code_ = std::max(exit_code_, exit_code);
   }
-  return result;
-}
+
+  // What went wrong with the inputs, and the exit code that comes of it.
+  const std::vector<std::string>& Problems() const noexcept { return problems_; }
+  int ExitCode() const noexcept { return exit_code_; }
+
+  void ClearProgress() { progress_.Clear(); }
+
+  // "NAME: statement N: REASON", N counting within its input.
+  std::string Describe(const StatementFailure& failure) const {
+    const auto start = std::find_if(
+        starts_.rbegin(), starts_.rend(),
+        [&failure](const InputStart& one) { return one.position <= failure.position; });
+    return StatementReason(start->name, failure.position - start->position + 1, failure.reason);
+  }
+
+ private:
+  // Where the statements of one input begin among all.
+  struct InputStart {
+    std::string name;
+    std::uint64_t position;
+  };
+
+  // False when no file is left.
+  bool OpenReader() {
+    while (!reader_ && next_file_ < files_.size() && !watch_.Interrupted()) {
+      const std::string& file = files_[next_file_++];
+      try {
+        reader_.emplace(file, options_.format, options_.dialect, &watch_);
+        starts_.push_back({reader_->Name(), next_position_});
+      } catch (const InputError& error) {
+        AddProblem(error.what(), kExitTrouble);
+      }
+    }
+    return reader_.has_value();
+  }
+
+  const InputOptions& options_;
+  const std::vector<std::string> files_;
+  InterruptWatch& watch_;
+  std::mutex mutex_;
+  ProgressBar progress_;
+  std::size_t next_file_ = 0;
+  std::optional<StatementReader> reader_;
+  std::uint64_t next_position_ = 1;
+  // Bytes of the files that are done with.
+  std::uint64_t bytes_before_ = 0;
+  std::vector<InputStart> starts_;
+  std::vector<std::string> problems_;
+  int exit_code_ = kExitSuccess;
+};
 
 using ShapeEntry = std::pair<const std::string, Shape>;
 
@@ -151,34 +185,34 @@ void PrintJson(const ShapeCount& count, std::size_t top, Output& output) {
   output.Write("\n");
 }
 
-// "NAME: statement N: REASON", N counting within its input.
-std::string Describe(const StatementFailure& failure, const std::vector<InputStart>& inputs) {
-  const auto input = std::find_if(
-      inputs.rbegin(), inputs.rend(),
-      [&failure](const InputStart& start) { return start.position <= failure.position; });
-  return StatementReason(input->name, failure.position - input->position + 1, failure.reason);
-}
-
 int Shapes(const ShapesOptions& options) {
   const Plugin plugin(ChosenPlugin(options.plugin));
-  const ShapesResult result = CountShapes(options, plugin.Product());
+  InterruptWatch watch;
+  StatementQueue queue(options.input, watch);
+  const ShapeCount count =
+      CountShapes([&queue](StatementBatch& batch,
+                           std::uint64_t& position) { return queue.Next(batch, position); },
+                  plugin.Product(), options.threads);
+  queue.ClearProgress();
+  if (watch.Interrupted()) {
+    queue.AddProblem("shapes: interrupted; this is what was counted so far", kExitInterrupted);
+  }
 
   Output output;
   if (options.json) {
-    PrintJson(result.count, options.top, output);
+    PrintJson(count, options.top, output);
   } else {
-    PrintTable(result.count, options.top, output);
+    PrintTable(count, options.top, output);
   }
   output.Flush();
 
-  for (const std::string& problem : result.problems) ReportError(problem);
-  if (result.count.first_failure) {
-    const std::string first = Describe(*result.count.first_failure, result.inputs);
-    const std::uint64_t failed = result.count.failed;
-    ReportError(failed == 1 ? "1 statement failed: " + first
-                            : std::to_string(failed) + " statements failed, the first: " + first);
-  }
-  return result.exit_code;
+  for (const std::string& problem : queue.Problems()) ReportError(problem);
+  if (!count.first_failure) return queue.ExitCode();
+  const std::string first = queue.Describe(*count.first_failure);
+  ReportError(count.failed == 1
+                  ? "1 statement failed: " + first
+                  : std::to_string(count.failed) + " statements failed, the first: " + first);
+  return std::max(queue.ExitCode(), kExitFailed);
 }
 
 }  // namespace
@@ -187,8 +221,7 @@ void AddShapesCommand(CLI::App& app, int& exit_code) {
   const auto options = std::make_shared<ShapesOptions>();
   CLI::App* command =
       app.add_subcommand("shapes", "Count statements by shape, most frequent shape first");
-  AddFilesArgument(*command, options->files);
-  AddInputOption(*command, options->format);
+  AddInputOptions(*command, options->input);
   command->add_option("--top", options->top, "Print no more than the N most frequent shapes")
       ->check(CLI::Range(std::size_t{1}, kMostShapes))
       ->type_name("N");

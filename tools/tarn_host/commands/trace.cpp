@@ -10,7 +10,7 @@
 #include "sqlnorm/patterns/pattern_engine.h"
 #include "tarn_host/errors.h"
 #include "tarn_host/exit_code.h"
-#include "tarn_host/input/reader.h"
+#include "tarn_host/input/file.h"
 #include "tarn_host/output.h"
 
 namespace tarn::host {

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <string>
+#include <vector>
+
+#include "tarn_host/input/reader.h"
+
+namespace tarn::host {
+
+// What a command reads, as the command line names it.
+struct InputOptions {
+  std::vector<std::string> files;
+  StatementFormat format = StatementFormat::kSql;
+  Dialect dialect = Dialect::kMysql;
+
+  // `files`, or standard input alone when there are none.
+  std::vector<std::string> FilesOrStandardInput() const;
+};
+
+// Adds FILE..., --input=FORMAT and --dialect=NAME to `command`; `options` must outlive the parsing.
+void AddInputOptions(CLI::App& command, InputOptions& options);
+
+}  // namespace tarn::host
