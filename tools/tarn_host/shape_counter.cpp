@@ -1,8 +1,10 @@
 #include "tarn_host/shape_counter.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <future>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -10,41 +12,69 @@
 #include <vector>
 
 #include "tarn_host/normalize_call.h"
+#include "tarn_host/statement_folder.h"
 
 namespace tarn::host {
 namespace {
 
-void CountStatement(std::string_view statement, std::uint64_t position,
-                    impl_dao::CProductInterface& product, std::string& sql, ShapeCount& count) {
-  sql = statement;
-  if (auto reason = CallNormalize(product, sql)) {
-    ++count.failed;
-    if (!count.first_failure) count.first_failure = {position, *std::move(reason)};
-    return;
-  }
-  ++count.counted;
-  Shape& shape = count.shapes[sql];
-  if (++shape.count == 1) {
-    shape.first = position;
-    shape.example = statement;
-  }
+void AddTimes(ShapeCount& count, const std::string& first, const std::string& last) {
+  if (first.empty()) return;
+  if (count.first_time.empty() || first < count.first_time) count.first_time = first;
+  count.last_time = std::max(count.last_time, last);
 }
 
-ShapeCount CountOnThisThread(const BatchSource& source, impl_dao::CProductInterface& product) {
-  ShapeCount count;
-  StatementBatch batch;
-  std::string sql;
-  for (std::uint64_t position = 0; source(batch, position);) {
-    for (std::size_t index = 0; index < batch.Size(); ++index) {
-      CountStatement(batch[index], position + index, product, sql, count);
-    }
+// Counts what one thread takes from the source.
+class Worker {
+ public:
+  Worker(impl_dao::CProductInterface& product, const CountOptions& options) : product_(product) {
+    if (options.folding) folder_.emplace(*options.folding);
   }
-  return count;
-}
+
+  ShapeCount Count(const BatchSource& source) {
+    StatementBatch batch;
+    for (std::uint64_t position = 0; source(batch, position);) {
+      AddTimes(count_, batch.FirstTime(), batch.LastTime());
+      for (std::size_t index = 0; index < batch.Size(); ++index) {
+        Add(batch[index], batch.MeasuresOf(index), position + index);
+      }
+    }
+    return std::move(count_);
+  }
+
+ private:
+  void Add(std::string_view statement, const Measures& measures, std::uint64_t position) {
+    if (folder_) {
+      text_ = folder_->Fold(statement);
+    } else {
+      text_ = statement;
+    }
+    if (auto reason = CallNormalize(product_, text_)) {
+      ++count_.failed;
+      if (!count_.first_failure) count_.first_failure = {position, *std::move(reason)};
+      return;
+    }
+    if (folder_) StatementFolder::ShowPlaces(text_);
+    ++count_.counted;
+    Shape& shape = count_.shapes[text_];
+    if (++shape.count == 1) {
+      shape.first = position;
+      shape.example = statement;
+    }
+    if (measures.seconds) shape.times.Add(*measures.seconds);
+    shape.rows_sent += measures.rows_sent;
+    shape.rows_examined += measures.rows_examined;
+  }
+
+  impl_dao::CProductInterface& product_;
+  std::optional<StatementFolder> folder_;
+  std::string text_;
+  ShapeCount count_;
+};
 
 void Merge(ShapeCount& total, ShapeCount part) {
   total.counted += part.counted;
   total.failed += part.failed;
+  AddTimes(total, part.first_time, part.last_time);
   if (part.first_failure &&
       (!total.first_failure || part.first_failure->position < total.first_failure->position)) {
     total.first_failure = std::move(part.first_failure);
@@ -58,18 +88,22 @@ void Merge(ShapeCount& total, ShapeCount part) {
       known.example = std::move(shape.example);
     }
     known.count += shape.count;
+    known.times.Add(shape.times);
+    known.rows_sent += shape.rows_sent;
+    known.rows_examined += shape.rows_examined;
   }
 }
 
 }  // namespace
 
 ShapeCount CountShapes(const BatchSource& source, impl_dao::CProductInterface& product,
-                       unsigned threads) {
+                       const CountOptions& options) {
   std::vector<std::future<ShapeCount>> counts;
-  for (unsigned thread = 0; thread < threads; ++thread) {
+  for (unsigned thread = 0; thread < options.threads; ++thread) {
     try {
-      counts.push_back(
-          std::async(std::launch::async, CountOnThisThread, std::cref(source), std::ref(product)));
+      counts.push_back(std::async(std::launch::async, [&source, &product, &options] {
+        return Worker(product, options).Count(source);
+      }));
     } catch (const std::system_error&) {
       // Fewer threads count as well.
       if (counts.empty()) throw;

@@ -137,7 +137,7 @@ void TextInput::Begin() {
   // Fills the head as long as it may be the start of `magic`, and says whether it is.
   const auto begins_with = [this](std::string_view magic) {
     while (head_end_ < magic.size() && magic.starts_with({head_.data(), head_end_})) {
-      const std::size_t got = ReadDecoded(head_.data() + head_end_, magic.size() - head_end_);
+      const std::size_t got = ReadDecoded(head_.data() + head_end_, head_.size() - head_end_);
       if (got == 0) return false;
       head_end_ += got;
     }
@@ -147,7 +147,7 @@ void TextInput::Begin() {
     unpacker_ = std::make_unique<Unpacker>(input_, std::string_view(head_.data(), head_end_));
     head_end_ = 0;
   }
-  if (begins_with(kByteOrderMark)) head_end_ = 0;
+  if (begins_with(kByteOrderMark)) head_begin_ = kByteOrderMark.size();
 }
 
 }  // namespace tarn::host

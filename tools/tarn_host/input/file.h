@@ -79,7 +79,7 @@ class TextInput {
 
   Input input_;
   // What was read to recognise the packing, until it is handed on.
-  std::array<char, 3> head_{};
+  std::array<char, 4096> head_{};
   std::size_t head_begin_ = 0;
   std::size_t head_end_ = 0;
   bool begun_ = false;

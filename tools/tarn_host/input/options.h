@@ -1,6 +1,7 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -12,7 +13,9 @@ namespace tarn::host {
 struct InputOptions {
   std::vector<std::string> files;
   StatementFormat format = StatementFormat::kSql;
-  Dialect dialect = Dialect::kMysql;
+  // Unless a person has chosen one, that of the server that wrote the log, or MySQL's.
+  Dialect UsedDialect() const noexcept;
+  std::optional<Dialect> dialect;
 
   // `files`, or standard input alone when there are none.
   std::vector<std::string> FilesOrStandardInput() const;

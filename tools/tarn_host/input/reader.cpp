@@ -12,18 +12,31 @@ namespace {
 constexpr std::size_t kBlockSize = std::size_t{256} * 1024;
 
 std::unique_ptr<Splitter> MakeSplitter(StatementFormat format, Dialect dialect) {
-  if (format == StatementFormat::kSql) return MakeSqlSplitter(dialect);
-  return MakeSeparatorSplitter(format == StatementFormat::kLines ? '\n' : '\0');
+  switch (format) {
+    case StatementFormat::kSql:
+      return MakeSqlSplitter(dialect);
+    case StatementFormat::kLines:
+      return MakeSeparatorSplitter('\n');
+    case StatementFormat::kNul:
+      return MakeSeparatorSplitter('\0');
+    case StatementFormat::kSlowLog:
+      return MakeSlowLogSplitter();
+    case StatementFormat::kGeneralLog:
+      return MakeGeneralLogSplitter();
+    case StatementFormat::kCsvLog:
+      break;
+  }
+  return MakeCsvLogSplitter();
 }
 
 }  // namespace
 
 StatementReader::StatementReader(const std::string& file, StatementFormat format, Dialect dialect,
                                  InputWaiter* waiter)
-    : input_(file, waiter), splitter_(MakeSplitter(format, dialect)) {}
+    : input_(file, waiter), format_(format), splitter_(MakeSplitter(format, dialect)) {}
 
 bool StatementReader::Read(StatementBatch& batch) {
-  batch.found_.statements.clear();
+  batch.found_.Clear();
   if (batch.bytes_.size() < begun_.size() + kBlockSize) {
     batch.bytes_.resize(begun_.size() + kBlockSize);
   }
@@ -43,6 +56,10 @@ bool StatementReader::Read(StatementBatch& batch) {
       }
     }
     const std::size_t got = input_.Read(batch.bytes_.data() + size, batch.bytes_.size() - size);
+    if (format_ == StatementFormat::kSql && !head_seen_) {
+      head_seen_ = true;
+      log_ = RecognizedLog({batch.bytes_.data() + size, got});
+    }
     size += got;
     at_end_ = got == 0;
     if (input_.Source().Stopped()) return false;
@@ -56,6 +73,9 @@ bool StatementReader::Read(StatementBatch& batch) {
 }
 
 std::string StatementReader::Problem() const {
+  if (log_ != nullptr) {
+    return Name() + ": looks like " + log_->name + ": use --input=" + log_->format;
+  }
   const std::string problem = input_.Source().Stopped() ? "" : splitter_->Problem();
   return problem.empty() ? problem : Name() + ": " + problem;
 }

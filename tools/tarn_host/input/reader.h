@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "tarn_host/input/file.h"
+#include "tarn_host/input/log_splitter.h"
 #include "tarn_host/input/splitter.h"
 
 namespace tarn::host {
@@ -17,9 +18,10 @@ namespace tarn::host {
 // sql: as the dialect separates them.
 // lines: one a line, the newline excluded; an empty line is an empty statement.
 // nul: each ended by a NUL byte, any other byte being content.
+// slowlog, general, csvlog: as the splitters of log_splitter.h find them.
 //
 // The last statement needs no separator.
-enum class StatementFormat { kSql, kLines, kNul };
+enum class StatementFormat { kSql, kLines, kNul, kSlowLog, kGeneralLog, kCsvLog };
 
 // Whole statements cut from one stretch of an input, without copies.
 class StatementBatch {
@@ -29,6 +31,12 @@ class StatementBatch {
   std::string_view operator[](std::size_t index) const noexcept {
     return found_.statements[index].text;
   }
+  const Measures& MeasuresOf(std::size_t index) const noexcept {
+    return found_.statements[index].measures;
+  }
+  // As Found has them.
+  const std::string& FirstTime() const noexcept { return found_.first_time; }
+  const std::string& LastTime() const noexcept { return found_.last_time; }
   // Number within the input of the first statement of the batch; an input's first is 1.
   std::uint64_t FirstNumber() const noexcept { return first_number_; }
 
@@ -55,7 +63,8 @@ class StatementReader {
   // been delivered.
   bool Read(StatementBatch& batch);
 
-  // After the last Read: what is wrong with the input as a whole, as Splitter::Problem tells.
+  // After the last Read: what is wrong with the input as a whole, as Splitter::Problem tells, or
+  // that what was read as SQL looks like a log.
   std::string Problem() const;
 
   const std::string& Name() const noexcept { return input_.Source().Name(); }
@@ -64,7 +73,11 @@ class StatementReader {
 
  private:
   TextInput input_;
+  StatementFormat format_;
   std::unique_ptr<Splitter> splitter_;
+  // The log that an input read as SQL looks like; null for none.
+  const LogKind* log_ = nullptr;
+  bool head_seen_ = false;
   // What the last batch left of its bytes: the start of a statement.
   std::string begun_;
   std::uint64_t next_number_ = 1;

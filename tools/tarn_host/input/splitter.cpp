@@ -369,6 +369,19 @@ class SqlSplitter final : public Splitter {
 
 }  // namespace
 
+void Found::Clear() {
+  statements.clear();
+  owned.clear();
+  first_time.clear();
+  last_time.clear();
+}
+
+void Found::AddTime(const std::string& time) {
+  if (time.empty()) return;
+  if (first_time.empty() || time < first_time) first_time = time;
+  if (time > last_time) last_time = time;
+}
+
 std::unique_ptr<Splitter> MakeSeparatorSplitter(char separator) {
   return std::make_unique<SeparatorSplitter>(separator);
 }

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <memory>
 #include <optional>
 #include <string>
@@ -20,14 +21,24 @@ struct Measures {
 };
 
 struct FoundStatement {
-  // Within the text that was split, or owned by the splitter's `Found`.
+  // Within the text that was split, or in Found::owned.
   std::string_view text;
   Measures measures;
 };
 
-// What one call of Splitter::Split found.
+// What calls of Splitter::Split found.
 struct Found {
   std::vector<FoundStatement> statements;
+  // Statements that do not lie in the text as they are.
+  std::deque<std::string> owned;
+  // The earliest and the latest time in a log, as "2026-11-24 09:05:00" in the log's time zone;
+  // empty where there is none.
+  std::string first_time;
+  std::string last_time;
+
+  void Clear();
+  // Takes `time` into account, unless it is empty.
+  void AddTime(const std::string& time);
 };
 
 // Finds statements in a text that arrives piece by piece. Not thread-safe.
