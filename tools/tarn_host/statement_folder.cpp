@@ -338,6 +338,8 @@ void StatementFolder::AddSign(std::string_view sign) {
 bool StatementFolder::IsValueWord(std::string_view word) const {
   constexpr std::size_t kShortest = 4;
   if (word.size() < kShortest || word.size() > kShortest + 1) return false;
+  const char first = Lower(word[0]);
+  if (first != 'n' && first != 't' && first != 'f') return false;
   const bool null = EqualIgnoringCase(word, "null");
   if (!null && !EqualIgnoringCase(word, "true") && !EqualIgnoringCase(word, "false")) return false;
   if (last_ == Last::kDot || behind_ == Behind::kIs || behind_ == Behind::kIsNot) return false;
@@ -360,6 +362,8 @@ void StatementFolder::AddWord(std::string_view word, Last kind) {
   std::transform(text_.begin() + static_cast<std::ptrdiff_t>(begin), text_.end(),
                  text_.begin() + static_cast<std::ptrdiff_t>(begin), Lower);
   const std::string_view lower = LastWord();
+  // Nearly every word is none of these.
+  if (std::string_view("insv").find(lower[0]) == std::string_view::npos) return;
   if (lower == "is") {
     behind_ = Behind::kIs;
   } else if (lower == "not") {
@@ -443,7 +447,7 @@ void StatementFolder::Level::AddElement(std::size_t end) noexcept {
 
 // Before a token that is no value, comma or parenthesis.
 void StatementFolder::BeforeOther() {
-  FlushPending();
+  if (pending_semicolon_ || !pending_signs_.empty()) FlushPending();
   levels_.back().list = false;
   levels_.back().rows = Rows::kNone;
 }
@@ -486,8 +490,13 @@ void StatementFolder::ShowPlaces(std::string& canonical) {
   std::size_t to = 0;
   bool quoted = false;
   for (std::size_t at = 0; at < canonical.size();) {
+    const char c = canonical[at];
+    if (c != '_' && c != '`' && c != '"') {
+      canonical[to++] = c;
+      ++at;
+      continue;
+    }
     const std::string_view rest = std::string_view(canonical).substr(at);
-    const char c = rest[0];
     if (c == '_' && (at == 0 || !IsWord(canonical[at - 1])) && rest.starts_with(kWordsPrefix)) {
       const bool value = rest.starts_with(kValueWord);
       const bool more = rest.starts_with(kMoreWord);

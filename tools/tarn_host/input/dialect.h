@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <string_view>
 
@@ -20,19 +21,25 @@ enum class Dialect { kMysql, kAnsi, kPostgres };
 
 inline bool IsBlank(char c) noexcept { return c == ' ' || (c >= '\t' && c <= '\r'); }
 
-inline bool IsDigit(char c) noexcept { return c >= '0' && c <= '9'; }
+constexpr bool IsDigit(char c) noexcept { return c >= '0' && c <= '9'; }
 
 // ASCII alone.
-inline char Lower(char c) noexcept {
+constexpr char Lower(char c) noexcept {
   return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
 }
 
+inline constexpr std::array<bool, 256> kWordBytes = [] {
+  std::array<bool, 256> word{};
+  for (std::size_t byte = 0; byte < word.size(); ++byte) {
+    const char lower = Lower(static_cast<char>(byte));
+    word[byte] = (lower >= 'a' && lower <= 'z') || IsDigit(lower) || lower == '_' || lower == '$' ||
+                 byte >= 0x80;
+  }
+  return word;
+}();
+
 // A letter, a digit, "_", "$", or a byte of a character beyond ASCII.
-inline bool IsWord(char c) noexcept {
-  const char lower = Lower(c);
-  return (lower >= 'a' && lower <= 'z') || IsDigit(c) || c == '_' || c == '$' ||
-         static_cast<unsigned char>(c) >= 0x80;
-}
+inline bool IsWord(char c) noexcept { return kWordBytes[static_cast<unsigned char>(c)]; }
 
 // `text` without blanks at its ends.
 std::string_view Trimmed(std::string_view text) noexcept;
