@@ -17,8 +17,12 @@ PREFIX       = /usr/local
 .PHONY: help run test test-asan-ubsan test-tsan bench fuzz lint format install package \
         check-reproducible clean
 
+# Targets share build folders and the system's packages. Each of them runs as many compilers as there
+# are processors anyway.
+.NOTPARALLEL:
+
 help:
-	@echo "make run      build the release plug-in; normalize examples/statements.sql, show a configuration"
+	@echo "make run      build the release plug-in and show it: statements, a trace, shapes, a configuration"
 	@echo "make test     build and run all tests (test-asan-ubsan, test-tsan: under sanitizers)"
 	@echo "make bench    time both engines of the normalizer (BENCH_ARGS: Google Benchmark's options)"
 	@echo "make fuzz     run each fuzzer for FUZZ_SECONDS=$(FUZZ_SECONDS)"
@@ -27,10 +31,16 @@ help:
 	@echo "make check-reproducible  do two builds in two folders give the same bytes? (minutes)"
 
 run: release
-	$(TARN_HOST) normalize --pairs examples/statements.sql
+	@echo "Ten statements, each before its canonical text:"
+	@grep -x '.\{1,90\}' examples/statements.sql | head -n 10 | $(TARN_HOST) normalize --pairs | grep .
+	@echo && echo "What the steps make of one:"
+	@$(TARN_HOST) trace "select t3.name, 1.50 from customers t3 where (t3.id = 0x1F)"
+	@echo && echo "The shapes of a log:"
+	@$(TARN_HOST) shapes --top 5 examples/statements.sql
+	@echo && echo "What a host learns of the database \"orders\":"
 	@examples/make_sys_conf.sh $(TARN_HOST) $(RELEASE)/run.key examples/sys_conf.json $(RELEASE)/sys_conf.json
-	TARN_SYS_CONF=$(RELEASE)/sys_conf.json TARN_KEY_FILE=$(RELEASE)/run.key \
-	  APP_CONF_FILE=examples/app_conf.json TARN_LOG_LEVEL=off $(TARN_HOST) config orders
+	@TARN_SYS_CONF=$(RELEASE)/sys_conf.json TARN_KEY_FILE=$(RELEASE)/run.key \
+	  APP_CONF_FILE=examples/app_conf.json $(TARN_HOST) config orders
 
 .PHONY: release
 release:

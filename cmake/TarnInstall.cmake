@@ -3,25 +3,34 @@ include(CMakePackageConfigHelpers)
 
 # A folder of the project's own: "platform" is no name to put straight into the system's headers.
 set(TARN_INSTALL_INCLUDEDIR "${CMAKE_INSTALL_INCLUDEDIR}/${PROJECT_NAME}")
+# A Debian package's name, which may hold no underscore, and so the name of its documents' folder.
+set(TARN_PACKAGE_NAME tarn-interface-for-vesta)
+set(TARN_INSTALL_DOCDIR "${CMAKE_INSTALL_DATAROOTDIR}/doc/${TARN_PACKAGE_NAME}")
 set(TARN_INSTALL_CMAKEDIR "${CMAKE_INSTALL_LIBDIR}/cmake/${PROJECT_NAME}")
 
-# Beside each other: the plug-in's own search path is the only one that applies to what it needs.
-set_target_properties(tarn_interface_for_vesta PROPERTIES INSTALL_RPATH "$ORIGIN")
+# The plug-in's own search path is the only one that applies to what it needs: its own folder, and
+# what the caller names. The build folder has the same layout, and the same path from the start: one
+# that is rewritten at installation would end in ":" until then, which stands for whatever folder a
+# process happens to run in.
+set_target_properties(
+  tarn_interface_for_vesta PROPERTIES INSTALL_RPATH "$ORIGIN;${CMAKE_INSTALL_RPATH}"
+                                      BUILD_WITH_INSTALL_RPATH ON)
 install(TARGETS tarn_interface_for_vesta)
 set(TARN_INSTALLED_PLUGIN
     "${CMAKE_INSTALL_LIBDIR}/${CMAKE_SHARED_LIBRARY_PREFIX}tarn_interface_for_vesta${CMAKE_SHARED_LIBRARY_SUFFIX}"
 )
+
+install(DIRECTORY "${PROJECT_SOURCE_DIR}/include/impl_dao" DESTINATION "${TARN_INSTALL_INCLUDEDIR}")
+# The headers of another platform come with that platform.
 set(TARN_INSTALLED_PLATFORM "")
-if(TARN_PLATFORM_LIBRARY STREQUAL "tarn_platform_standin")
+if(TARN_ON_STANDIN)
   install(TARGETS tarn_platform_standin)
   set(TARN_INSTALLED_PLATFORM
       "${CMAKE_SHARED_LIBRARY_PREFIX}tarn_platform_standin${CMAKE_SHARED_LIBRARY_SUFFIX}")
-  # The build folder has the same layout. A search path that is to be rewritten at installation would
-  # end in ":" until then, and that stands for whatever folder a process happens to run in.
-  set_target_properties(tarn_interface_for_vesta tarn_host PROPERTIES BUILD_WITH_INSTALL_RPATH ON)
+  set_target_properties(tarn_host PROPERTIES BUILD_WITH_INSTALL_RPATH ON)
+  install(DIRECTORY "${PROJECT_SOURCE_DIR}/include/platform"
+          DESTINATION "${TARN_INSTALL_INCLUDEDIR}")
 endif()
-
-install(DIRECTORY "${PROJECT_SOURCE_DIR}/include/" DESTINATION "${TARN_INSTALL_INCLUDEDIR}")
 
 # Written by hand, not exported: an exported plug-in could be linked, and would ask its hosts for the
 # Boost that only it needs.
@@ -35,3 +44,25 @@ write_basic_package_version_file("${PROJECT_BINARY_DIR}/${PROJECT_NAME}-config-v
 install(FILES "${PROJECT_BINARY_DIR}/${PROJECT_NAME}-config.cmake"
               "${PROJECT_BINARY_DIR}/${PROJECT_NAME}-config-version.cmake"
         DESTINATION "${TARN_INSTALL_CMAKEDIR}")
+
+install(FILES "${PROJECT_SOURCE_DIR}/README.md" DESTINATION "${TARN_INSTALL_DOCDIR}")
+install(
+  FILES "${PROJECT_SOURCE_DIR}/CHANGELOG.md"
+  DESTINATION "${TARN_INSTALL_DOCDIR}"
+  RENAME changelog)
+install(
+  DIRECTORY "${PROJECT_SOURCE_DIR}/examples"
+  DESTINATION "${TARN_INSTALL_DOCDIR}"
+  PATTERN "*.sh"
+  PERMISSIONS
+    OWNER_READ
+    OWNER_WRITE
+    OWNER_EXECUTE
+    GROUP_READ
+    GROUP_EXECUTE
+    WORLD_READ
+    WORLD_EXECUTE)
+install(
+  FILES "${PROJECT_SOURCE_DIR}/cmake/lintian-overrides"
+  DESTINATION "${CMAKE_INSTALL_DATAROOTDIR}/lintian/overrides"
+  RENAME "${TARN_PACKAGE_NAME}")

@@ -9,7 +9,7 @@ target_compile_options(
             -Wpedantic
             -Wconversion
             -Wshadow
-            -Werror
+            $<$<BOOL:${TARN_DEVELOPER}>:-Werror>
             # Two builds in two folders give the same bytes.
             "-ffile-prefix-map=${PROJECT_SOURCE_DIR}=.")
 
@@ -21,6 +21,19 @@ if(TARN_SANITIZE)
                                                 -fno-omit-frame-pointer)
   target_link_options(tarn_options INTERFACE -fsanitize=${TARN_SANITIZE})
 else()
+  option(TARN_HARDENING "Guard against wrong indices, big stack frames and diverted jumps" ON)
+  if(TARN_HARDENING)
+    include(CheckCXXCompilerFlag)
+    # Neither is there for every processor.
+    foreach(flag -fcf-protection -fstack-clash-protection)
+      string(MAKE_C_IDENTIFIER "TARN_HAS${flag}" has_flag)
+      check_cxx_compiler_flag(${flag} ${has_flag})
+      if(${has_flag})
+        target_compile_options(tarn_options INTERFACE ${flag})
+      endif()
+    endforeach()
+    target_compile_definitions(tarn_options INTERFACE _GLIBCXX_ASSERTIONS)
+  endif()
   target_compile_options(tarn_options INTERFACE -fstack-protector-strong
                                                 $<$<NOT:$<CONFIG:Debug>>:-D_FORTIFY_SOURCE=2>)
   # A library with a hole in its symbols fails here, not in the host's process.

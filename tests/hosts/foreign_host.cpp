@@ -1,5 +1,5 @@
 // A host of another house: its own declaration of the interface, its own compiler and language
-// level. Usage: foreign_host LIBRARY. Says what does not hold and exits with 1.
+// level, nothing of this project. Usage: foreign_host LIBRARY. Says what does not hold.
 #include <dlfcn.h>
 
 #include <cstdint>
@@ -34,42 +34,44 @@ struct Product {
 int failures = 0;
 
 void Check(bool holds, const char* fact) {
-  std::printf("%s  %s\n", holds ? "pass" : "FAIL", fact);
-  if (!holds) ++failures;
+  if (!holds) std::printf("FAIL  %s\n", fact), ++failures;
 }
 
 void Use(Product& product) {
-  Check(product.Slot4(0) == 0, "slot 4 of 0");
-  Check(product.Slot4(7) == 0xB000013, "slot 4 of 7");
+  // The log shows whether these came where they should.
+  product.Slot1("first");
+  product.Slot2("second");
+  product.Slot3("third");
+  Check(product.Slot4(0) == 0 && product.Slot4(-7) == 0xB000013, "slot 4");
+  std::string user = "before";
+  std::string other = "before";
+  Check(product.Slot5(user, other, "none") && user.empty() && other.empty(), "slot 5");
+  Check(product.Slot6(other, "none") && other.empty(), "slot 6");
+  Check(product.Slot8(user, "none") && user.empty(), "slot 8");
   std::string sql = "select t7.a from tab t7 where t7.b = 1.50";
   product.Slot9(sql);
   Check(sql == "SELECT a FROM tab ____t1 WHERE b = 1.5", "slot 9");
   // An exception crosses from one compiler's code into the other's.
-  std::string beyond_double = "x=1.0e999";
+  sql = "x=1.0e999";
   try {
-    product.Slot9(beyond_double);
+    product.Slot9(sql);
     Check(false, "slot 9 throws");
   } catch (const std::bad_cast&) {
-    Check(beyond_double == "x=1.0e999", "slot 9 throws and leaves the statement");
+    Check(sql == "x=1.0e999", "slot 9 leaves the statement when it throws");
   }
-  std::string type = "before";
-  Check(product.Slot8(type, "none") && type.empty(), "slot 8 of an unknown database");
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc != 2) return 2;
-  void* const library = dlopen(argv[1], RTLD_NOW | RTLD_LOCAL);
-  if (library == nullptr) {
-    std::fprintf(stderr, "%s\n", dlerror());
-    return 1;
-  }
+  void* const library = argc == 2 ? dlopen(argv[1], RTLD_NOW | RTLD_LOCAL) : nullptr;
+  if (library == nullptr) return std::fprintf(stderr, "%s\n", dlerror()), 1;
   using Entry = Product* (*)();
   const auto entry = reinterpret_cast<Entry>(dlsym(library, "GetProductInterfaceForVESTA"));
-  Check(entry != nullptr, "entry function");
+  Check(entry != nullptr && entry() == entry(), "entry function");
   if (entry != nullptr) Use(*entry());
   dlclose(library);
   Check(dlopen(argv[1], RTLD_NOW | RTLD_NOLOAD) == nullptr, "unloaded by dlclose");
-  return failures == 0 ? 0 : 1;
+  if (failures == 0) std::fprintf(stderr, "all holds\n");
+  return failures;
 }

@@ -39,7 +39,9 @@ for field in Maintainer Section Description Installed-Size; do
 done
 
 dpkg-deb -c "$deb" >"$scratch/contents"
-for file in bin/tarn_host lib.*/libtarn_interface_for_vesta.so share/man/man1/tarn_host.1 \
+for file in bin/tarn_host lib.*/libtarn_interface_for_vesta.so share/man/man1/tarn_host.1.gz \
+  share/doc/tarn-interface-for-vesta/changelog.gz \
+  share/doc/tarn-interface-for-vesta/examples/statements.sql \
   include/tarn_interface_for_vesta/impl_dao/product_interface.h \
   include/tarn_interface_for_vesta/platform/c_value.h \
   lib.*/cmake/tarn_interface_for_vesta/tarn_interface_for_vesta-config.cmake; do
@@ -51,6 +53,12 @@ if grep -vE '^(drwxr-xr-x|-rwxr-xr-x|-rw-r--r--) root/root .* \./(usr/.*)?$' "$s
 fi
 
 dpkg-deb -x "$deb" "$scratch/root"
+[ "$(dpkg-deb -I "$deb" triggers)" = "activate-noawait ldconfig" ] || fail "no trigger of ldconfig"
+if command -v lintian >/dev/null; then
+  # The owner has not chosen a licence.
+  lintian --allow-root --fail-on error,warning --suppress-tags no-copyright-file "$deb" ||
+    fail "lintian finds fault"
+fi
 if readelf -S "$scratch/root/usr/bin/tarn_host" | grep -q '\.symtab'; then
   fail "the tool is not stripped"
 fi

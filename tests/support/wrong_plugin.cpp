@@ -1,17 +1,20 @@
-// A library that a host must not load, wrong in every way that still lets it be examined.
+// A library that a host must not load, wrong in every way that still lets it be examined, on a
+// platform of its own.
 #include <cstdint>
+#include <cstdlib>
 #include <map>
 #include <stdexcept>
 #include <string>
 
 #include "impl_dao/product_interface.h"
+#include "platform/quill_process.h"
 
 class WrongProduct final : public impl_dao::CProductInterface {
  public:
   void LogError(const char* /*message*/) override {}
   void LogWarning(const char* /*message*/) override {}
   void LogDebug(const char* /*message*/) override {}
-  std::int64_t MapErrorCode(int status) override { return status; }
+  std::int64_t MapErrorCode(int status) override { return status + std::int64_t{QuillGetProcId()}; }
   bool GetDBUserAndPassword(std::string& /*user*/, std::string& /*password*/,
                             const std::string& /*dbName*/) override {
     return false;
@@ -23,7 +26,10 @@ class WrongProduct final : public impl_dao::CProductInterface {
     return false;
   }
   bool GetDBType(std::string& /*dbType*/, const std::string& /*dbName*/) override { return false; }
-  void NormalizeSQL(std::string& /*sql*/) override { throw std::runtime_error("no such luck"); }
+  void NormalizeSQL(std::string& sql) override {
+    if (sql.size() > 1) throw std::runtime_error("no such luck");
+    sql += '?';
+  }
 };
 
 // A symbol of this kind pins its library in the process.
@@ -39,6 +45,7 @@ pinned:
 
 extern "C" __attribute__((visibility("default"))) impl_dao::CProductInterface*
 GetProductInterfaceForVESTA() {
+  if (std::getenv("WRONG_PLUGIN_EXITS") != nullptr) std::exit(0);
   static WrongProduct products[2];
   static unsigned calls = 0;
   return &products[calls++ % 2];

@@ -1,64 +1,96 @@
 #include "tarn_host/elf_library.h"
 
 #include <elf.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
-#include <optional>
 #include <string>
-#include <string_view>
 #include <type_traits>
-#include <utility>
 #include <vector>
 
 #include "tarn_host/errors.h"
-#include "tarn_host/input/reader.h"
 
 namespace tarn::host {
 namespace {
 
-// The bytes of an ELF file, every access to which is checked.
-class ElfImage {
+// Far above any library's, and small enough to be read by whoever asks.
+constexpr std::uint64_t kMaxTableBytes = std::uint64_t{64} << 20U;
+constexpr std::uint64_t kMaxNameBytes = std::uint64_t{16} << 10U;
+constexpr std::size_t kMaxNeeded = 256;
+constexpr std::size_t kMaxShownSymbols = 5;
+
+// An ELF file, every access to which is checked. What it holds is not trusted.
+class ElfFile {
  public:
-  ElfImage(std::string name, std::string bytes)
-      : name_(std::move(name)), bytes_(std::move(bytes)) {}
+  explicit ElfFile(const std::string& path)
+      : path_(path),
+        // A FIFO without a writer would block otherwise.
+        fd_(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC)) {
+    if (fd_ < 0) throw InputError(SystemReason(path_, errno));
+    struct stat status {};
+    if (fstat(fd_, &status) == 0 && S_ISREG(status.st_mode)) {
+      size_ = static_cast<std::uint64_t>(status.st_size);
+    } else {
+      close(fd_);
+      Fail("not a regular file");
+    }
+  }
+  ElfFile(const ElfFile&) = delete;
+  ElfFile& operator=(const ElfFile&) = delete;
+  ~ElfFile() { close(fd_); }
 
-  [[noreturn]] void Fail(const char* reason) const { throw InputError(name_ + ": " + reason); }
+  std::uint64_t Size() const noexcept { return size_; }
 
-  bool StartsWith(std::string_view magic) const noexcept { return bytes_.compare(0, magic.size(), magic) == 0; }
+  [[noreturn]] void Fail(const char* reason) const { throw InputError(path_ + ": " + reason); }
 
-  // The T at `offset`, wherever that is aligned.
+  // The table of T that lies at `offset`, `bytes` long.
   template <typename T>
-  T At(std::size_t offset) const {
+  std::vector<T> Table(std::uint64_t offset, std::uint64_t bytes) const {
     static_assert(std::is_trivially_copyable_v<T>);
-    if (offset > bytes_.size() || bytes_.size() - offset < sizeof(T)) Fail("damaged ELF file");
-    T value;
-    std::memcpy(&value, bytes_.data() + offset, sizeof value);
-    return value;
+    if (offset > size_ || bytes > size_ - offset) Fail("damaged ELF file");
+    if (bytes > kMaxTableBytes) Fail("a table of more than 64 MiB");
+    std::vector<T> table(bytes / sizeof(T));
+    ReadInto(table.data(), table.size() * sizeof(T), offset);
+    return table;
+  }
+  template <typename T>
+  std::vector<T> Table(const Elf64_Shdr& section) const {
+    return Table<T>(section.sh_offset, section.sh_size);
   }
 
   // The text at `offset` of the string table that `section` describes.
-  std::string Text(const Elf64_Shdr& section, std::size_t offset) const {
-    if (section.sh_offset > bytes_.size()) Fail("damaged ELF file");
-    const std::string_view table =
-        std::string_view(bytes_).substr(section.sh_offset, section.sh_size);
-    const std::size_t end = table.find('\0', offset);
-    if (end == std::string_view::npos) Fail("damaged ELF file");
-    return std::string(table.substr(offset, end - offset));
-  }
-
-  // Calls `use` with each T of the table that `section` describes.
-  template <typename T, typename Use>
-  void ForEach(const Elf64_Shdr& section, Use use) const {
-    const std::size_t count = section.sh_size / sizeof(T);
-    for (std::size_t index = 0; index < count; ++index) {
-      use(At<T>(section.sh_offset + index * sizeof(T)));
-    }
+  std::string Text(const Elf64_Shdr& section, std::uint64_t offset) const {
+    if (section.sh_offset > size_ || offset >= section.sh_size) Fail("damaged ELF file");
+    const std::vector<char> bytes =
+        Table<char>(section.sh_offset + offset, std::min(section.sh_size - offset, kMaxNameBytes));
+    const auto end = std::find(bytes.begin(), bytes.end(), '\0');
+    if (end == bytes.end()) Fail("damaged ELF file: a name without an end");
+    return {bytes.begin(), end};
   }
 
  private:
-  std::string name_;
-  std::string bytes_;
+  void ReadInto(void* to, std::size_t size, std::uint64_t offset) const {
+    auto* rest = static_cast<char*>(to);
+    while (size > 0) {
+      const ssize_t got = pread(fd_, rest, size, static_cast<off_t>(offset));
+      if (got < 0 && errno == EINTR) continue;
+      if (got < 0) throw InputError(SystemReason(path_, errno));
+      if (got == 0) Fail("it became shorter while it was read");
+      rest += got;
+      size -= static_cast<std::size_t>(got);
+      offset += static_cast<std::uint64_t>(got);
+    }
+  }
+
+  std::string path_;
+  int fd_;
+  std::uint64_t size_ = 0;
 };
 
 bool IsExported(const Elf64_Sym& symbol) noexcept {
@@ -68,49 +100,80 @@ bool IsExported(const Elf64_Sym& symbol) noexcept {
          (visibility == STV_DEFAULT || visibility == STV_PROTECTED);
 }
 
+std::vector<Elf64_Shdr> ReadSections(const ElfFile& file) {
+  const auto magic = file.Table<char>(0, std::min<std::uint64_t>(SELFMAG, file.Size()));
+  if (std::string(magic.begin(), magic.end()) != ELFMAG) file.Fail("not an ELF file");
+  const Elf64_Ehdr header = file.Table<Elf64_Ehdr>(0, sizeof(Elf64_Ehdr)).front();
+  if (header.e_ident[EI_CLASS] != ELFCLASS64 || header.e_ident[EI_DATA] != ELFDATA2LSB) {
+    file.Fail("not a 64-bit little-endian ELF file");
+  }
+  if (header.e_type != ET_DYN) file.Fail("not an ELF shared object");
+  if (header.e_shnum != 0 && header.e_shentsize != sizeof(Elf64_Shdr)) {
+    file.Fail("damaged ELF file");
+  }
+  return file.Table<Elf64_Shdr>(header.e_shoff, header.e_shnum * sizeof(Elf64_Shdr));
+}
+
+// The one section of that type, or null.
+const Elf64_Shdr* OnlySection(const ElfFile& file, const std::vector<Elf64_Shdr>& sections,
+                              std::uint32_t type) {
+  const Elf64_Shdr* only = nullptr;
+  for (const Elf64_Shdr& section : sections) {
+    if (section.sh_type != type) continue;
+    // Each of them could name the same bytes, any number of times.
+    if (only != nullptr) file.Fail("damaged ELF file: two tables where one belongs");
+    if (section.sh_link >= sections.size()) file.Fail("damaged ELF file");
+    only = &section;
+  }
+  return only;
+}
+
 }  // namespace
 
 ElfLibrary ReadElfLibrary(const std::string& path) {
-  const ElfImage image(path, ReadAll(path));
-  if (!image.StartsWith(ELFMAG)) image.Fail("not an ELF file");
-  const auto header = image.At<Elf64_Ehdr>(0);
-  if (header.e_ident[EI_CLASS] != ELFCLASS64 || header.e_ident[EI_DATA] != ELFDATA2LSB) {
-    image.Fail("not a 64-bit little-endian ELF file");
-  }
-  if (header.e_type != ET_DYN) image.Fail("not an ELF shared object");
-
-  std::vector<Elf64_Shdr> sections;
-  for (std::size_t index = 0; index < header.e_shnum; ++index) {
-    sections.push_back(
-        image.At<Elf64_Shdr>(header.e_shoff + index * std::size_t{header.e_shentsize}));
-  }
+  const ElfFile file(path);
+  const std::vector<Elf64_Shdr> sections = ReadSections(file);
   ElfLibrary library;
-  bool dynamic = false;
-  for (const Elf64_Shdr& section : sections) {
-    if (section.sh_type != SHT_DYNSYM && section.sh_type != SHT_DYNAMIC) continue;
-    if (section.sh_link >= sections.size()) image.Fail("damaged ELF file");
-    const Elf64_Shdr& strings = sections[section.sh_link];
-    if (section.sh_type == SHT_DYNSYM) {
-      image.ForEach<Elf64_Sym>(section, [&](const Elf64_Sym& symbol) {
-        if (!IsExported(symbol)) return;
-        const auto binding = static_cast<unsigned char>(ELF64_ST_BIND(symbol.st_info));
-        library.exported.push_back({image.Text(strings, symbol.st_name), binding});
-      });
-    } else {
-      dynamic = true;
-      image.ForEach<Elf64_Dyn>(section, [&](const Elf64_Dyn& entry) {
-        if (entry.d_tag == DT_NEEDED) {
-          library.needed.push_back(image.Text(strings, entry.d_un.d_val));
-        } else if (entry.d_tag == DT_SONAME) {
-          library.soname = image.Text(strings, entry.d_un.d_val);
-        } else if (entry.d_tag == DT_FLAGS_1) {
-          if ((entry.d_un.d_val & DF_1_PIE) != 0) image.Fail("an executable, not a shared object");
-          library.no_delete = (entry.d_un.d_val & DF_1_NODELETE) != 0;
-        }
-      });
+
+  const Elf64_Shdr* const dynamic = OnlySection(file, sections, SHT_DYNAMIC);
+  if (dynamic == nullptr) file.Fail("not an ELF shared object: it has no dynamic section");
+  const auto text_of = [&](const Elf64_Dyn& entry) {
+    return file.Text(sections[dynamic->sh_link], entry.d_un.d_val);
+  };
+  for (const Elf64_Dyn& entry : file.Table<Elf64_Dyn>(*dynamic)) {
+    switch (entry.d_tag) {
+      case DT_NEEDED:
+        if (library.needed.size() == kMaxNeeded) file.Fail("it needs more than 256 libraries");
+        library.needed.push_back(text_of(entry));
+        break;
+      case DT_SONAME:
+        library.soname = text_of(entry);
+        break;
+      case DT_RUNPATH:
+      case DT_RPATH:
+        library.search_path = text_of(entry);
+        break;
+      case DT_FLAGS_1:
+        if ((entry.d_un.d_val & DF_1_PIE) != 0) file.Fail("an executable, not a shared object");
+        library.no_delete = (entry.d_un.d_val & DF_1_NODELETE) != 0;
+        break;
+      default:
+        break;
+    }
+    if (entry.d_tag == DT_NULL) break;
+  }
+
+  if (const Elf64_Shdr* const symbols = OnlySection(file, sections, SHT_DYNSYM)) {
+    const auto add = [&](SymbolNames& names, const Elf64_Sym& symbol) {
+      if (++names.count > kMaxShownSymbols) return;
+      names.first.push_back(file.Text(sections[symbols->sh_link], symbol.st_name));
+    };
+    for (const Elf64_Sym& symbol : file.Table<Elf64_Sym>(*symbols)) {
+      if (!IsExported(symbol)) continue;
+      add(library.exported, symbol);
+      if (ELF64_ST_BIND(symbol.st_info) == STB_GNU_UNIQUE) add(library.unique, symbol);
     }
   }
-  if (!dynamic) image.Fail("not an ELF shared object: it has no dynamic section");
   return library;
 }
 

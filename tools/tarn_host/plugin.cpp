@@ -2,19 +2,42 @@
 
 #include <dlfcn.h>
 
+#include <filesystem>
 #include <string>
+#include <system_error>
 
 namespace tarn::host {
+namespace {
 
-void Plugin::Close::operator()(void* handle) const noexcept { dlclose(handle); }
+LibraryHandle Load(const std::string& path) {
+  if (path.find('/') != std::string::npos) {
+    std::error_code error;
+    const auto type = std::filesystem::status(path, error).type();
+    // Where there is nothing, the dynamic loader has the better words.
+    if (!error && type != std::filesystem::file_type::regular) {
+      throw PluginError("cannot load plug-in: " + path + ": not a regular file");
+    }
+  }
+  LibraryHandle handle(dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL));
+  // dlerror's text begins with the library's path.
+  if (!handle) throw PluginError("cannot load plug-in: " + std::string(dlerror()));
+  return handle;
+}
+
+}  // namespace
+
+void CloseLibrary::operator()(void* handle) const noexcept { dlclose(handle); }
+
+bool IsLoaded(const std::string& path) {
+  return LibraryHandle(dlopen(path.c_str(), RTLD_LAZY | RTLD_NOLOAD)) != nullptr;
+}
 
 Plugin::Plugin(const std::string& path)
-    : handle_(dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL)), product_(nullptr) {
-  // dlerror's text begins with the library's path.
-  if (!handle_) throw PluginError("cannot load plug-in: " + std::string(dlerror()));
-  const auto entry = reinterpret_cast<EntryFunction*>(dlsym(handle_.get(), kEntryFunction));
-  if (entry == nullptr) throw PluginError("not a product plug-in: " + std::string(dlerror()));
-  product_ = entry();
+    : handle_(Load(path)),
+      entry_(reinterpret_cast<EntryFunction*>(dlsym(handle_.get(), kEntryFunction))),
+      product_(nullptr) {
+  if (entry_ == nullptr) throw PluginError("not a product plug-in: " + std::string(dlerror()));
+  product_ = entry_();
   if (product_ == nullptr) throw PluginError(path + ": " + kEntryFunction + " returned null");
 }
 

@@ -19,26 +19,38 @@ class PluginError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+struct CloseLibrary {
+  void operator()(void* handle) const noexcept;
+};
+
+// The dynamic loader's handle of a library, given back with the object.
+using LibraryHandle = std::unique_ptr<void, CloseLibrary>;
+
+// Whether the library that the dynamic loader knows as `path` is in this process. What dlclose
+// returns says nothing of it.
+bool IsLoaded(const std::string& path);
+
 // A loaded product plug-in, unloaded with the object. The product must not be used after that, nor
 // an exception that came from it be alive: its code would be gone.
 class Plugin {
  public:
   // Loads the library at `path` with all its symbols resolved and none of them offered to other
-  // libraries, and asks it for its product. Throws PluginError.
+  // libraries, and asks it for its product. A path with a slash must name a regular file: opening
+  // anything else could block for ever. Throws PluginError.
   explicit Plugin(const std::string& path);
 
   // Never null. Owned by the library.
   impl_dao::CProductInterface& Product() const noexcept { return *product_; }
 
+  // The library's entry function.
+  EntryFunction& Entry() const noexcept { return *entry_; }
+
   // The dynamic loader's handle, for dlsym and dlinfo.
   void* Handle() const noexcept { return handle_.get(); }
 
  private:
-  struct Close {
-    void operator()(void* handle) const noexcept;
-  };
-
-  std::unique_ptr<void, Close> handle_;
+  LibraryHandle handle_;
+  EntryFunction* entry_;
   impl_dao::CProductInterface* product_;
 };
 

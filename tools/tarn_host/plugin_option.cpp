@@ -15,18 +15,18 @@ bool Exists(const std::filesystem::path& path) {
 
 }  // namespace
 
-std::string DefaultPluginPath() {
+std::string FileOfTheTool(const std::string& file) {
   std::error_code error;
   const std::filesystem::path executable = std::filesystem::read_symlink("/proc/self/exe", error);
   if (!error) {
     // The build folder's layout, then the installed tree's, which may have been moved.
     const std::array<const char*, 3> folders{".", "../lib", TARN_LIBRARY_FOLDER};
     for (const char* folder : folders) {
-      const auto candidate = (executable.parent_path() / folder / kPluginFile).lexically_normal();
+      const auto candidate = (executable.parent_path() / folder / file).lexically_normal();
       if (Exists(candidate)) return candidate.string();
     }
   }
-  return kPluginFile;
+  return file;
 }
 
 std::string LoaderPath(const std::string& library) {
@@ -34,13 +34,21 @@ std::string LoaderPath(const std::string& library) {
   return library;
 }
 
+CLI::Validator NotEmpty() {
+  return {[](const std::string& name) {
+            return name.empty() ? std::string("the name is empty") : std::string();
+          },
+          ""};
+}
+
 void AddPluginOption(CLI::App& command, std::string& path) {
   command.add_option("--plugin", path, "Load this library instead of the one beside the tool")
+      ->check(NotEmpty())
       ->type_name("PATH");
 }
 
 std::string ChosenPlugin(const std::string& path) {
-  return path.empty() ? DefaultPluginPath() : LoaderPath(path);
+  return path.empty() ? FileOfTheTool(kPluginFile) : LoaderPath(path);
 }
 
 }  // namespace tarn::host

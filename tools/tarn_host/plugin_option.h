@@ -8,13 +8,18 @@ namespace tarn::host {
 // The plug-in's file name, which is its soname too.
 inline constexpr const char* kPluginFile = "libtarn_interface_for_vesta.so";
 
-// The plug-in that belongs to this tool: the first that exists beside the executable, in ../lib or
-// in ../lib/<multiarch>. Otherwise the plain file name, for the dynamic loader to search.
-std::string DefaultPluginPath();
+// The library that belongs to this tool: `file` beside the executable, in ../lib or in
+// ../lib/<multiarch>, the first that exists. Otherwise `file` itself, for the dynamic loader to
+// search.
+std::string FileOfTheTool(const std::string& file);
 
 // What to hand to the dynamic loader for a library as a person names it: a name without a slash
 // means the file in the current folder if there is one, and the loader's search otherwise.
 std::string LoaderPath(const std::string& library);
+
+// Refuses an empty name where a file is to be named: a script's unset variable must not mean the
+// default.
+CLI::Validator NotEmpty();
 
 // Adds --plugin PATH to `command`. `path` must outlive the parsing; it stays empty when the option
 // is not given. Hand it to ChosenPlugin.

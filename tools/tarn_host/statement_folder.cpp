@@ -364,7 +364,11 @@ void StatementFolder::AddWord(std::string_view word, Last kind) {
   const std::string_view lower = LastWord();
   // Nearly every word is none of these.
   if (std::string_view("insv").find(lower[0]) == std::string_view::npos) return;
-  if (lower == "is") {
+  if (lower == "in" && was == Behind::kNot) {
+    // As the product writes what it makes of NOT (a IN ...).
+    constexpr std::string_view kNotIn = "NOT IN";
+    text_.replace(text_.size() - kNotIn.size(), kNotIn.size(), kNotIn);
+  } else if (lower == "is") {
     behind_ = Behind::kIs;
   } else if (lower == "not") {
     behind_ = was == Behind::kIs ? Behind::kIsNot : Behind::kNot;

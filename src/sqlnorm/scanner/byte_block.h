@@ -48,6 +48,12 @@ struct BlockClasses {
   std::uint64_t spaces = 0;
 };
 
+// `bits` without those of places at or behind `length`.
+inline std::uint64_t BitsWithin(std::uint64_t bits, std::ptrdiff_t length) noexcept {
+  constexpr auto kBytes = static_cast<std::ptrdiff_t>(BlockClasses::kBytes);
+  return length < kBytes ? bits & ((std::uint64_t{1} << length) - 1) : bits;
+}
+
 // Classifies the 64 bytes at `p`, of a padded text.
 inline BlockClasses ClassifyBlock(const char* p) noexcept {
   BlockClasses classes;
@@ -63,18 +69,35 @@ inline BlockClasses ClassifyBlock(const char* p) noexcept {
   return classes;
 }
 
-// The first place at or after `p` that `match` marks, or `end`. match(q) looks at the sixteen
-// places from q on, which may lie in the padding, and returns a ByteBlock.
+// Marks parentheses, as MarkedBits and VisitMarks ask for.
+inline ByteBlock MarkParentheses(const char* q) noexcept {
+  const ByteBlock block = LoadBlock(q);
+  return (block == '(') | (block == ')');
+}
+
+// The bits of 64 places from `p` on: those that `match` marks. match(q) looks at the sixteen places
+// from q on, and a few behind them, and returns a ByteBlock.
 template <typename Match>
-const char* FindByBlock(const char* p, const char* end, Match match) noexcept {
-  static_assert(std::endian::native == std::endian::little, "the first byte is the lowest");
-  for (; p < end; p += sizeof(ByteBlock)) {
-    const std::uint32_t bits = BitsOf(match(p));
-    if (bits == 0) continue;
-    const char* const found = p + std::countr_zero(bits);
-    return found < end ? found : end;
+std::uint64_t MarkedBits(const char* p, Match match) noexcept {
+  std::uint64_t bits = 0;
+  for (std::size_t at = 0; at < BlockClasses::kBytes; at += sizeof(ByteBlock)) {
+    bits |= std::uint64_t{BitsOf(match(p + at))} << at;
   }
-  return end;
+  return bits;
+}
+
+// Calls visit(p) for the places of a padded text that `match` marks, from the first to the last.
+// It returns up to where it has dealt with the text, and marks before that are passed over.
+template <typename Match, typename Visit>
+void VisitMarks(const char* text, const char* end, Match match, Visit visit) {
+  const char* done = text;
+  for (const char* block = text; block < end; block += BlockClasses::kBytes) {
+    std::uint64_t marks = BitsWithin(MarkedBits(block, match), end - block);
+    for (; marks != 0; marks &= marks - 1) {
+      const char* const p = block + std::countr_zero(marks);
+      if (p >= done) done = visit(p);
+    }
+  }
 }
 
 }  // namespace tarn::sqlnorm

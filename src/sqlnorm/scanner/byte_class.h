@@ -46,10 +46,10 @@ constexpr bool IsDigit(char c) noexcept { return static_cast<unsigned char>(c - 
 constexpr bool IsSpace(char c) noexcept { return ClassOf(c) == ByteClass::kSpace; }
 constexpr bool IsWord(char c) noexcept { return ClassOf(c) <= ByteClass::kDigit; }
 
-// The scanner's texts are followed by this many bytes that may be read, all NUL. NUL is in no class
-// that a run is made of, so a run ends there at the latest, and whole machine words can be loaded
-// anywhere in the text.
-inline constexpr std::size_t kPadding = 64;
+// The scanner's texts are followed by this many bytes that may be read, all NUL: a text is read in
+// blocks of 64 bytes, and a few more behind the last. NUL is in no class that a run is made of, so
+// a run ends there at the latest.
+inline constexpr std::size_t kPadding = 80;
 
 // The first byte at or after `p` that does not belong to the run. The text must be padded.
 inline const char* SkipSpaces(const char* p) noexcept {
@@ -65,7 +65,7 @@ inline const char* SkipDigits(const char* p) noexcept {
   return p;
 }
 
-// Whether the letters of `lower`, in either case, stand at `p`. Precondition: `lower` holds
+// Whether the letters of `lower`, in either case, stand at `p`. Requires: `lower` holds
 // lower-case letters only, and its length may be read at `p`.
 template <std::size_t N>
 bool StandsAt(const char* p, const char (&lower)[N]) noexcept {
@@ -73,6 +73,22 @@ bool StandsAt(const char* p, const char (&lower)[N]) noexcept {
     if ((p[i] | 0x20) != lower[i]) return false;
   }
   return true;
+}
+
+// The place behind the last byte before `p` that is no space. `begin` bounds the look back.
+inline const char* SkipSpacesBack(const char* begin, const char* p) noexcept {
+  while (p != begin && IsSpace(p[-1])) --p;
+  return p;
+}
+
+// Where the word begins that ends at `p`, if it is `lower` in either case, as a whole word; or
+// null.
+template <std::size_t N>
+const char* MatchWordBack(const char* begin, const char* p, const char (&lower)[N]) noexcept {
+  constexpr std::ptrdiff_t kLength = N - 1;
+  if (p - begin < kLength) return nullptr;
+  p -= kLength;
+  return StandsAt(p, lower) && (p == begin || !IsWord(p[-1])) ? p : nullptr;
 }
 
 }  // namespace tarn::sqlnorm

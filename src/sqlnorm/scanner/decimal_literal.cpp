@@ -8,39 +8,40 @@
 #include <charconv>
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <system_error>
-
-#include "sqlnorm/scanner/byte_class.h"
 
 namespace tarn::sqlnorm {
 namespace {
 
 constexpr int kPrecision = 17;
 
-// Whether a decimal literal that std::from_chars refuses is too small rather than too large for a
-// double: whether its first digit other than 0 stands for less than one.
-bool IsTooSmall(std::string_view literal) noexcept {
-  const std::size_t exponent_mark = literal.find_first_of("eE");
-  const std::string_view mantissa = literal.substr(0, exponent_mark);
-  const std::size_t dot = mantissa.find('.');
-  const std::size_t first = mantissa.find_first_not_of("0.");
-  const auto digits_before_dot = static_cast<std::int64_t>(dot) - static_cast<std::int64_t>(first);
-  if (exponent_mark == std::string_view::npos) return digits_before_dot < 0;
-  const char sign = literal[exponent_mark + 1];
+// Whether a literal that std::from_chars refuses is too small rather than too large for a double:
+// whether its first digit other than 0 stands for less than one.
+bool IsTooSmall(const DecimalLiteral& literal) noexcept {
+  const std::string_view mantissa(literal.begin,
+                                  static_cast<std::size_t>(literal.exponent - literal.begin));
+  const char* const first = literal.begin + mantissa.find_first_not_of("0.");
+  const std::int64_t digits_before_dot = literal.dot - first;
+  if (literal.exponent == literal.end) return digits_before_dot < 0;
+  const char sign = literal.exponent[1];
   std::int64_t exponent = 0;
-  const std::size_t digits = exponent_mark + (sign == '+' || sign == '-' ? 2 : 1);
-  const auto parsed =
-      std::from_chars(literal.data() + digits, literal.data() + literal.size(), exponent);
-  // More digits than fit: larger than any mantissa can make up for.
-  if (parsed.ec != std::errc()) return sign == '-';
+  const auto parsed = std::from_chars(literal.exponent + (sign == '+' || sign == '-' ? 2 : 1),
+                                      literal.end, exponent);
+  // Beyond what any mantissa that fits into memory can make up for.
+  constexpr std::int64_t kDecidesAlone = 1'000'000'000'000'000'000;
+  if (parsed.ec != std::errc() || exponent > kDecidesAlone) return sign == '-';
   return digits_before_dot + (sign == '-' ? -exponent : exponent) < 0;
 }
 
-double ParseDecimal(std::string_view literal) {
+double ParseDecimal(const DecimalLiteral& literal) {
   double value = 0;
-  const auto parsed = std::from_chars(literal.data(), literal.data() + literal.size(), value);
+  const auto parsed = std::from_chars(literal.begin, literal.end, value);
   if (parsed.ec == std::errc()) return value;
   if (IsTooSmall(literal)) return 0;
   boost::throw_exception(boost::bad_lexical_cast(typeid(std::string), typeid(double)));
@@ -54,30 +55,108 @@ constexpr std::array<std::uint64_t, 20> kPowersOfTen = [] {
   return powers;
 }();
 
-// The common case at a fraction of the general one's cost: no exponent, up to 15 digits, a value of
-// 0.001 or more. The digits as an integer and the power of ten to divide by are exact in a double,
-// so one division gives the nearest one; and that double times a power of ten is exact in 128 bits,
-// so one shift gives the digits to print. Returns null for any other literal.
-char* ReprintShortDecimal(std::string_view literal, char* out) noexcept {
-  constexpr std::size_t kMostDigits = 15;
-  if (literal.size() > kMostDigits + 1) return nullptr;
-  const std::size_t dot = literal.find('.');
-  std::uint64_t digits = 0;
-  for (const char c : literal) {
-    if (c == '.') continue;
-    if (!IsDigit(c)) return nullptr;
-    digits = 10 * digits + static_cast<std::uint64_t>(c - '0');
-  }
+// The powers of ten that are exact in a double.
+constexpr std::array<double, 23> kExactPowers = [] {
+  std::array<double, 23> powers{1};
+  for (std::size_t i = 1; i < powers.size(); ++i) powers[i] = 10 * powers[i - 1];
+  return powers;
+}();
+
+// How many digits a number other than 0 has.
+int CountDigits(std::uint64_t number) noexcept {
+  // 1233 / 4096 is a little more than the decimal logarithm of 2.
+  const int estimate = (64 - std::countl_zero(number)) * 1233 >> 12;
+  return estimate + (number >= kPowersOfTen[static_cast<std::size_t>(estimate)] ? 1 : 0);
+}
+
+// Eight decimal digits side by side in one number, the first one in its lowest byte; a digit's byte
+// is its value.
+constexpr std::uint64_t kAsciiDigits = 0x3030303030303030;
+
+// The number that eight such digits stand for: pairs of them, pairs of pairs, and both halves.
+std::uint64_t FromDigits(std::uint64_t digits) noexcept {
+  digits = (digits * 10 + (digits >> 8)) & 0x00FF00FF00FF00FF;
+  digits = (digits * 100 + (digits >> 16)) & 0x0000FFFF0000FFFF;
+  return (digits * 10000 + (digits >> 32)) & 0xFFFFFFFF;
+}
+
+// The eight digits of a number below 10^8, by the same way back. Multiplying by the reciprocals,
+// rounded up, divides every part at once.
+std::uint64_t ToDigits(std::uint64_t number) noexcept {
+  const std::uint64_t halves = (number / 10000) | (number % 10000) << 32;
+  const std::uint64_t hundreds = (halves * 10486 >> 20) & 0x0000007F0000007F;
+  const std::uint64_t pairs = hundreds | (halves - hundreds * 100) << 16;
+  const std::uint64_t tens = (pairs * 103 >> 10) & 0x000F000F000F000F;
+  return tens | (pairs - tens * 10) << 8;
+}
+
+// The digits of a mantissa that has no more than 15 of them, as a number.
+std::uint64_t DigitsOf(const DecimalLiteral& literal) noexcept {
+  constexpr unsigned kBytes = 16;
+  Wide text = 0;
+  std::memcpy(&text, literal.begin, sizeof text);
+  const auto before_dot = static_cast<unsigned>(literal.dot - literal.begin);
+  const auto digits = static_cast<unsigned>(literal.exponent - literal.begin) - 1;
+  const Wide without_dot =
+      (text & ((Wide{1} << 8 * before_dot) - 1)) | (text >> 8 * (before_dot + 1) << 8 * before_dot);
+  // Moved to the end of the sixteen bytes. Those that come in at the begin are 0, as is a digit's
+  // value.
+  const Wide moved = without_dot << 8 * (kBytes - digits);
+  const Wide values = moved & (Wide{0x0F0F0F0F0F0F0F0F} << 64 | 0x0F0F0F0F0F0F0F0F);
+  constexpr std::uint64_t kTenToEight = 100'000'000;
+  return FromDigits(static_cast<std::uint64_t>(values)) * kTenToEight +
+         FromDigits(static_cast<std::uint64_t>(values >> 64));
+}
+
+// The number that an exponent of one digit or two stands for; nothing for a longer one.
+std::optional<int> ShortExponent(const DecimalLiteral& literal) noexcept {
+  const char* p = literal.exponent;
+  if (p == literal.end) return 0;
+  const char sign = *++p;
+  if (sign == '+' || sign == '-') ++p;
+  constexpr std::ptrdiff_t kMostDigits = 2;
+  if (literal.end - p > kMostDigits) return std::nullopt;
+  int number = *p - '0';
+  if (literal.end - p == kMostDigits) number = 10 * number + (p[1] - '0');
+  return sign == '-' ? -number : number;
+}
+
+// The common case at a fraction of the general one's cost: up to 15 digits, an exponent of up to
+// two, a value from 0.001 to less than 10^15. Nearly free of branches, since nothing of a literal
+// can be predicted. Returns null for any other literal.
+//
+// The digits as an integer and the power of ten to divide or multiply by are exact in a double, so
+// one operation gives the nearest one; and that double times a power of ten is exact in 128 bits,
+// so one shift gives the digits to print.
+//
+// Two cases need no care. A double half-way between two numbers of 17 digits would have 18
+// significant digits, the last of them worth 2^-j: with f digits behind the literal's dot it would
+// differ from the literal by at least 1 / (5^f 2^j), which is more than a double may differ from
+// the literal that it is the nearest to. And the digits of the double begin where the literal's do:
+// it could fall below a power of ten only where the literal is one, but 0.1, 0.01 and 0.001 are
+// less than their doubles.
+char* ReprintShortDecimal(const DecimalLiteral& literal, char* out) noexcept {
+  constexpr std::ptrdiff_t kMostDigits = 15;
+  constexpr int kLeastExponent = -3;
+  constexpr int kGreatestExponent = 14;
+  constexpr int kGreatestExactPower = kExactPowers.size() - 1;
+  if (literal.exponent - literal.begin > kMostDigits + 1) return nullptr;
+  const std::optional<int> written_exponent = ShortExponent(literal);
+  if (!written_exponent) return nullptr;
+  const std::uint64_t digits = DigitsOf(literal);
   if (digits == 0) {
     *out = '0';
     return out + 1;
   }
+  const int power = *written_exponent - static_cast<int>(literal.exponent - literal.dot - 1);
   // The decimal exponent of the first digit other than 0.
-  const auto first = static_cast<int>(literal.find_first_not_of("0."));
-  const int exponent = static_cast<int>(dot) - first - (first < static_cast<int>(dot) ? 1 : 0);
-  if (exponent < -3) return nullptr;
-  const double value =
-      static_cast<double>(digits) / static_cast<double>(kPowersOfTen[literal.size() - dot - 1]);
+  const int exponent = CountDigits(digits) - 1 + power;
+  if (exponent < kLeastExponent || exponent > kGreatestExponent || power < -kGreatestExactPower) {
+    return nullptr;
+  }
+  const double scale = kExactPowers[static_cast<std::size_t>(std::abs(power))];
+  const auto integer = static_cast<double>(digits);
+  const double value = power < 0 ? integer / scale : integer * scale;
 
   // value is mantissa / 2^shift, by the layout of IEEE 754.
   constexpr int kMantissaBits = 52;
@@ -88,36 +167,53 @@ char* ReprintShortDecimal(std::string_view literal, char* out) noexcept {
   const int shift = kMantissaBits + kExponentBias - static_cast<int>(bits >> kMantissaBits);
   const Wide scaled =
       Wide{mantissa} * kPowersOfTen[static_cast<std::size_t>(kPrecision - 1 - exponent)];
-  auto printed = static_cast<std::uint64_t>(scaled >> shift);
-  const Wide rest = scaled - (Wide{printed} << shift);
   const Wide half = Wide{1} << (shift - 1);
-  if (rest > half || (rest == half && printed % 2 != 0)) ++printed;
-  // One digit less: the double lies below a power of ten that the literal does not.
-  if (printed < kPowersOfTen[kPrecision - 1]) return nullptr;
+  const auto printed = static_cast<std::uint64_t>((scaled + half) >> shift);
 
-  char text[kPrecision];
-  std::to_chars(text, text + kPrecision, printed);
-  const char* text_end = text + kPrecision;
-  while (text_end[-1] == '0') --text_end;
-  const char* const fraction = exponent < 0 ? text : text + exponent + 1;
-  if (exponent < 0) *out++ = '0';
-  out = std::copy<const char*>(text, fraction, out);
-  if (text_end > fraction) {
-    *out++ = '.';
-    for (int zeros = -1 - exponent; zeros > 0; --zeros) *out++ = '0';
-    out = std::copy(fraction, text_end, out);
-  }
-  return out;
+  // Three zeros, for a value below one, then the 17 digits.
+  constexpr std::uint64_t kTenToEight = 100'000'000;
+  const std::uint64_t second_eight = ToDigits(printed / kTenToEight % kTenToEight);
+  const std::uint64_t third_eight = ToDigits(printed % kTenToEight);
+  const auto put = [](char* to, std::uint64_t eight) {
+    eight |= kAsciiDigits;
+    std::memcpy(to, &eight, sizeof eight);
+  };
+  constexpr std::size_t kCopied = 24;
+  char text[2 * kCopied] = "000";
+  char* const first = text - kLeastExponent;
+  *first = static_cast<char>('0' + printed / kPowersOfTen[kPrecision - 1]);
+  put(first + 1, second_eight);
+  put(first + 9, third_eight);
+
+  // Of these, what is printed begins with the digit before the dot and ends with the last but 0.
+  const int leading_zeros = std::max(-exponent, 0);
+  const char* const from = first - leading_zeros;
+  const int before_dot = std::max(exponent, 0) + 1;
+  const int significant = third_eight != 0    ? kPrecision - std::countl_zero(third_eight) / 8
+                          : second_eight != 0 ? kPrecision - 8 - std::countl_zero(second_eight) / 8
+                                              : 1;
+  const int length = leading_zeros + significant;
+  std::memcpy(out, from, kCopied);
+  std::memcpy(out + before_dot + 1, from + before_dot, kCopied);
+  out[before_dot] = '.';
+  return out + (length > before_dot ? length + 1 : before_dot);
 }
 
 }  // namespace
 
-char* ReprintDecimal(std::string_view literal, char* out) {
+char* ReprintDecimal(const DecimalLiteral& literal, char* out) {
   char* const end = ReprintShortDecimal(literal, out);
   if (end != nullptr) return end;
-  return std::to_chars(out, out + kLongestPrintedDecimal, ParseDecimal(literal),
+  return std::to_chars(out, out + kRoomForDecimal, ParseDecimal(literal),
                        std::chars_format::general, kPrecision)
       .ptr;
+}
+
+void CheckDecimalRange(const DecimalLiteral& literal) {
+  constexpr std::ptrdiff_t kAlwaysInRange = std::numeric_limits<double>::max_exponent10;
+  const bool in_range =
+      literal.exponent == literal.end && literal.dot - literal.begin <= kAlwaysInRange;
+  if (!in_range) ParseDecimal(literal);
 }
 
 }  // namespace tarn::sqlnorm

@@ -1,17 +1,31 @@
 #pragma once
 
 #include <cstddef>
-#include <string_view>
 
 namespace tarn::sqlnorm {
 
-// Room for anything that ReprintDecimal writes: "2.2250738585072014e-308" and the like take 23.
-inline constexpr std::size_t kLongestPrintedDecimal = 32;
+// Where the parts of a decimal literal lie: digits, a dot, digits, and perhaps an exponent. There
+// is at least one digit on either side of the dot.
+struct DecimalLiteral {
+  const char* begin;
+  const char* dot;
+  const char* exponent;  // its letter; `end` if there is none
+  const char* end;
+};
 
-// Writes the value of `literal`, digits.digits and perhaps an exponent, in double precision with up
-// to 17 significant digits, as printf's "%.17g" does under the classic locale. Returns the end of
-// what it wrote. Throws boost::bad_lexical_cast if the value is beyond the range of double; one too
-// small for it is 0. At least kLongestPrintedDecimal bytes must be writable at `out`.
-char* ReprintDecimal(std::string_view literal, char* out);
+// Room for what ReprintDecimal writes ("-2.2250738585072014e-308" and the like take 24) and
+// touches.
+inline constexpr std::size_t kRoomForDecimal = 48;
+
+// Writes the literal's value in double precision with up to 17 significant digits, as printf's
+// "%.17g" does under the classic locale. Returns the end of what it wrote. Throws
+// boost::bad_lexical_cast if the value is beyond the range of double; one too small for it is 0.
+//
+// Requires: at least kRoomForDecimal bytes are writable at `out`, and 16 can be read at the
+// literal's begin.
+char* ReprintDecimal(const DecimalLiteral& literal, char* out);
+
+// Throws what ReprintDecimal would.
+void CheckDecimalRange(const DecimalLiteral& literal);
 
 }  // namespace tarn::sqlnorm

@@ -5,17 +5,22 @@
 #include <cstring>
 #include <string_view>
 
+#include "sqlnorm/scanner/byte_block.h"
 #include "sqlnorm/scanner/byte_class.h"
 
 namespace tarn::sqlnorm {
 namespace {
 
+ByteBlock MarkOpening(const char* q) noexcept { return LoadBlock(q) == '('; }
+
+// Calls visit(p) for every opening parenthesis, as VisitMarks does.
+template <typename Visit>
+void VisitOpening(const char* text, const char* end, Visit visit) {
+  VisitMarks(text, end, MarkOpening, visit);
+}
+
 // The Match functions take the place where something may begin and return the place after it, or
 // null if it is not there.
-
-const char* FindParenthesis(const char* from, const char* end) noexcept {
-  return static_cast<const char*>(std::memchr(from, '(', static_cast<std::size_t>(end - from)));
-}
 
 // A word, or two joined by a dot.
 const char* MatchOperand(const char* p) noexcept {
@@ -58,18 +63,6 @@ const char* MatchComparisonGroup(const char* p) noexcept {
     if (!StandsAt(p, "and") || !IsSpace(p[3])) return nullptr;
     p = SkipSpaces(p + 3);
   }
-}
-
-// The word that ends, spaces aside, before `p`: whether it is `lower` in either case, as a whole
-// word. `begin` bounds the look back. Returns where the word begins, or null.
-template <std::size_t N>
-const char* MatchWordBefore(const char* begin, const char* p, const char (&lower)[N]) noexcept {
-  constexpr std::ptrdiff_t kLength = N - 1;
-  while (p != begin && IsSpace(p[-1])) --p;
-  if (p - begin < kLength) return nullptr;
-  p -= kLength;
-  if (!StandsAt(p, lower) || (p != begin && IsWord(p[-1]))) return nullptr;
-  return p;
 }
 
 // What of "operand IN (list))" the rewrite keeps.
@@ -148,95 +141,88 @@ class Compaction {
   const char* pending_;
 };
 
-// Each rewrite takes the end of the text and returns the new one.
+// Comparison-group unwrapping: blanks take the place of the parentheses.
+void OpenComparisonGroups(char* text, const char* end) noexcept {
+  VisitOpening(text, end, [text](const char* p) {
+    const char* const close = MatchComparisonGroup(p + 1);
+    if (close == nullptr) return p + 1;
+    text[p - text] = ' ';
+    text[close - text] = ' ';
+    return close + 1;
+  });
+}
 
+// The other rewrites take the end of the text and return the new one.
+
+// Negated IN-list rewrite.
 char* RewriteNegatedInLists(char* text, char* end) noexcept {
   Compaction compaction(text);
-  for (const char* p = FindParenthesis(text, end); p != nullptr; p = FindParenthesis(p, end)) {
-    const char* const keyword = MatchWordBefore(compaction.Pending(), p, "not");
-    ++p;
+  VisitOpening(text, end, [&](const char* p) {
+    const char* const keyword =
+        MatchWordBack(compaction.Pending(), SkipSpacesBack(compaction.Pending(), p), "not");
     NegatedInList found{};
-    if (keyword == nullptr || !MatchNegatedInList(p, end, found)) continue;
+    if (keyword == nullptr || !MatchNegatedInList(p + 1, end, found)) return p + 1;
     compaction.KeepTo(keyword);
     compaction.DropTo(found.operand);
     compaction.KeepTo(found.operand_end);
     compaction.DropTo(found.list);
     compaction.InsertAndKeepTo(" NOT IN (", found.list_end + 1);
     compaction.DropTo(found.end);
-    p = found.end;
-  }
+    return found.end;
+  });
   return compaction.Finish(end);
 }
 
+// Parameter-list removal.
 char* DeleteParameterLists(char* text, char* end) noexcept {
   Compaction compaction(text);
-  for (const char* p = FindParenthesis(text, end); p != nullptr; p = FindParenthesis(p, end)) {
+  VisitOpening(text, end, [&](const char* p) {
     const char* const list_end = MatchParameterList(p);
-    if (list_end == nullptr) {
-      ++p;
-      continue;
-    }
+    if (list_end == nullptr) return p + 1;
     compaction.KeepTo(p);
     compaction.DropTo(list_end);
-    p = list_end;
-  }
+    return list_end;
+  });
   return compaction.Finish(end);
 }
 
-char* CutAfterFirstRow(char* text, char* end) noexcept {
-  // The first ")" at or after a place serves every "VALUES (" before it, so it is looked for and
-  // looked at once.
-  const char* close = text;
-  bool comma_follows = false;
-  for (const char* p = FindParenthesis(text, end); p != nullptr; p = FindParenthesis(p, end)) {
-    const char* const keyword = MatchWordBefore(text, p, "values");
-    ++p;
-    if (keyword == nullptr || *p == ')') continue;
-    if (close < p) {
-      close = static_cast<const char*>(std::memchr(p, ')', static_cast<std::size_t>(end - p)));
-      if (close == nullptr) break;
-      comma_follows = *SkipSpaces(close + 1) == ',';
+// Multi-row VALUES truncation: a row ends at its first closing parenthesis, whatever opens before.
+char* CutBehindFirstRow(char* text, char* end) noexcept {
+  bool row_begun = false;
+  char* row_end = end;
+  VisitMarks(text, end, MarkParentheses, [&](const char* p) -> const char* {
+    if (*p == '(') {
+      row_begun = row_begun || (p[1] != ')' &&
+                                MatchWordBack(text, SkipSpacesBack(text, p), "values") != nullptr);
+    } else if (row_begun && *SkipSpaces(p + 1) == ',') {
+      row_end = text + (p + 1 - text);
+      return end;
+    } else {
+      row_begun = false;
     }
-    if (comma_follows) {
-      Compaction compaction(text + (close + 1 - text));
-      compaction.DropTo(end);
-      return compaction.Finish(end);
-    }
-  }
-  return end;
+    return p + 1;
+  });
+  Compaction compaction(row_end);
+  compaction.DropTo(end);
+  return compaction.Finish(end);
 }
 
 }  // namespace
 
-std::size_t RewriteGroups(char* text, std::size_t length) noexcept {
-  char* end = text + length;
-  // One look at every opening parenthesis opens the comparison groups, which keeps the length, and
-  // tells which of the other rewrites may have something to do.
-  bool negations = false;
-  bool parameters = false;
-  bool values = false;
-  for (const char* p = FindParenthesis(text, end); p != nullptr; p = FindParenthesis(p, end)) {
-    const char* const close = MatchComparisonGroup(p + 1);
-    if (close != nullptr) {
-      text[p - text] = ' ';
-      text[close - text] = ' ';
-      p = close + 1;
-      continue;
-    }
-    negations = negations || MatchWordBefore(text, p, "not") != nullptr;
-    values = values || MatchWordBefore(text, p, "values") != nullptr;
-    ++p;
-    parameters = parameters || *SkipSpaces(p) == '@';
-  }
-  if (negations) end = RewriteNegatedInLists(text, end);
-  if (parameters) {
+void RewriteGroups(Text& text, const Survey& survey) noexcept {
+  char* const begin = text.data;
+  char* end = begin + text.length;
+  if (survey.comparisons) OpenComparisonGroups(begin, end);
+  if (survey.negations) end = RewriteNegatedInLists(begin, end);
+  bool rows = survey.rows;
+  if (survey.parameters) {
     char* const before = end;
-    end = DeleteParameterLists(text, end);
+    end = DeleteParameterLists(begin, end);
     // What a deleted list stood between has become adjacent.
-    values = values || end != before;
+    rows = rows || end != before;
   }
-  if (values) end = CutAfterFirstRow(text, end);
-  return static_cast<std::size_t>(end - text);
+  if (rows) end = CutBehindFirstRow(begin, end);
+  text.length = static_cast<std::size_t>(end - begin);
 }
 
 }  // namespace tarn::sqlnorm

@@ -5,7 +5,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <string_view>
 
 #include "sqlnorm/scanner/byte_block.h"
 #include "sqlnorm/scanner/byte_class.h"
@@ -14,25 +13,11 @@
 namespace tarn::sqlnorm {
 namespace {
 
-constexpr std::size_t kRoomForLiteral = kLongestPrintedDecimal + kPadding;
+constexpr std::size_t kRoomForLiteral = kRoomForDecimal + kPadding;
 
 constexpr bool IsHexDigit(char c) noexcept {
   return IsDigit(c) || static_cast<unsigned char>((c | 0x20) - 'a') < 6;
 }
-
-char* PrintHex(std::string_view literal, char* out) noexcept {
-  std::uint32_t value = 0;
-  std::from_chars(literal.data() + 2, literal.data() + literal.size(), value, 16);
-  return std::to_chars(out, out + kLongestPrintedDecimal, value).ptr;
-}
-
-// The Match functions are given the character that gives a literal away, and for a decimal `from`,
-// where the text begins that no earlier literal has taken. The text is padded. Null begin: no
-// literal.
-struct Literal {
-  const char* begin = nullptr;
-  const char* end = nullptr;
-};
 
 // Where the exponent at `p` ends, sign and digits included; `p` itself if there is none.
 const char* SkipExponent(const char* p) noexcept {
@@ -41,74 +26,108 @@ const char* SkipExponent(const char* p) noexcept {
   return IsDigit(*digits) ? SkipDigits(digits) : p;
 }
 
-// digits.digits, perhaps with an exponent, between characters that belong to no word.
-Literal MatchDecimal(const char* from, const char* text, const char* dot) noexcept {
+// The Match functions are given the character that gives a literal away and tell whether it does:
+// between characters that belong to no word.
+
+// digits.digits, perhaps with an exponent.
+bool MatchDecimal(const char* text, const char* dot, DecimalLiteral& literal) noexcept {
   const char* begin = dot;
-  while (begin != from && IsDigit(begin[-1])) --begin;
-  if (begin == dot || !IsDigit(dot[1]) || (begin != text && IsWord(begin[-1]))) return {};
-  const char* const end = SkipExponent(SkipDigits(dot + 1));
-  return IsWord(*end) ? Literal{} : Literal{begin, end};
+  while (begin != text && IsDigit(begin[-1])) --begin;
+  if (begin == dot || !IsDigit(dot[1]) || (begin != text && IsWord(begin[-1]))) return false;
+  const char* const exponent = SkipDigits(dot + 1);
+  const char* const end = SkipExponent(exponent);
+  literal = {begin, dot, exponent, end};
+  return !IsWord(*end);
 }
 
-// 0x and one to eight digits, as a word of its own.
-Literal MatchHex(const char* text, const char* x) noexcept {
+struct HexLiteral {
+  const char* begin;
+  const char* end;
+};
+
+// 0x and one to eight digits. Of more it looks at one.
+bool MatchHex(const char* text, const char* x, HexLiteral& literal) noexcept {
   constexpr std::ptrdiff_t kMostDigits = 8;
-  const char* const begin = x - 1;
-  if (*begin != '0' || (begin != text && IsWord(begin[-1]))) return {};
-  const char* end = x + 1;
-  while (IsHexDigit(*end)) ++end;
-  const std::ptrdiff_t digits = end - (x + 1);
-  return digits == 0 || digits > kMostDigits || IsWord(*end) ? Literal{} : Literal{begin, end};
+  const char* const digits = x + 1;
+  const char* end = digits;
+  while (end - digits < kMostDigits && IsHexDigit(*end)) ++end;
+  literal = {x - 1, end};
+  const bool begins = *literal.begin == '0' && (literal.begin == text || !IsWord(x[-2]));
+  return begins && end != digits && !IsWord(*end);
 }
 
-// The first place at or after `p` that a literal may hang on: a digit before a dot and another
-// digit, or before an x. `end` if there is none. Digits are told by their upper half, which they
-// share with : ; < = > and ?; the Match functions look closer.
-const char* FindCandidate(const char* p, const char* end) noexcept {
-  return FindByBlock(p, end, [](const char* q) noexcept -> ByteBlock {
-    const auto is_digit = [](ByteBlock block) { return (block & 0xF0) == 0x30; };
-    const ByteBlock next = LoadBlock(q + 1);
-    return is_digit(LoadBlock(q)) &
-           (((next == '.') & is_digit(LoadBlock(q + 2))) | ((next | 0x20) == 'x'));
-  });
+char* PrintHex(const HexLiteral& literal, char* out) noexcept {
+  std::uint32_t value = 0;
+  std::from_chars(literal.begin + 2, literal.end, value, 16);
+  return std::to_chars(out, out + kRoomForDecimal, value).ptr;
 }
+
+// Prints the literals among the candidates that it is handed, each behind what precedes it.
+class Reprinter {
+ public:
+  Reprinter(Text source, WorkingBuffer& output) noexcept
+      : source_(source), copied_(source.data), output_(output) {}
+
+  // Returns up to where the text has been dealt with.
+  const char* Candidate(const char* p) {
+    DecimalLiteral decimal{};
+    HexLiteral hex{};
+    if (p[1] == '.') {
+      if (!MatchDecimal(source_.data, p + 1, decimal)) return p + 1;
+      CopyUpTo(decimal.begin);
+      out_ = ReprintDecimal(decimal, out_);
+      copied_ = decimal.end;
+    } else {
+      if (!MatchHex(source_.data, p + 1, hex)) return p + 1;
+      CopyUpTo(hex.begin);
+      out_ = PrintHex(hex, out_);
+      copied_ = hex.end;
+    }
+    return copied_;
+  }
+
+  // The whole text, its literals printed anew: the source itself if there were none.
+  Text Finish() noexcept {
+    if (out_ == nullptr) return source_;
+    out_ = std::copy(copied_, End(), out_);
+    std::memset(out_, 0, kPadding);
+    return {output_.Data(), static_cast<std::size_t>(out_ - output_.Data())};
+  }
+
+ private:
+  // There is room then for a literal and for all the rest as it stands.
+  void CopyUpTo(const char* p) {
+    const std::size_t used = out_ == nullptr ? 0 : static_cast<std::size_t>(out_ - output_.Data());
+    const std::size_t needed =
+        used + static_cast<std::size_t>(End() - copied_) + kRoomForDecimal + kPadding;
+    if (needed > output_.Capacity()) output_.Reserve(needed + needed / 2, used);
+    out_ = std::copy(copied_, p, output_.Data() + used);
+  }
+
+  const char* End() const noexcept { return source_.data + source_.length; }
+
+  Text source_;
+  const char* copied_;  // up to where the source has been copied
+  WorkingBuffer& output_;
+  char* out_ = nullptr;  // before the first literal
+};
 
 }  // namespace
 
-std::size_t CanonicalizeLiterals(WorkingBuffer& working, std::size_t length) {
-  const char* const first = FindCandidate(working.Data(), working.Data() + length);
-  if (first == working.Data() + length) return length;
+Text CanonicalizeLiterals(Text source, const char* first, WorkingBuffer& output) {
+  Reprinter reprinter(source, output);
+  VisitMarks(first, source.data + source.length, MarkLiteralCandidates,
+             [&reprinter](const char* p) { return reprinter.Candidate(p); });
+  return reprinter.Finish();
+}
 
-  WorkingBuffer source;
-  source.Reserve(length + kPadding, 0);
-  std::memcpy(source.Data(), working.Data(), length + kPadding);
-  const char* const text = source.Data();
-  const char* const end = text + length;
-  const char* from = text;  // what no literal has taken yet
-  char* out = working.Data();
-  const char* p = text + (first - working.Data());
-  while (p != end) {
-    const bool decimal = p[1] == '.';
-    const Literal literal = decimal ? MatchDecimal(from, text, p + 1) : MatchHex(text, p + 1);
-    if (literal.begin != nullptr) {
-      // Room for this literal and for all the rest as it stands.
-      const auto used = static_cast<std::size_t>(out - working.Data());
-      const std::size_t needed = used + static_cast<std::size_t>(end - from) + kRoomForLiteral;
-      if (needed > working.Capacity()) {
-        working.Reserve(needed + needed / 2, used);
-        out = working.Data() + used;
-      }
-      out = std::copy(from, literal.begin, out);
-      const std::string_view literal_text(literal.begin,
-                                          static_cast<std::size_t>(literal.end - literal.begin));
-      out = decimal ? ReprintDecimal(literal_text, out) : PrintHex(literal_text, out);
-      from = literal.end;
-    }
-    p = FindCandidate(std::max(p + 1, from), end);
-  }
-  out = std::copy(from, end, out);
-  std::memset(out, 0, kPadding);
-  return static_cast<std::size_t>(out - working.Data());
+void CheckDecimalRanges(const char* text, std::size_t length) {
+  VisitMarks(text, text + length, MarkLiteralCandidates, [text](const char* p) {
+    DecimalLiteral decimal{};
+    if (p[1] != '.' || !MatchDecimal(text, p + 1, decimal)) return p + 1;
+    CheckDecimalRange(decimal);
+    return decimal.end;
+  });
 }
 
 }  // namespace tarn::sqlnorm

@@ -9,6 +9,8 @@
 #include "sqlnorm/scanner/byte_class.h"
 #include "sqlnorm/scanner/groups.h"
 #include "sqlnorm/scanner/literals.h"
+#include "sqlnorm/scanner/survey.h"
+#include "sqlnorm/scanner/text_buffer.h"
 #include "sqlnorm/scanner/token_writer.h"
 
 namespace tarn::sqlnorm {
@@ -31,16 +33,20 @@ std::string_view Unquote(std::string_view sql) noexcept {
 
 std::string NormalizeByScanner(const std::string& sql) {
   const std::string_view statement = Unquote(sql);
-  std::size_t length = statement.size();
-  WorkingBuffer working;
-  working.Reserve(length + kPadding, 0);
-  std::memcpy(working.Data(), statement.data(), length);
-  std::memset(working.Data() + length, 0, kPadding);
+  WorkingBuffer source;
+  source.Reserve(statement.size() + kPadding, 0);
+  std::memcpy(source.Data(), statement.data(), statement.size());
+  std::memset(source.Data() + statement.size(), 0, kPadding);
 
-  length = CanonicalizeLiterals(working, length);
-  length = RewriteGroups(working.Data(), length);
+  Text text{source.Data(), statement.size()};
+  const Survey survey = SurveyText(text);
+  WorkingBuffer reprinted;
+  if (survey.first_literal != nullptr) {
+    text = CanonicalizeLiterals(text, survey.first_literal, reprinted);
+  }
+  RewriteGroups(text, survey);
   OutputBuffer output;
-  return std::string(WriteTokens(working.Data(), length, output));
+  return std::string(WriteTokens(text, output));
 }
 
 }  // namespace tarn::sqlnorm

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstring>
 #include <memory>
+#include <utility>
 
 namespace tarn::sqlnorm {
 
@@ -37,5 +38,22 @@ class TextBuffer {
   char* data_ = inline_;
   std::size_t capacity_ = kInlineCapacity;
 };
+
+// A text being rewritten, padded (see kPadding). The bytes belong to a buffer.
+struct Text {
+  char* data;
+  std::size_t length;
+};
+
+// One text of up to about a kilobyte, and one of up to two, need no heap block.
+#ifdef TARN_INLINE_CAPACITY
+// Fuzzers and a sanitizer's test: next to nothing is on the stack, so that whatever runs over the
+// end of a buffer is seen.
+using WorkingBuffer = TextBuffer<TARN_INLINE_CAPACITY>;
+using OutputBuffer = TextBuffer<TARN_INLINE_CAPACITY>;
+#else
+using WorkingBuffer = TextBuffer<1024>;
+using OutputBuffer = TextBuffer<2048>;
+#endif
 
 }  // namespace tarn::sqlnorm

@@ -13,6 +13,8 @@
 #include "sqlnorm/scanner/alias_table.h"
 #include "sqlnorm/scanner/byte_block.h"
 #include "sqlnorm/scanner/byte_class.h"
+#include "sqlnorm/scanner/elements.h"
+#include "sqlnorm/scanner/keywords.h"
 
 namespace tarn::sqlnorm {
 namespace {
@@ -22,8 +24,7 @@ constexpr std::string_view kFirstAlias = "____t1";
 
 // Room behind the text written: for what the search for a name reads there, and besides for one
 // name and what a copy may write beyond its word.
-constexpr std::size_t kSearchPadding = 32;
-constexpr std::size_t kRoomForWord = kSearchPadding + 48;
+constexpr std::size_t kRoomForWord = kPadding + 48;
 
 bool IsTwoCharacterOperator(const char* p) noexcept {
   return p[1] == '=' ? ClassOf(*p) == ByteClass::kAngle : (*p == '<' && p[1] == '>');
@@ -50,40 +51,6 @@ bool IsBlankAfter(const char* p) noexcept {
   return IsTokenAt(next) || next - p > 1 || (next - p == 1 && *p == ' ');
 }
 
-// The first bytes of a word, the first one lowest.
-constexpr std::uint64_t Packed(std::string_view word) noexcept {
-  std::uint64_t packed = 0;
-  for (std::size_t i = 0; i < word.size(); ++i) {
-    packed |= static_cast<std::uint64_t>(static_cast<unsigned char>(word[i])) << (8 * i);
-  }
-  return packed;
-}
-
-constexpr std::uint64_t kFoldCase = 0x2020202020202020;
-constexpr std::size_t kLetterMask = 0x1F;  // what tells letters of either case apart
-constexpr std::uint64_t kInsert = Packed("insert");
-constexpr std::uint64_t kDelete = Packed("delete");
-
-// The words that are written in capitals, by their initials, which all differ.
-constexpr std::array<std::uint64_t, kLetterMask + 1> kKeywords = [] {
-  std::array<std::uint64_t, kLetterMask + 1> keywords{};
-  for (const std::uint64_t keyword : {kInsert, kDelete, Packed("select"), Packed("from"),
-                                      Packed("update"), Packed("where"), Packed("values")}) {
-    keywords[keyword & kLetterMask] = keyword;
-  }
-  return keywords;
-}();
-
-// The initials of those that swallow a word behind them, as bits.
-constexpr std::uint32_t kSwallowing = 1U << (kInsert & kLetterMask) | 1U << (kDelete & kLetterMask);
-
-// Masks of the lowest bytes, by their number.
-constexpr std::array<std::uint64_t, sizeof(std::uint64_t) + 1> kLowestBytes = [] {
-  std::array<std::uint64_t, sizeof(std::uint64_t) + 1> masks{};
-  for (std::size_t i = 1; i < masks.size(); ++i) masks[i] = masks[i - 1] << 8 | 0xFF;
-  return masks;
-}();
-
 // Copies the bytes from `from` to `end`, at least one, and up to 15 more. Returns the end of the
 // copy.
 char* CopyLoosely(const char* from, const char* end, char* out) noexcept {
@@ -97,253 +64,232 @@ char* CopyLoosely(const char* from, const char* end, char* out) noexcept {
   }
 }
 
-// Reads a text's elements, words and other characters, and writes them spaced: a token is followed
-// by a blank, and by a blank only. The text is classified 64 bytes at a time; where elements begin
-// and end is then read off bits, so that neither the length of words nor that of spaces costs a
-// branch that can't be predicted.
+// Writes the elements that it is handed, spaced: a token is followed by a blank, and by a blank
+// only.
 //
-// The members change with every element: the scanner is a local object that is inlined as a whole,
-// so that they live in registers.
-class TokenScanner {
+// The members change with every element: the writer is a local object that is inlined as a whole,
+// so that they live in registers. What is called out of line, the table of aliases, lies outside.
+class TokenWriter {
  public:
-  TokenScanner(const char* text, std::size_t length, OutputBuffer& output, AliasTable& aliases)
-      : in_(text), end_(text + length), output_(output), aliases_(aliases) {
+  TokenWriter(Text text, OutputBuffer& output, AliasTable& aliases)
+      : text_end_(text.data + text.length), output_(output), aliases_(aliases) {
     // A token of one byte takes two with its blank, and the first one a blank before it.
-    output_.Reserve(2 * length + kRoomForWord, 0);
+    output_.Reserve(2 * text.length + kRoomForWord, 0);
     begin_ = out_ = output_.Data();
   }
 
-  // Returns the end of the text written.
-  char* Run() {
-    std::uint64_t word_before = 0;  // whether the block's first byte may go on with a word
-    for (const char* block = in_; block < end_; block += BlockClasses::kBytes) {
-      const BlockClasses classes = ClassifyBlock(block);
-      std::uint64_t begins =
-          (classes.words & ~(classes.words << 1 | word_before)) | ~(classes.words | classes.spaces);
-      word_before = classes.words >> 63;
-      const bool digits_before_letters =
-          (classes.digits << 1 & classes.words & ~classes.digits) != 0;
-      if (end_ - block < static_cast<std::ptrdiff_t>(BlockClasses::kBytes)) {
-        begins &= (std::uint64_t{1} << (end_ - block)) - 1;
-      }
-      for (; begins != 0; begins &= begins - 1) {
-        const int at = std::countr_zero(begins);
-        const char* const p = block + at;
-        if (p < in_) continue;  // taken along with an earlier element
-        if ((classes.words >> at & 1) == 0) {
-          TakeOther(p);
-          continue;
-        }
-        const std::uint64_t beyond = ~classes.words >> at;
-        const char* word = p;
-        const char* word_end = p + std::countr_zero(beyond);
-        if (beyond == 0 || digits_before_letters) [[unlikely]] {
-          word_end = SkipWord(p);
-          word = TakeLeadingDigits(p, word_end);
-        }
-        TakeWord(word, word_end);
-      }
-    }
-    return out_;
+  // The elements' visitor.
+  const char* Word(const char* p, const char* end) {
+    const bool is_alias = *p == 't' && IsDigit(p[1]) && SkipDigits(p + 2) == end;
+    return is_alias ? Alias(p, end) : OrdinaryWord(p, end);
   }
+  const char* Sign(const char* p, const char* taken) noexcept {
+    switch (ClassOf(*p)) {
+      case ByteClass::kComma:
+        return Comma(p);
+      case ByteClass::kParenthesis:
+        return Token(p, 1);
+      case ByteClass::kDot:
+        return Dots(p, taken);
+      case ByteClass::kAngle:
+        return Operator(p, taken);
+      default:
+        return Other(p, taken);
+    }
+  }
+
+  // What has been written.
+  char* Begin() const noexcept { return begin_; }
+  char* End() const noexcept { return out_; }
 
  private:
-  // What was taken last. TakeOther reckons with the values.
-  enum Last : unsigned {
+  // What was written last.
+  enum class Last {
     kOther,          // no token: what follows may need a blank before it
     kToken,          // a token, and the blank behind it
-    kAttachedComma,  // the same, the blank before it taken away
-    kJoined,         // dots between two blanks that they took away
+    kAttachedComma,  // the same, and the comma took the blank before it away
+    kJoinedDots,     // dots that took the blanks on both sides away
   };
 
-  void TakeWord(const char* p, const char* end) {
-    BeginToken();
-    in_ = end;
-    const auto length = static_cast<std::size_t>(end - p);
-    if (*p == 't' && IsDigit(p[1]) && SkipDigits(p + 2) == end) {
-      WriteAlias(aliases_.NumberOf({p, length}));
-    } else {
-      CopyLoosely(p, end, out_);
-      // A keyword is written over the copy, in capitals, and any other word's begin once more as it
-      // is: a branch here would be a toss-up.
-      std::uint64_t bytes = 0;
-      std::memcpy(&bytes, p, sizeof bytes);
-      const std::uint64_t lower =
-          (bytes | kFoldCase) & kLowestBytes[std::min(length, sizeof bytes)];
-      const std::size_t initial = lower & kLetterMask;
-      const bool is_keyword = lower == kKeywords[initial];
-      bytes &= is_keyword ? ~kFoldCase : ~std::uint64_t{0};
-      std::memcpy(out_, &bytes, sizeof bytes);
-      out_ += length;
-      if (is_keyword & ((kSwallowing >> initial & 1) != 0)) [[unlikely]] {
-        SkipFollowing(lower == kInsert ? "into" : "from");
-      }
-    }
-    EndToken();
-  }
+  // The rules. Each writes what begins at `p` and returns up to where it has taken the text, which
+  // was taken up to `taken` before.
 
-  // Digits before letters in one word become a word of their own. Returns where the rest begins.
-  const char* TakeLeadingDigits(const char* p, const char* end) noexcept {
-    const char* const digits_end = SkipDigits(p);
-    if (digits_end == p || digits_end == end) return p;
-    BeginToken();
-    out_ = CopyLoosely(p, digits_end, out_);
-    EndToken();
-    return digits_end;
-  }
-
-  // A character that belongs to no word.
-  void TakeOther(const char* p) noexcept {
-    const ByteClass byte_class = ClassOf(*p);
-    if (byte_class >= ByteClass::kDot) {
-      TakeDotsOrAngle(p, byte_class);
-      return;
-    }
-    const bool token = byte_class >= ByteClass::kParenthesis;
-    BeginElement(p, token);
-    // A comma between two blanks is attached to what precedes it, unless the first of them is the
-    // blank behind another attached comma.
-    const unsigned attach = unsigned{byte_class == ByteClass::kComma} & unsigned{last_ <= kToken};
-    out_ -= attach;
-    out_[0] = *p;
-    out_[1] = ' ';
-    out_ += 1 + unsigned{token};
-    in_ = p + 1;
-    last_ = unsigned{token} + attach;
-  }
-
-  void TakeDotsOrAngle(const char* p, ByteClass byte_class) noexcept {
-    const bool token = byte_class == ByteClass::kAngle && IsTwoCharacterOperator(p);
-    BeginElement(p, token);
-    if (byte_class == ByteClass::kDot) {
-      TakeDots(p);
-      return;
-    }
-    *out_++ = *p++;
-    if (token) {
-      *out_++ = *p++;
-      *out_++ = ' ';
-    }
-    in_ = p;
-    last_ = token ? kToken : kOther;
-  }
-
+  // Token spacing, here and in what follows: a blank before a token, unless there is one behind the
+  // last, and a blank behind it.
   void BeginToken() noexcept {
     *out_ = ' ';
-    out_ += unsigned{last_ == kOther};
+    out_ += last_ == Last::kOther ? 1 : 0;
   }
-
   void EndToken() noexcept {
     *out_++ = ' ';
-    last_ = kToken;
+    last_ = Last::kToken;
   }
 
-  // What goes between the element before and the one at `p`: a blank before a token; otherwise the
-  // spaces that stand there, as one blank if there are several. Behind a token there is a blank
-  // already.
-  void BeginElement(const char* p, bool token) noexcept {
-    const std::ptrdiff_t spaces = p - in_;
-    *out_ = (token | (spaces != 1)) ? ' ' : *in_;
-    out_ += unsigned{last_ == kOther} & (unsigned{token} | unsigned{spaces != 0});
+  // A token of one or two signs.
+  const char* Token(const char* p, std::size_t length) noexcept {
+    BeginToken();
+    out_[0] = p[0];
+    out_[1] = p[1];
+    out_ += length;
+    EndToken();
+    return p + length;
   }
 
-  // One or two dots between two blanks are joined to both sides.
-  void TakeDots(const char* p) noexcept {
+  // INSERT keyword, DELETE keyword, SELECT keyword, FROM keyword, UPDATE keyword, WHERE keyword,
+  // VALUES keyword.
+  const char* OrdinaryWord(const char* p, const char* end) noexcept {
+    BeginToken();
+    CopyLoosely(p, end, out_);
+    const auto length = static_cast<std::size_t>(end - p);
+    const WordStart start = StartOfWord(p, length);
+    // Over the copy: whether it is a keyword is a toss-up, which no branch should hang on.
+    std::memcpy(out_, &start.bytes, sizeof start.bytes);
+    out_ += length;
+    EndToken();
+    return start.swallows ? SkipSwallowed(p, end) : end;
+  }
+
+  // INSERT keyword, DELETE keyword: INTO and FROM go if they follow.
+  static const char* SkipSwallowed(const char* keyword, const char* end) noexcept {
+    const char* const next = SkipSpaces(end);
+    const bool follows = (*keyword | 0x20) == 'i' ? StandsAt(next, "into") : StandsAt(next, "from");
+    return follows && !IsWord(next[4]) ? next + 4 : end;
+  }
+
+  // Alias numbering.
+  const char* Alias(const char* p, const char* end) {
+    const std::uint32_t number = aliases_.NumberOf({p, static_cast<std::size_t>(end - p)});
+    MakeRoom(end);
+    BeginToken();
+    std::memcpy(out_, kAliasStem.data(), kAliasStem.size());
+    out_ += kAliasStem.size();
+    if (number < 10) {
+      *out_++ = static_cast<char>('0' + number);
+    } else {
+      constexpr int kMostDigits = std::numeric_limits<std::uint32_t>::digits10 + 1;
+      out_ = std::to_chars(out_, out_ + kMostDigits, number).ptr;
+    }
+    EndToken();
+    return end;
+  }
+
+  // Alone of all elements an alias may grow to more than twice its length and a blank: room for it,
+  // and for all that stands behind `end`.
+  void MakeRoom(const char* end) {
+    const auto used = static_cast<std::size_t>(out_ - begin_);
+    const std::size_t needed = used + 2 * static_cast<std::size_t>(text_end_ - end) + kRoomForWord;
+    if (needed <= output_.Capacity()) return;
+    output_.Reserve(needed + needed / 2, used);
+    begin_ = output_.Data();
+    out_ = begin_ + used;
+  }
+
+  // Comma attaching: a comma between two blanks follows what precedes it directly, unless the first
+  // of them is the blank behind another attached comma.
+  const char* Comma(const char* p) noexcept {
+    const bool attach = last_ == Last::kOther || last_ == Last::kToken;
+    if (last_ == Last::kToken) --out_;
+    *out_++ = ',';
+    EndToken();
+    if (attach) last_ = Last::kAttachedComma;
+    return p + 1;
+  }
+
+  // Dot joining: one or two dots between two blanks are joined to both sides.
+  const char* Dots(const char* p, const char* taken) noexcept {
+    Spaces(p, taken);
     const char* after = p + 1;
     while (*after == '.') ++after;
     const std::ptrdiff_t count = after - p;
     const bool join = count <= 2 && out_ != begin_ && out_[-1] == ' ' && IsBlankAfter(after);
     if (join) {
       --out_;
-      if (last_ == kAttachedComma) {
+      if (last_ == Last::kAttachedComma) {
         // The blank was the comma's before it was the dot's: the comma is not attached after all.
         out_[-1] = ' ';
         *out_++ = ',';
       }
     }
     for (std::ptrdiff_t i = 0; i < count; ++i) *out_++ = '.';
-    in_ = join ? SkipSpaces(after) : after;
-    last_ = join ? kJoined : kOther;
+    last_ = join ? Last::kJoinedDots : Last::kOther;
+    return join ? SkipSpaces(after) : after;
   }
 
-  // A word of four letters that goes if it follows.
-  void SkipFollowing(const char (&lower)[5]) noexcept {
-    const char* const next = SkipSpaces(in_);
-    if (StandsAt(next, lower) && !IsWord(next[4])) in_ = next + 4;
+  // Of < > ! only what makes two characters is a token.
+  const char* Operator(const char* p, const char* taken) noexcept {
+    return IsTwoCharacterOperator(p) ? Token(p, 2) : Other(p, taken);
   }
 
-  void WriteAlias(std::uint32_t number) {
-    const std::size_t used = static_cast<std::size_t>(out_ - begin_);
-    const std::size_t needed = used + 2 * static_cast<std::size_t>(end_ - in_) + kRoomForWord;
-    if (needed > output_.Capacity()) {
-      output_.Reserve(needed + needed / 2, used);
-      begin_ = output_.Data();
-      out_ = begin_ + used;
-    }
-    std::memcpy(out_, kAliasStem.data(), kAliasStem.size());
-    out_ += kAliasStem.size();
-    if (number < 10) {
-      *out_++ = static_cast<char>('0' + number);
-      return;
-    }
-    out_ = std::to_chars(out_, out_ + std::numeric_limits<std::uint32_t>::digits10 + 1, number).ptr;
+  const char* Other(const char* p, const char* taken) noexcept {
+    Spaces(p, taken);
+    *out_++ = *p;
+    last_ = Last::kOther;
+    return p + 1;
   }
 
-  const char* in_;  // the end of what has been taken
-  const char* const end_;
+  // Whitespace collapse: the spaces before a sign at `p` that is no token, as one blank if there
+  // are several. Behind a token there is a blank already.
+  void Spaces(const char* p, const char* taken) noexcept {
+    if (last_ != Last::kOther || p == taken) return;
+    *out_++ = p - taken == 1 ? *taken : ' ';
+  }
+
+  const char* const text_end_;
   OutputBuffer& output_;
   AliasTable& aliases_;
   char* begin_;
   char* out_;
-  unsigned last_ = kOther;
+  Last last_ = Last::kOther;
 };
 
-const char* FindFirstAlias(const char* p, const char* end) noexcept {
-  return FindByBlock(p, end, [](const char* q) noexcept -> ByteBlock {
-    return (LoadBlock(q) == '_') & (LoadBlock(q + 3) == '_') & (LoadBlock(q + 4) == 't') &
-           (LoadBlock(q + 5) == '1') & (LoadBlock(q + 1) == '_') & (LoadBlock(q + 2) == '_');
-  });
+ByteBlock MarkFirstAliases(const char* q) noexcept {
+  return (LoadBlock(q) == '_') & (LoadBlock(q + 3) == '_') & (LoadBlock(q + 4) == 't') &
+         (LoadBlock(q + 5) == '1') & (LoadBlock(q + 1) == '_') & (LoadBlock(q + 2) == '_');
 }
 
-// Takes the one alias of a text out of qualified names and "AS" declarations, in place, and returns
-// the text's new end. In such a text no two spaces follow each other.
+// Single-alias stripping: takes the one alias of a padded text out of qualified names and "AS"
+// declarations, in place, and returns the text's new end. In such a text no two spaces follow each
+// other.
 char* StripSingleAlias(char* begin, char* end) noexcept {
-  const char* pending = begin;  // the text from here on has been neither kept nor dropped
   char* out = begin;
-  const char* rest = begin;
-  for (;;) {
-    const char* const name = FindFirstAlias(rest, end);
-    if (name == end) break;
+  const char* kept = begin;  // the text from here on has been neither kept nor dropped
+  const auto keep_up_to = [&](const char* p) {
+    const auto count = static_cast<std::size_t>(p - kept);
+    std::memmove(out, kept, count);
+    out += count;
+  };
+  VisitMarks(begin, end, MarkFirstAliases, [&](const char* name) {
     const char* after = name + kFirstAlias.size();
-    rest = after;
-    if (name - pending < 1 || !IsSpace(name[-1]) || IsWord(*after)) continue;
+    if (name == kept || !IsSpace(name[-1]) || IsWord(*after)) return after;
     const char* start = name - 1;
     after = SkipSpaces(after);
-    if (name - pending >= 4 && IsSpace(name[-4]) && StandsAt(name - 3, "as")) {
+    if (name - kept >= 4 && IsSpace(name[-4]) && StandsAt(name - 3, "as")) {
       start = name - 4;
     } else if (*after == '.') {
       after = SkipSpaces(after + 1);
     } else {
-      continue;
+      return after;
     }
-    std::memmove(out, pending, static_cast<std::size_t>(start - pending));
-    out += start - pending;
+    keep_up_to(start);
     *out++ = ' ';
-    pending = rest = after;
-  }
-  std::memmove(out, pending, static_cast<std::size_t>(end - pending));
-  return out + (end - pending);
+    kept = after;
+    return after;
+  });
+  keep_up_to(end);
+  return out;
 }
 
 }  // namespace
 
-std::string_view WriteTokens(const char* text, std::size_t length, OutputBuffer& output) {
+std::string_view WriteTokens(Text text, OutputBuffer& output) {
   AliasTable aliases;
-  char* end = TokenScanner(text, length, output, aliases).Run();
-  char* begin = output.Data();
+  TokenWriter writer(text, output, aliases);
+  VisitElements(text.data, text.length, writer);
+  const char* begin = writer.Begin();
+  const char* end = writer.End();
   if (aliases.Count() == 1) {
-    std::memset(end, 0, kSearchPadding);
-    end = StripSingleAlias(begin, end);
+    std::memset(writer.End(), 0, kPadding);
+    end = StripSingleAlias(writer.Begin(), writer.End());
   }
   while (begin != end && IsSpace(*begin)) ++begin;
   while (begin != end && IsSpace(end[-1])) --end;

@@ -2,20 +2,27 @@
 
 #include <cxxabi.h>
 #include <dlfcn.h>
-#include <elf.h>
+#include <fcntl.h>
 #include <link.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
-#include <algorithm>
-#include <array>
+#include <cerrno>
+#include <csignal>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
+#include <filesystem>
 #include <limits>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <typeinfo>
+#include <vector>
 
 #include "tarn_host/elf_library.h"
 #include "tarn_host/errors.h"
@@ -34,11 +41,6 @@ constexpr const char* kSampleStatement =
     "select t3.a, 1.50 from tab t3 where (t3.id = 0x1F and t3.b >= 2.5E3)";
 constexpr std::string_view kSampleCanonical =
     "SELECT a, 1.5 FROM tab ____t1 WHERE id = 31 and b >= 2500";
-
-struct CloseLibrary {
-  void operator()(void* handle) const noexcept { dlclose(handle); }
-};
-using LibraryHandle = std::unique_ptr<void, CloseLibrary>;
 
 // Prints one line a fact.
 class FactSheet {
@@ -68,55 +70,59 @@ class FactSheet {
 };
 
 // The first few names, and how many more there are.
-class NameList {
- public:
-  void Add(std::string_view name) {
-    ++count_;
-    if (count_ > kShown) return;
-    if (!text_.empty()) text_ += ", ";
-    text_ += name;
-  }
-
-  std::size_t Count() const noexcept { return count_; }
-
-  std::string Text() const {
-    if (count_ == 0) return "none";
-    return count_ <= kShown ? text_ : text_ + " and " + std::to_string(count_ - kShown) + " more";
-  }
-
- private:
-  static constexpr std::size_t kShown = 5;
-
-  std::size_t count_ = 0;
-  std::string text_;
-};
+std::string Listed(const SymbolNames& names) {
+  if (names.count == 0) return "none";
+  std::string text;
+  for (const std::string& name : names.first) text += (text.empty() ? "" : ", ") + name;
+  const std::size_t more = names.count - names.first.size();
+  return more == 0 ? text : text + " and " + std::to_string(more) + " more";
+}
 
 void CheckFile(const ElfLibrary& library, FactSheet& facts) {
-  NameList exported;
-  NameList unique;
-  for (const ElfLibrary::Symbol& symbol : library.exported) {
-    exported.Add(symbol.name);
-    if (symbol.binding == STB_GNU_UNIQUE) unique.Add(symbol.name);
-  }
-  facts.Add(exported.Count() == 1 && library.exported.front().name == kEntryFunction,
-            "exports the entry function alone", exported.Text());
-  facts.Add(unique.Count() == 0, "has no unique symbols", unique.Text());
+  facts.Add(library.exported.count == 1 && library.exported.first.front() == kEntryFunction,
+            "exports the entry function alone", Listed(library.exported));
+  facts.Add(library.unique.count == 0, "has no unique symbols", Listed(library.unique));
   facts.Add(!library.no_delete, "allows unloading", library.no_delete ? "DF_1_NODELETE" : "yes");
   facts.Add(library.soname == kPluginFile, "soname", library.soname.value_or("none"));
 }
 
-// `loaded` tells that the library, and so all that it needs, is in the process.
-void CheckNeeded(const ElfLibrary& library, bool loaded, FactSheet& facts) {
+// The loaded library that `name` stands for, where the process has one.
+LibraryHandle LoadedLibrary(const std::string& name) {
+  return LibraryHandle(dlopen(name.c_str(), RTLD_LAZY | RTLD_NOLOAD));
+}
+
+// What the loaded library at `path` needs, found as the dynamic loader did.
+void CheckNeeded(const ElfLibrary& library, FactSheet& facts) {
   for (const std::string& name : library.needed) {
-    const LibraryHandle handle(dlopen(name.c_str(), RTLD_LAZY | (loaded ? RTLD_NOLOAD : 0)));
-    std::string where = "not found";
+    const LibraryHandle handle = LoadedLibrary(name);
     link_map* map = nullptr;
-    if (!handle) {
-      if (const char* reason = dlerror()) where = reason;
-    } else if (dlinfo(handle.get(), RTLD_DI_LINKMAP, &map) == 0) {
-      where = map->l_name;
+    const bool found = handle && dlinfo(handle.get(), RTLD_DI_LINKMAP, &map) == 0;
+    facts.Add(found, "finds " + name, found ? map->l_name : "not found");
+  }
+}
+
+// What the library at `path`, which can't be loaded, needs: each looked for where the dynamic
+// loader would, so that all that is missing shows at once.
+void CheckNeededOfUnloadable(const std::string& path, const ElfLibrary& library, FactSheet& facts) {
+  std::vector<std::filesystem::path> folders;
+  std::istringstream search_path(library.search_path);
+  for (std::string folder; std::getline(search_path, folder, ':');) {
+    for (const std::string_view origin : {"$ORIGIN", "${ORIGIN}"}) {
+      if (!folder.starts_with(origin)) continue;
+      folder.replace(0, origin.size(), std::filesystem::path(path).parent_path().string());
     }
-    facts.Add(handle != nullptr, "finds " + name, where);
+    folders.emplace_back(folder);
+  }
+  for (const std::string& name : library.needed) {
+    std::string where;
+    for (const auto& folder : folders) {
+      std::error_code error;
+      if (where.empty() && std::filesystem::is_regular_file(folder / name, error)) {
+        where = (folder / name).string();
+      }
+    }
+    if (where.empty() && LibraryHandle(dlopen(name.c_str(), RTLD_LAZY))) where = "yes";
+    facts.Add(!where.empty(), "finds " + name, where.empty() ? "not found" : where);
   }
 }
 
@@ -195,33 +201,72 @@ void CheckOperations(impl_dao::CProductInterface& product, FactSheet& facts) {
 void CheckLoaded(const std::string& path, const ElfLibrary& library, FactSheet& facts) {
   const Plugin plugin(path);
   facts.Add(true, "loads", path);
-  CheckNeeded(library, true, facts);
+  CheckNeeded(library, facts);
 
-  void* const symbol = dlsym(plugin.Handle(), kEntryFunction);
-  const bool same = reinterpret_cast<EntryFunction*>(symbol)() == &plugin.Product();
+  const bool same = plugin.Entry()() == &plugin.Product();
   facts.Add(same, "entry function",
             same ? "one pointer on two calls" : "two pointers on two calls");
-  if (!CheckDispatchTable(plugin.Product(), LibraryRange(symbol), facts)) return;
+  const LibraryRange range(reinterpret_cast<const void*>(&plugin.Entry()));
+  if (!CheckDispatchTable(plugin.Product(), range, facts)) return;
   CheckTypeName(plugin.Product(), facts);
   CheckOperations(plugin.Product(), facts);
 }
 
-int Check(const std::string& library) {
-  const std::string path = ChosenPlugin(library);
-  const ElfLibrary elf = ReadElfLibrary(path);
-  Output output;
-  FactSheet facts(output);
-  CheckFile(elf, facts);
+void CheckInThisProcess(const std::string& path, const ElfLibrary& library, FactSheet& facts) {
   try {
-    CheckLoaded(path, elf, facts);
-    const LibraryHandle still_there(dlopen(path.c_str(), RTLD_LAZY | RTLD_NOLOAD));
+    CheckLoaded(path, library, facts);
+    const bool still_there = IsLoaded(path);
     facts.Add(!still_there, "unloads", still_there ? "still in the process" : "yes");
   } catch (const PluginError& error) {
     facts.Add(false, "loads", error.what());
-    CheckNeeded(elf, false, facts);
+    CheckNeededOfUnloadable(path, library, facts);
   }
-  output.Flush();
-  return facts.AllHold() ? kExitSuccess : kExitFailed;
+}
+
+std::string HowItEnded(int status) {
+  if (WIFEXITED(status)) return "it ended with exit code " + std::to_string(WEXITSTATUS(status));
+  return std::string("it died: ") + strsignal(WTERMSIG(status));
+}
+
+// Goes on with `facts` in a child process, since a library may well end the process that loads it.
+// Nothing may be buffered in `facts`. Returns the exit code.
+int CheckInAChild(const std::string& path, const ElfLibrary& library, FactSheet& facts) {
+  // The child's verdict is a byte here, not its exit code, which the library could choose.
+  int verdict[2];
+  // Inherited as ignored, it would take the child's status away.
+  std::signal(SIGCHLD, SIG_DFL);
+  if (pipe2(verdict, O_CLOEXEC | O_NONBLOCK) != 0) throw ToolError(SystemReason("check", errno));
+  const pid_t child = fork();
+  if (child < 0) throw ToolError(SystemReason("check", errno));
+  if (child == 0) {
+    unsigned char exit_code = kExitTrouble;
+    try {
+      CheckInThisProcess(path, library, facts);
+      exit_code = facts.AllHold() ? kExitSuccess : kExitFailed;
+    } catch (const std::exception& error) {
+      ReportError(error.what());
+    }
+    _exit(write(verdict[1], &exit_code, 1) == 1 ? exit_code : kExitTrouble);
+  }
+  int status = 0;
+  while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
+  }
+  unsigned char exit_code = 0;
+  const bool has_verdict = read(verdict[0], &exit_code, 1) == 1;
+  close(verdict[0]);
+  close(verdict[1]);
+  if (has_verdict) return exit_code;
+  facts.Add(false, "leaves its process running", HowItEnded(status));
+  return kExitFailed;
+}
+
+int Check(const std::string& name) {
+  const std::string path = ChosenPlugin(name);
+  const ElfLibrary library = ReadElfLibrary(path);
+  Output output;
+  FactSheet facts(output);
+  CheckFile(library, facts);
+  return CheckInAChild(path, library, facts);
 }
 
 }  // namespace
@@ -231,6 +276,7 @@ void AddCheckCommand(CLI::App& app, int& exit_code) {
   CLI::App* command =
       app.add_subcommand("check", "Tell whether a library is fit to be loaded into a host");
   command->add_option("LIBRARY", *library, "The library's file; by default the one beside the tool")
+      ->check(NotEmpty())
       ->type_name("");
   command->footer(
       "Prints one line a fact, \"pass\" or \"FAIL\"; the exit code is 1 when any fails. The "

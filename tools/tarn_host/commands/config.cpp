@@ -1,22 +1,33 @@
 #include "tarn_host/commands.h"
 
-#include <string.h>
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstddef>
+#include <cstdlib>
 #include <exception>
+#include <istream>
 #include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <sstream>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
-#include "platform/c_value.h"
+#include "tarn_host/elf_library.h"
 #include "tarn_host/errors.h"
 #include "tarn_host/exit_code.h"
 #include "tarn_host/output.h"
+#include "tarn_host/platform_module.h"
 #include "tarn_host/plugin.h"
 #include "tarn_host/plugin_option.h"
+#include "tarn_host/secret_string.h"
 
 namespace tarn::host {
 namespace {
@@ -31,28 +42,152 @@ struct ConfigOptions {
   bool json = false;
 };
 
-struct Password {
-  std::string text;
-
-  Password() = default;
-  Password(const Password&) = delete;
-  Password& operator=(const Password&) = delete;
-  ~Password() { explicit_bzero(text.data(), text.size()); }
-};
-
 struct Answers {
   std::string type;
   std::string user;
   std::string address;
-  std::map<std::string, refl::CValue> properties;
+  std::map<std::string, std::string> properties;
 };
+
+// The platform module, running on the same platform as the plug-in.
+class SharedPlatform {
+ public:
+  // Throws ToolError when the plug-in runs on a platform other than the tool's, whose values would
+  // be misread.
+  SharedPlatform(const Plugin& plugin, const std::string& plugin_path) {
+    const std::string path = FileOfTheTool(kPlatformModuleFile);
+    handle_.reset(dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL));
+    const void* const symbol =
+        handle_ ? dlsym(handle_.get(), kPlatformModuleSymbol) : static_cast<void*>(nullptr);
+    if (symbol == nullptr) throw ToolError("cannot load the tool's module: " + Reason());
+    module_ = static_cast<const PlatformModule*>(symbol);
+
+    Dl_info ours;
+    if (dladdr(module_->platform_function, &ours) == 0) throw ToolError(path + ": no platform");
+    const void* const theirs = dlsym(plugin.Handle(), ours.dli_sname);
+    if (theirs == module_->platform_function) return;
+    throw ToolError("config: " + plugin_path + " is built on " + PlatformOf(theirs, plugin_path) +
+                    ", and this tool on " + ours.dli_fname + ": the two can't exchange values");
+  }
+
+  void ReadProperties(impl_dao::CProductInterface& product,
+                      std::map<std::string, std::string>& texts) const {
+    module_->read_properties(product, texts);
+  }
+
+ private:
+  static std::string Reason() {
+    const char* const reason = dlerror();
+    return reason == nullptr ? "unknown reason" : reason;
+  }
+
+  // The library that holds the plug-in's `function`, or what to look for it among.
+  static std::string PlatformOf(const void* function, const std::string& plugin_path) {
+    Dl_info theirs;
+    if (function != nullptr && dladdr(function, &theirs) != 0) return theirs.dli_fname;
+    std::string names;
+    for (const std::string& name : ReadElfLibrary(plugin_path).needed) {
+      names += (names.empty() ? "" : " or ") + name;
+    }
+    return names.empty() ? "no library" : names;
+  }
+
+  LibraryHandle handle_;
+  const PlatformModule* module_ = nullptr;
+};
+
+// The product log of some calls, kept from standard error, where the stand-in platform writes it:
+//
+//   LEVEL CODE FILE:LINE FUNCTION: MESSAGE
+//
+// A person who sees the answers needs no record, and one who sees none needs the first cause.
+class KeptLog {
+ public:
+  // Keeps warnings and errors even where TARN_LOG_LEVEL asks for less. Throws ToolError.
+  KeptLog()
+      : records_(memfd_create("product log", MFD_CLOEXEC)),
+        standard_error_(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0)) {
+    if (const char* level = std::getenv(kLevelVariable)) asked_ = level;
+    if (asked_.empty() || asked_ == "off" || asked_ == "error") {
+      setenv(kLevelVariable, "warn", 1);
+    }
+    if (records_ < 0 || standard_error_ < 0 || dup2(records_, STDERR_FILENO) < 0) {
+      const int error = errno;
+      Close();
+      throw ToolError(SystemReason("product log", error));
+    }
+  }
+  KeptLog(const KeptLog&) = delete;
+  KeptLog& operator=(const KeptLog&) = delete;
+  ~KeptLog() {
+    dup2(standard_error_, STDERR_FILENO);
+    Close();
+  }
+
+  // Passes on to standard error what TARN_LOG_LEVEL asked for. Returns the message of the first
+  // record in which the platform, not the plug-in, warns of something. A password is tried with two
+  // algorithms: where it has been `deciphered`, the cipher's warning is of the one that failed.
+  std::string FirstCause(bool deciphered) const {
+    constexpr std::string_view kPluginSource = "getproductinterface.cpp:";
+    constexpr std::string_view kLogSource = "log_process.cpp:";
+    constexpr std::string_view kCipherSource = "quill_aes_cipher.cpp:";
+    std::string cause;
+    std::istringstream records(Records());
+    for (std::string record; std::getline(records, record);) {
+      std::istringstream fields(record);
+      std::string level;
+      std::string code;
+      std::string source;
+      std::string function;
+      std::string message;
+      fields >> level >> code >> source >> function >> std::ws;
+      std::getline(fields, message);
+      const bool of_no_account = source.starts_with(kPluginSource) ||
+                                 source.starts_with(kLogSource) ||
+                                 (deciphered && source.starts_with(kCipherSource));
+      if (level != "DEBUG" && !of_no_account && cause.empty()) cause = message;
+      if (asked_.empty() || asked_ == "off" || (asked_ == "error" && level != "ERROR")) continue;
+      Output log(standard_error_, "standard error");
+      log.Write(record + '\n');
+    }
+    return cause;
+  }
+
+ private:
+  static constexpr const char* kLevelVariable = "TARN_LOG_LEVEL";
+
+  std::string Records() const {
+    const off_t size = lseek(records_, 0, SEEK_END);
+    std::string records(static_cast<std::size_t>(std::max<off_t>(size, 0)), '\0');
+    const ssize_t got = pread(records_, records.data(), records.size(), 0);
+    records.resize(static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
+    return records;
+  }
+
+  void Close() const noexcept {
+    close(records_);
+    close(standard_error_);
+  }
+
+  int records_;
+  int standard_error_;
+  std::string asked_;
+};
+
+// Why the plug-in can't read the application configuration that the environment names; empty if it
+// can, or if none is named.
+std::string AppConfTrouble() {
+  const char* const path = std::getenv("APP_CONF_FILE");
+  if (path == nullptr || access(path, R_OK) == 0) return {};
+  return SystemReason(std::string("APP_CONF_FILE: ") + path, errno);
+}
 
 void PrintTable(const Answers& answers, const std::string& password, Output& output) {
   std::vector<std::pair<std::string, std::string>> rows{{"type", answers.type},
                                                         {"user", answers.user},
                                                         {"password", password},
                                                         {"address", answers.address}};
-  for (const auto& [name, value] : answers.properties) rows.emplace_back(name, value.ToString());
+  for (const auto& [name, value] : answers.properties) rows.emplace_back(name, value);
 
   constexpr std::size_t kGap = 2;
   std::size_t width = 0;
@@ -64,42 +199,57 @@ void PrintTable(const Answers& answers, const std::string& password, Output& out
   }
 }
 
-void PrintJson(const std::string& database, const Answers& answers, const std::string& password,
+void PrintJson(const std::string& database, const Answers& answers, const std::string* password,
                Output& output) {
   // Keeps the order in which they were asked for.
-  nlohmann::ordered_json document{
-      {"database", database},       {"type", answers.type},
-      {"user", answers.user},       {"password", password},
-      {"address", answers.address}, {"properties", nlohmann::ordered_json::object()}};
-  for (const auto& [name, value] : answers.properties) {
-    document["properties"][name] = value.ToString();
-  }
+  nlohmann::ordered_json document{{"database", database},
+                                  {"type", answers.type},
+                                  {"user", answers.user},
+                                  {"password", nullptr},
+                                  {"password_masked", password == nullptr},
+                                  {"address", answers.address},
+                                  {"properties", nlohmann::ordered_json::object()}};
+  if (password != nullptr) document["password"] = *password;
+  for (const auto& [name, value] : answers.properties) document["properties"][name] = value;
   constexpr int kIndent = 2;
   // A configuration may hold bytes that are not UTF-8; JSON can't, so they become U+FFFD.
   output.Write(document.dump(kIndent, ' ', false, nlohmann::json::error_handler_t::replace) + '\n');
 }
 
 int Config(const ConfigOptions& options) {
-  const Plugin plugin(ChosenPlugin(options.plugin));
+  const std::string path = ChosenPlugin(options.plugin);
+  const Plugin plugin(path);
+  const SharedPlatform platform(plugin, path);
   impl_dao::CProductInterface& product = plugin.Product();
   Answers answers;
-  Password password;
-  try {
-    product.GetDBType(answers.type, options.database);
-    product.GetDBUserAndPassword(answers.user, password.text, options.database);
-    product.GetDBConnectAddress(answers.address, options.database);
-    product.GetDBConnectProperties(answers.properties);
-  } catch (const std::exception& error) {
-    ReportError("config: " + options.database + ": " + error.what());
+  SecretString password;
+  std::string cause;
+  {
+    const KeptLog log;
+    std::string thrown;
+    try {
+      product.GetDBType(answers.type, options.database);
+      product.GetDBUserAndPassword(answers.user, password.Text(), options.database);
+      product.GetDBConnectAddress(answers.address, options.database);
+      platform.ReadProperties(product, answers.properties);
+    } catch (const std::exception& error) {
+      thrown = error.what();
+    }
+    cause = log.FirstCause(!password.Text().empty());
+    if (cause.empty()) cause = thrown;
+  }
+  if (cause.empty()) cause = AppConfTrouble();
+  if (!cause.empty()) {
+    ReportError("config: " + options.database + ": " + cause);
     return kExitFailed;
   }
-  // An empty password shows as such: it is what a failed deciphering leaves.
-  const std::string shown = options.show_password || password.text.empty() ? password.text : kMask;
+  // An empty password shows as such: no secret, but perhaps what a failed deciphering has left.
+  const bool masked = !options.show_password && !password.Text().empty();
   Output output;
   if (options.json) {
-    PrintJson(options.database, answers, shown, output);
+    PrintJson(options.database, answers, masked ? nullptr : &password.Text(), output);
   } else {
-    PrintTable(answers, shown, output);
+    PrintTable(answers, masked ? kMask : password.Text(), output);
   }
   output.Flush();
   return kExitSuccess;
@@ -112,20 +262,23 @@ void AddConfigCommand(CLI::App& app, int& exit_code) {
   CLI::App* command = app.add_subcommand("config", "Print what the plug-in answers for a database");
   command->add_option("DBNAME", options->database, "Name of the database in the configuration")
       ->required()
+      ->check(NotEmpty())
       ->type_name("");
   command->add_flag("--show-password", options->show_password,
                     "Print the deciphered password instead of a mask");
   command->add_flag("--json", options->json, "Print a JSON object instead of a table");
   AddPluginOption(*command, options->plugin);
   command->footer(
-      "Prints the engine type, the login account, the address and the connection properties. What\n"
-      "is not configured is empty; the product log, on standard error, says why.\n\n"
+      "Prints the engine type, the login account, the address and the connection properties, or "
+      "the\n"
+      "first reason why they can't be had. Without --show-password the password is ********, in\n"
+      "JSON null with \"password_masked\": true.\n\n"
       "The stand-in platform reads:\n"
       "  TARN_SYS_CONF     JSON file of the databases\n"
       "  TARN_KEY_FILE     key file of the stored passwords\n"
       "  TARN_PROC_ID, TARN_PROC_HANDLE\n"
       "                    identity and number of the process\n"
-      "  TARN_LOG_LEVEL    off, error, warn (the default) or debug\n"
+      "  TARN_LOG_LEVEL    off (here the default), error, warn or debug\n"
       "The plug-in itself reads:\n"
       "  APP_CONF_FILE     application configuration, for the SSL mode\n\n"
       "Examples:\n"

@@ -8,20 +8,21 @@
 #include <cstddef>
 #include <map>
 #include <memory>
-#include <optional>
 #include <string>
+#include <string_view>
 
 #include "standin/password_cipher.h"
 #include "tarn_host/errors.h"
 #include "tarn_host/exit_code.h"
 #include "tarn_host/output.h"
+#include "tarn_host/plugin_option.h"
+#include "tarn_host/secret_string.h"
 
 namespace tarn::host {
 namespace {
 
 using standin::CipherAlgorithm;
 using standin::CipherKey;
-using standin::SecretBytes;
 
 struct EncryptOptions {
   std::string algorithm = "aes-256-gcm";
@@ -37,54 +38,60 @@ const std::map<std::string, CipherAlgorithm>& Algorithms() {
   return kAlgorithms;
 }
 
-// The first line of standard input without its newline. Throws ToolError.
-SecretBytes ReadLine() {
-  // With room for a byte too many, so that a long password is refused rather than cut.
-  SecretBytes line(standin::kMaxPasswordBytes + 1);
+// With room for a byte too many, so that a long password is refused rather than cut.
+constexpr std::size_t kRoom = standin::kMaxPasswordBytes + 1;
+
+// Leaves the first line of standard input in `password`, without its end: a newline, after a
+// carriage return or not. Throws ToolError.
+void ReadLine(std::string& password) {
+  // The carriage return belongs to no password and must not make one too long.
+  password.resize(kRoom + 1);
   std::size_t filled = 0;
-  while (filled < line.size()) {
-    const ssize_t got = read(STDIN_FILENO, line.data() + filled, line.size() - filled);
+  std::size_t end = std::string::npos;
+  while (filled < password.size() && end == std::string::npos) {
+    const ssize_t got = read(STDIN_FILENO, password.data() + filled, password.size() - filled);
     if (got == 0) break;
     if (got < 0) {
       if (errno == EINTR) continue;
       throw ToolError(SystemReason("standard input", errno));
     }
     filled += static_cast<std::size_t>(got);
-    if (std::find(line.begin(), line.end(), '\n') != line.end()) break;
+    end = std::string_view(password).substr(0, filled).find('\n');
   }
-  const auto end = line.begin() + static_cast<std::ptrdiff_t>(filled);
-  line.erase(std::find(line.begin(), end, '\n'), line.end());
-  return line;
+  if (end != std::string::npos && end > 0 && password[end - 1] == '\r') --end;
+  password.resize(std::min(end, filled));
 }
 
-// Asks twice on the terminal, without echo; nothing when interrupted. Whatever ends the question, a
+// Asks twice on the terminal, without echo; false when interrupted. Whatever ends the question, a
 // signal too, OpenSSL turns the echo on again. Throws ToolError.
-std::optional<SecretBytes> AskTerminal() {
+bool AskTerminal(std::string& password) {
   constexpr int kInterrupted = -2;
   // UI_UTIL_read_pw wants a second buffer and a NUL in either.
-  constexpr std::size_t kBufferBytes = standin::kMaxPasswordBytes + 1;
-  SecretBytes password(kBufferBytes);
-  SecretBytes again(kBufferBytes);
-  const int result = UI_UTIL_read_pw(reinterpret_cast<char*>(password.data()),
-                                     reinterpret_cast<char*>(again.data()),
-                                     static_cast<int>(kBufferBytes), "Password: ", 1);
-  if (result == kInterrupted) return std::nullopt;
+  password.resize(kRoom);
+  SecretString again(kRoom);
+  const int result = UI_UTIL_read_pw(password.data(), again.Text().data(), static_cast<int>(kRoom),
+                                     "Password: ", 1);
+  if (result == kInterrupted) return false;
   if (result != 0) throw ToolError("encrypt: no password could be read, or the two differ");
-  password.erase(std::find(password.begin(), password.end(), '\0'), password.end());
-  return password;
+  password.resize(password.find('\0'));
+  return true;
 }
 
 int Encrypt(const EncryptOptions& options) {
   // Before the question: a password typed in vain would be annoying.
   const CipherKey key = options.key_file.empty() ? CipherKey::FromEnvironment()
                                                  : CipherKey::FromFile(options.key_file);
-  const std::optional<SecretBytes> password =
-      isatty(STDIN_FILENO) == 1 ? AskTerminal() : ReadLine();
-  if (!password) return kExitInterrupted;
-  if (password->empty()) throw ToolError("encrypt: standard input holds no password");
+  // Never grows beyond this, so that no piece of the password is left behind.
+  SecretString password(kRoom + 1);
+  if (isatty(STDIN_FILENO) != 1) {
+    ReadLine(password.Text());
+  } else if (!AskTerminal(password.Text())) {
+    return kExitInterrupted;
+  }
+  if (password.Text().empty()) throw ToolError("encrypt: standard input holds no password");
+  const standin::SecretBytes bytes(password.Text().begin(), password.Text().end());
   Output output;
-  output.Write(standin::EncryptPassword(*password, Algorithms().at(options.algorithm), key) +
-               '\n');
+  output.Write(standin::EncryptPassword(bytes, Algorithms().at(options.algorithm), key) + '\n');
   output.Flush();
   return kExitSuccess;
 }
@@ -103,6 +110,7 @@ void AddEncryptCommand(CLI::App& app, int& exit_code) {
   command
       ->add_option("--key", options->key_file,
                    "Key file; the one that TARN_KEY_FILE names if not given")
+      ->check(NotEmpty())
       ->type_name("FILE");
   command->footer(
       "Reads the password from the first line of standard input, without echo and twice on a\n"

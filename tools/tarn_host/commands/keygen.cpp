@@ -5,6 +5,7 @@
 
 #include "standin/password_cipher.h"
 #include "tarn_host/exit_code.h"
+#include "tarn_host/plugin_option.h"
 
 namespace tarn::host {
 
@@ -14,6 +15,7 @@ void AddKeygenCommand(CLI::App& app, int& exit_code) {
       app.add_subcommand("keygen", "Make a key file for the stand-in's stored passwords");
   command->add_option("FILE", *file, "The file to make; one that exists is left as it is")
       ->required()
+      ->check(NotEmpty())
       ->type_name("");
   command->footer(
       "The file is readable and writable by its owner alone, as the stand-in demands. Passwords\n"

@@ -1,17 +1,22 @@
 #include "tarn_host/commands.h"
 
-#include <cstdio>
+#include <algorithm>
+#include <cstddef>
 #include <exception>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "sqlnorm/patterns/pattern_engine.h"
 #include "tarn_host/errors.h"
 #include "tarn_host/exit_code.h"
 #include "tarn_host/input/file.h"
+#include "tarn_host/normalize_call.h"
 #include "tarn_host/output.h"
+#include "tarn_host/plugin.h"
+#include "tarn_host/plugin_option.h"
 
 namespace tarn::host {
 namespace {
@@ -53,8 +58,30 @@ class ChangePrinter final : public sqlnorm::StepObserver {
   int last_step_ = 0;
 };
 
-int Trace(const std::optional<std::string>& statement) {
-  const std::string input = statement ? *statement : ReadAll(kStandardInput);
+// The statement that standard input holds. What nobody would read is refused, and so is an input
+// without an end. Throws ToolError.
+std::string ReadStatement() {
+  constexpr std::size_t kMaxBytes = std::size_t{1} << 20U;
+  Input input(kStandardInput);
+  std::string statement(kMaxBytes + 1, '\0');
+  std::size_t filled = 0;
+  while (const std::size_t got = input.Read(statement.data() + filled, statement.size() - filled)) {
+    filled += got;
+  }
+  if (filled > kMaxBytes) throw ToolError("trace: standard input holds more than 1 MiB");
+  statement.resize(filled);
+  return statement;
+}
+
+struct TraceOptions {
+  std::optional<std::string> statement;
+  std::string plugin;
+};
+
+int Trace(const TraceOptions& options) {
+  std::optional<Plugin> plugin;
+  if (!options.plugin.empty()) plugin.emplace(ChosenPlugin(options.plugin));
+  const std::string input = options.statement ? *options.statement : ReadStatement();
   Output output;
   TraceTable table(output);
   table.Row("input", input);
@@ -66,29 +93,48 @@ int Trace(const std::optional<std::string>& statement) {
     throw;
   } catch (const std::exception& error) {
     output.Flush();
-    ReportError("trace: step " + std::to_string(printer.LastStep() + 1) + ": " + error.what());
+    ReportError("trace: step " + std::to_string(printer.LastStep() + 1) + ": " +
+                DecimalBeyondDouble(input).value_or(error.what()));
     return kExitFailed;
   }
   table.Row("result", result);
+  std::string reason;
+  if (plugin) {
+    std::string canonical = input;
+    if (const auto thrown = CallNormalize(plugin->Product(), canonical)) {
+      reason = "the plug-in fails: " + *thrown;
+    } else {
+      table.Row("plug-in", canonical);
+      if (canonical != result) reason = "the plug-in's text is not the result of these steps";
+    }
+  }
   output.Flush();
-  return kExitSuccess;
+  if (reason.empty()) return kExitSuccess;
+  ReportError("trace: " + options.plugin + ": " + reason);
+  return kExitFailed;
 }
 
 }  // namespace
 
 void AddTraceCommand(CLI::App& app, int& exit_code) {
-  const auto statement = std::make_shared<std::optional<std::string>>();
+  const auto options = std::make_shared<TraceOptions>();
   CLI::App* command =
       app.add_subcommand("trace", "Print what each rewrite step makes of a statement");
-  command->add_option("STATEMENT", *statement, "The statement; standard input when absent")
+  command->add_option("STATEMENT", options->statement, "The statement; standard input when absent")
       ->type_name("");
+  command
+      ->add_option("--plugin", options->plugin,
+                   "Compare the result with what this library makes of the statement")
+      ->check(NotEmpty())
+      ->type_name("PATH");
   command->footer(
       "Prints the text after each of the 23 steps that changed it, with the step's number and\n"
-      "name. Control characters are shown as \\n, \\t and the like.\n\n"
+      "name. Control characters are shown as \\n, \\t and the like. The steps are the tool's own;\n"
+      "with --plugin the exit code is 1 when that library's text is another.\n\n"
       "Examples:\n"
       "  tarn_host trace \"select t3.a, 1.50 from tab t3 where (t3.id = 0x1F)\"\n"
       "  tarn_host trace < statement.sql");
-  command->callback([statement, &exit_code] { exit_code = Trace(*statement); });
+  command->callback([options, &exit_code] { exit_code = Trace(*options); });
 }
 
 }  // namespace tarn::host

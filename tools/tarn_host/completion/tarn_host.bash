@@ -57,10 +57,10 @@ _tarn_host() {
   case $command in
     normalize) options='--input --pairs --plugin --help' ;;
     shapes) options='--input --top --json --threads --plugin --help' ;;
-    map) options='--plugin --help' ;;
+    map | trace) options='--plugin --help' ;;
     config) options='--json --show-password --plugin --help' ;;
     encrypt) options='--algorithm --key --help' ;;
-    trace | check | keygen) options='--help' ;;
+    check | keygen) options='--help' ;;
   esac
   if [[ $word == -* ]]; then
     COMPREPLY=($(compgen -W "$options" -- "$word"))

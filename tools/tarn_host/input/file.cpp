@@ -49,16 +49,6 @@ std::size_t Input::Read(char* to, std::size_t size) {
   }
 }
 
-std::string ReadAll(const std::string& file) {
-  Input input(file);
-  std::string all;
-  std::vector<char> block(kBlockSize);
-  while (const std::size_t got = input.Read(block.data(), block.size())) {
-    all.append(block.data(), got);
-  }
-  return all;
-}
-
 // Unpacks gzip: one member or several behind one another.
 class TextInput::Unpacker {
  public:

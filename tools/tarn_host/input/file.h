@@ -51,10 +51,6 @@ class Input {
   bool stopped_ = false;
 };
 
-// Everything that `file`, or standard input for "-", holds, byte by byte as it is. Throws
-// InputError.
-std::string ReadAll(const std::string& file);
-
 // The text in a file or standard input: unpacked if it begins as gzip does, without the byte order
 // mark of UTF-8. Not thread-safe.
 class TextInput {

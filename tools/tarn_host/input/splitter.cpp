@@ -261,7 +261,7 @@ class SqlSplitter final : public Splitter {
     if (line == "/" || EqualIgnoringCase(line, "go")) Finish(line_begin_, end);
   }
 
-  // A doubled quote closes and opens again, which comes to the same.
+  // A doubled quote stands for itself.
   bool PassQuote() {
     while (position_ < text_.size()) {
       const char c = text_[position_];
@@ -269,6 +269,11 @@ class SqlSplitter final : public Splitter {
         if (position_ + 1 == text_.size()) return false;
         position_ += 2;
       } else if (c == quote_) {
+        if (position_ + 1 == text_.size() && !last_) return false;
+        if (text_.substr(position_ + 1, 1) == std::string_view(&quote_, 1)) {
+          position_ += 2;
+          continue;
+        }
         ++position_;
         state_ = State::kCode;
         return true;

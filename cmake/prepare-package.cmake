@@ -1,0 +1,50 @@
+# Run by CPack between installing and packing.
+
+# CMake makes folders under the caller's umask, whatever its defaults say; a strict one would give
+# folders that only root can enter.
+file(
+  CHMOD_RECURSE "${CPACK_TEMPORARY_INSTALL_DIRECTORY}"
+  DIRECTORY_PERMISSIONS
+  OWNER_READ
+  OWNER_WRITE
+  OWNER_EXECUTE
+  GROUP_READ
+  GROUP_EXECUTE
+  WORLD_READ
+  WORLD_EXECUTE)
+
+# A Debian changelog beside the project's own; both and the man page compressed, without a name and a
+# time in them: the same bytes from each build.
+set(shared "${CPACK_TEMPORARY_INSTALL_DIRECTORY}${CPACK_PACKAGING_INSTALL_PREFIX}/share")
+string(TIMESTAMP now "%a, %d %b %Y %H:%M:%S +0000" UTC)
+set(debian_changelog "${shared}/doc/${CPACK_PACKAGE_NAME}/changelog.Debian")
+file(
+  WRITE "${debian_changelog}"
+  "${CPACK_PACKAGE_NAME} (${CPACK_PACKAGE_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE}) unstable; urgency=medium
+
+  * ${CPACK_PACKAGE_VERSION}; changelog.gz says what is new.
+
+ -- ${CPACK_PACKAGE_CONTACT}  ${now}
+")
+file(
+  CHMOD "${debian_changelog}"
+  PERMISSIONS
+  OWNER_READ
+  OWNER_WRITE
+  GROUP_READ
+  WORLD_READ)
+file(GLOB texts "${shared}/man/man*/*.?" "${shared}/doc/${CPACK_PACKAGE_NAME}/changelog")
+execute_process(COMMAND gzip -9n ${texts} "${debian_changelog}" COMMAND_ERROR_IS_FATAL ANY)
+
+foreach(library IN LISTS CPACK_TARN_PLATFORM_LIBRARY)
+  execute_process(
+    COMMAND dpkg-query --search "${library}"
+    RESULT_VARIABLE not_owned
+    OUTPUT_QUIET ERROR_QUIET)
+  if(not_owned AND NOT CPACK_DEBIAN_PACKAGE_DEPENDS)
+    message(
+      WARNING
+        "${library} belongs to no Debian package, so this one does not depend on it; name the package that will bring it: -DCPACK_DEBIAN_PACKAGE_DEPENDS=..."
+    )
+  endif()
+endforeach()

@@ -1,0 +1,84 @@
+// Where the words and the single signs of a text begin and end, and nothing else.
+//
+// A word is a run of letters, digits and underscores, except that the digits that a word begins
+// with are a word of their own (digit-letter split). A sign is any other byte that is no white
+// space.
+//
+// VisitElements hands a text's elements to a visitor, one after the other, through
+//
+//   visitor.Word(begin, end)    a word
+//   visitor.Sign(sign, taken)   a sign, of one byte; between `taken` and it there are only spaces
+//
+// Both return up to where the visitor has taken the text: the element's end, or a later place that
+// lies in no word. Elements that begin before it are passed over. Requires: the text is padded.
+#pragma once
+
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+
+#include "sqlnorm/scanner/byte_block.h"
+#include "sqlnorm/scanner/byte_class.h"
+
+namespace tarn::sqlnorm {
+
+// Where the word that begins at `p` ends.
+inline const char* WordEnd(const char* p) noexcept {
+  return IsDigit(*p) ? SkipDigits(p) : SkipWord(p);
+}
+
+// Byte by byte: what the other one must do.
+template <typename Visitor>
+void VisitElementsPlainly(const char* text, std::size_t length, Visitor& visitor) {
+  const char* const end = text + length;
+  for (const char* taken = text;;) {
+    const char* const p = SkipSpaces(taken);
+    if (p >= end) return;
+    taken = IsWord(*p) ? visitor.Word(p, WordEnd(p)) : visitor.Sign(p, taken);
+  }
+}
+
+// Read off masks of 64 bytes, so that neither the length of a word nor that of white space costs a
+// branch that can't be predicted. One bit a byte, here drawn with the first byte on the left:
+//
+//   text             select  a1, 10x, b_2 <= c
+//   words            111111  11  111  111    1
+//   digits                    1  11     1
+//   first of words   1       1   1    1      1
+//   leading digits               11
+//   splits                         1               a word behind its leading digits
+//   begins           1       1 1 1 11 1   11 1     of words and signs
+//
+// A word that crosses the end of a block is followed byte by byte. The next block's masks don't
+// know of it, but whatever they mark in it lies before the place up to which the text has been
+// taken.
+template <typename Visitor>
+void VisitElements(const char* text, std::size_t length, Visitor& visitor) {
+  const char* const end = text + length;
+  const char* taken = text;
+  for (const char* block = text; block < end; block += BlockClasses::kBytes) {
+    const auto [words, digits, spaces] = ClassifyBlock(block);
+    const std::uint64_t first_of_words = words & ~(words << 1);
+    // One, added to the first digit of a run, carries to the place behind the last.
+    const std::uint64_t behind_leading_digits = (digits + (first_of_words & digits)) & ~digits;
+    const std::uint64_t splits = behind_leading_digits & words;
+    const std::uint64_t word_ends = ~words | splits;
+    std::uint64_t begins = BitsWithin(first_of_words | splits | ~(words | spaces), end - block);
+    for (; begins != 0; begins &= begins - 1) {
+      const int at = std::countr_zero(begins);
+      const char* const p = block + at;
+      if (p < taken) continue;
+      if ((words >> at & 1) == 0) {
+        taken = visitor.Sign(p, taken);
+        continue;
+      }
+      const std::uint64_t ends_behind = word_ends >> at >> 1;
+      const char* word_end = p + 1 + std::countr_zero(ends_behind);
+      if (ends_behind == 0) [[unlikely]]
+        word_end = WordEnd(p);
+      taken = visitor.Word(p, word_end);
+    }
+  }
+}
+
+}  // namespace tarn::sqlnorm

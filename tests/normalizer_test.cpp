@@ -1,0 +1,342 @@
+// The normalizer: its tables of texts, the scanner against the patterns (the definition) on tables,
+// on every sequence of tokens up to some length, on random statements and on hostile ones, and how
+// its work grows.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <time.h>
+
+#include <algorithm>
+#include <boost/lexical_cast/bad_lexical_cast.hpp>
+#include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <limits>
+#include <new>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "sqlnorm/normalize_sql.h"
+#include "sqlnorm/patterns/pattern_engine.h"
+#include "sqlnorm/scanner/scanner_engine.h"
+#include "support/allocations.h"
+#include "support/case_file.h"
+#include "support/compare_engines.h"
+#include "support/growth_families.h"
+#include "support/random_statements.h"
+#include "tarn_host/plugin.h"
+
+namespace tarn::test {
+namespace {
+
+using namespace std::string_view_literals;
+using sqlnorm::NormalizeByPatterns;
+using sqlnorm::NormalizeByScanner;
+
+// Counts what was compared, and reports each difference in a line of its own.
+class Tally {
+ public:
+  void Compare(const std::string& sql) {
+    ++compared_;
+    const Comparison comparison = CompareEngines(sql);
+    if (comparison.outcome == Outcome::kPatternsGaveUp) ++gave_up_;
+    if (comparison.outcome == Outcome::kDifferent && ++different_ <= kMostReported) {
+      ADD_FAILURE() << comparison.line;
+    }
+  }
+
+  // Says how much the comparison is worth.
+  void Report() const {
+    std::cout << compared_ << " statements, " << different_ << " different, " << gave_up_
+              << " on which the patterns gave up\n";
+    EXPECT_EQ(different_, 0);
+  }
+
+ private:
+  static constexpr int kMostReported = 20;
+  long compared_ = 0;
+  long different_ = 0;
+  long gave_up_ = 0;
+};
+
+class CanonicalText : public testing::TestWithParam<CaseRow> {};
+
+TEST_P(CanonicalText, IsTheSameByBothEngines) {
+  EXPECT_EQ(NormalizeByPatterns(GetParam().texts.at(0)), GetParam().texts.at(1));
+  EXPECT_EQ(NormalizeByScanner(GetParam().texts[0]), GetParam().texts[1]);
+}
+
+INSTANTIATE_TEST_SUITE_P(Cases, CanonicalText, testing::ValuesIn(ReadCases("canonical_text.txt")),
+                         CaseName);
+
+TEST(Steps, RewriteAsTheirTableSays) {
+  Tally tally;
+  for (const CaseRow& row : ReadCases("pattern_steps.txt")) {
+    // "ID FIRST LAST".
+    std::istringstream heading(row.section);
+    std::string id;
+    int first = 0;
+    int last = 0;
+    ASSERT_TRUE(heading >> id >> first >> last);
+    EXPECT_EQ(sqlnorm::RunSteps(row.texts.at(0), first, last), row.texts.back())
+        << row.section << ": " << row.texts[0];
+    // And as a statement of its own, beside others that are rewritten.
+    for (const std::string& text : row.texts) {
+      for (const char* frame : {"", "select t7.a, ", "values (1),"}) tally.Compare(frame + text);
+    }
+  }
+  tally.Report();
+}
+
+// Alone, the step can't know how many aliases there were: it runs on what the alias step counted.
+TEST(Steps, StripASingleAliasAlone) {
+  constexpr int kStripping = 21;
+  EXPECT_EQ(sqlnorm::RunSteps(" ____t1.a ", kStripping, kStripping), " ____t1.a ");
+  EXPECT_EQ(sqlnorm::RunSteps(" ____t1.a t4", kStripping - 1, kStripping), " a ____t1");
+  EXPECT_EQ(sqlnorm::RunSteps(" t4.a t5", kStripping - 1, kStripping), " ____t1.a ____t2");
+}
+
+TEST(Patterns, ThrowWhatTheLibrariesThrow) {
+  EXPECT_THROW(NormalizeByPatterns("x=1.0e999"), boost::bad_lexical_cast);
+  // A group too long for the matcher's backtracking memory.
+  constexpr std::size_t kLength = 2'000'000;
+  std::string group = "(a=b";
+  Repeat(" and a=b", kLength, group);
+  EXPECT_THROW(NormalizeByPatterns(group), std::runtime_error);
+}
+
+struct Alphabet {
+  const char* name;
+  int length;  // of the longest sequence
+  std::vector<std::string_view> tokens;
+};
+
+void PrintTo(const Alphabet& alphabet, std::ostream* out) { *out << alphabet.name; }
+
+class Exhaustive : public testing::TestWithParam<Alphabet> {};
+
+void CompareAll(const Alphabet& alphabet, int length, const std::string& sql, Tally& tally) {
+  tally.Compare(sql);
+  if (length == 0) return;
+  for (const std::string_view token : alphabet.tokens) {
+    CompareAll(alphabet, length - 1, sql + std::string(token), tally);
+  }
+}
+
+TEST_P(Exhaustive, EnginesAgree) {
+  Tally tally;
+  CompareAll(GetParam(), GetParam().length, "", tally);
+  tally.Report();
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Alphabets, Exhaustive,
+    testing::Values(
+        Alphabet{"Statements",
+                 3,
+                 {"select ", "Insert", " into ", "DELETE ", " from", "update ", "where", "values",
+                  "t1",      "t2",     " ",      "\t",      ".",     ",",       "(",     ")",
+                  "=",       "<>",     "<",      "@p1",     "1.50",  "0x1f",    "9a",    "not ",
+                  " in ",    " and ",  "as ",    "____t1",  "'",     "\"",      "\0"sv,  "\xE9"}},
+        Alphabet{"Joints", 5, {"a", "t1", ".", ",", " ", "\t", "=", ">=", "("}},
+        Alphabet{"Groups", 5, {"(a", ")", "a=b", "=", "and", " ", ".", "1.5", "not"}},
+        Alphabet{"Negations", 5, {"not", "(", "a", " in ", "(1,2)", ")", " ", "b.", "()"}},
+        Alphabet{"Rows", 5, {"values", "(", "1)", ",", " ", "(@p1)", "x", "(a=b)", "()"}},
+        Alphabet{"Literals", 5, {"1", "0", "x", "F", ".", "e", "+", " ", "_"}},
+        Alphabet{"Aliases", 5, {" ", "t1", "____t1", "as", ".", "a", "t2", "\n"}},
+        Alphabet{"Quotes", 6, {"\"", " ", "a", "\v", "(1.5"}},
+        Alphabet{
+            "Keywords", 4, {"insert", "INTO", "delete", "From", " ", "\n", "=", "1", "_", "into"}}),
+    [](const auto& instance) { return instance.param.name; });
+
+long FromEnvironment(const char* name, long otherwise) {
+  const char* const value = std::getenv(name);
+  return value == nullptr ? otherwise : std::strtol(value, nullptr, 10);
+}
+
+// TARN_ENGINES_CASES asks for another number of statements, TARN_ENGINES_START for others.
+TEST(Random, EnginesAgree) {
+  RandomStatements statements(static_cast<std::uint64_t>(FromEnvironment("TARN_ENGINES_START", 1)));
+  Tally tally;
+  for (long i = FromEnvironment("TARN_ENGINES_CASES", 100'000); i > 0; --i) {
+    tally.Compare(statements.Next());
+  }
+  tally.Report();
+}
+
+// What the fuzzer found worth keeping.
+TEST(FuzzCorpus, EnginesAgree) {
+  Tally tally;
+  for (const auto& entry : std::filesystem::directory_iterator(TARN_FUZZ_CORPUS)) {
+    std::ifstream file(entry.path(), std::ios::binary);
+    tally.Compare({std::istreambuf_iterator<char>(file), {}});
+  }
+  tally.Report();
+}
+
+// Texts that outgrow one buffer after the other while they are written.
+TEST(Buffers, GrowWithTheText) {
+  struct Row {
+    const char* unit;
+    std::size_t count;
+    const char* then;
+    std::size_t then_count;
+  };
+  for (const auto& [unit, count, then, then_count] :
+       {Row{"t#,", 3000, "(", 20'000}, Row{"t1 ", 400, "", 0}, Row{"t# ", 60'000, "", 0},
+        Row{"0.1,", 1000, "(", 3000}, Row{"(", 900, "0.1,", 900}, Row{"1.0e5 ", 600, "t1", 600}}) {
+    std::string sql;
+    for (std::size_t i = 1; i <= count; ++i) AppendNumbered(unit, i, sql);
+    for (std::size_t i = 0; i < then_count; ++i) sql += then;
+    // On that many aliases the patterns would take minutes.
+    constexpr std::size_t kManyForPatterns = 10'000;
+    if (count > kManyForPatterns) {
+      EXPECT_THAT(NormalizeByScanner(sql), testing::EndsWith(" ____t" + std::to_string(count)));
+    } else {
+      EXPECT_NE(CompareEngines(sql).outcome, Outcome::kDifferent) << unit;
+    }
+  }
+}
+
+class Growth : public testing::TestWithParam<GrowthFamily> {};
+
+// Short enough for the patterns in the main.
+TEST_P(Growth, EnginesAgree) {
+  Tally tally;
+  for (const std::size_t length : {3U, 40U, 300U, 1500U}) tally.Compare(Grow(GetParam(), length));
+  tally.Report();
+}
+
+// How many blocks the scanner asks for: one less than the first that is never asked for.
+long ScannerAllocations(const std::string& sql) {
+  for (long n = 1;; ++n) {
+    const FailNthAllocation failure(n);
+    try {
+      NormalizeByScanner(sql);
+    } catch (const std::bad_alloc&) {
+    }
+    if (!FailNthAllocation::Happened()) return n - 1;
+  }
+}
+
+TEST_P(Growth, ScannerAllocatesNoMoreForMoreTokens) {
+  // Long aliases are the exception: each costs a block.
+  const bool one_each = GetParam().name == "LongAliases"sv;
+  const std::size_t length = one_each ? 200 : 10'000;
+  // The tree of short aliases grows now and then.
+  constexpr long kTreeGrows = 16;
+  const long more = one_each ? static_cast<long>(16 * length) : kTreeGrows;
+  EXPECT_LE(ScannerAllocations(Grow(GetParam(), 16 * length)),
+            ScannerAllocations(Grow(GetParam(), length)) + more);
+}
+
+// Processor time, so that what else the machine does counts for little.
+double ProcessorSeconds() {
+  timespec time{};
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+  return static_cast<double>(time.tv_sec) + 1e-9 * static_cast<double>(time.tv_nsec);
+}
+
+double LeastSeconds(const std::string& sql) {
+  constexpr int kRounds = 3;
+  double least = std::numeric_limits<double>::infinity();
+  for (int i = 0; i < kRounds; ++i) {
+    const double begin = ProcessorSeconds();
+    try {
+      NormalizeByScanner(sql);
+    } catch (const boost::bad_lexical_cast&) {
+    }
+    least = std::min(least, ProcessorSeconds() - begin);
+  }
+  return least;
+}
+
+// Whether 16 times the length takes no more than about 16 times the time. Quadratic work would take
+// 256 times, so that a noisy machine has plenty of room, and several tries.
+template <typename Statement>
+testing::AssertionResult GrowsLinearly(const Statement& statement) {
+  constexpr std::size_t kLength = 8 << 10;
+  constexpr std::size_t kTimes = 16;
+  constexpr double kMost = 4 * kTimes;
+  constexpr int kTries = 4;
+  const std::string one = Grow(statement, kLength);
+  const std::string many = Grow(statement, kTimes * kLength);
+  double ratio = 0;
+  for (int i = 0; i < kTries; ++i) {
+    ratio = LeastSeconds(many) / LeastSeconds(one);
+    if (ratio <= kMost) return testing::AssertionSuccess();
+  }
+  return testing::AssertionFailure() << statement << ": " << many.size() << " bytes take " << ratio
+                                     << " times the time of " << one.size();
+}
+
+TEST_P(Growth, IsLinear) { EXPECT_TRUE(GrowsLinearly(GetParam())); }
+
+INSTANTIATE_TEST_SUITE_P(Families, Growth, testing::ValuesIn(kGrowthFamilies),
+                         [](const auto& instance) { return instance.param.name; });
+
+// TARN_GROWTH_CASES asks for another number of combinations, TARN_GROWTH_START for the one to begin
+// with: what a failure names, and TARN_GROWTH_CASES=1, replays it.
+TEST(GrowthCombinations, AreLinear) {
+  const long start = FromEnvironment("TARN_GROWTH_START", 1);
+  const long end = start + FromEnvironment("TARN_GROWTH_CASES", 200);
+  for (long number = start; number < end; ++number) {
+    const GrowthCombination combination(static_cast<std::uint64_t>(number));
+    EXPECT_TRUE(GrowsLinearly(combination)) << "TARN_GROWTH_START=" << number;
+  }
+}
+
+TEST(Scanner, Takes64Megabytes) {
+  constexpr std::size_t kLength = 64 << 20;
+  std::string sql = "select t1.a from tab t1 where t1.b in (0";
+  std::string expected = "SELECT a FROM tab ____t1 WHERE b in ( 0";
+  while (sql.size() < kLength) {
+    sql += ",1.50";
+    expected += ", 1.5";
+  }
+  EXPECT_EQ(NormalizeByScanner(sql + ")"), expected + " )");
+}
+
+class LoadedPlugin : public testing::Test {
+ protected:
+  std::string Normalize(std::string sql) {
+    plugin_.Product().NormalizeSQL(sql);
+    return sql;
+  }
+
+  const host::Plugin plugin_{TARN_PLUGIN_PATH};
+};
+
+TEST_F(LoadedPlugin, TakesTheScannerUnderTheClassicLocale) {
+  EXPECT_EQ(sqlnorm::ChosenEngine(), sqlnorm::Engine::kScanner);
+  // The patterns give up here, so the plug-in can't have asked them.
+  const std::string hard = "\"select" + std::string(20'000, ' ') + "1";
+  EXPECT_THROW(NormalizeByPatterns(hard), std::runtime_error);
+  EXPECT_EQ(Normalize(hard), "\" SELECT 1");
+}
+
+TEST_F(LoadedPlugin, ThrowsForADecimalOutOfRangeAndLeavesTheStatement) {
+  for (const std::string statement :
+       {"x=1.0e999", "select 1.50 from t where x = 1.0E+309", "values (1), (1.0e999)"}) {
+    std::string sql = statement;
+    // Boost's exception is known here by its base alone.
+    try {
+      plugin_.Product().NormalizeSQL(sql);
+      ADD_FAILURE() << "no exception for " << statement;
+    } catch (const std::bad_cast& error) {
+      EXPECT_STREQ(error.what(),
+                   "bad lexical cast: source type value could not be interpreted as target");
+    }
+    EXPECT_EQ(sql, statement);
+    // Nothing is left of the failed call.
+    EXPECT_EQ(Normalize("select t2.a, t1.b, 1.50"), "SELECT ____t1.a, ____t2.b, 1.5");
+  }
+}
+
+}  // namespace
+}  // namespace tarn::test

@@ -1,0 +1,96 @@
+#!/bin/sh
+# other_platform_test.sh CMAKE COMPILER SOURCE SCRATCH
+#
+# Builds the plug-in on a platform whose layouts and symbols are not the stand-in's, and asks it for
+# all nine operations.
+set -eu
+
+cmake=$1 compiler=$2 source=$3 scratch=$4
+platform=$source/tests/package/other_platform
+
+fail() {
+  echo "other_platform_test: $*" >&2
+  exit 1
+}
+
+rm -rf "$scratch"
+mkdir -p "$scratch/include/platform" "$scratch/lib"
+for header in "$source"/include/platform/*.h; do
+  echo '#include "other_platform.h"' >"$scratch/include/platform/${header##*/}"
+done
+cp "$platform/other_platform.h" "$scratch/include"
+library=$scratch/lib/libother_platform.so
+"$compiler" -std=c++20 -fPIC -shared -Wl,-soname,libother_platform.so "$platform/other_platform.cpp" \
+  -o "$library"
+
+# configure FOLDER OPTION...: without optimisation, which is slow and shows nothing here.
+configure() {
+  folder=$1
+  shift
+  "$cmake" -S "$source" -B "$folder" -G Ninja -DCMAKE_BUILD_TYPE=Debug \
+    -DCMAKE_CXX_COMPILER="$compiler" "$@" >"$scratch/log" 2>&1
+}
+
+by_library=-DTARN_PLATFORM_LIBRARY=$library
+by_headers=-DTARN_PLATFORM_INCLUDE_DIR=$scratch/include
+
+# One of the two alone would crash in silence, and so would a header short.
+# refused REASON OPTION...
+refused() {
+  reason=$1
+  shift
+  rm -rf "$scratch/refused"
+  ! configure "$scratch/refused" "$@" || fail "configured without an error: $*"
+  tr -s '\n ' ' ' <"$scratch/log" | grep -qF "$reason" || fail "$*: $(cat "$scratch/log")"
+}
+refused "TARN_PLATFORM_LIBRARY without TARN_PLATFORM_INCLUDE_DIR:" "$by_library"
+refused "TARN_PLATFORM_INCLUDE_DIR without TARN_PLATFORM_LIBRARY:" "$by_headers"
+mv "$scratch/include/platform/c_value.h" "$scratch"
+refused "no platform/c_value.h" "$by_library" "$by_headers"
+mv "$scratch/c_value.h" "$scratch/include/platform"
+
+{ configure "$scratch/build" "$by_library" "$by_headers" &&
+  "$cmake" --build "$scratch/build" >>"$scratch/log" 2>&1; } || fail "$(cat "$scratch/log")"
+ninja -C "$scratch/build" -t deps >"$scratch/deps"
+grep -q "$scratch/include/platform/c_value.h" "$scratch/deps" || fail "no dependencies recorded"
+! grep "$source/include/platform" "$scratch/deps" || fail "a declaration of the stand-in is used"
+
+plugin=$scratch/build/lib/libtarn_interface_for_vesta.so
+! readelf -Wd "$plugin" | grep -E 'R(UN)?PATH.*(\[|:)(:|\])' || fail "the current folder is searched"
+
+"$compiler" -std=c++20 -I "$scratch/include" -I "$source/include" "$platform/host.cpp" "$library" \
+  -ldl -o "$scratch/host"
+# The numbers are 1: one record of the log's place alive, at each call.
+cat >"$scratch/wanted" <<END
+error 666667 getproductinterface.cpp:213 LogError e (1)
+warn 0 getproductinterface.cpp:218 LogWarning w (1)
+debug 0 getproductinterface.cpp:222 LogDebug d (1)
+error 666667 getproductinterface.cpp:213 LogError mysql (1)
+error 7 getproductinterface.cpp:249 GetDBUserAndPassword [tarn_interface_for_vesta] decryptEx failed Passwd (1)
+error 0 getproductinterface.cpp:251 GetDBUserAndPassword [tarn_interface_for_vesta] decryptEx ALGID_AES128_ECB  (1)
+warn 0 getproductinterface.cpp:218 LogWarning mysql_u (1)
+warn 0 getproductinterface.cpp:218 LogWarning nesvc_v8ptnDB_3 (1)
+warn 0 getproductinterface.cpp:62 getSSLMode [tarn_interface_for_vesta] getSSLmdoe error : APP_CONF_FILE = NULL (1)
+mysql|mysql_u|secret|db.example:5005|SELECT a FROM tab ____t1 WHERE b = 31|b000013
+SSLMODE=1
+defaultDBName=nesvc_v8ptnDB_3
+END
+env -u APP_CONF_FILE LD_LIBRARY_PATH="$scratch/lib" "$scratch/host" "$plugin" >"$scratch/got" ||
+  fail "the host ends with $?"
+diff "$scratch/wanted" "$scratch/got" || fail "other answers"
+
+# Nobody learns from the package's dependencies that it needs that library, unless told.
+if command -v dpkg-shlibdeps >/dev/null; then
+  # cpack's own words in one line, then what the package depends on
+  package() {
+    (cd "$scratch/build" && cpack -G DEB -B "$scratch/package" "$@") 2>&1 | tr -s '\n ' ' '
+    dpkg-deb -f "$scratch"/package/*.deb Depends
+  }
+  package | grep -qF "$library belongs to no Debian package" || fail "no word on the dependency"
+  said=$(package -D CPACK_DEBIAN_PACKAGE_DEPENDS=other-platform)
+  case $said in
+  *"belongs to no"*) fail "warns although the dependency is named" ;;
+  *other-platform*libc6*) ;;
+  *) fail "depends on: $said" ;;
+  esac
+fi

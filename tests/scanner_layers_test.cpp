@@ -1,0 +1,190 @@
+// The scanner's lower layers, each against a plain statement of what it does, so that the
+// comparison of the two engines need not find their faults by luck.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <deque>
+#include <random>
+#include <string>
+#include <string_view>
+#include <typeinfo>
+#include <vector>
+
+#include "sqlnorm/scanner/alias_table.h"
+#include "sqlnorm/scanner/byte_class.h"
+#include "sqlnorm/scanner/decimal_literal.h"
+#include "sqlnorm/scanner/elements.h"
+
+namespace tarn::sqlnorm {
+namespace {
+
+using namespace std::string_view_literals;
+
+// Where elements begin and end, and up to where the text had been taken before each sign.
+class Recorder {
+ public:
+  const char* Word(const char* begin, const char* end) {
+    places_.insert(places_.end(), {begin, end});
+    return end;
+  }
+  const char* Sign(const char* p, const char* taken) {
+    places_.insert(places_.end(), {taken, p, nullptr});
+    // As the writer does with operators: along with the next sign, if there is one.
+    return *p == ',' && p[1] == '.' ? p + 2 : p + 1;
+  }
+
+  bool operator==(const Recorder&) const = default;
+
+ private:
+  std::vector<const char*> places_;
+};
+
+TEST(Elements, AreTheSameByMasksAsByteByByte) {
+  constexpr std::string_view kAlphabet = "a1_ \t.,(\x80\0"sv;
+  constexpr std::size_t kLongest = 4;
+  constexpr std::size_t kOffsets = 64;
+  const auto compare = [](const std::string& text) {
+    const std::string padded = text + std::string(kPadding, '\0');
+    Recorder plain;
+    Recorder masks;
+    VisitElementsPlainly(padded.data(), text.size(), plain);
+    VisitElements(padded.data(), text.size(), masks);
+    ASSERT_EQ(plain, masks) << text;
+  };
+  for (std::size_t length = 0, sequences = 1; length <= kLongest;
+       ++length, sequences *= kAlphabet.size()) {
+    for (std::size_t sequence = 0; sequence < sequences; ++sequence) {
+      std::string text;
+      for (std::size_t rest = sequence; text.size() < length; rest /= kAlphabet.size()) {
+        text += kAlphabet[rest % kAlphabet.size()];
+      }
+      for (std::size_t offset = 0; offset < kOffsets; ++offset) {
+        ASSERT_NO_FATAL_FAILURE(compare(std::string(offset, ' ') + text));
+      }
+      // Before and behind it a word that goes on across the block.
+      ASSERT_NO_FATAL_FAILURE(compare("a" + std::string(kOffsets - 3, '1') + text + "1a"));
+      ASSERT_NO_FATAL_FAILURE(compare(std::string(kOffsets - 2, '1') + text + "a1"));
+    }
+  }
+}
+
+// What printf makes of a literal's value; empty for one that no double can hold.
+std::string Printed(const std::string& literal) {
+  const double value = std::strtod(literal.c_str(), nullptr);
+  if (std::isinf(value)) return "";
+  std::array<char, kRoomForDecimal> text{};
+  std::snprintf(text.data(), text.size(), "%.17g", value);
+  return text.data();
+}
+
+std::string Reprinted(std::string literal) {
+  const std::size_t size = literal.size();
+  literal.resize(size + kPadding);
+  const std::size_t exponent = std::min(literal.find_first_of("eE"), size);
+  const DecimalLiteral parts{literal.data(), literal.data() + literal.find('.'),
+                             literal.data() + exponent, literal.data() + size};
+  std::array<char, kRoomForDecimal> text{};
+  try {
+    return {text.data(), ReprintDecimal(parts, text.data())};
+  } catch (const std::bad_cast&) {
+    return "";
+  }
+}
+
+class RandomDecimals {
+ public:
+  std::string Literal() {
+    std::string literal =
+        Digits(1 + random_() % Longest()) + '.' + Digits(1 + random_() % Longest());
+    if (random_() % 3 == 0) literal += "eE"[random_() % 2] + Exponent();
+    return literal;
+  }
+
+ private:
+  std::size_t Longest() { return random_() % 4 == 0 ? 25 : 8; }
+
+  // Zeros at either end and nines in a row are where digits are carried.
+  std::string Digits(std::size_t count) {
+    std::string digits;
+    const std::uint64_t kind = random_() % 8;
+    while (digits.size() < count) {
+      digits += kind == 0 ? '0' : kind == 1 ? '9' : static_cast<char>('0' + random_() % 10);
+    }
+    return digits;
+  }
+
+  // Small ones, those at the ends of double's range, and those around the powers of two.
+  std::string Exponent() {
+    const std::string sign = std::array{"", "+", "-"}[random_() % 3];
+    switch (random_() % 4) {
+      case 0:
+        return sign + std::to_string(290 + random_() % 40);
+      case 1:
+        return sign + std::to_string((std::uint64_t{1} << random_() % 64) + random_() % 3 - 1);
+      default:
+        return sign + std::to_string(random_() % 25);
+    }
+  }
+
+  std::mt19937_64 random_;
+};
+
+TEST(Decimals, ArePrintedAsPrintfPrintsThem) {
+  std::vector<std::string> literals{
+      "0.0", "00.00", "0.0e5", "999999999999999.9", "9999999999999999.9", "1.7976931348623157e308",
+      "1.7976931348623159e308", "1.0e309", "4.9406564584124654e-324", "2.4e-324", "0.1e-400",
+      // The sum of exponent and digits is beyond a 64-bit integer.
+      "1.0e9223372036854775807", "100.5E+9223372036854775806", "0.01e-9223372036854775807",
+      "1.0e18446744073709551616", "0.1e-18446744073709551616", std::string(400, '9') + ".0",
+      std::string(400, '0') + "1.5", "0." + std::string(400, '0') + "1",
+      std::string(320, '1') + ".0e-300"};
+  for (int exponent = -330; exponent <= 310; ++exponent) {
+    for (const char* mantissa : {"1.0", "0.99999999999999", "0.999999999999999", "1.00000000000001",
+                                 "0.9999999999999999", "1.0000000000000002"}) {
+      literals.push_back(mantissa + ("e" + std::to_string(exponent)));
+    }
+  }
+  for (int digits = 1; digits <= 25; ++digits) {
+    for (const char digit : {'1', '5', '9'}) {
+      literals.push_back(std::string(static_cast<std::size_t>(digits), digit) + ".5");
+      literals.push_back("0." + std::string(static_cast<std::size_t>(digits - 1), '0') + digit);
+    }
+  }
+  RandomDecimals random;
+  constexpr int kRandom = 1'000'000;
+  for (int i = 0; i < kRandom; ++i) literals.push_back(random.Literal());
+  for (const std::string& literal : literals)
+    ASSERT_EQ(Reprinted(literal), Printed(literal)) << literal;
+}
+
+TEST(AliasTable, NumbersTextsInOrderOfFirstAppearance) {
+  // More than are kept in place, of every length around the eight bytes of a short one.
+  std::vector<std::string> aliases;
+  for (int i = 1; i <= 18; ++i) aliases.push_back('t' + std::to_string(i));
+  for (const char* alias : {"t0", "t00", "t01", "t000001", "t1234567", "t12345678", "t12345679",
+                            "t123456789", "t1234567890", "t9999999"}) {
+    aliases.emplace_back(alias);
+  }
+  for (const bool backwards : {false, true}) {
+    if (backwards) std::reverse(aliases.begin(), aliases.end());
+    // What follows an alias in the text must not matter. The table borrows the texts.
+    const std::array<std::string, 2> followers{",       ", "12345678"};
+    std::deque<std::string> texts;
+    AliasTable table;
+    for (const std::string& follower : followers) {
+      for (std::size_t i = 0; i < aliases.size(); ++i) {
+        const std::string_view text = texts.emplace_back(aliases[i] + follower);
+        EXPECT_EQ(table.NumberOf(text.substr(0, aliases[i].size())), i + 1) << aliases[i];
+      }
+    }
+    EXPECT_EQ(table.Count(), aliases.size());
+  }
+}
+
+}  // namespace
+}  // namespace tarn::sqlnorm

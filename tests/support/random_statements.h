@@ -1,0 +1,125 @@
+// Random statements for the comparison of the two engines.
+#pragma once
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <iterator>
+#include <random>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace tarn::test {
+
+// Draws statements from the tokens of SQL and of this normalizer, and puts what is hard on a
+// scanner where it is hardest: numbers of every length and exponents at the ends of every range,
+// aliases of every length and more of them than are kept in place, lists inside words, and all that
+// at the ends of blocks and of buffers. The same number gives the same statements.
+class RandomStatements {
+ public:
+  explicit RandomStatements(std::uint64_t number) : random_(number) {}
+
+  std::string Next() {
+    std::string sql;
+    // Some as long as the buffers that lie on the stack.
+    const std::size_t length = OneIn(200) ? 900 + Below(4100) : Below(10 + Below(140));
+    aliases_ = OneIn(8) ? 40 : 4;
+    if (OneIn(6)) AlignWithBlock(sql);
+    do {
+      sql += OneIn(5) ? Edge() : Token();
+      if (Below(3) != 0) sql += ' ';
+      if (OneIn(50)) sql += static_cast<char>(Below(256));
+    } while (sql.size() < length);
+    return OneIn(40) ? '"' + sql + '"' : sql;
+  }
+
+ private:
+  std::size_t Below(std::size_t bound) { return random_() % bound; }
+  bool OneIn(std::size_t count) { return Below(count) == 0; }
+
+  // Leaves a few bytes to the end of a block.
+  void AlignWithBlock(std::string& sql) {
+    constexpr std::size_t kBlock = 64;
+    sql.append(kBlock * (1 + Below(2)) - 1 - Below(20), " a1t"[Below(4)]);
+    if (OneIn(2)) sql += ' ';
+  }
+
+  std::string Edge() {
+    switch (Below(6)) {
+      case 0:
+        return Digits() + '.' + Digits() + (OneIn(2) ? Exponent() : "");
+      case 1:
+        return (OneIn(2) ? "0x" : "0X") + Digits();
+      case 2: {
+        // As many as `aliases_` distinct ones, from two bytes to twelve.
+        const std::string number = std::to_string(Below(aliases_));
+        return 't' + std::string(OneIn(3) ? 5 + Below(6) : 0, '1') + number;
+      }
+      case 3:
+        return Inside(OneIn(2) ? "values" : Token(), OneIn(2) ? "(@p1)" : "(a=b)");
+      case 4:
+        return '(' + Token() + std::array{"=", ">=", " <", "!= ", "<>", ","}[Below(6)] + Edge() +
+               ')';
+      default:
+        return "values (" + Token() + ',' + Edge() + ')' + std::string(Below(2), ' ') + ',';
+    }
+  }
+
+  std::string Inside(std::string word, const char* list) {
+    return word.insert(Below(word.size() + 1), list);
+  }
+
+  std::string Digits() {
+    std::string digits(1 + Below(OneIn(3) ? 25 : 4), '0');
+    for (char& digit : digits) digit = static_cast<char>('0' + Below(10));
+    return digits;
+  }
+
+  std::string Exponent() {
+    const std::string sign = std::array{"e", "E", "e+", "e-"}[Below(4)];
+    if (OneIn(2)) return sign + std::to_string(Below(400));
+    return sign + std::to_string((std::uint64_t{1} << Below(64)) + Below(3) - 1);
+  }
+
+  const std::string& Token() {
+    static const std::vector<std::string> tokens = Tokens();
+    return tokens[Below(tokens.size())];
+  }
+
+  static std::vector<std::string> Tokens() {
+    std::vector<std::string> tokens{"NOT (a IN (1,2))",
+                                    "not(t1.b in(3))",
+                                    "(t1.x >= 1.5 and y<2)",
+                                    "(@p0, @p1)",
+                                    "'x y'",
+                                    std::string(1, '\0'),
+                                    " ",
+                                    "  ",
+                                    "\t",
+                                    "\n",
+                                    "\r\n",
+                                    "\v\f",
+                                    " . ",
+                                    " , ",
+                                    " as t1",
+                                    "insert into",
+                                    "delete from"};
+    // Those that hold no blank.
+    std::istringstream plain(
+        "select SELECT Insert into INTO delete from FROM update where values VALUES "
+        "values(1,2),(3,4) set join on as AS and AND or not NOT in IN (a=b) (@p1) @p1 @P1 @ p1 a "
+        "b_c x _ tab T1 t t1 t2 t3 t01 t1.a t2.b xt1 t1_x ____t1 ____t2 ____t10 0 1 42 10abc 1e5 "
+        "1.5 1.50 0.1 2.5E3 7.0e-1 1.0e20 1.0e-400 1.2.3.4 1.5e 1. .5 0x1F 0XfFfFfFfF 0x123456789 "
+        "0xg 0x ( ) ( ) , , . . .. ... = = < > <= >= <> != ! + - * / % ; ? : ' \" ` -- /* */ \xE9 "
+        "\xC3\xA9 \x7F");
+    tokens.insert(tokens.end(), std::istream_iterator<std::string>(plain), {});
+    return tokens;
+  }
+
+  std::mt19937_64 random_;
+  std::size_t aliases_ = 0;
+};
+
+}  // namespace tarn::test
