@@ -105,7 +105,7 @@ bool IsWanted(Level level) {
 
 LocationInfo::LocationInfo(const char* file, const char* function, int line)
     : file_(file), function_(function), line_(line) {}
-LocationInfo::~LocationInfo() = default;
+LocationInfo::~LocationInfo() {}
 
 void LogProcess::Error(unsigned int code, const char* message, const LocationInfo& location) {
   if (IsWanted(kError)) WriteRecord("ERROR", code, message, location);

@@ -14,9 +14,15 @@ namespace {
   throw std::runtime_error(path + ": " + std::generic_category().message(error));
 }
 
-struct Closing {
-  int descriptor;
-  ~Closing() { close(descriptor); }
+class Closing {
+ public:
+  explicit Closing(int descriptor) noexcept : descriptor_(descriptor) {}
+  Closing(const Closing&) = delete;
+  Closing& operator=(const Closing&) = delete;
+  ~Closing() { close(descriptor_); }
+
+ private:
+  int descriptor_;
 };
 
 }  // namespace
@@ -26,7 +32,7 @@ std::size_t ReadRegularFile(const std::string& path, std::span<unsigned char> bu
   // Without O_NONBLOCK the call itself would wait for a FIFO's writer.
   const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
   if (descriptor < 0) Fail(path, errno);
-  const Closing closing{descriptor};
+  const Closing closing(descriptor);
   if (fstat(descriptor, &status) != 0) Fail(path, errno);
   if (!S_ISREG(status.st_mode)) Fail(path, S_ISDIR(status.st_mode) ? EISDIR : EINVAL);
 

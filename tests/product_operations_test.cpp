@@ -39,9 +39,10 @@ int reads_until_error = 0;
 
 }  // namespace
 
-// Found before the C library's.
-extern "C" __attribute__((visibility("default"))) ssize_t read(int descriptor, void* buffer,
-                                                               size_t size) {
+// Found before the C library's. Under another name here, since its header may define it inline.
+extern "C" __attribute__((visibility("default"))) ssize_t Read(int descriptor, void* buffer,
+                                                               size_t size) __asm__("read");
+ssize_t Read(int descriptor, void* buffer, size_t size) {
   if (reads_until_error <= 0 || --reads_until_error > 0) {
     return syscall(SYS_read, descriptor, buffer, size);
   }

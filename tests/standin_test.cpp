@@ -56,6 +56,8 @@ int Fail() {
 
 TARN_TEST_OVERRIDE ssize_t write(int descriptor, const void* buffer, size_t size) {
   if (faults.write) return Fail();
+  // So that other threads come between the pieces of a line.
+  if (size > faults.longest_write) std::this_thread::yield();
   return syscall(SYS_write, descriptor, buffer, std::min(size, faults.longest_write));
 }
 TARN_TEST_OVERRIDE int fsync(int descriptor) {
@@ -86,7 +88,7 @@ auto Lines(const std::string& text) { return std::count(text.begin(), text.end()
 class Standin : public testing::Test {
  protected:
   Standin() { ERR_raise(ERR_LIB_USER, kHostsError); }
-  ~Standin() override {
+  void TearDown() override {
     faults = {};
     EXPECT_EQ(OpenDescriptors(), descriptors_before_);
     EXPECT_EQ(ERR_GET_REASON(ERR_get_error()), kHostsError);
@@ -148,7 +150,7 @@ TEST_F(Log, NamesAnUnknownLevelOnce) {
 
 TEST_F(Log, KeepsTheLinesOfThreadsWhole) {
   constexpr int kThreads = 4;
-  constexpr int kRecords = 50;
+  constexpr int kRecords = 200;
   constexpr std::size_t kLength = 1000;
   // More than one write a line.
   faults.longest_write = kLength / 3;
@@ -526,9 +528,9 @@ TEST(Value, IsCopiedWholeAndEmptiedByAnotherType) {
 class SampleConfiguration : public Standin {
  protected:
   int Make(const std::string& sample) const {
-    return RunProgram(
-               {TARN_EXAMPLES "/make_sys_conf.sh", TARN_HOST_PATH, "run.key", sample, "sys.json"},
-               {.folder = folder_.Path("")})
+    return RunProgram({std::string(TARN_EXAMPLES) + "/make_sys_conf.sh", TARN_HOST_PATH, "run.key",
+                       sample, "sys.json"},
+                      {.folder = folder_.Path("")})
         .exit_code;
   }
 
