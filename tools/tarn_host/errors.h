@@ -20,13 +20,20 @@ class InputError : public ToolError {
   using ToolError::ToolError;
 };
 
+// Nobody reads standard output any more.
+class ReaderGone : public ToolError {
+ public:
+  using ToolError::ToolError;
+};
+
 // "`name`: " and the system's text for the error number `error`.
 std::string SystemReason(std::string_view name, int error);
 
 // "`input`: statement `number`: `reason`".
 std::string StatementReason(std::string_view input, std::uint64_t number, std::string_view reason);
 
-// `text` on one line: control characters become "\n", "\t", "\r" or "\x1B", all other bytes stay.
+// `text` on one line: control characters, those beyond ASCII in UTF-8 included, become "\n", "\t",
+// "\r" or bytes such as "\x1B"; all other bytes stay.
 std::string OneLine(std::string_view text);
 
 // Writes "tarn_host: ", OneLine(`message`) and a newline to standard error, in one piece.

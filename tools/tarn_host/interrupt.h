@@ -2,7 +2,7 @@
 
 #include <csignal>
 
-#include "tarn_host/input/reader.h"
+#include "tarn_host/input/file.h"
 
 namespace tarn::host {
 

@@ -1,3 +1,6 @@
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
 #include <csignal>
 #include <exception>
@@ -16,9 +19,9 @@ using namespace tarn::host;
 std::string UsageReason(const CLI::App& app, const CLI::ParseError& error) {
   const auto chosen = app.get_subcommands();
   if (chosen.empty()) {
-    const auto strangers = app.remaining();
+    const auto unknown = app.remaining();
     const std::string reason =
-        strangers.empty() ? "a command is required" : "no such command or option: " + strangers[0];
+        unknown.empty() ? "a command is required" : "no such command or option: " + unknown[0];
     return reason + " (see tarn_host --help)";
   }
   const std::string command = chosen.front()->get_name();
@@ -35,7 +38,8 @@ int Run(int argc, char** argv) {
   app.footer(
       "\"tarn_host COMMAND --help\" tells of one command.\n\n"
       "Exit codes: 0 success; 1 something the command was given failed, such as a statement;\n"
-      "2 bad usage, or a file or library that can't be used; 130 ended by Ctrl-C.");
+      "2 bad usage, or a file or library that can't be used; 130 ended by Ctrl-C;\n"
+      "141 nobody read the output any more.");
 
   int exit_code = kExitSuccess;
   AddNormalizeCommand(app, exit_code);
@@ -63,13 +67,29 @@ int Run(int argc, char** argv) {
   return exit_code;
 }
 
+// Gives the standard streams that the caller has closed a descriptor, lest a file or a signal's
+// descriptor take their number. It points the wrong way, so that using one is reported.
+void OpenStandardStreams() {
+  for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    // The lowest free number is taken.
+    const int mode = stream == STDIN_FILENO ? O_WRONLY : O_RDONLY;
+    if (fcntl(stream, F_GETFD) < 0) static_cast<void>(open("/dev/null", mode));
+  }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+  OpenStandardStreams();
+  // A reader that goes away shows as a failed write.
+  std::signal(SIGPIPE, SIG_IGN);
   try {
-    // A reader that goes away shows as a failed write, which is reported.
-    std::signal(SIGPIPE, SIG_IGN);
     return Run(argc, argv);
+  } catch (const ReaderGone&) {
+    // Ends in silence and with the status that shells expect: that of a process which the signal
+    // ended.
+    std::signal(SIGPIPE, SIG_DFL);
+    return std::raise(SIGPIPE);
   } catch (const std::exception& error) {
     ReportError(error.what());
     return kExitTrouble;

@@ -1,5 +1,6 @@
 #include "tarn_host/output.h"
 
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -25,10 +26,35 @@ bool WantsColour(int fd) noexcept {
   return term != nullptr && std::string_view(term) != "dumb" && isatty(fd) == 1;
 }
 
+std::size_t TerminalWidth(int fd) noexcept {
+  constexpr std::size_t kUsualWidth = 80;
+  if (isatty(fd) != 1) return 0;
+  winsize size{};
+  return ioctl(fd, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : kUsualWidth;
+}
+
+std::string Fitted(std::string_view text, std::size_t width) {
+  constexpr std::string_view kDots = "...";
+  const auto begins_character = [](char c) {
+    return (static_cast<unsigned char>(c) & 0xC0U) != 0x80U;
+  };
+  // Where the columns end that leave room for the dots.
+  std::size_t cut = 0;
+  std::size_t columns = 0;
+  for (std::size_t at = 0; at < text.size() && width > 0; ++at) {
+    if (!begins_character(text[at])) continue;
+    if (columns + kDots.size() == width) cut = at;
+    if (columns++ == width) return std::string(text.substr(0, cut)).append(kDots, 0, width);
+  }
+  return std::string(text);
+}
+
 Output::Output() : Output(STDOUT_FILENO, "standard output") {}
 
 Output::Output(int fd, std::string name)
     : fd_(fd), name_(std::move(name)), coloured_(WantsColour(fd)) {}
+
+std::size_t Output::Width() const noexcept { return TerminalWidth(fd_); }
 
 Output::~Output() {
   try {
@@ -53,6 +79,7 @@ void Output::Flush() {
     } else if (errno != EINTR) {
       const int error = errno;
       buffer_.clear();
+      if (error == EPIPE) throw ReaderGone(SystemReason(name_, error));
       throw ToolError("cannot write " + SystemReason(name_, error));
     }
   }

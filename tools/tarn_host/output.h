@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 
@@ -16,7 +17,8 @@ class Output {
   // Writes what is left, in silence: call Flush first to learn of an error.
   ~Output();
 
-  // Throws ToolError when the stream can't be written; what is buffered then is given up.
+  // Throws ReaderGone when the stream is a pipe that nobody reads, and ToolError when it can't be
+  // written otherwise; what is buffered then is given up.
   void Write(std::string_view bytes);
   void Flush();
 
@@ -24,12 +26,22 @@ class Output {
   // does not say "dumb".
   bool Coloured() const noexcept { return coloured_; }
 
+  // As TerminalWidth of the stream.
+  std::size_t Width() const noexcept;
+
  private:
   int fd_;
   std::string name_;
   std::string buffer_;
   bool coloured_;
 };
+
+// How many columns the terminal on `fd` has; 0 when it is none.
+std::size_t TerminalWidth(int fd) noexcept;
+
+// The first `width` columns of `text`, a line in UTF-8, its last three dots if it is longer. Every
+// character counts as one column. The whole text for the width 0.
+std::string Fitted(std::string_view text, std::size_t width);
 
 // Whether a stream on `fd` wants colours, by the rule of Output::Coloured.
 bool WantsColour(int fd) noexcept;

@@ -1,5 +1,6 @@
 #include "tarn_host/progress.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -11,50 +12,59 @@
 #include <string>
 #include <vector>
 
-#include "tarn_host/input/reader.h"
+#include "tarn_host/input/file.h"
+#include "tarn_host/output.h"
 
 namespace tarn::host {
 namespace {
 
+constexpr std::uint64_t kMiB = std::uint64_t{1} << 20U;
 // Less than this is over before a bar is of use.
-constexpr std::uint64_t kLargeInput = std::uint64_t{1} << 20U;
+constexpr std::uint64_t kLargeInput = kMiB;
 constexpr auto kFirstDelay = std::chrono::milliseconds(500);
 constexpr auto kInterval = std::chrono::milliseconds(100);
-constexpr std::size_t kBarWidth = 40;
+constexpr std::size_t kBarWidth = 30;
 
 }  // namespace
 
-std::uint64_t TotalSize(const std::vector<std::string>& files) {
-  std::uint64_t total = 0;
+ProgressBar::ProgressBar(const std::vector<std::string>& files)
+    : wanted_(isatty(STDERR_FILENO) == 1), next_(Clock::now() + kFirstDelay) {
   for (const std::string& file : files) {
+    const bool standard = file == kStandardInput;
     struct stat status {};
-    const int result =
-        file == kStandardInput ? fstat(STDIN_FILENO, &status) : stat(file.c_str(), &status);
-    if (result != 0 || !S_ISREG(status.st_mode)) return 0;
-    total += static_cast<std::uint64_t>(status.st_size);
+    const int result = standard ? fstat(STDIN_FILENO, &status) : stat(file.c_str(), &status);
+    if (standard && isatty(STDIN_FILENO) == 1) wanted_ = false;
+    if (result == 0 && !S_ISREG(status.st_mode)) {
+      total_.reset();
+    } else if (total_) {
+      *total_ += static_cast<std::uint64_t>(status.st_size);
+    }
   }
-  return total;
+  wanted_ = wanted_ && total_.value_or(kLargeInput) >= kLargeInput;
 }
-
-ProgressBar::ProgressBar(std::uint64_t total)
-    : total_(total),
-      wanted_(total >= kLargeInput && isatty(STDERR_FILENO) == 1),
-      next_(Clock::now() + kFirstDelay) {}
 
 ProgressBar::~ProgressBar() { Clear(); }
 
-void ProgressBar::Show(std::uint64_t done) {
+void ProgressBar::Show(std::uint64_t bytes, std::uint64_t statements) {
   if (!wanted_) return;
   const auto now = Clock::now();
   if (now < next_) return;
   next_ = now + kInterval;
   shown_ = true;
-  const double share = std::min(1.0, static_cast<double>(done) / static_cast<double>(total_));
-  std::string bar(static_cast<std::size_t>(share * static_cast<double>(kBarWidth)), '#');
-  bar.resize(kBarWidth, '.');
-  constexpr std::uint64_t kMiB = std::uint64_t{1} << 20U;
-  std::fprintf(stderr, "\r[%s] %3.0f%% of %llu MiB", bar.c_str(), share * 100,
-               static_cast<unsigned long long>(total_ / kMiB));
+  std::string line;
+  if (total_) {
+    const double share = std::min(1.0, static_cast<double>(bytes) / static_cast<double>(*total_));
+    line.assign(static_cast<std::size_t>(share * static_cast<double>(kBarWidth)), '#');
+    line.resize(kBarWidth, '.');
+    const auto percent = static_cast<unsigned>(share * 100);
+    line = "[" + line + "] " + std::to_string(percent) + " % of " + std::to_string(*total_ / kMiB);
+  } else {
+    line = std::to_string(bytes / kMiB);
+  }
+  line += " MiB, " + std::to_string(statements) + " statements";
+  // In the last column the cursor would go on to the next line.
+  line = '\r' + Fitted(line, TerminalWidth(STDERR_FILENO) - 1) + "\x1B[K";
+  std::fputs(line.c_str(), stderr);
 }
 
 void ProgressBar::Clear() {

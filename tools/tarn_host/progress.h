@@ -2,36 +2,35 @@
 
 #include <chrono>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
 namespace tarn::host {
 
-// Bytes in the regular files among `files`; 0 when any of them is something else, whose length
-// can't be known.
-std::uint64_t TotalSize(const std::vector<std::string>& files);
-
-// A bar on standard error that tells how far a command is. It shows nothing unless standard error
-// is a terminal and the input is large. Not thread-safe.
+// A line on standard error that tells how far a command is. It shows nothing unless standard error
+// is a terminal, the input is none, and either large or of a length that can't be known. Not
+// thread-safe.
 class ProgressBar {
  public:
-  // `total` as TotalSize tells.
-  explicit ProgressBar(std::uint64_t total);
+  // `files` are what the command reads, as Input names them.
+  explicit ProgressBar(const std::vector<std::string>& files);
   ProgressBar(const ProgressBar&) = delete;
   ProgressBar& operator=(const ProgressBar&) = delete;
-  // Clears the bar away.
+  // Clears the line away.
   ~ProgressBar();
 
-  // Redraws the bar, if it is time, for `done` bytes of the total.
-  void Show(std::uint64_t done);
+  // Redraws the line, if it is time: `bytes` of the files were read, with `statements` in them.
+  void Show(std::uint64_t bytes, std::uint64_t statements);
 
-  // Clears the bar away, to make room for other output.
+  // Clears the line away, to make room for other output.
   void Clear();
 
  private:
   using Clock = std::chrono::steady_clock;
 
-  std::uint64_t total_;
+  // Of all files, in bytes; nothing when one of them has no length.
+  std::optional<std::uint64_t> total_ = 0;
   bool wanted_;
   bool shown_ = false;
   Clock::time_point next_;

@@ -3,142 +3,116 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <exception>
-#include <mutex>
+#include <future>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <utility>
+#include <vector>
 
 #include "tarn_host/normalize_call.h"
+#include "tarn_host/statement_folder.h"
 
 namespace tarn::host {
 namespace {
 
-void CountStatement(std::string_view statement, std::uint64_t position,
-                    impl_dao::CProductInterface& product, std::string& sql, ShapeCount& count) {
-  sql = statement;
-  if (auto reason = CallNormalize(product, sql)) {
-    ++count.failed;
-    if (!count.first_failure) count.first_failure = {position, *std::move(reason)};
-    return;
-  }
-  ++count.counted;
-  const auto found = count.shapes.find(sql);
-  if (found != count.shapes.end()) {
-    ++found->second.count;
-  } else {
-    count.shapes.emplace(sql, Shape{1, position, std::string(statement)});
-  }
+void AddTimes(ShapeCount& count, const std::string& first, const std::string& last) {
+  if (first.empty()) return;
+  if (count.first_time.empty() || first < count.first_time) count.first_time = first;
+  count.last_time = std::max(count.last_time, last);
 }
+
+// Counts what one thread takes from the source.
+class Worker {
+ public:
+  Worker(impl_dao::CProductInterface& product, const CountOptions& options) : product_(product) {
+    if (options.folding) folder_.emplace(*options.folding);
+  }
+
+  ShapeCount Count(const BatchSource& source) {
+    StatementBatch batch;
+    for (std::uint64_t position = 0; source(batch, position);) {
+      AddTimes(count_, batch.FirstTime(), batch.LastTime());
+      for (std::size_t index = 0; index < batch.Size(); ++index) {
+        Add(batch[index], batch.MeasuresOf(index), position + index);
+      }
+    }
+    return std::move(count_);
+  }
+
+ private:
+  void Add(std::string_view statement, const Measures& measures, std::uint64_t position) {
+    if (folder_) {
+      text_ = folder_->Fold(statement);
+    } else {
+      text_ = statement;
+    }
+    if (auto reason = CallNormalize(product_, text_)) {
+      ++count_.failed;
+      if (!count_.first_failure) count_.first_failure = {position, *std::move(reason)};
+      return;
+    }
+    if (folder_) StatementFolder::ShowPlaces(text_);
+    ++count_.counted;
+    Shape& shape = count_.shapes[text_];
+    if (++shape.count == 1) {
+      shape.first = position;
+      shape.example = statement;
+    }
+    if (measures.seconds) shape.times.Add(*measures.seconds);
+    shape.rows_sent += measures.rows_sent;
+    shape.rows_examined += measures.rows_examined;
+  }
+
+  impl_dao::CProductInterface& product_;
+  std::optional<StatementFolder> folder_;
+  std::string text_;
+  ShapeCount count_;
+};
 
 void Merge(ShapeCount& total, ShapeCount part) {
   total.counted += part.counted;
   total.failed += part.failed;
+  AddTimes(total, part.first_time, part.last_time);
   if (part.first_failure &&
       (!total.first_failure || part.first_failure->position < total.first_failure->position)) {
     total.first_failure = std::move(part.first_failure);
   }
-  total.shapes.merge(part.shapes);
-  // What is left in `part` is in both.
-  for (auto& [canonical, shape] : part.shapes) {
-    Shape& known = total.shapes.find(canonical)->second;
-    known.count += shape.count;
-    if (shape.first < known.first) {
+  while (!part.shapes.empty()) {
+    auto node = part.shapes.extract(part.shapes.begin());
+    Shape& shape = node.mapped();
+    Shape& known = total.shapes[node.key()];
+    if (known.count == 0 || shape.first < known.first) {
       known.first = shape.first;
       known.example = std::move(shape.example);
     }
+    known.count += shape.count;
+    known.times.Add(shape.times);
+    known.rows_sent += shape.rows_sent;
+    known.rows_examined += shape.rows_examined;
   }
 }
 
 }  // namespace
 
-ShapeCounter::ShapeCounter(impl_dao::CProductInterface& product, unsigned threads)
-    : product_(product), queue_limit_(std::size_t{2} * threads), counts_(threads) {
-  threads_.reserve(threads);
-  for (ShapeCount& count : counts_) {
+ShapeCount CountShapes(const BatchSource& source, impl_dao::CProductInterface& product,
+                       const CountOptions& options) {
+  std::vector<std::future<ShapeCount>> counts;
+  for (unsigned thread = 0; thread < options.threads; ++thread) {
     try {
-      threads_.emplace_back([this, &count] { RunWorker(count); });
-    } catch (...) {
-      // The threads that have started do not end of themselves.
-      Stop();
-      throw;
+      counts.push_back(std::async(std::launch::async, [&source, &product, &options] {
+        return Worker(product, options).Count(source);
+      }));
+    } catch (const std::system_error&) {
+      // Fewer threads count as well.
+      if (counts.empty()) throw;
+      break;
     }
   }
-}
-
-ShapeCounter::~ShapeCounter() { Stop(); }
-
-StatementBatch ShapeCounter::SpareBatch() {
-  const std::lock_guard lock(mutex_);
-  if (spare_.empty()) return {};
-  StatementBatch batch = std::move(spare_.back());
-  spare_.pop_back();
-  return batch;
-}
-
-void ShapeCounter::Add(StatementBatch batch, std::uint64_t position) {
-  std::unique_lock lock(mutex_);
-  changed_.wait(lock, [this] { return queue_.size() < queue_limit_ || stopped_; });
-  queue_.push_back({std::move(batch), position});
-  lock.unlock();
-  changed_.notify_all();
-}
-
-ShapeCount ShapeCounter::Finish(bool abandon) {
-  if (abandon) Stop();
-  {
-    const std::lock_guard lock(mutex_);
-    finished_ = true;
-  }
-  changed_.notify_all();
-  threads_.clear();
-  if (trouble_) std::rethrow_exception(trouble_);
-  ShapeCount total = std::move(counts_.front());
-  for (std::size_t index = 1; index < counts_.size(); ++index) {
-    Merge(total, std::move(counts_[index]));
-  }
+  ShapeCount total = counts.front().get();
+  for (std::size_t index = 1; index < counts.size(); ++index) Merge(total, counts[index].get());
   return total;
-}
-
-void ShapeCounter::RunWorker(ShapeCount& count) {
-  try {
-    std::string sql;
-    while (auto work = Take()) {
-      for (std::size_t index = 0; index < work->batch.Size(); ++index) {
-        if (stopped_.load(std::memory_order_relaxed)) return;
-        CountStatement(work->batch[index], work->position + index, product_, sql, count);
-      }
-      bytes_done_.fetch_add(work->batch.BytesRead(), std::memory_order_relaxed);
-      const std::lock_guard lock(mutex_);
-      spare_.push_back(std::move(work->batch));
-    }
-  } catch (...) {
-    {
-      const std::lock_guard lock(mutex_);
-      trouble_ = std::current_exception();
-    }
-    Stop();
-  }
-}
-
-std::optional<ShapeCounter::Work> ShapeCounter::Take() {
-  std::unique_lock lock(mutex_);
-  changed_.wait(lock, [this] { return !queue_.empty() || finished_ || stopped_; });
-  if (queue_.empty() || stopped_) return std::nullopt;
-  Work work = std::move(queue_.front());
-  queue_.pop_front();
-  lock.unlock();
-  changed_.notify_all();
-  return work;
-}
-
-void ShapeCounter::Stop() noexcept {
-  {
-    const std::lock_guard lock(mutex_);
-    stopped_ = true;
-  }
-  changed_.notify_all();
 }
 
 }  // namespace tarn::host

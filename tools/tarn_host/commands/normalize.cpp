@@ -11,18 +11,19 @@
 
 #include "tarn_host/errors.h"
 #include "tarn_host/exit_code.h"
+#include "tarn_host/input/options.h"
 #include "tarn_host/input/reader.h"
 #include "tarn_host/normalize_call.h"
 #include "tarn_host/output.h"
 #include "tarn_host/plugin.h"
 #include "tarn_host/plugin_option.h"
+#include "tarn_host/progress.h"
 
 namespace tarn::host {
 namespace {
 
 struct NormalizeOptions {
-  std::vector<std::string> files;
-  StatementFormat format = StatementFormat::kSql;
+  InputOptions input;
   bool pairs = false;
   std::string plugin;
 };
@@ -34,7 +35,7 @@ class CanonicalPrinter {
       : output_(output), options_(options) {}
 
   void Print(std::string_view statement, std::string_view canonical) {
-    const bool nul = options_.format == StatementFormat::kNul;
+    const bool nul = options_.input.format == StatementFormat::kNul;
     if (options_.pairs && nul) {
       output_.Write(statement);
       output_.Write(kNul);
@@ -48,7 +49,7 @@ class CanonicalPrinter {
     } else if (options_.pairs) {
       output_.Write("\n\n");
     } else {
-      output_.Write(options_.format == StatementFormat::kSql ? ";\n" : "\n");
+      output_.Write(options_.input.format == StatementFormat::kLines ? "\n" : ";\n");
     }
   }
 
@@ -59,61 +60,78 @@ class CanonicalPrinter {
   const NormalizeOptions& options_;
 };
 
-// Normalizes the statements of one input; returns an exit code. Throws ToolError.
-int NormalizeInput(const std::string& file, const NormalizeOptions& options,
-                   impl_dao::CProductInterface& product, Output& output) {
-  CanonicalPrinter printer(output, options);
-  int exit_code = kExitSuccess;
-  const auto report = [&](const std::string& message) {
-    // Keeps the order on a screen that shows both streams.
-    output.Flush();
-    ReportError(message);
-    exit_code = kExitFailed;
-  };
+class Normalizer {
+ public:
+  explicit Normalizer(const NormalizeOptions& options)
+      : options_(options),
+        files_(options.input.FilesOrStandardInput()),
+        plugin_(ChosenPlugin(options.plugin)),
+        printer_(output_, options) {
+    // Not between the texts on a screen.
+    if (output_.Width() == 0) progress_.emplace(files_);
+  }
 
-  StatementReader reader(file, options.format);
-  StatementBatch batch;
-  std::string sql;
-  while (reader.Read(batch)) {
-    for (std::size_t index = 0; index < batch.Size(); ++index) {
-      sql = batch[index];
-      if (const auto reason = CallNormalize(product, sql)) {
-        report(StatementReason(reader.Name(), batch.FirstNumber() + index, *reason));
-      } else {
-        printer.Print(batch[index], sql);
+  // Returns the exit code. Throws ToolError.
+  int Run() {
+    for (const std::string& file : files_) {
+      try {
+        RunOn(file);
+      } catch (const InputError& error) {
+        Report(error.what(), kExitTrouble);
       }
     }
-    output.Flush();
+    return exit_code_;
   }
-  if (const char* open = reader.OpenAtEnd()) {
-    report(reader.Name() + ": ends inside a " + open + " that is never closed");
-  }
-  return exit_code;
-}
 
-int Normalize(const NormalizeOptions& options) {
-  const Plugin plugin(ChosenPlugin(options.plugin));
-  Output output;
-  int exit_code = kExitSuccess;
-  for (const std::string& file : FilesOrStandardInput(options.files)) {
-    try {
-      exit_code = std::max(exit_code, NormalizeInput(file, options, plugin.Product(), output));
-    } catch (const InputError& error) {
-      output.Flush();
-      ReportError(error.what());
-      exit_code = kExitTrouble;
+ private:
+  void RunOn(const std::string& file) {
+    StatementReader reader(file, options_.input.format, options_.input.UsedDialect());
+    StatementBatch batch;
+    std::string sql;
+    while (reader.Read(batch)) {
+      for (std::size_t index = 0; index < batch.Size(); ++index) {
+        sql = batch[index];
+        if (const auto reason = CallNormalize(plugin_.Product(), sql)) {
+          Report(StatementReason(reader.Name(), batch.FirstNumber() + index, *reason), kExitFailed);
+        } else {
+          printer_.Print(batch[index], sql);
+        }
+      }
+      output_.Flush();
+      statements_ += batch.Size();
+      if (progress_) progress_->Show(bytes_before_ + reader.BytesRead(), statements_);
     }
+    bytes_before_ += reader.BytesRead();
+    const std::string problem = reader.Problem();
+    if (!problem.empty()) Report(problem, kExitFailed);
   }
-  return exit_code;
-}
+
+  void Report(const std::string& message, int exit_code) {
+    // Keeps the order on a screen that shows both streams.
+    output_.Flush();
+    if (progress_) progress_->Clear();
+    ReportError(message);
+    exit_code_ = std::max(exit_code_, exit_code);
+  }
+
+  const NormalizeOptions& options_;
+  const std::vector<std::string> files_;
+  const Plugin plugin_;
+  Output output_;
+  CanonicalPrinter printer_;
+  std::optional<ProgressBar> progress_;
+  std::uint64_t statements_ = 0;
+  // Bytes of the files that are done with.
+  std::uint64_t bytes_before_ = 0;
+  int exit_code_ = kExitSuccess;
+};
 
 }  // namespace
 
 void AddNormalizeCommand(CLI::App& app, int& exit_code) {
   const auto options = std::make_shared<NormalizeOptions>();
   CLI::App* command = app.add_subcommand("normalize", "Print the canonical texts of statements");
-  AddFilesArgument(*command, options->files);
-  AddInputOption(*command, options->format);
+  AddInputOptions(*command, options->input);
   command->add_flag("--pairs", options->pairs, "Print each statement before its canonical text");
   AddPluginOption(*command, options->plugin);
   command->footer(
@@ -124,7 +142,7 @@ void AddNormalizeCommand(CLI::App& app, int& exit_code) {
       "  tarn_host normalize statements.sql\n"
       "  tarn_host normalize --pairs statements.sql\n"
       "  echo 'select 0x1F from tab t3' | tarn_host normalize --input=lines");
-  command->callback([options, &exit_code] { exit_code = Normalize(*options); });
+  command->callback([options, &exit_code] { exit_code = Normalizer(*options).Run(); });
 }
 
 }  // namespace tarn::host

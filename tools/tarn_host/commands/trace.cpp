@@ -12,7 +12,7 @@
 #include "sqlnorm/patterns/pattern_engine.h"
 #include "tarn_host/errors.h"
 #include "tarn_host/exit_code.h"
-#include "tarn_host/input/reader.h"
+#include "tarn_host/input/file.h"
 #include "tarn_host/normalize_call.h"
 #include "tarn_host/output.h"
 #include "tarn_host/plugin.h"
@@ -93,7 +93,8 @@ int Trace(const TraceOptions& options) {
     throw;
   } catch (const std::exception& error) {
     output.Flush();
-    ReportError("trace: step " + std::to_string(printer.LastStep() + 1) + ": " + error.what());
+    ReportError("trace: step " + std::to_string(printer.LastStep() + 1) + ": " +
+                DecimalBeyondDouble(input).value_or(error.what()));
     return kExitFailed;
   }
   table.Row("result", result);

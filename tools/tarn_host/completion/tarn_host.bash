@@ -34,7 +34,15 @@ _tarn_host() {
   fi
   case $previous in
     --input)
-      COMPREPLY=($(compgen -W 'sql lines nul' -- "$word"))
+      COMPREPLY=($(compgen -W 'sql lines nul slowlog general csvlog' -- "$word"))
+      return
+      ;;
+    --dialect)
+      COMPREPLY=($(compgen -W 'mysql ansi postgres' -- "$word"))
+      return
+      ;;
+    --sort)
+      COMPREPLY=($(compgen -W 'count time max' -- "$word"))
       return
       ;;
     --algorithm)
@@ -49,14 +57,17 @@ _tarn_host() {
       _tarn_host_files "$word" '*'
       return
       ;;
-    --top | --threads)
+    --top | --min-count | --threads)
       return
       ;;
   esac
 
   case $command in
-    normalize) options='--input --pairs --plugin --help' ;;
-    shapes) options='--input --top --json --threads --plugin --help' ;;
+    normalize) options='--input --dialect --pairs --plugin --help' ;;
+    shapes)
+      options='--input --dialect --exact --sort --top --min-count --examples --json --threads
+        --plugin --help'
+      ;;
     map | trace) options='--plugin --help' ;;
     config) options='--json --show-password --plugin --help' ;;
     encrypt) options='--algorithm --key --help' ;;

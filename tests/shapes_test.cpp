@@ -1,0 +1,143 @@
+// What tarn_host's shapes and normalize do beyond a row of cases/tool.txt.
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstddef>
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "support/surroundings.h"
+#include "support/tool.h"
+
+namespace tarn::test {
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+TEST(Normalize, TakesStatementsLongerThanABlock) {
+  const std::string word(std::size_t{1} << 20U, 'a');
+  const RunResult result = Tool({"normalize", "--input=lines"}, {.input = word + "\nb\n" + word});
+  EXPECT_EQ(result.output, word + "\nb\n" + word + "\n");
+}
+
+// Many blocks, and a shape that is first seen late in one and early in another.
+std::string ManyStatements() {
+  constexpr int kStatements = 300'000;
+  constexpr int kShapes = 7;
+  std::string input;
+  for (int number = 0; number < kStatements; ++number) {
+    input += "select x" + std::to_string(number % kShapes) + " where a in (" +
+             std::to_string(number) + (number % 3 == 0 ? ",5);\n" : ");\n");
+    if (number == 150'000) input += "select rare, 1;";
+    if (number > 150'000 && number % 10'000 == 0) input += "select rare, 2;";
+  }
+  return input;
+}
+
+TEST(Shapes, AgreeOnAnyNumberOfThreads) {
+  const std::string input = ManyStatements();
+  const auto run = [&input](const char* threads) {
+    return Tool({"shapes", "--json", "--threads", threads}, {.input = input});
+  };
+  const RunResult alone = run("1");
+  const auto report = nlohmann::json::parse(alone.output);
+  EXPECT_EQ(report["statements"], 300'015);
+  EXPECT_EQ(report["shape_count"], 8);
+  EXPECT_EQ(report["shapes"].back()["example"], "select rare, 1");
+  for (const char* threads : {"2", "8", "8"}) EXPECT_EQ(run(threads).output, alone.output);
+}
+
+TEST(Shapes, ReplaceInJsonWhatIsNotUtf8) {
+  const RunResult result = Tool({"shapes", "--input=nul", "--json"}, {.input = "\xFF;\n\""});
+  const auto report = nlohmann::json::parse(result.output);
+  EXPECT_EQ(report["shapes"][0]["example"], "\xEF\xBF\xBD;\n\"");
+  EXPECT_EQ(nlohmann::json::parse(Tool({"shapes", "--json"}).output)["shapes"].size(), 0);
+}
+
+TEST(Shapes, TellInJsonWhatALogTells) {
+  const RunResult result = Tool(
+      {"shapes", "--input=slowlog", "--json", "--top=2", "--sort=max", TARN_EXAMPLES "/slow.log"});
+  EXPECT_EQ(result.errors, "");
+  const auto report = nlohmann::json::parse(result.output);
+  EXPECT_EQ(report["statements"], 41);
+  EXPECT_EQ(report["failed"], 0);
+  EXPECT_EQ(report["shape_count"], 7);
+  EXPECT_EQ(report["first_time"], "2026-11-24 09:05:29");
+  EXPECT_EQ(report["last_time"], "2026-11-24 09:22:10");
+  EXPECT_EQ(report["others"]["shape_count"], 5);
+  ASSERT_EQ(report["shapes"].size(), 2);
+  const auto& slowest = report["shapes"][0];
+  EXPECT_EQ(slowest["count"], 10);
+  EXPECT_EQ(slowest["rows_sent"], 10);
+  EXPECT_EQ(slowest["rows_examined"], 929770);
+  EXPECT_NEAR(slowest["total_seconds"], 18.78, 0.01);
+  EXPECT_NEAR(slowest["mean_seconds"], 1.878, 0.001);
+  EXPECT_EQ(slowest["max_seconds"], slowest["p95_seconds"]);
+  EXPECT_EQ(slowest["id"], "404653bc");
+  EXPECT_THAT(slowest["shape"], HasSubstr("between ? and ?"));
+  EXPECT_THAT(slowest["canonical"], HasSubstr("BETWEEN '"));
+  EXPECT_THAT(slowest["example"], HasSubstr("SUM(total)\nFROM orders"));
+  EXPECT_NEAR(slowest["share"], 10.0 / 41, 1e-9);
+}
+
+TEST(Shapes, PrintWhatTheyHaveOnCtrlC) {
+  int ends[2];
+  ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+  const OwnedFd read_end(ends[0]);
+  OwnedFd write_end(ends[1]);
+  RunningProgram tool({TARN_HOST_PATH, "shapes"}, {.input_fd = read_end.Get()});
+  ASSERT_EQ(write(write_end.Get(), "a;a;half", 8), 8);
+  // Once the pipe is empty the tool is past the start, where Ctrl-C would end it outright.
+  int unread = 0;
+  do {
+    usleep(1000);
+    ASSERT_EQ(ioctl(read_end.Get(), FIONREAD, &unread), 0);
+  } while (unread > 0);
+  tool.Signal(SIGINT);
+  const RunResult result = tool.Wait();
+  EXPECT_EQ(result.exit_code, 130);
+  EXPECT_THAT(result.output, HasSubstr("2 statements, 1 shape\n"));
+  EXPECT_THAT(result.output, Not(HasSubstr("half")));
+  EXPECT_THAT(result.errors, AllOf(IsOneErrorLine(), HasSubstr("interrupted")));
+}
+
+// What `command`, run by a shell, shows on a terminal of 60 columns.
+std::string OnATerminal(const std::string& command) {
+  return RunProgram({"/usr/bin/script", "-qec", "stty cols 60; " + command, "/dev/null"},
+                    {.environment = {"TERM=xterm", "NO_COLOR="}})
+      .output;
+}
+
+TEST(Terminal, ShowsColoursUnlessTheyAreUnwelcome) {
+  const std::string command = TARN_HOST_PATH " normalize --pairs " TARN_EXAMPLES "/statements.sql";
+  EXPECT_THAT(OnATerminal(command), HasSubstr("\x1B[1;32m"));
+  EXPECT_THAT(OnATerminal("NO_COLOR=1 " + command), Not(HasSubstr("\x1B")));
+  EXPECT_THAT(OnATerminal("TERM=dumb " + command), Not(HasSubstr("\x1B")));
+  EXPECT_THAT(RunProgram({"/bin/sh", "-c", command}).output, Not(HasSubstr("\x1B")));
+}
+
+TEST(Terminal, IsFittedByTheTable) {
+  const std::string command = TARN_HOST_PATH " shapes --input=slowlog " TARN_EXAMPLES "/slow.log";
+  const std::string shown = OnATerminal(command);
+  EXPECT_THAT(shown,
+              HasSubstr("\r\n     SELECT customer_id, sum ( total ) FROM orders WHERE ...\r\n"));
+  EXPECT_THAT(RunProgram({"/bin/sh", "-c", command}).output, HasSubstr("group by customer_id\n"));
+}
+
+// Progress is for a terminal: with a pipe for input it has no end to show.
+TEST(Terminal, ShowsProgressThereAlone) {
+  for (const char* tool : {" shapes", " normalize >/dev/null"}) {
+    const std::string command =
+        std::string("(echo 'a;'; sleep 0.7; echo 'b;'; sleep 0.2) | " TARN_HOST_PATH) + tool;
+    EXPECT_THAT(OnATerminal(command), HasSubstr("\r0 MiB, 2 statements\x1B[K\r\x1B[K")) << tool;
+    EXPECT_EQ(RunProgram({"/bin/sh", "-c", command}).errors, "") << tool;
+  }
+}
+
+}  // namespace
+}  // namespace tarn::test

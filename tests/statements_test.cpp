@@ -1,0 +1,284 @@
+// How tarn_host finds statements in its input and what it makes of them, piece by piece.
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <ctime>
+#include <map>
+#include <memory>
+#include <random>
+#include <set>
+#include <sstream>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "sqlnorm/normalize_sql.h"
+#include "support/case_file.h"
+#include "support/run_program.h"
+#include "support/surroundings.h"
+#include "tarn_host/errors.h"
+#include "tarn_host/input/log_splitter.h"
+#include "tarn_host/input/reader.h"
+#include "tarn_host/output.h"
+#include "tarn_host/statement_folder.h"
+#include "tarn_host/time_statistics.h"
+
+namespace {
+
+// The most that `write` takes at once, as a pipe might; 0 for no limit.
+std::size_t most_written = 0;
+
+}  // namespace
+
+extern "C" ssize_t write(int fd, const void* bytes, std::size_t size) {
+  if (most_written != 0) size = std::min(size, most_written);
+  return syscall(SYS_write, fd, bytes, size);
+}
+
+namespace tarn::test {
+namespace {
+
+using namespace tarn::host;
+using ::testing::HasSubstr;
+
+const std::map<std::string, Dialect> kDialects{
+    {"mysql", Dialect::kMysql}, {"ansi", Dialect::kAnsi}, {"postgres", Dialect::kPostgres}};
+const std::map<std::string, StatementFormat> kFormats{{"sql", StatementFormat::kSql},
+                                                      {"lines", StatementFormat::kLines},
+                                                      {"nul", StatementFormat::kNul},
+                                                      {"slowlog", StatementFormat::kSlowLog},
+                                                      {"general", StatementFormat::kGeneralLog},
+                                                      {"csvlog", StatementFormat::kCsvLog}};
+
+std::string ShapeOf(StatementFolder& folder, const std::string& statement) {
+  std::string shape = sqlnorm::NormalizeSQLText(folder.Fold(statement));
+  StatementFolder::ShowPlaces(shape);
+  return shape;
+}
+
+class Folding : public testing::TestWithParam<CaseRow> {};
+
+TEST_P(Folding, UnitesWhatAPersonWould) {
+  std::istringstream words(GetParam().label);
+  std::string id;
+  std::string dialect;
+  words >> id >> dialect;
+  StatementFolder folder(kDialects.at(dialect));
+  std::vector<std::string> statements = GetParam().texts;
+  std::set<std::string> shapes;
+  if (GetParam().section == "Apart") {
+    for (const std::string& statement : statements) shapes.insert(ShapeOf(folder, statement));
+    EXPECT_EQ(shapes.size(), statements.size()) << testing::PrintToString(shapes);
+    return;
+  }
+  const std::string shape = statements.back();
+  if (statements.size() > 1) statements.pop_back();
+  for (const std::string& statement : statements) {
+    EXPECT_EQ(ShapeOf(folder, statement), shape) << statement;
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Cases, Folding, testing::ValuesIn(ReadCases("folding.txt")), CaseName);
+
+// Hands out `content` at most `step` bytes at a time.
+class Trickle final : public InputWaiter {
+ public:
+  Trickle(const std::string& content, std::size_t step) : content_(content), step_(step) {
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error("pipe");
+    read_end_ = std::make_unique<OwnedFd>(ends[0]);
+    write_end_ = std::make_unique<OwnedFd>(ends[1]);
+  }
+
+  std::string Path() const { return "/dev/fd/" + std::to_string(read_end_->Get()); }
+
+  bool Wait(int) override {
+    const std::size_t size = std::min(step_, content_.size() - at_);
+    if (size == 0) {
+      write_end_->Close();
+    } else if (::write(write_end_->Get(), content_.data() + at_, size) < 0) {
+      return false;
+    }
+    at_ += size;
+    return true;
+  }
+
+ private:
+  const std::string content_;
+  const std::size_t step_;
+  std::size_t at_ = 0;
+  std::unique_ptr<OwnedFd> read_end_;
+  std::unique_ptr<OwnedFd> write_end_;
+};
+
+class Inputs : public testing::TestWithParam<CaseRow> {};
+
+TEST_P(Inputs, AreCutAlikeHoweverTheyArrive) {
+  std::istringstream words(GetParam().label);
+  std::string id;
+  std::string format;
+  std::string dialect;
+  words >> id >> format >> dialect;
+  const std::vector<std::string>& texts = GetParam().texts;
+  std::string problem;
+  std::vector<std::string> expected;
+  for (std::size_t i = 1; i < texts.size(); ++i) {
+    if (texts[i].starts_with('!')) {
+      problem = texts[i].substr(1);
+    } else {
+      expected.push_back(texts[i]);
+    }
+  }
+  for (const std::size_t step :
+       {std::size_t{1}, std::size_t{2}, std::size_t{3}, std::size_t{50'000}}) {
+    Trickle trickle(texts[0], step);
+    StatementReader reader(trickle.Path(), kFormats.at(format), kDialects.at(dialect), &trickle);
+    std::vector<std::string> found;
+    std::uint64_t number = 1;
+    for (StatementBatch batch; reader.Read(batch); number += batch.Size()) {
+      EXPECT_EQ(batch.FirstNumber(), number);
+      for (std::size_t i = 0; i < batch.Size(); ++i) {
+        std::ostringstream text;
+        text << batch[i];
+        const Measures& measures = batch.MeasuresOf(i);
+        if (GetParam().section == "SlowLog" || GetParam().section == "CsvLog") {
+          text << '|';
+          if (measures.seconds) {
+            text << *measures.seconds;
+          } else {
+            text << '-';
+          }
+          text << ' ' << measures.rows_sent << ' ' << measures.rows_examined;
+        }
+        found.push_back(text.str());
+      }
+    }
+    EXPECT_EQ(found, expected) << step << " bytes at a time";
+    if (problem.empty()) {
+      EXPECT_EQ(reader.Problem(), "");
+    } else if (step > 3 || GetParam().section != "Recognised") {
+      EXPECT_THAT(reader.Problem(), HasSubstr(problem)) << step << " bytes at a time";
+    }
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Cases, Inputs, testing::ValuesIn(ReadCases("inputs.txt")), CaseName);
+
+// What someone may write who wants a log to take long.
+TEST(Statements, TakeTimeLinearInTheirLength) {
+  struct Family {
+    const char* begin;
+    const char* repeated;
+  };
+  constexpr Family kFamilies[] = {{"select ", "("},
+                                  {"", "(1,"},
+                                  {"values ", "(1),"},
+                                  {"values (", "(1),"},
+                                  {"x = ", "- "},
+                                  {"/*", "/*"},
+                                  {"/*", "* /"},
+                                  {"'", "''"},
+                                  {"", "$a"},
+                                  {"", "$$"},
+                                  {"", "_a "},
+                                  {"select ", "-- \n"},
+                                  {"", "\n\n"},
+                                  {"'", "\\"},
+                                  {"", "a."},
+                                  {"", "____v"},
+                                  {"", "# Query_time: 1\n"},
+                                  {"# Query_time: 1\na", "\n\n"},
+                                  {"", "\"\n"},
+                                  {"# Query_time: 1\n", "   "},
+                                  {"delimiter ", "x"},
+                                  {"", "/"},
+                                  {"", "go\n"}};
+  const auto seconds = [](const Family& family, std::size_t size) {
+    std::string text = family.begin;
+    while (text.size() < size) text += family.repeated;
+    const std::clock_t start = std::clock();
+    for (const auto& [name, dialect] : kDialects) {
+      StatementFolder(dialect).Fold(text);
+      for (const auto& splitter : {MakeSqlSplitter(dialect), MakeSlowLogSplitter(),
+                                   MakeGeneralLogSplitter(), MakeCsvLogSplitter()}) {
+        constexpr std::size_t kBlock = 4096;
+        std::size_t done = 0;
+        Found found;
+        for (std::size_t end = 0; end < text.size();) {
+          // As a reader that doubles its buffer does.
+          end = std::min(text.size(), std::max(end + kBlock, done + 2 * (end - done)));
+          done += splitter->Split(std::string_view(text).substr(done, end - done),
+                                  end == text.size(), found);
+        }
+      }
+    }
+    return static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC;
+  };
+  constexpr std::size_t kSize = 20'000;
+  constexpr std::size_t kGrowth = 16;
+  for (const Family& family : kFamilies) {
+    // The quotient is 16 if linear and 256 if quadratic; what is over at once proves nothing.
+    const double small = std::max(seconds(family, kSize), 0.002);
+    EXPECT_LT(seconds(family, kGrowth * kSize), 5 * kGrowth * small)
+        << family.begin << "..." << family.repeated;
+  }
+}
+
+TEST(TimeStatistics, NearThePercentileAndExactOtherwise) {
+  std::mt19937 random(7);
+  std::lognormal_distribution<double> durations(-3, 3);
+  TimeStatistics halves[2];
+  std::vector<double> all;
+  for (std::size_t i = 0; i < 5000; ++i) {
+    all.push_back(durations(random));
+    halves[i % 2].Add(all.back());
+  }
+  halves[0].Add(halves[1]);
+  std::sort(all.begin(), all.end());
+  const double exact = all[all.size() * 95 / 100 - 1];
+  EXPECT_GE(halves[0].Percentile95(), exact * 0.999);
+  EXPECT_LE(halves[0].Percentile95(), exact * TimeStatistics::kClassRatio);
+  EXPECT_EQ(halves[0].Max(), all.back());
+  EXPECT_EQ(halves[0].Count(), all.size());
+  EXPECT_NEAR(halves[0].Mean(), halves[0].Total() / 5000, 1e-9);
+  TimeStatistics none;
+  EXPECT_EQ(none.Mean() + none.Percentile95(), 0);
+  none.Add(0);
+  none.Add(1e300);
+  EXPECT_TRUE(std::isfinite(none.Total()));
+}
+
+TEST(Output, WritesWhatIsLeftOfAPartialWrite) {
+  const OwnedFd file = ScratchFile();
+  const std::string text(100'000, 'x');
+  most_written = 7;
+  Output output(file.Get(), "scratch");
+  output.Write(text + "end");
+  output.Flush();
+  most_written = 0;
+  EXPECT_EQ(Content(file.Get()), text + "end");
+}
+
+TEST(Output, FitsLinesByCharacters) {
+  EXPECT_EQ(Fitted("abcdef", 6), "abcdef");
+  EXPECT_EQ(Fitted("abcdefg", 6), "abc...");
+  EXPECT_EQ(Fitted("\xC3\xA4\xC3\xA4\xC3\xA4\xC3\xA4", 4), "\xC3\xA4\xC3\xA4\xC3\xA4\xC3\xA4");
+  EXPECT_EQ(Fitted("\xC3\xA4\xC3\xA4\xC3\xA4\xC3\xA4\xC3\xA4", 4), "\xC3\xA4...");
+  EXPECT_EQ(Fitted("abc", 2), "..");
+  EXPECT_EQ(Fitted("abc", 0), "abc");
+}
+
+TEST(OneLine, ShowsControlCharactersOfBothRanges) {
+  EXPECT_EQ(OneLine("a\n\t\r\x1B\x7F"), "a\\n\\t\\r\\x1B\\x7F");
+  EXPECT_EQ(OneLine("\xC2\x80\xC2\x9F\xC2\xA0\xC3\x80"), "\\xC2\\x80\\xC2\\x9F\xC2\xA0\xC3\x80");
+  EXPECT_EQ(OneLine("\x9B\xC2"), "\x9B\xC2");
+}
+
+}  // namespace
+}  // namespace tarn::test

@@ -1,0 +1,41 @@
+#include "tarn_host/input/dialect.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <string_view>
+
+namespace tarn::host {
+
+std::string_view Trimmed(std::string_view text) noexcept {
+  while (!text.empty() && IsBlank(text.front())) text.remove_prefix(1);
+  while (!text.empty() && IsBlank(text.back())) text.remove_suffix(1);
+  return text;
+}
+
+bool EqualIgnoringCase(std::string_view a, std::string_view b) noexcept {
+  return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                    [](char x, char y) { return Lower(x) == Lower(y); });
+}
+
+bool BeginsLineComment(std::string_view rest, Dialect dialect) noexcept {
+  if (dialect != Dialect::kMysql) return rest.starts_with("--");
+  if (rest.starts_with('#')) return true;
+  // "5--1" is an expression to MySQL.
+  constexpr char kFirstPrinted = '!';
+  return rest.starts_with("--") &&
+         (rest.size() == 2 || (rest[2] >= '\0' && rest[2] < kFirstPrinted));
+}
+
+bool BeginsExecutableComment(std::string_view rest, Dialect dialect) noexcept {
+  return dialect == Dialect::kMysql && (rest.starts_with("/*!") || rest.starts_with("/*M!"));
+}
+
+std::size_t DollarTagSize(std::string_view rest) noexcept {
+  for (std::size_t i = 1; i < rest.size(); ++i) {
+    if (rest[i] == '$') return i + 1;
+    if (!IsWord(rest[i]) || (i == 1 && IsDigit(rest[i]))) return 0;
+  }
+  return kUnfinishedTag;
+}
+
+}  // namespace tarn::host

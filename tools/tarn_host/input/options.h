@@ -1,0 +1,27 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tarn_host/input/reader.h"
+
+namespace tarn::host {
+
+// What a command reads, as the command line names it.
+struct InputOptions {
+  std::vector<std::string> files;
+  StatementFormat format = StatementFormat::kSql;
+  // Unless a person has chosen one, that of the server that wrote the log, or MySQL's.
+  Dialect UsedDialect() const noexcept;
+  std::optional<Dialect> dialect;
+
+  // `files`, or standard input alone when there are none.
+  std::vector<std::string> FilesOrStandardInput() const;
+};
+
+// Adds FILE..., --input=FORMAT and --dialect=NAME to `command`; `options` must outlive the parsing.
+void AddInputOptions(CLI::App& command, InputOptions& options);
+
+}  // namespace tarn::host
