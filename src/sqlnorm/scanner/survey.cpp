@@ -22,12 +22,14 @@ class ParenthesisSurvey {
     // Another parenthesis within a row may be rewritten.
     survey_.rows |= row_ != nullptr;
     row_ = nullptr;
-    const ComparisonGroup group = MatchComparisonGroup(p);
-    if (group.close != nullptr && !group.has_decimal && !survey_.comparisons) {
-      OpenComparisonGroup(p, text_ + (group.close - text_));
-      return;
-    }
     const bool comparison = MayBecomeComparisonGroup(p);
+    if (comparison && !survey_.comparisons) {
+      const ComparisonGroup group = MatchComparisonGroup(p);
+      if (group.close != nullptr && !group.has_decimal) {
+        OpenComparisonGroup(p, text_ + (group.close - text_));
+        return;
+      }
+    }
     survey_.comparisons |= comparison;
     // Whether a group opens is told by the text as it came: those before the first that has to wait
     // are settled, and those behind it wait as well.

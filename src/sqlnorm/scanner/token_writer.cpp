@@ -142,7 +142,6 @@ class TokenWriter {
     CopyLoosely(p, end, out_);
     const auto length = static_cast<std::size_t>(end - p);
     const WordStart start = StartOfWord(p, length);
-    // Over the copy: whether it is a keyword is a toss-up, which no branch should hang on.
     std::memcpy(out_, &start.bytes, sizeof start.bytes);
     out_ += length;
     EndToken();
