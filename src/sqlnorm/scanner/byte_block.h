@@ -24,6 +24,16 @@ inline ByteBlock LoadBlock(const char* p) noexcept {
   return block;
 }
 
+// Pads the text that ends at `end`. Not with std::memset, which compilers make a string instruction
+// of, and that takes longer to begin than this to end.
+inline void Pad(char* end) noexcept {
+  static_assert(kPadding % sizeof(ByteBlock) == 0);
+  constexpr ByteBlock kZero{};
+  for (std::size_t at = 0; at < kPadding; at += sizeof kZero) {
+    std::memcpy(end + at, &kZero, sizeof kZero);
+  }
+}
+
 // One bit for each byte of `marks`, the first one lowest.
 inline std::uint32_t BitsOf(ByteBlock marks) noexcept {
 #ifdef __SSE2__

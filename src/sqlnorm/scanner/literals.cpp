@@ -4,7 +4,6 @@
 #include <charconv>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 
 #include "sqlnorm/scanner/byte_block.h"
 #include "sqlnorm/scanner/byte_class.h"
@@ -88,7 +87,7 @@ class Reprinter {
   Text Finish() noexcept {
     if (out_ == nullptr) return source_;
     out_ = std::copy(copied_, End(), out_);
-    std::memset(out_, 0, kPadding);
+    Pad(out_);
     return {output_.Data(), static_cast<std::size_t>(out_ - output_.Data())};
   }
 

@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "sqlnorm/scanner/byte_block.h"
 #include "sqlnorm/scanner/byte_class.h"
 #include "sqlnorm/scanner/groups.h"
 #include "sqlnorm/scanner/literals.h"
@@ -36,7 +37,7 @@ std::string NormalizeByScanner(const std::string& sql) {
   WorkingBuffer source;
   source.Reserve(statement.size() + kPadding, 0);
   std::memcpy(source.Data(), statement.data(), statement.size());
-  std::memset(source.Data() + statement.size(), 0, kPadding);
+  Pad(source.Data() + statement.size());
 
   Text text{source.Data(), statement.size()};
   const Survey survey = SurveyText(text);

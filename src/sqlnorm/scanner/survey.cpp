@@ -3,7 +3,6 @@
 #include <bit>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 
 #include "sqlnorm/scanner/byte_block.h"
 #include "sqlnorm/scanner/byte_class.h"
@@ -63,7 +62,7 @@ void CutAt(const char* p, Text& text) {
   const auto length = static_cast<std::size_t>(p - text.data);
   CheckDecimalRanges(p, text.length - length);
   text.length = length;
-  std::memset(text.data + length, 0, kPadding);
+  Pad(text.data + length);
 }
 
 }  // namespace

@@ -288,7 +288,7 @@ std::string_view WriteTokens(Text text, OutputBuffer& output) {
   const char* begin = writer.Begin();
   const char* end = writer.End();
   if (aliases.Count() == 1) {
-    std::memset(writer.End(), 0, kPadding);
+    Pad(writer.End());
     end = StripSingleAlias(writer.Begin(), writer.End());
   }
   while (begin != end && IsSpace(*begin)) ++begin;
