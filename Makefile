@@ -14,7 +14,7 @@ TARN_HOST    = $(RELEASE)/bin/tarn_host
 FUZZ_SECONDS = 60
 PREFIX       = /usr/local
 
-.PHONY: help run test test-asan-ubsan test-tsan bench fuzz lint format install package \
+.PHONY: help run test test-asan-ubsan test-tsan bench fuzz fuzz-msan lint format install package \
         check-reproducible clean
 
 # Targets share build folders and the system's packages. Each of them runs as many compilers as there
@@ -25,8 +25,8 @@ help:
 	@echo "make run      build the release plug-in and show it: statements, a trace, shapes, a configuration"
 	@echo "make test     build and run all tests (test-asan-ubsan, test-tsan: under sanitizers)"
 	@echo "make bench    time both engines of the normalizer (BENCH_ARGS: Google Benchmark's options)"
-	@echo "make fuzz     run each fuzzer for FUZZ_SECONDS=$(FUZZ_SECONDS)"
-	@echo "make lint     clang-format and clang-tidy; make format rewrites"
+	@echo "make fuzz     run each fuzzer for FUZZ_SECONDS=$(FUZZ_SECONDS) (fuzz-msan: the scanner under MemorySanitizer)"
+	@echo "make lint     clang-format and clang-tidy (LINT_SINCE=COMMIT: tidy what changed); make format rewrites"
 	@echo "make install  install under PREFIX=$(PREFIX); make package makes a .deb"
 	@echo "make check-reproducible  do two builds in two folders give the same bytes? (minutes)"
 
@@ -71,10 +71,18 @@ fuzz:
 	cmake --preset fuzz
 	cmake --build --preset fuzz
 	@mkdir -p build/fuzz/corpus/normalize build/fuzz/corpus/ssl_mode
-	build/fuzz/bin/fuzz_normalize -max_total_time=$(FUZZ_SECONDS) -max_len=512 -dict=fuzz/sql.dict \
-	  -artifact_prefix=build/fuzz/ build/fuzz/corpus/normalize
+	build/fuzz/bin/fuzz_normalize -max_total_time=$(FUZZ_SECONDS) -max_len=4096 -dict=fuzz/sql.dict \
+	  -artifact_prefix=build/fuzz/ build/fuzz/corpus/normalize fuzz/corpus/normalize
 	build/fuzz/bin/fuzz_ssl_mode -max_total_time=$(FUZZ_SECONDS) -max_len=256 -dict=fuzz/ssl_mode.dict \
 	  -artifact_prefix=build/fuzz/ build/fuzz/corpus/ssl_mode
+
+fuzz-msan:
+	$(INSTALL) $(FUZZ_PACKAGES)
+	cmake --preset fuzz-msan
+	cmake --build --preset fuzz-msan
+	@mkdir -p build/fuzz-msan/corpus
+	build/fuzz-msan/bin/fuzz_scanner_msan -max_total_time=$(FUZZ_SECONDS) -max_len=4096 -dict=fuzz/sql.dict \
+	  -artifact_prefix=build/fuzz-msan/ build/fuzz-msan/corpus fuzz/corpus/normalize
 
 SOURCES = $(shell git ls-files '*.cpp' '*.h')
 
@@ -82,7 +90,7 @@ lint:
 	$(INSTALL) $(LINT_PACKAGES)
 	clang-format --dry-run -Werror $(SOURCES)
 	cmake --preset lint
-	run-clang-tidy -quiet -p build/lint
+	run-clang-tidy -quiet -p build/lint $(if $(LINT_SINCE),$$(cmake/changed-sources.sh $(LINT_SINCE)) no-other)
 
 format:
 	$(INSTALL) clang-format

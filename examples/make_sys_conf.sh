@@ -1,11 +1,23 @@
 #!/bin/sh
 # make_sys_conf.sh TARN_HOST KEY_FILE SAMPLE OUTPUT
 #
-# Writes OUTPUT, a copy of the configuration SAMPLE in which each
-#   "password": "encipher-ALGORITHM:PASSWORD"
-# holds the password enciphered by `TARN_HOST encrypt` with the key of KEY_FILE. Makes the key file if
-# there is none. OUTPUT is replaced as a whole, or left as it is when anything fails.
+# Writes OUTPUT, a copy of the configuration SAMPLE in which each JSON text
+#   "encipher-ALGORITHM:PASSWORD"
+# is the password enciphered by `TARN_HOST encrypt` with the key of KEY_FILE. Makes the key file if
+# there is none. OUTPUT is replaced as a whole, by a file that only its owner may read, or left as it
+# is when anything fails; if it is a symbolic link, the link is replaced and not what it points to.
+#
+# In a password, as in any JSON text, \" and \\ stand for a quote and a backslash. A password with
+# another escape sequence is refused.
 set -eu
+# Passwords are bytes.
+LC_ALL=C
+export LC_ALL
+
+fail() {
+  printf 'make_sys_conf.sh: %s\n' "$1" >&2
+  exit 1
+}
 
 if [ $# -ne 4 ]; then
   echo "usage: make_sys_conf.sh TARN_HOST KEY_FILE SAMPLE OUTPUT" >&2
@@ -13,24 +25,40 @@ if [ $# -ne 4 ]; then
 fi
 tarn_host=$1 key_file=$2 sample=$3 output=$4
 
-unfinished=$output.new
+[ -r "$sample" ] || fail "$sample: cannot be read"
+[ ! -d "$output" ] || fail "$output: is a directory"
+
+# A new file of its owner's, whatever lies in the folder.
+umask 077
+unfinished=$(mktemp "$output.XXXXXX")
 trap 'rm -f "$unfinished"' EXIT
+trap 'exit 130' HUP INT TERM
 [ -e "$key_file" ] || "$tarn_host" keygen "$key_file"
 
+# A JSON text up to its closing quote.
+text='\(\([^"\\]\|\\.\)*\)'
+
 while IFS= read -r line || [ -n "$line" ]; do
-  case $line in
-  *'"encipher-'*:*'"'*)
-    before=${line%%encipher-*}
-    rest=${line#*encipher-}
+  while :; do
+    case $line in
+    *'"encipher-'*) ;;
+    *) break ;;
+    esac
+    before=${line%%\"encipher-*}
+    rest=${line#*\"encipher-}
     algorithm=${rest%%:*}
     rest=${rest#*:}
-    password=${rest%%\"*}
-    after=${rest#*\"}
-    text=$(printf '%s\n' "$password" |
+    escaped=$(printf '%s\n' "$rest" | sed -n "s/^$text\".*/\1/p")
+    after=${rest#"$escaped"\"}
+    [ "$after" != "$rest" ] || fail "$sample: no end of the password in: $before"
+    # What is left when the two known escape sequences are taken out has no other backslash.
+    case $(printf '%s\n' "$escaped" | sed 's/\\["\\]//g') in
+    *\\*) fail "$sample: only \\\" and \\\\ may be escaped in a password" ;;
+    esac
+    enciphered=$(printf '%s\n' "$escaped" | sed 's/\\\(["\\]\)/\1/g' |
       "$tarn_host" encrypt --algorithm "$algorithm" --key "$key_file")
-    line=$before$text\"$after
-    ;;
-  esac
+    line=$before\"$enciphered\"$after
+  done
   printf '%s\n' "$line"
 done <"$sample" >"$unfinished"
-mv "$unfinished" "$output"
+mv -T "$unfinished" "$output"

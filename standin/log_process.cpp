@@ -9,6 +9,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
@@ -20,21 +21,14 @@
 
 namespace {
 
-enum class Level { kOff, kError, kWarn, kDebug };
-
-struct LevelWord {
-  const char* word;
-  Level level;
-};
-
-constexpr std::array<LevelWord, 4> kLevelWords{{{"off", Level::kOff},
-                                                {"error", Level::kError},
-                                                {"warn", Level::kWarn},
-                                                {"debug", Level::kDebug}}};
-constexpr Level kDefaultLevel = Level::kWarn;
 constexpr const char* kLevelVariable = "TARN_LOG_LEVEL";
 
-// Longer lines would be torn apart between processes that share a pipe, never between threads.
+// From the least to the most that is written.
+enum Level : std::size_t { kOff, kError, kWarn, kDebug };
+constexpr std::array<std::string_view, 4> kLevelWords{"off", "error", "warn", "debug"};
+
+// Keeps the lines of several threads apart, since a line may take several writes. Processes that
+// share a pipe have no lock in common: lines of more than PIPE_BUF bytes may mix.
 constinit std::mutex output_lock;
 
 constinit std::atomic<bool> unknown_level_reported{false};
@@ -90,11 +84,13 @@ void WriteRecord(const char* level, std::optional<unsigned int> code, const char
   errno = caller_errno;
 }
 
-Level Threshold() {
+// Whether records of that level are written.
+bool IsWanted(Level level) {
   const char* wanted = std::getenv(kLevelVariable);
-  if (wanted == nullptr) return kDefaultLevel;
-  for (const auto& [word, level] : kLevelWords) {
-    if (std::string_view(wanted) == word) return level;
+  if (wanted == nullptr) return level <= kWarn;
+  const auto* const word = std::find(kLevelWords.begin(), kLevelWords.end(), wanted);
+  if (word != kLevelWords.end()) {
+    return level <= static_cast<std::size_t>(word - kLevelWords.begin());
   }
   if (!unknown_level_reported.exchange(true)) {
     const std::string message = std::string(kLevelVariable) + ": \"" + wanted +
@@ -102,22 +98,23 @@ Level Threshold() {
     WriteRecord("WARN", std::nullopt, message.c_str(),
                 LocationInfo("log_process.cpp", __func__, __LINE__));
   }
-  return kDefaultLevel;
+  return level <= kWarn;
 }
 
 }  // namespace
 
 LocationInfo::LocationInfo(const char* file, const char* function, int line)
     : file_(file), function_(function), line_(line) {}
+LocationInfo::~LocationInfo() {}
 
 void LogProcess::Error(unsigned int code, const char* message, const LocationInfo& location) {
-  if (Threshold() >= Level::kError) WriteRecord("ERROR", code, message, location);
+  if (IsWanted(kError)) WriteRecord("ERROR", code, message, location);
 }
 
 void LogProcess::Warn(const char* message, const LocationInfo& location) {
-  if (Threshold() >= Level::kWarn) WriteRecord("WARN", std::nullopt, message, location);
+  if (IsWanted(kWarn)) WriteRecord("WARN", std::nullopt, message, location);
 }
 
 void LogProcess::Debug(const char* message, const LocationInfo& location) {
-  if (Threshold() >= Level::kDebug) WriteRecord("DEBUG", std::nullopt, message, location);
+  if (IsWanted(kDebug)) WriteRecord("DEBUG", std::nullopt, message, location);
 }

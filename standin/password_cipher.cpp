@@ -103,43 +103,49 @@ Bytes DecodeBase64(std::string_view text) {
   return bytes;
 }
 
-// One enciphering or deciphering, with the algorithm's own derived key.
-class Operation {
- public:
-  Operation(CipherAlgorithm algorithm, const CipherKey& key, const unsigned char* nonce,
-            bool encipher)
-      : context_(EVP_CIPHER_CTX_new()) {
-    const bool gcm = algorithm == CipherAlgorithm::kAes256Gcm;
-    const SecretBytes derived = Derive(key, gcm ? "password AES-256-GCM" : "password AES-128-ECB");
-    Require(context_ &&
-            EVP_CipherInit_ex(context_.get(), gcm ? EVP_aes_256_gcm() : EVP_aes_128_ecb(), nullptr,
-                              derived.data(), nonce, encipher ? 1 : 0) == 1);
-  }
+// What stands around the enciphered password: nothing under AES-128-ECB.
+struct Frame {
+  explicit Frame(CipherAlgorithm algorithm)
+      : nonce(algorithm == CipherAlgorithm::kAes256Gcm ? kNonceBytes : 0),
+        tag(algorithm == CipherAlgorithm::kAes256Gcm ? kTagBytes : 0) {}
 
-  EVP_CIPHER_CTX* Context() const noexcept { return context_.get(); }
-
-  void Authenticate(BytesView bytes) {
-    int unused = 0;
-    Require(EVP_CipherUpdate(context_.get(), nullptr, &unused, bytes.data(),
-                             static_cast<int>(bytes.size())) == 1);
-  }
-
-  // Whether the text was complete: false for a tag or a padding that does not fit, with nothing
-  // worth keeping in `output`.
-  bool Run(BytesView input, SecretBytes& output) {
-    output.resize(input.size() + EVP_MAX_BLOCK_LENGTH);
-    int head = 0;
-    Require(EVP_CipherUpdate(context_.get(), output.data(), &head, input.data(),
-                             static_cast<int>(input.size())) == 1);
-    int tail = 0;
-    if (EVP_CipherFinal_ex(context_.get(), output.data() + head, &tail) != 1) return false;
-    output.resize(static_cast<std::size_t>(head) + static_cast<std::size_t>(tail));
-    return true;
-  }
-
- private:
-  std::unique_ptr<EVP_CIPHER_CTX, FreeContext> context_;
+  Bytes nonce;
+  Bytes tag;
 };
+
+// Enciphers or deciphers `input` with the algorithm's own derived key. Under AES-256-GCM `header`
+// is authenticated too, and the frame's tag is written or compared. False if the tag or the padding
+// does not fit, with nothing worth keeping in `output`.
+bool Run(bool encipher, CipherAlgorithm algorithm, const CipherKey& key, BytesView header,
+         Frame& frame, BytesView input, SecretBytes& output) {
+  const bool gcm = algorithm == CipherAlgorithm::kAes256Gcm;
+  const SecretBytes derived = Derive(key, gcm ? "password AES-256-GCM" : "password AES-128-ECB");
+  const std::unique_ptr<EVP_CIPHER_CTX, FreeContext> context(EVP_CIPHER_CTX_new());
+  const auto tag_bytes = static_cast<int>(frame.tag.size());
+  output.resize(input.size() + EVP_MAX_BLOCK_LENGTH);
+  int head = 0;
+  int tail = 0;
+  Require(context && EVP_CipherInit_ex(context.get(), gcm ? EVP_aes_256_gcm() : EVP_aes_128_ecb(),
+                                       nullptr, derived.data(), gcm ? frame.nonce.data() : nullptr,
+                                       encipher ? 1 : 0) == 1);
+  if (gcm) {
+    Require(EVP_CipherUpdate(context.get(), nullptr, &head, header.data(),
+                             static_cast<int>(header.size())) == 1);
+  }
+  if (gcm && !encipher) {
+    Require(EVP_CIPHER_CTX_ctrl(context.get(), EVP_CTRL_AEAD_SET_TAG, tag_bytes,
+                                frame.tag.data()) == 1);
+  }
+  Require(EVP_CipherUpdate(context.get(), output.data(), &head, input.data(),
+                           static_cast<int>(input.size())) == 1);
+  if (EVP_CipherFinal_ex(context.get(), output.data() + head, &tail) != 1) return false;
+  if (gcm && encipher) {
+    Require(EVP_CIPHER_CTX_ctrl(context.get(), EVP_CTRL_AEAD_GET_TAG, tag_bytes,
+                                frame.tag.data()) == 1);
+  }
+  output.resize(static_cast<std::size_t>(head) + static_cast<std::size_t>(tail));
+  return true;
+}
 
 void Append(Bytes& bytes, BytesView more) { bytes.insert(bytes.end(), more.begin(), more.end()); }
 
@@ -158,32 +164,32 @@ CipherAlgorithm AlgorithmFromIdentifier(unsigned int identifier) {
 }
 
 CipherKey CipherKey::FromFile(const std::string& path) {
+  // The digits, a newline and one byte more, which a longer file would fill.
+  SecretBytes digits(kKeyDigits + 2);
+  struct stat status {};
   try {
-    RegularFile file(path);
-    if ((file.Status().st_mode & kOthers) != 0) {
-      throw KeyFileError(CipherCode::kKeyFileExposed, path,
-                         "group or others have access to it; mode 0600 is right");
-    }
-    // The digits, a newline and one byte more, which a longer file would fill.
-    SecretBytes digits(kKeyDigits + 2);
-    digits.resize(file.Read(digits));
-    if (digits.size() == kKeyDigits + 1 && digits.back() == '\n') digits.pop_back();
-    const auto is_digit = [](unsigned char c) {
-      return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
-    };
-    if (digits.size() != kKeyDigits || !std::all_of(digits.begin(), digits.end(), is_digit)) {
-      throw KeyFileError(CipherCode::kKeyFileMalformed, path,
-                         "not " + std::to_string(kKeyDigits) + " hexadecimal digits");
-    }
-    digits.push_back('\0');
-    SecretBytes bytes(kBytes);
-    const ErrorQueueMark mark;
-    Require(OPENSSL_hexstr2buf_ex(bytes.data(), bytes.size(), nullptr,
-                                  reinterpret_cast<const char*>(digits.data()), '\0') == 1);
-    return CipherKey(std::move(bytes));
-  } catch (const std::system_error& error) {
-    throw KeyFileError(CipherCode::kKeyFileUnreadable, path, error.code().message());
+    digits.resize(ReadRegularFile(path, digits, status));
+  } catch (const std::runtime_error& error) {
+    throw CipherError(CipherCode::kKeyFileUnreadable, std::string("key file ") + error.what());
   }
+  if (status.st_uid != geteuid() || (status.st_mode & kOthers) != 0) {
+    throw KeyFileError(CipherCode::kKeyFileExposed, path,
+                       "others have access to it; it must be this user's own, with mode 0600");
+  }
+  if (digits.size() == kKeyDigits + 1 && digits.back() == '\n') digits.pop_back();
+  const auto is_digit = [](unsigned char c) {
+    return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
+  };
+  if (digits.size() != kKeyDigits || !std::all_of(digits.begin(), digits.end(), is_digit)) {
+    throw KeyFileError(CipherCode::kKeyFileMalformed, path,
+                       "not " + std::to_string(kKeyDigits) + " hexadecimal digits");
+  }
+  digits.push_back('\0');
+  SecretBytes bytes(kBytes);
+  const ErrorQueueMark mark;
+  Require(OPENSSL_hexstr2buf_ex(bytes.data(), bytes.size(), nullptr,
+                                reinterpret_cast<const char*>(digits.data()), '\0') == 1);
+  return CipherKey(std::move(bytes));
 }
 
 CipherKey CipherKey::FromEnvironment() {
@@ -236,23 +242,14 @@ std::string EncryptPassword(const SecretBytes& password, CipherAlgorithm algorit
   Bytes bytes{kFormat, static_cast<unsigned char>(algorithm)};
   Append(bytes, BytesView(Derive(key, "key fingerprint")).first(kFingerprintBytes));
 
+  Frame frame(algorithm);
+  Require(frame.nonce.empty() ||
+          RAND_bytes(frame.nonce.data(), static_cast<int>(frame.nonce.size())) == 1);
   SecretBytes enciphered;
-  if (algorithm == CipherAlgorithm::kAes256Gcm) {
-    std::array<unsigned char, kNonceBytes> nonce{};
-    Require(RAND_bytes(nonce.data(), static_cast<int>(nonce.size())) == 1);
-    Operation operation(algorithm, key, nonce.data(), true);
-    operation.Authenticate(bytes);
-    Require(operation.Run(password, enciphered));
-    std::array<unsigned char, kTagBytes> tag{};
-    Require(EVP_CIPHER_CTX_ctrl(operation.Context(), EVP_CTRL_AEAD_GET_TAG,
-                                static_cast<int>(tag.size()), tag.data()) == 1);
-    Append(bytes, nonce);
-    Append(bytes, enciphered);
-    Append(bytes, tag);
-  } else {
-    Require(Operation(algorithm, key, nullptr, true).Run(password, enciphered));
-    Append(bytes, enciphered);
-  }
+  Require(Run(true, algorithm, key, bytes, frame, password, enciphered));
+  Append(bytes, frame.nonce);
+  Append(bytes, enciphered);
+  Append(bytes, frame.tag);
   Append(bytes, BytesView(Digest(bytes)).first(kDigestBytes));
   return EncodeBase64(bytes);
 }
@@ -276,23 +273,17 @@ SecretBytes DecryptPassword(std::string_view text, CipherAlgorithm algorithm,
     throw CipherError(CipherCode::kWrongKey, "the password is enciphered with another key");
   }
 
+  Frame frame(algorithm);
   const BytesView body = sound.subspan(kHeaderBytes);
+  if (body.size() < frame.nonce.size() + frame.tag.size()) FailDamaged();
+  const BytesView enciphered =
+      body.subspan(frame.nonce.size(), body.size() - frame.nonce.size() - frame.tag.size());
+  frame.nonce.assign(body.begin(), enciphered.begin());
+  frame.tag.assign(enciphered.end(), body.end());
   SecretBytes password;
-  bool complete = false;
-  if (algorithm == CipherAlgorithm::kAes256Gcm) {
-    if (body.size() < kNonceBytes + kTagBytes) FailDamaged();
-    Operation operation(algorithm, key, body.data(), false);
-    std::array<unsigned char, kTagBytes> tag{};
-    std::copy(body.end() - kTagBytes, body.end(), tag.begin());
-    Require(EVP_CIPHER_CTX_ctrl(operation.Context(), EVP_CTRL_AEAD_SET_TAG,
-                                static_cast<int>(tag.size()), tag.data()) == 1);
-    operation.Authenticate(sound.first(kHeaderBytes));
-    complete =
-        operation.Run(body.subspan(kNonceBytes, body.size() - kNonceBytes - kTagBytes), password);
-  } else {
-    complete = Operation(algorithm, key, nullptr, false).Run(body, password);
+  if (!Run(false, algorithm, key, sound.first(kHeaderBytes), frame, enciphered, password)) {
+    FailDamaged();
   }
-  if (!complete) FailDamaged();
   return password;
 }
 

@@ -4,44 +4,46 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <stdexcept>
 #include <system_error>
 
 namespace tarn::standin {
 namespace {
 
-[[noreturn]] void Fail(int error) { throw std::system_error(error, std::generic_category()); }
+[[noreturn]] void Fail(const std::string& path, int error) {
+  throw std::runtime_error(path + ": " + std::generic_category().message(error));
+}
+
+class Closing {
+ public:
+  explicit Closing(int descriptor) noexcept : descriptor_(descriptor) {}
+  Closing(const Closing&) = delete;
+  Closing& operator=(const Closing&) = delete;
+  ~Closing() { close(descriptor_); }
+
+ private:
+  int descriptor_;
+};
 
 }  // namespace
 
-RegularFile::RegularFile(const std::string& path)
-    // Without O_NONBLOCK the call itself would wait for a FIFO's writer.
-    : descriptor_(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)), status_{} {
-  if (descriptor_ < 0) Fail(errno);
-  int error = 0;
-  if (fstat(descriptor_, &status_) != 0) {
-    error = errno;
-  } else if (S_ISDIR(status_.st_mode)) {
-    error = EISDIR;
-  } else if (!S_ISREG(status_.st_mode)) {
-    error = EINVAL;
-  }
-  if (error == 0) return;
-  // The destructor of an object that was never complete does not run.
-  close(descriptor_);
-  Fail(error);
-}
+std::size_t ReadRegularFile(const std::string& path, std::span<unsigned char> buffer,
+                            struct stat& status) {
+  // Without O_NONBLOCK the call itself would wait for a FIFO's writer.
+  const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  if (descriptor < 0) Fail(path, errno);
+  const Closing closing(descriptor);
+  if (fstat(descriptor, &status) != 0) Fail(path, errno);
+  if (!S_ISREG(status.st_mode)) Fail(path, S_ISDIR(status.st_mode) ? EISDIR : EINVAL);
 
-RegularFile::~RegularFile() { close(descriptor_); }
-
-std::size_t RegularFile::Read(std::span<unsigned char> buffer) {
   std::size_t filled = 0;
   while (filled < buffer.size()) {
-    const ssize_t count = read(descriptor_, buffer.data() + filled, buffer.size() - filled);
+    const ssize_t count = read(descriptor, buffer.data() + filled, buffer.size() - filled);
     if (count == 0) break;
     if (count > 0) {
       filled += static_cast<std::size_t>(count);
     } else if (errno != EINTR) {
-      Fail(errno);
+      Fail(path, errno);
     }
   }
   return filled;

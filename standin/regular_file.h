@@ -8,28 +8,12 @@
 
 namespace tarn::standin {
 
-// A regular file open for reading; closed with the object. Not synchronised.
-class RegularFile {
- public:
-  // Opens the file at `path`, following links. Throws std::system_error, whose code() holds the
-  // reason, also for anything that is no regular file: a FIFO or a device could block its reader
-  // for ever.
-  explicit RegularFile(const std::string& path);
-
-  RegularFile(const RegularFile&) = delete;
-  RegularFile& operator=(const RegularFile&) = delete;
-  ~RegularFile();
-
-  // The file's status when it was opened.
-  const struct stat& Status() const noexcept { return status_; }
-
-  // Reads on into `buffer` until it is full or the file ends; the number of bytes read. Throws
-  // std::system_error.
-  std::size_t Read(std::span<unsigned char> buffer);
-
- private:
-  int descriptor_;
-  struct stat status_;
-};
+// Fills `buffer` from the begin of the file at `path`, following links, as far as both reach;
+// `status` is the file's. The number of bytes read; a file that filled `buffer` may be longer.
+//
+// Throws std::runtime_error, whose what() is "PATH: REASON", also for anything that is no regular
+// file: a FIFO or a device could block its reader for ever. Any thread may call.
+std::size_t ReadRegularFile(const std::string& path, std::span<unsigned char> buffer,
+                            struct stat& status);
 
 }  // namespace tarn::standin

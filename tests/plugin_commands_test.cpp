@@ -14,8 +14,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -276,25 +274,6 @@ TEST_F(EncryptOnATerminal, TurnsTheEchoOnWhenInterrupted) {
   Answer("\x03");
   EXPECT_EQ(tool.Wait().exit_code, 130);
   EXPECT_TRUE(Echoes());
-}
-
-TEST(SampleConfiguration, IsReplacedAsAWholeOrNotAtAll) {
-  const TemporaryFolder folder;
-  const std::string examples = TARN_EXAMPLES;
-  const auto make = [&](const std::string& sample) {
-    return RunProgram(
-               {examples + "/make_sys_conf.sh", TARN_HOST_PATH, "run.key", sample, "sys.json"},
-               {.folder = folder.Path("")})
-        .exit_code;
-  };
-  // Twice: the key of the first time is used again.
-  EXPECT_EQ(make(examples + "/sys_conf.json"), 0);
-  EXPECT_EQ(make(examples + "/sys_conf.json"), 0);
-  EXPECT_NE(make(folder.Write("bad.json", R"("password": "encipher-20:x")")), 0);
-  EXPECT_NE(make("none.json"), 0);
-  std::ifstream stream(folder.Path("sys.json"));
-  EXPECT_THAT(std::string(std::istreambuf_iterator<char>(stream), {}), HasSubstr("orders_app"));
-  EXPECT_FALSE(std::filesystem::exists(folder.Path("sys.json.new")));
 }
 
 }  // namespace

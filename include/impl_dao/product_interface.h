@@ -17,14 +17,20 @@ namespace impl_dao {
 
 // Everything that is particular to one management product.
 //
-// All texts are byte strings; no character set is implied or converted. The object carries no
-// mutable state: calls from several threads are as safe as the platform services behind them, as
-// long as no two share an output argument. No operation catches an exception: what a platform
-// service, the standard library or Boost throws reaches the caller.
+// Texts are byte strings; no character set is implied or converted. The object carries no mutable
+// state: calls from several threads are as safe as the platform services behind them.
+// Requires: no two calls at once share an output argument, and none is used elsewhere meanwhile.
+//
+// No operation catches an exception: what a platform service, the standard library or Boost throws
+// reaches the caller, and each operation says what its outputs hold then. A setting that is missing
+// raises none: it comes back as the platform's empty text or 0.
+//
+// Load the library when the process starts. It compiles its 23 patterns while it is loaded, and an
+// exception in there has no caller to go to: a process that runs out of memory at that moment ends.
 class CProductInterface {
  public:
-  // Writes `message` to the product log at error level, under the code 666667. The pointer is
-  // passed on as it is, not copied, and may be null if the logging library takes null.
+  // Writes `message` (NUL-terminated) to the product log at error level, under the code 666667. The
+  // pointer is passed on as it is, not copied, and may be null if the logging library takes null.
   virtual void LogError(const char* message) = 0;
 
   // As LogError, at warning level and without a code.
@@ -36,22 +42,68 @@ class CProductInterface {
   // The product's error code for a native status: 0 for 0, 0xB000013 for any other. Never throws.
   virtual std::int64_t MapErrorCode(int status) = 0;
 
-  // Fills in the login account for `dbName`, the password deciphered. Always true: that a password
-  // could not be deciphered shows in the product log only. On an exception, outputs already written
-  // stay written.
+  // Fills in the login account for `dbName`, the password deciphered. The login is the configured
+  // user, except for the type "tundra": there it is the database's name, whatever user is
+  // configured. Always true: that a password could not be deciphered shows in the product log only,
+  // and `password` holds what the cipher library left then.
+  //
+  // Logs the configured user as a warning, up to its first NUL. Where the first of two algorithms
+  // fails, logs that and what the second gives, be it success, as errors under the cipher library's
+  // codes. Never logs the password, and overwrites its own copy; `password` is the caller's to
+  // overwrite.
+  //
+  // After an exception both outputs are as they were, or `user` is the configured user, or that and
+  // `password` is the new one.
+  // Requires: `user`, `password` and `dbName` are three different strings.
   virtual bool GetDBUserAndPassword(std::string& user, std::string& password,
                                     const std::string& dbName) = 0;
 
-  // Replaces `address` with where to connect for `dbName`: "host:port" for the types "mysql" and
-  // "tundra", the service name for any other. Always true; `address` is as it was after an
-  // exception.
+  // Replaces `address` with where to connect for `dbName`: "HOST:PORT" for the types "mysql" and
+  // "tundra", without brackets around an IPv6 address, the service name for any other. The port has
+  // the digit groups of the global C++ locale, none in the classic one. Always true; logs nothing;
+  // `address` is as it was after an exception. `address` and `dbName` may be one string.
   virtual bool GetDBConnectAddress(std::string& address, const std::string& dbName) = 0;
 
-  // Sets the entries "defaultDBName" and "SSLMODE" ("0" disabled, "1" default, "2" required), both
-  // strings, and leaves every other entry alone. Always true.
+  // Sets two entries, both strings, and leaves every other alone; an entry that exists keeps its
+  // place. Always true.
+  //
+  //   "defaultDBName"  the database that this process uses by default, such as "nemgr_transDB_3".
+  //                    Logged as a warning.
+  //   "SSLMODE"        "0" disabled, "1" default, "2" required: what the file named by the
+  //                    environment variable APP_CONF_FILE says, read afresh by each call.
+  //
+  // The file is searched as bytes, never parsed, in this order, and the first hit decides:
+  //
+  //   first "sslmode" in it, then "disabled" with at most 5 bytes between their quotes  "0"
+  //                          then "required", likewise                                  "2"
+  //   first "ssl" in it,     then true with at most 3 bytes between quote and word      "2"
+  //                          then false, likewise                                       "0"
+  //   none of these, or no such file                                   a warning and    "1"
+  //
+  // Keys and the values of "sslmode" count with their double quotes and in lower case only, true
+  // and false with or without quotes and whatever follows. So these give what one may not expect:
+  //
+  //   "sslmode":      "required"           "1": aligned with blanks, the value is too far away
+  //   "ssl" :  true                        "1": likewise
+  //   "sslmode": "require"                 "1": no value that is known, as "verify-full" is none
+  //   "ssl": {"enabled": true}             "1": nesting means nothing, and true is too far away
+  //   "ssl": false … "ssl": true           "0": only the first key counts, whatever it belongs to
+  //   // "sslmode": "disabled"             "0": comments mean nothing either
+  //
+  // A file that can't be opened, be it for want of a file descriptor or of memory, means "1" after
+  // a warning, so it can weaken "2" unnoticed but in the log. One that can't be read to its end is
+  // searched as far as it was read, and a folder counts as an empty file. The path is opened as it
+  // is, without a guard: a FIFO without a writer blocks the calling thread, and a device such as
+  // /dev/zero is read until memory ends.
+  //
+  // After an exception "defaultDBName" is as it was, there without a value, or set; "SSLMODE" is as
+  // it was or, where it was missing, perhaps there without a value.
+  // Requires: no thread changes the environment (setenv, putenv) during the call.
   virtual bool GetDBConnectProperties(std::map<std::string, refl::CValue>& properties) = 0;
 
-  // Replaces `dbType` with the engine type configured for `dbName`. Always true.
+  // Replaces `dbType` with the engine type configured for `dbName`, and logs it as an error, up to
+  // its first NUL. Always true. After an exception from the log `dbType` holds the new type, after
+  // any other it is as it was. `dbType` and `dbName` may be one string.
   virtual bool GetDBType(std::string& dbType, const std::string& dbName) = 0;
 
   // Rewrites `sql` into the canonical text of its shape. `sql` is as it was after an exception:

@@ -1,12 +1,15 @@
 // The product platform's logging library, as far as the plug-in uses it.
 #pragma once
 
-// Where a log record comes from. Built for one log call and destroyed after it. Neither text is
-// copied by the plug-in's side of the contract: both must outlive the record, and string literals
-// do.
+// Where a log record comes from. The plug-in builds one for each log call and destroys it right
+// after, also when the call throws, so that a library that counts its records finds none left.
 class LocationInfo {
  public:
+  // Requires: both texts (NUL-terminated) outlive the record. The plug-in passes string literals.
   LocationInfo(const char* file, const char* function, int line);
+  LocationInfo(const LocationInfo&) = delete;
+  LocationInfo& operator=(const LocationInfo&) = delete;
+  ~LocationInfo();
 
   const char* File() const noexcept { return file_; }
   const char* Function() const noexcept { return function_; }

@@ -20,8 +20,8 @@ void GetDBType(impl_dao::CProductInterface& product, std::string& dbType,
                const std::string& dbName);
 
 // Fills in the login account for `dbName`, the password deciphered as far as that is possible. On
-// an exception, outputs already written stay written: `user` first, then `password`. `user`,
-// `password` and `dbName` must be different strings.
+// an exception, outputs already written stay written: `user` first, then `password`.
+// Requires: `user`, `password` and `dbName` are three different strings.
 void GetDBUserAndPassword(impl_dao::CProductInterface& product, std::string& user,
                           std::string& password, const std::string& dbName);
 

@@ -5,10 +5,12 @@
 
 namespace tarn::dbconfig {
 
-// A string whose bytes are overwritten before its storage is released, however that comes about.
+// A string that is overwritten before its storage is released, however that comes about: the whole
+// of its buffer, whatever a longer text left behind its end, and the room within the object that a
+// text which had grown out of it left.
 //
-// Bytes that the string left behind while it grew or shrank are beyond its reach. Not copyable and
-// not movable: either would leave a second trace. Not synchronised.
+// Buffers that the string gave back while it grew are beyond its reach. Not copyable and not
+// movable: either would leave a second trace. Not synchronised.
 class WipedString {
  public:
   // Value of each byte after wiping.
@@ -19,15 +21,24 @@ class WipedString {
   WipedString& operator=(const WipedString&) = delete;
 
   ~WipedString() {
-    std::memset(text_.data(), kFiller, text_.size());
-    // To the optimiser the bytes are about to die; this reads them.
-    asm volatile("" : : "r"(text_.data()) : "memory");
+    Wipe();
+    // An assignment or clear() would keep the buffer; without one, the object's own room shows.
+    std::string().swap(text_);
+    Wipe();
   }
 
   // The string itself, to be written or read in place.
   std::string& Text() noexcept { return text_; }
 
  private:
+  void Wipe() noexcept {
+    // Within its capacity a string grows without allocating.
+    text_.resize(text_.capacity());
+    std::memset(text_.data(), kFiller, text_.size());
+    // To the optimiser the bytes are about to die; this reads them.
+    asm volatile("" : : "r"(text_.data()) : "memory");
+  }
+
   std::string text_;
 };
 

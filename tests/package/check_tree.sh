@@ -46,6 +46,8 @@ hasnt() {
 }
 
 has "$tool" -d 'FLAGS_1.*PIE'
+# Its symbols would win over those of the library under examination.
+hasnt "$tool" -d 'NEEDED.*platform'
 # The libraries may lie in a multiarch folder.
 for binary in "$tool" "$tree"/lib*/*.so "$tree"/lib*/*-linux-*/*.so; do
   [ -e "$binary" ] || continue

@@ -25,7 +25,7 @@ case $deb in
 esac
 
 depends=$(dpkg-deb -f "$deb" Depends)
-for library in libace libboost-regex libc6 libssl libstdc++6; do
+for library in libace libc6 libssl libstdc++6; do
   case ", $depends" in
   *", $library"*) ;;
   *) fail "does not depend on $library: $depends" ;;

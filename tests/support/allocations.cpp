@@ -3,17 +3,22 @@
 #include <malloc.h>
 
 #include <algorithm>
+#include <atomic>
+#include <cerrno>
 #include <cstddef>
 #include <cstdlib>
 #include <new>
 #include <string_view>
+
+// The C library's malloc under the name that it keeps when another takes its place.
+extern "C" void* __libc_malloc(std::size_t size) noexcept;  // NOLINT(bugprone-reserved-identifier)
 
 namespace {
 
 constexpr char kFiller = '\xCC';
 
 struct State {
-  long live = 0;
+  std::atomic<long> live = 0;
   // Allocations until the one that fails; not above 0: none does.
   long until_failure = 0;
   bool failed = false;
@@ -24,23 +29,25 @@ struct State {
 // Initialised before any allocation.
 constinit State state;
 
+// Counts an allocation; whether it is the one to fail.
+bool IsToFail() noexcept {
+  if (state.until_failure <= 0 || --state.until_failure != 0) return false;
+  state.failed = true;
+  return true;
+}
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+// malloc is the sanitizer's: only what operator new is asked for fails.
+bool FailsAboveMalloc() noexcept { return IsToFail(); }
+#else
+bool FailsAboveMalloc() noexcept { return false; }
+#endif
+
 void* Allocate(std::size_t size) {
-  if (state.until_failure > 0 && --state.until_failure == 0) {
-    state.failed = true;
-    throw std::bad_alloc();
-  }
-  void* block = std::malloc(size == 0 ? 1 : size);
+  void* block = FailsAboveMalloc() ? nullptr : std::malloc(size == 0 ? 1 : size);
   if (block == nullptr) throw std::bad_alloc();
   ++state.live;
   return block;
-}
-
-void* AllocateOrNull(std::size_t size) noexcept {
-  try {
-    return Allocate(size);
-  } catch (const std::bad_alloc&) {
-    return nullptr;
-  }
 }
 
 void Free(void* block) noexcept {
@@ -49,9 +56,7 @@ void Free(void* block) noexcept {
   if (!state.secret.empty()) {
     const std::string_view bytes(static_cast<const char*>(block), malloc_usable_size(block));
     if (bytes.find(state.secret) != std::string_view::npos) ++state.with_secret;
-    const std::string_view begin = bytes.substr(0, state.secret.size());
-    if (begin.size() == state.secret.size() &&
-        std::all_of(begin.begin(), begin.end(), [](char byte) { return byte == kFiller; })) {
+    if (std::min(bytes.find_first_not_of(kFiller), bytes.size()) >= state.secret.size()) {
       ++state.wiped;
     }
   }
@@ -60,18 +65,26 @@ void Free(void* block) noexcept {
 
 }  // namespace
 
-void* operator new(std::size_t size) { return Allocate(size); }
-void* operator new[](std::size_t size) { return Allocate(size); }
-void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
-  return AllocateOrNull(size);
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+// Beneath operator new and what libraries of C allocate, such as fopen.
+extern "C" __attribute__((visibility("default"))) void* malloc(std::size_t size) noexcept {
+  if (!IsToFail()) return __libc_malloc(size);
+  errno = ENOMEM;
+  return nullptr;
 }
-void* operator new[](std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
-  return AllocateOrNull(size);
+#endif
+
+// The forms for arrays call these.
+void* operator new(std::size_t size) { return Allocate(size); }
+void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
+  try {
+    return Allocate(size);
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
 }
 void operator delete(void* block) noexcept { Free(block); }
-void operator delete[](void* block) noexcept { Free(block); }
 void operator delete(void* block, std::size_t /*size*/) noexcept { Free(block); }
-void operator delete[](void* block, std::size_t /*size*/) noexcept { Free(block); }
 
 namespace tarn::test {
 

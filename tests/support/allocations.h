@@ -1,4 +1,5 @@
-// Sees and steers every operator new and delete of the program that links it. One thread at a time.
+// Sees every operator new and delete of the program that links it, and fails them and, without a
+// sanitizer, every malloc on demand. While anything is failed or watched, one thread may run.
 #pragma once
 
 #include <string_view>
@@ -8,7 +9,8 @@ namespace tarn::test {
 // Number of blocks allocated and not yet freed.
 long LiveAllocations() noexcept;
 
-// During its lifetime the `n`-th allocation (from 1) throws std::bad_alloc, once.
+// During its lifetime the `n`-th allocation (from 1) fails, once: operator new throws, malloc is
+// null.
 class FailNthAllocation {
  public:
   explicit FailNthAllocation(long n) noexcept;

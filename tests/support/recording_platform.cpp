@@ -1,35 +1,66 @@
 #include "support/recording_platform.h"
 
-#include <string>
+#include <unistd.h>
 
+#include <memory>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "platform/c_value.h"
 #include "platform/log_process.h"
 #include "platform/quill_aes_cipher.h"
 #include "platform/quill_process.h"
-#include "platform/sys_conf_reader.h"
 
 namespace tarn::test {
 namespace {
 
-// `describe` makes the call's text, only where it is kept.
+// Counts a call, and throws if it is told to. `describe` makes its text, only where it is kept.
 template <typename Describe>
 void Enter(Describe describe) {
   RecordingPlatform& platform = Platform();
-  if (platform.recording) platform.calls.push_back(describe());
+  if (platform.recording) {
+    platform.Note(describe());
+    platform.states.push_back(platform.outputs());
+  }
   if (++platform.call_count == platform.throw_at) throw PlatformError("told to throw");
 }
 
-std::string Text(const char* message) { return message == nullptr ? "(null)" : message; }
-
-std::string Place(const LocationInfo& location) {
-  return std::string(location.File()) + ":" + location.Function() + ":" +
-         std::to_string(location.Line());
+void EnterLog(const char* begin, const char* message, const LocationInfo& location) {
+  Platform().last_message = message;
+  Enter([&] {
+    return std::string(begin) + (message == nullptr ? "(null)" : message) + ", " + location.File() +
+           ":" + location.Function() + ":" + std::to_string(location.Line()) + ")";
+  });
 }
 
-void EnterGetter(const char* name, const std::string& dbName, unsigned int index) {
-  Enter([&] { return std::string(name) + "(" + dbName + ", " + std::to_string(index) + ")"; });
+template <typename Value>
+Value Get(const Quillcommon::SysConfReader* reader, const char* name, const std::string& dbName,
+          unsigned int index, const Value& answer) {
+  const bool stale = std::exchange(Platform().fetched, nullptr) != reader;
+  Enter([&] {
+    return (stale ? "stale " : "") + std::string(name) + "(" + dbName + ", " +
+           std::to_string(index) + ")";
+  });
+  return answer;
 }
 
 }  // namespace
+
+void RecordingPlatform::StartAgain() {
+  calls.clear();
+  states.clear();
+  call_count = user_readings = 0;
+  fetched = nullptr;
+  plain_bytes = nullptr;
+  last_look_ = outputs();
+}
+
+void RecordingPlatform::Note(const std::string& call) {
+  const std::string look = outputs();
+  if (std::exchange(last_look_, look) != look) calls.push_back("-> " + look);
+  calls.push_back(call);
+}
 
 RecordingPlatform& Platform() {
   static RecordingPlatform platform;
@@ -41,70 +72,64 @@ RecordingPlatform& ResetPlatform() { return Platform() = RecordingPlatform(); }
 }  // namespace tarn::test
 
 using tarn::test::Enter;
-using tarn::test::EnterGetter;
-using tarn::test::Place;
+using tarn::test::EnterLog;
+using tarn::test::Get;
 using tarn::test::Platform;
-using tarn::test::Text;
 
 LocationInfo::LocationInfo(const char* file, const char* function, int line)
-    : file_(file), function_(function), line_(line) {}
+    : file_(file), function_(function), line_(line) {
+  ++Platform().live_records;
+}
+LocationInfo::~LocationInfo() { --Platform().live_records; }
 
 void LogProcess::Error(unsigned int code, const char* message, const LocationInfo& location) {
-  Platform().last_message = message;
-  Enter([&] {
-    return "Error(" + std::to_string(code) + ", " + Text(message) + ", " + Place(location) + ")";
-  });
+  const bool recording = Platform().recording;
+  EnterLog(recording ? ("Error(" + std::to_string(code) + ", ").c_str() : "", message, location);
 }
 
 void LogProcess::Warn(const char* message, const LocationInfo& location) {
-  Platform().last_message = message;
-  Enter([&] { return "Warn(" + Text(message) + ", " + Place(location) + ")"; });
+  EnterLog("Warn(", message, location);
 }
 
 void LogProcess::Debug(const char* message, const LocationInfo& location) {
-  Platform().last_message = message;
-  Enter([&] { return "Debug(" + Text(message) + ", " + Place(location) + ")"; });
+  EnterLog("Debug(", message, location);
 }
 
 namespace Quillcommon {
 
 SysConfReader& SysConfReader::Instance() {
   Enter([] { return "Instance()"; });
-  static SysConfReader reader;
-  return reader;
+  // By turns, so that one kept from an earlier call is told from the one just fetched.
+  static SysConfReader readers[2];
+  static unsigned int count = 0;
+  SysConfReader& next = readers[++count % 2];
+  Platform().fetched = &next;
+  return next;
 }
 
 std::string SysConfReader::getDBType(const std::string& dbName, unsigned int index) {
-  EnterGetter("getDBType", dbName, index);
-  return Platform().type;
+  return Get(this, "getDBType", dbName, index, Platform().type);
 }
 
 std::string SysConfReader::getDBUserName(const std::string& dbName, unsigned int index) {
-  // The first reading of an account is the platform's second call.
-  constexpr int kFirstReading = 2;
-  EnterGetter("getDBUserName", dbName, index);
-  const bool first = Platform().call_count == kFirstReading || Platform().later_user.empty();
-  return first ? Platform().user : Platform().later_user;
+  const bool first = ++Platform().user_readings == 1 || Platform().later_user.empty();
+  return Get(this, "getDBUserName", dbName, index, first ? Platform().user : Platform().later_user);
 }
 
 std::string SysConfReader::getDBPassword(const std::string& dbName, unsigned int index) {
-  EnterGetter("getDBPassword", dbName, index);
-  return Platform().password;
+  return Get(this, "getDBPassword", dbName, index, Platform().password);
 }
 
 std::string SysConfReader::getDBAccessHost(const std::string& dbName, unsigned int index) {
-  EnterGetter("getDBAccessHost", dbName, index);
-  return Platform().host;
+  return Get(this, "getDBAccessHost", dbName, index, Platform().host);
 }
 
 std::string SysConfReader::getDBServiceName(const std::string& dbName, unsigned int index) {
-  EnterGetter("getDBServiceName", dbName, index);
-  return Platform().service;
+  return Get(this, "getDBServiceName", dbName, index, Platform().service);
 }
 
 int SysConfReader::getDBAccessPort(const std::string& dbName, unsigned int index) {
-  EnterGetter("getDBAccessPort", dbName, index);
-  return Platform().port;
+  return Get(this, "getDBAccessPort", dbName, index, Platform().port);
 }
 
 }  // namespace Quillcommon
@@ -130,4 +155,51 @@ unsigned int QuillGetProcId() {
 unsigned int QuillGetProcHandle() {
   Enter([] { return "QuillGetProcHandle()"; });
   return Platform().process_handle;
+}
+
+namespace refl {
+
+struct CValue::Content {
+  Enum::DataTypeEnum type;
+  std::string text;
+};
+
+CValue::CValue() {
+  Enter([] { return "CValue()"; });
+}
+CValue::CValue(const CValue& other)
+    : content_(other.content_ ? std::make_unique<Content>(*other.content_) : nullptr) {}
+CValue::CValue(CValue&& other) noexcept = default;
+CValue& CValue::operator=(const CValue& other) { return *this = CValue(other); }
+CValue& CValue::operator=(CValue&& other) noexcept = default;
+CValue::~CValue() = default;
+
+void CValue::ReadFrom(const std::string& text) {
+  Enter([&] { return "ReadFrom(" + text + ")"; });
+  content_ = std::make_unique<Content>(Content{Enum::DATA_TYPE_STRING, text});
+}
+
+void CValue::ChangeValueTypeEnum(Enum::DataTypeEnum type) {
+  content_ = std::make_unique<Content>(Content{type, {}});
+}
+
+Enum::DataTypeEnum CValue::GetDataType() const noexcept {
+  return content_ ? content_->type : Enum::DATA_TYPE_NONE;
+}
+
+std::string CValue::ToString() const { return content_ ? content_->text : std::string(); }
+
+}  // namespace refl
+
+// Found by the plug-in's objects before the C library's.
+extern "C" char* getenv(const char* name) noexcept {
+  const std::string_view wanted(name);
+  if (wanted == "APP_CONF_FILE" && Platform().recording) Platform().Note("getenv(APP_CONF_FILE)");
+  for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
+    const std::string_view text(*entry);
+    if (text.starts_with(wanted) && text.substr(wanted.size()).starts_with('=')) {
+      return *entry + wanted.size() + 1;
+    }
+  }
+  return nullptr;
 }

@@ -1,12 +1,15 @@
 // A platform for tests, linked to the plug-in's objects in the product platform's stead: it answers
-// what the test set, keeps the sequence of all calls and can throw at any one of them.
+// what the test set, keeps the sequence of all calls and can throw at any one of them. It also sees
+// the plug-in's getenv.
 #pragma once
 
+#include <functional>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "impl_dao/product_interface.h"
+#include "platform/sys_conf_reader.h"
 
 // The plug-in's entry function, linked into the test.
 extern "C" impl_dao::CProductInterface* GetProductInterfaceForVESTA() noexcept;
@@ -32,7 +35,7 @@ struct RecordingPlatform {
   // The settings, the same for every database name.
   std::string type;
   std::string user;
-  // If not empty, what every reading of the user after the first gets.
+  // If not empty, what every reading of the user after an operation's first gets.
   std::string later_user;
   std::string password;
   std::string host;
@@ -46,19 +49,38 @@ struct RecordingPlatform {
   unsigned int process_handle = 0;
 
   // Every call in order, as "function(arguments)"; log calls end in the location's
-  // "file:function:line", and decryptEx shows its plain-text argument as it was passed.
+  // "file:function:line", decryptEx shows its plain-text argument as it was passed, and a getter
+  // of a reader that was not fetched for it begins with "stale ". Before a call that finds the
+  // outputs changed stands "-> " and how they look.
   std::vector<std::string> calls;
+  // How the operation's outputs look, for a test that wants to see them.
+  std::function<std::string()> outputs = [] { return std::string(); };
+  // That look before each call that may throw.
+  std::vector<std::string> states;
   // Off, the platform allocates nothing of its own.
   bool recording = true;
   // Number of the call, counted from 1, that throws PlatformError; 0 for none. decryptEx throws
-  // after it has written its output.
+  // after it has written its output. getenv neither counts nor throws.
   int throw_at = 0;
   int call_count = 0;
+  int user_readings = 0;
 
+  // LocationInfo objects that live.
+  int live_records = 0;
+  // The reader that the last Instance() gave and that no getter has been called on.
+  const Quillcommon::SysConfReader* fetched = nullptr;
   // The last log call's message, as the pointer that was passed.
   const char* last_message = nullptr;
   // Where the last decryptEx left the plain text: the output string's bytes.
   const char* plain_bytes = nullptr;
+
+  // Forgets the calls, not the answers.
+  void StartAgain();
+  // Adds a call to the record.
+  void Note(const std::string& call);
+
+ private:
+  std::string last_look_;
 };
 
 // The platform of this process.

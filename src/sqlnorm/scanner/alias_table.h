@@ -19,8 +19,8 @@ namespace tarn::sqlnorm {
 // step a digit, or the logarithm of the number of long aliases times at most the alias's length.
 class AliasTable {
  public:
-  // The number of `alias`, a new one if it has not been seen. Requires: a "t" and digits, of which 8
-  // bytes can be read at the first. Throws std::bad_alloc.
+  // The number of `alias`, a new one if it has not been seen. Requires: a "t" and digits, of which
+  // 8 bytes can be read at the first. Throws std::bad_alloc.
   std::uint32_t NumberOf(std::string_view alias) {
     if (alias.size() > sizeof(std::uint64_t)) return Number(FurtherAliases().long_ones[alias]);
     const std::uint64_t packed = Packed(alias);

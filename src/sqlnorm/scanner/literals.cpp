@@ -13,8 +13,6 @@
 namespace tarn::sqlnorm {
 namespace {
 
-constexpr std::size_t kRoomForLiteral = kRoomForDecimal + kPadding;
-
 constexpr bool IsHexDigit(char c) noexcept {
   return IsDigit(c) || static_cast<unsigned char>((c | 0x20) - 'a') < 6;
 }

@@ -57,7 +57,7 @@ enum class CipherCode : unsigned int {
   kUnknownAlgorithm = 701,
   kKeyFileNotNamed = 702,
   kKeyFileUnreadable = 703,
-  // Others than the owner may read, write or run the key file.
+  // Another user owns the key file, or others than its owner may read, write or run it.
   kKeyFileExposed = 704,
   kKeyFileMalformed = 705,
   kKeyFileNotWritten = 706,
@@ -97,8 +97,9 @@ class CipherKey {
  public:
   static constexpr std::size_t kBytes = 32;
 
-  // Reads the key file at `path`, which nobody but its owner may have any access to. Throws
-  // CipherError (kKeyFileUnreadable, kKeyFileExposed, kKeyFileMalformed).
+  // Reads the key file at `path`, which must be the process's effective user's own, and nobody
+  // else may have any access to. Throws CipherError (kKeyFileUnreadable, kKeyFileExposed,
+  // kKeyFileMalformed).
   static CipherKey FromFile(const std::string& path);
 
   // As FromFile, with the path in TARN_KEY_FILE; an empty one counts as unset. Throws also

@@ -1,4 +1,4 @@
-// host LIBRARY: prints what the plug-in on the other platform answers to each of the nine operations.
+// host LIBRARY: prints what the plug-in on the other platform answers to each operation.
 #include <dlfcn.h>
 
 #include <cstdio>

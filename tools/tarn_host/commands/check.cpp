@@ -8,7 +8,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <csignal>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -233,8 +232,6 @@ std::string HowItEnded(int status) {
 int CheckInAChild(const std::string& path, const ElfLibrary& library, FactSheet& facts) {
   // The child's verdict is a byte here, not its exit code, which the library could choose.
   int verdict[2];
-  // Inherited as ignored, it would take the child's status away.
-  std::signal(SIGCHLD, SIG_DFL);
   if (pipe2(verdict, O_CLOEXEC | O_NONBLOCK) != 0) throw ToolError(SystemReason("check", errno));
   const pid_t child = fork();
   if (child < 0) throw ToolError(SystemReason("check", errno));
