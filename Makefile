@@ -36,7 +36,7 @@ run: release
 	@echo && echo "What the steps make of one:"
 	@$(TARN_HOST) trace "select t3.name, 1.50 from customers t3 where (t3.id = 0x1F)"
 	@echo && echo "The shapes of a log:"
-	@$(TARN_HOST) shapes --top 5 examples/statements.sql
+	@$(TARN_HOST) shapes --top 5 --input=slowlog examples/slow.log
 	@echo && echo "What a host learns of the database \"orders\":"
 	@examples/make_sys_conf.sh $(TARN_HOST) $(RELEASE)/run.key examples/sys_conf.json $(RELEASE)/sys_conf.json
 	@TARN_SYS_CONF=$(RELEASE)/sys_conf.json TARN_KEY_FILE=$(RELEASE)/run.key \

@@ -125,8 +125,8 @@ class Operation {
     const long live_before = LiveAllocations();
     bool failed = true;
     {
-      Outputs outputs = before_;
       const WatchFreedBlocks watch(kLongPassword);
+      Outputs outputs = before_;
       Platform().call_count = 0;
       Platform().throw_at = static_cast<int>(call);
       try {

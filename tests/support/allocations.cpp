@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstdlib>
+#include <cstring>
 #include <new>
 #include <string_view>
 
@@ -47,6 +48,8 @@ void* Allocate(std::size_t size) {
   void* block = FailsAboveMalloc() ? nullptr : std::malloc(size == 0 ? 1 : size);
   if (block == nullptr) throw std::bad_alloc();
   ++state.live;
+  // What lay there before the watch does not count.
+  if (!state.secret.empty()) std::memset(block, 0, malloc_usable_size(block));
   return block;
 }
 

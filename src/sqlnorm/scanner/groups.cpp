@@ -7,6 +7,7 @@
 
 #include "sqlnorm/scanner/byte_block.h"
 #include "sqlnorm/scanner/byte_class.h"
+#include "sqlnorm/scanner/comparison_group.h"
 
 namespace tarn::sqlnorm {
 namespace {
@@ -21,49 +22,6 @@ void VisitOpening(const char* text, const char* end, Visit visit) {
 
 // The Match functions take the place where something may begin and return the place after it, or
 // null if it is not there.
-
-// A word, or two joined by a dot.
-const char* MatchOperand(const char* p) noexcept {
-  if (!IsWord(*p)) return nullptr;
-  p = SkipWord(p);
-  return *p == '.' && IsWord(p[1]) ? SkipWord(p + 1) : p;
-}
-
-// = >= <= > < !=
-const char* MatchComparisonOperator(const char* p) noexcept {
-  switch (*p) {
-    case '=':
-      return p + 1;
-    case '>':
-    case '<':
-      return p[1] == '=' ? p + 2 : p + 1;
-    case '!':
-      return p[1] == '=' ? p + 2 : nullptr;
-    default:
-      return nullptr;
-  }
-}
-
-const char* MatchComparison(const char* p) noexcept {
-  p = MatchOperand(p);
-  if (p == nullptr) return nullptr;
-  p = MatchComparisonOperator(SkipSpaces(p));
-  return p == nullptr ? nullptr : MatchOperand(SkipSpaces(p));
-}
-
-// What follows the opening parenthesis of a comparison group, up to its closing one, which must
-// follow the last operand directly. Returns the closing parenthesis.
-const char* MatchComparisonGroup(const char* p) noexcept {
-  p = SkipSpaces(p);
-  for (;;) {
-    p = MatchComparison(p);
-    if (p == nullptr || *p == ')') return p;
-    if (!IsSpace(*p)) return nullptr;
-    p = SkipSpaces(p);
-    if (!StandsAt(p, "and") || !IsSpace(p[3])) return nullptr;
-    p = SkipSpaces(p + 3);
-  }
-}
 
 // What of "operand IN (list))" the rewrite keeps.
 struct NegatedInList {
@@ -141,13 +99,16 @@ class Compaction {
   const char* pending_;
 };
 
-// Comparison-group unwrapping: blanks take the place of the parentheses.
-void OpenComparisonGroups(char* text, const char* end) noexcept {
-  VisitOpening(text, end, [text](const char* p) {
-    const char* const close = MatchComparisonGroup(p + 1);
+// Comparison-group unwrapping, of the groups behind the first `passed_over` opening parentheses.
+void OpenComparisonGroups(char* text, const char* end, std::size_t passed_over) noexcept {
+  VisitOpening(text, end, [text, &passed_over](const char* p) {
+    if (passed_over != 0) {
+      --passed_over;
+      return p + 1;
+    }
+    const char* const close = MatchComparisonGroup(p).close;
     if (close == nullptr) return p + 1;
-    text[p - text] = ' ';
-    text[close - text] = ' ';
+    OpenComparisonGroup(text + (p - text), text + (close - text));
     return close + 1;
   });
 }
@@ -212,7 +173,7 @@ char* CutBehindFirstRow(char* text, char* end) noexcept {
 void RewriteGroups(Text& text, const Survey& survey) noexcept {
   char* const begin = text.data;
   char* end = begin + text.length;
-  if (survey.comparisons) OpenComparisonGroups(begin, end);
+  if (survey.comparisons) OpenComparisonGroups(begin, end, survey.before_comparisons);
   if (survey.negations) end = RewriteNegatedInLists(begin, end);
   bool rows = survey.rows;
   if (survey.parameters) {

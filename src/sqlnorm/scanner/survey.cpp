@@ -7,33 +7,33 @@
 
 #include "sqlnorm/scanner/byte_block.h"
 #include "sqlnorm/scanner/byte_class.h"
+#include "sqlnorm/scanner/comparison_group.h"
 #include "sqlnorm/scanner/literals.h"
 
 namespace tarn::sqlnorm {
 namespace {
 
-// Whether what follows an opening parenthesis at `p` may be a comparison group, before or after its
-// literals are printed anew.
-bool MayBeComparisonGroup(const char* p) noexcept {
-  p = SkipSpaces(p + 1);
-  while (IsWord(*p) || *p == '.' || *p == '+' || *p == '-') ++p;
-  p = SkipSpaces(p);
-  return *p == '=' || ClassOf(*p) == ByteClass::kAngle;
-}
-
 // What parentheses tell, from the first to the last.
 class ParenthesisSurvey {
  public:
-  ParenthesisSurvey(const char* text, Survey& survey) noexcept : text_(text), survey_(survey) {}
+  ParenthesisSurvey(char* text, Survey& survey) noexcept : text_(text), survey_(survey) {}
 
-  void Opening(const char* p) noexcept {
-    const bool comparison = MayBeComparisonGroup(p);
-    const bool parameter = *SkipSpaces(p + 1) == '@';
-    survey_.comparisons |= comparison;
-    survey_.parameters |= parameter;
+  void Opening(char* p) noexcept {
     // Another parenthesis within a row may be rewritten.
     survey_.rows |= row_ != nullptr;
     row_ = nullptr;
+    const ComparisonGroup group = MatchComparisonGroup(p);
+    if (group.close != nullptr && !group.has_decimal && !survey_.comparisons) {
+      OpenComparisonGroup(p, text_ + (group.close - text_));
+      return;
+    }
+    const bool comparison = MayBecomeComparisonGroup(p);
+    survey_.comparisons |= comparison;
+    // Whether a group opens is told by the text as it came: those before the first that has to wait
+    // are settled, and those behind it wait as well.
+    survey_.before_comparisons += survey_.comparisons ? 0 : 1;
+    const bool parameter = *SkipSpaces(p + 1) == '@';
+    survey_.parameters |= parameter;
     const char* const before = SkipSpacesBack(text_, p);
     if (MatchWordBack(text_, before, "not") != nullptr) survey_.negations = true;
     if (const char* const keyword = MatchWordBack(text_, before, "values")) {
@@ -52,7 +52,7 @@ class ParenthesisSurvey {
   }
 
  private:
-  const char* const text_;
+  char* const text_;
   Survey& survey_;
   const char* row_ = nullptr;  // where a row has begun that nothing but its end may change
 };
@@ -69,18 +69,18 @@ void CutAt(const char* p, Text& text) {
 Survey SurveyText(Text& text) {
   Survey survey;
   ParenthesisSurvey parentheses(text.data, survey);
-  const char* const end = text.data + text.length;
-  for (const char* block = text.data; block < end; block += BlockClasses::kBytes) {
+  char* const end = text.data + text.length;
+  for (char* block = text.data; block < end; block += BlockClasses::kBytes) {
     if (survey.first_literal == nullptr) {
       const std::uint64_t marks = BitsWithin(MarkedBits(block, MarkLiteralCandidates), end - block);
       if (marks != 0) survey.first_literal = block + std::countr_zero(marks);
     }
     std::uint64_t marks = BitsWithin(MarkedBits(block, MarkParentheses), end - block);
     for (; marks != 0; marks &= marks - 1) {
-      const char* const p = block + std::countr_zero(marks);
+      char* const p = block + std::countr_zero(marks);
       if (*p == '(') {
         parentheses.Opening(p);
-      } else if (parentheses.Closing(p)) {
+      } else if (*p == ')' && parentheses.Closing(p)) {  // not one of an opened group
         CutAt(p + 1, text);
         return survey;
       }

@@ -210,7 +210,8 @@ class TokenWriter {
         *out_++ = ',';
       }
     }
-    for (std::ptrdiff_t i = 0; i < count; ++i) *out_++ = '.';
+    *out_++ = '.';
+    if (count > 1) out_ = std::fill_n(out_, count - 1, '.');
     last_ = join ? Last::kJoinedDots : Last::kOther;
     return join ? SkipSpaces(after) : after;
   }

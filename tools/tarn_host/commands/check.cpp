@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -227,6 +228,9 @@ std::string HowItEnded(int status) {
   return std::string("it died: ") + strsignal(WTERMSIG(status));
 }
 
+// As a shell reports it.
+constexpr unsigned char kExitReaderGone = 128 + SIGPIPE;
+
 // Goes on with `facts` in a child process, since a library may well end the process that loads it.
 // Nothing may be buffered in `facts`. Returns the exit code.
 int CheckInAChild(const std::string& path, const ElfLibrary& library, FactSheet& facts) {
@@ -240,6 +244,8 @@ int CheckInAChild(const std::string& path, const ElfLibrary& library, FactSheet&
     try {
       CheckInThisProcess(path, library, facts);
       exit_code = facts.AllHold() ? kExitSuccess : kExitFailed;
+    } catch (const ReaderGone&) {
+      exit_code = kExitReaderGone;
     } catch (const std::exception& error) {
       ReportError(error.what());
     }
