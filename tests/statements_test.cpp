@@ -25,6 +25,7 @@
 #include "tarn_host/errors.h"
 #include "tarn_host/input/log_splitter.h"
 #include "tarn_host/input/reader.h"
+#include "tarn_host/keyed_hash.h"
 #include "tarn_host/output.h"
 #include "tarn_host/statement_folder.h"
 #include "tarn_host/time_statistics.h"
@@ -253,6 +254,14 @@ TEST(TimeStatistics, NearThePercentileAndExactOtherwise) {
   none.Add(0);
   none.Add(1e300);
   EXPECT_TRUE(std::isfinite(none.Total()));
+}
+
+TEST(KeyedHash, HasAKeyThatNobodyKnows) {
+  const KeyedHash hash;
+  const KeyedHash copy = hash;
+  EXPECT_EQ(copy("a"), hash("a"));
+  EXPECT_NE(hash("b"), hash("a"));
+  EXPECT_NE(KeyedHash()("a"), hash("a"));
 }
 
 TEST(Output, WritesWhatIsLeftOfAPartialWrite) {
