@@ -3,12 +3,12 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <array>
 #include <atomic>
 #include <clocale>
 #include <filesystem>
 #include <locale>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -165,41 +165,59 @@ TEST(HostLocale, LeavesTheCanonicalTextAlone) {
   EXPECT_EQ(Normalized(loaded_after, sql), canonical);
 }
 
-// Latin-1, as far as the test looks: 0xE9 is a letter and 0xA0 a space.
-class LatinCtype : public std::ctype<char> {
+// The classic classes of bytes, but for one byte and for what 'I' is in lower case.
+class OddCtype : public std::ctype<char> {
  public:
-  LatinCtype() : std::ctype<char>(Table()) {}
+  OddCtype(char byte, mask classes, char lower_i)
+      : std::ctype<char>(Table(static_cast<unsigned char>(byte), classes), true),
+        lower_i_(lower_i) {}
 
  private:
-  static const mask* Table() {
-    static const std::array<mask, table_size> table = [] {
-      std::array<mask, table_size> classes{};
-      std::copy_n(classic_table(), table_size, classes.begin());
-      // Not `graph`: that mask contains the bit of a digit.
-      classes[0xE9] = alpha | lower | print;
-      classes[0xA0] = space | print;
-      return classes;
-    }();
-    return table.data();
+  static const mask* Table(unsigned char byte, mask classes) {
+    auto table = std::make_unique<mask[]>(table_size);
+    std::copy_n(classic_table(), table_size, table.get());
+    table[byte] = classes;
+    return table.release();
   }
+  using std::ctype<char>::do_tolower;
+  char do_tolower(char c) const override {
+    return c == 'I' ? lower_i_ : std::ctype<char>::do_tolower(c);
+  }
+
+  const char lower_i_;
 };
 
-// The patterns keep the classes of bytes that they were compiled under: those of loading.
-TEST(LocaleOfLoading, DecidesWhatAWordIs) {
+// The patterns keep the classes of bytes that they were compiled under: those of loading. One byte
+// that differs is enough.
+TEST(LocaleOfLoading, DecidesWhatALetterASpaceAndALowerCaseAre) {
+  using Ctype = std::ctype_base;
+  struct Row {
+    char byte;
+    Ctype::mask classes;  // not `graph`: that contains the bit of a digit
+    char lower_i;
+    const char* sql;
+    const char* under_it;
+    const char* classic;
+  };
   const TemporaryFolder folder;
-  const std::string copy = CopyOfThePlugin(folder, "copy.so");
   const Plugin classic(TARN_PLUGIN_PATH);
-  auto scoped = std::make_optional<ScopedLocale>();
-  std::locale::global(std::locale(std::locale(), new LatinCtype));
-  const Plugin latin(copy);
-  const std::string sql =
-      "select caf\xE9s from\xA0\xA0t where a\xA0=\xA0"
-      "b and \xE9t1 = 2";
-  for (int i = 0; i < 2; ++i) {
-    EXPECT_EQ(Normalized(latin, sql), "SELECT caf\xE9s FROM t WHERE a = b and \xE9t1 = 2");
-    EXPECT_EQ(Normalized(classic, sql),
-              "SELECT caf \xE9 s FROM \xA0\xA0 t WHERE a \xA0=\xA0 b and \xE9 ____t1 = 2");
-    scoped.reset();
+  for (const Row& row :
+       {Row{'\xE9', Ctype::alpha | Ctype::lower | Ctype::print, 'i', "select caf\xE9s, \xE9t1",
+            "SELECT caf\xE9s, \xE9t1", "SELECT caf \xE9 s, \xE9 ____t1"},
+        Row{'\xA0', Ctype::space | Ctype::print, 'i', "select a from\xA0\xA0t where a\xA0=\xA0\x62",
+            "SELECT a FROM t WHERE a = b", "SELECT a FROM \xA0\xA0 t WHERE a \xA0=\xA0 b"},
+        Row{' ', Ctype::space | Ctype::print, '\xFD', "insert into a", "insert into a",
+            "INSERT a"}}) {
+    const std::string copy = CopyOfThePlugin(folder, std::to_string(row.lower_i + row.byte));
+    auto scoped = std::make_optional<ScopedLocale>();
+    std::locale::global(
+        std::locale(std::locale(), new OddCtype(row.byte, row.classes, row.lower_i)));
+    const Plugin odd(copy);
+    for (int i = 0; i < 2; ++i) {
+      EXPECT_EQ(Normalized(odd, row.sql), row.under_it);
+      EXPECT_EQ(Normalized(classic, row.sql), row.classic);
+      scoped.reset();
+    }
   }
 }
 

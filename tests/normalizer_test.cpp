@@ -93,23 +93,6 @@ TEST(Steps, RewriteAsTheirTableSays) {
   tally.Report();
 }
 
-// Alone, the step can't know how many aliases there were: it runs on what the alias step counted.
-TEST(Steps, StripASingleAliasAlone) {
-  constexpr int kStripping = 21;
-  EXPECT_EQ(sqlnorm::RunSteps(" ____t1.a ", kStripping, kStripping), " ____t1.a ");
-  EXPECT_EQ(sqlnorm::RunSteps(" ____t1.a t4", kStripping - 1, kStripping), " a ____t1");
-  EXPECT_EQ(sqlnorm::RunSteps(" t4.a t5", kStripping - 1, kStripping), " ____t1.a ____t2");
-}
-
-TEST(Patterns, ThrowWhatTheLibrariesThrow) {
-  EXPECT_THROW(NormalizeByPatterns("x=1.0e999"), boost::bad_lexical_cast);
-  // A group too long for the matcher's backtracking memory.
-  constexpr std::size_t kLength = 2'000'000;
-  std::string group = "(a=b";
-  Repeat(" and a=b", kLength, group);
-  EXPECT_THROW(NormalizeByPatterns(group), std::runtime_error);
-}
-
 struct Alphabet {
   const char* name;
   int length;  // of the longest sequence

@@ -55,6 +55,7 @@ inline constexpr std::array kGrowthFamilies{
     GrowthFamily{"DistinctAliases", "select a from b", ", t#"},
     GrowthFamily{"LongAliases", "select a from b", ", t12345678#"},
     GrowthFamily{"OneAlias", "select t1.a from b as t1", ", t1.c"},
+    GrowthFamily{"DenseAliases", "", "t1 "},
     GrowthFamily{"LongAlias", "t", "1"},
     // Where a look at a short alias may cost a look at the long one.
     GrowthFamily{"LongAliasAmongShort", "t", ", t#", "", 40, "1"},
