@@ -92,6 +92,7 @@ std::string Reprinted(std::string literal) {
   try {
     return {text.data(), ReprintDecimal(parts, text.data())};
   } catch (const std::bad_cast&) {
+    EXPECT_THROW(CheckDecimalRange(parts), std::bad_cast);
     return "";
   }
 }
@@ -140,7 +141,7 @@ TEST(Decimals, ArePrintedAsPrintfPrintsThem) {
       "1.7976931348623159e308", "1.0e309", "4.9406564584124654e-324", "2.4e-324", "0.1e-400",
       // The sum of exponent and digits is beyond a 64-bit integer.
       "1.0e9223372036854775807", "100.5E+9223372036854775806", "0.01e-9223372036854775807",
-      "1.0e18446744073709551616", "0.1e-18446744073709551616", std::string(400, '9') + ".0",
+      "1.0e18446744073709551616", "0.1e-18446744073709551616", std::string(309, '9') + ".0",
       std::string(400, '0') + "1.5", "0." + std::string(400, '0') + "1",
       std::string(320, '1') + ".0e-300", std::string(700, '1') + ".0e-300",
       "0." + std::string(400, '0') + "1e+50"};
