@@ -86,7 +86,8 @@ inline ByteBlock MarkParentheses(const char* q) noexcept {
 }
 
 // The bits of 64 places from `p` on: those that `match` marks. match(q) looks at the sixteen places
-// from q on, and a few behind them, and returns a ByteBlock.
+// from q on, and a few behind them, and returns a ByteBlock. It must not mark NUL: then nothing is
+// found behind the end of a padded text.
 template <typename Match>
 std::uint64_t MarkedBits(const char* p, Match match) noexcept {
   std::uint64_t bits = 0;
@@ -102,7 +103,7 @@ template <typename Match, typename Visit>
 void VisitMarks(const char* text, const char* end, Match match, Visit visit) {
   const char* done = text;
   for (const char* block = text; block < end; block += BlockClasses::kBytes) {
-    std::uint64_t marks = BitsWithin(MarkedBits(block, match), end - block);
+    std::uint64_t marks = MarkedBits(block, match);
     for (; marks != 0; marks &= marks - 1) {
       const char* const p = block + std::countr_zero(marks);
       if (p >= done) done = visit(p);

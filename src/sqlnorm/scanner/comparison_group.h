@@ -52,8 +52,7 @@ inline ComparisonGroup MatchComparisonGroup(const char* p) noexcept {
     p = match_operand(SkipSpaces(p));
     if (p == nullptr) return {};
     if (*p == ')') break;
-    if (!IsSpace(*p)) return {};
-    p = SkipSpaces(p);
+    p = SkipSpaces(p);  // there are some, if a word follows
     if (!StandsAt(p, "and") || !IsSpace(p[3])) return {};
     p = SkipSpaces(p + 3);
   }

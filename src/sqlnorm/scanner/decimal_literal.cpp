@@ -139,7 +139,6 @@ char* ReprintShortDecimal(const DecimalLiteral& literal, char* out) noexcept {
   constexpr std::ptrdiff_t kMostDigits = 15;
   constexpr int kLeastExponent = -3;
   constexpr int kGreatestExponent = 14;
-  constexpr int kGreatestExactPower = kExactPowers.size() - 1;
   if (literal.exponent - literal.begin > kMostDigits + 1) return nullptr;
   const std::optional<int> written_exponent = ShortExponent(literal);
   if (!written_exponent) return nullptr;
@@ -151,9 +150,8 @@ char* ReprintShortDecimal(const DecimalLiteral& literal, char* out) noexcept {
   const int power = *written_exponent - static_cast<int>(literal.exponent - literal.dot - 1);
   // The decimal exponent of the first digit other than 0.
   const int exponent = CountDigits(digits) - 1 + power;
-  if (exponent < kLeastExponent || exponent > kGreatestExponent || power < -kGreatestExactPower) {
-    return nullptr;
-  }
+  if (exponent < kLeastExponent || exponent > kGreatestExponent) return nullptr;
+  // Of 15 digits and such an exponent follows a power from -17 to 14.
   const double scale = kExactPowers[static_cast<std::size_t>(std::abs(power))];
   const auto integer = static_cast<double>(digits);
   const double value = power < 0 ? integer / scale : integer * scale;

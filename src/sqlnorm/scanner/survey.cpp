@@ -73,10 +73,10 @@ Survey SurveyText(Text& text) {
   char* const end = text.data + text.length;
   for (char* block = text.data; block < end; block += BlockClasses::kBytes) {
     if (survey.first_literal == nullptr) {
-      const std::uint64_t marks = BitsWithin(MarkedBits(block, MarkLiteralCandidates), end - block);
+      const std::uint64_t marks = MarkedBits(block, MarkLiteralCandidates);
       if (marks != 0) survey.first_literal = block + std::countr_zero(marks);
     }
-    std::uint64_t marks = BitsWithin(MarkedBits(block, MarkParentheses), end - block);
+    std::uint64_t marks = MarkedBits(block, MarkParentheses);
     for (; marks != 0; marks &= marks - 1) {
       char* const p = block + std::countr_zero(marks);
       if (*p == '(') {
