@@ -308,13 +308,9 @@ TEST_F(LoadedPlugin, ThrowsForADecimalOutOfRangeAndLeavesTheStatement) {
        {"x=1.0e999", "select 1.50 from t where x = 1.0E+309", "values (1), (1.0e999)"}) {
     std::string sql = statement;
     // Boost's exception is known here by its base alone.
-    try {
-      plugin_.Product().NormalizeSQL(sql);
-      ADD_FAILURE() << "no exception for " << statement;
-    } catch (const std::bad_cast& error) {
-      EXPECT_STREQ(error.what(),
-                   "bad lexical cast: source type value could not be interpreted as target");
-    }
+    EXPECT_THAT([&] { plugin_.Product().NormalizeSQL(sql); },
+                testing::ThrowsMessage<std::bad_cast>(testing::StrEq(
+                    "bad lexical cast: source type value could not be interpreted as target")));
     EXPECT_EQ(sql, statement);
     // Nothing is left of the failed call.
     EXPECT_EQ(Normalize("select t2.a, t1.b, 1.50"), "SELECT ____t1.a, ____t2.b, 1.5");
