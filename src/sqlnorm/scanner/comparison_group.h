@@ -40,7 +40,7 @@ struct ComparisonGroup {
 inline ComparisonGroup MatchComparisonGroup(const char* p) noexcept {
   ComparisonGroup group;
   const auto match_operand = [&group](const char* begin) {
-    group.has_decimal |= IsDigit(*begin) && *SkipDigits(begin) == '.';
+    group.has_decimal |= *SkipDigits(begin) == '.';
     return MatchOperand(begin);
   };
   p = SkipSpaces(p + 1);

@@ -35,8 +35,8 @@ struct NegatedInList {
 bool MatchNegatedInList(const char* p, const char* end, NegatedInList& found) noexcept {
   found.operand = SkipSpaces(p);
   found.operand_end = MatchOperand(found.operand);
-  if (found.operand_end == nullptr || !IsSpace(*found.operand_end)) return false;
-  p = SkipSpaces(found.operand_end);
+  if (found.operand_end == nullptr) return false;
+  p = SkipSpaces(found.operand_end);  // there are some, if a word follows
   if (!StandsAt(p, "in")) return false;
   p = SkipSpaces(p + 2);
   if (*p != '(') return false;
@@ -65,9 +65,6 @@ const char* MatchParameterList(const char* p) noexcept {
 class Compaction {
  public:
   explicit Compaction(char* text) noexcept : out_(text), pending_(text) {}
-
-  // Where the part that has been neither kept nor dropped begins.
-  const char* Pending() const noexcept { return pending_; }
 
   void KeepTo(const char* p) noexcept {
     const auto count = static_cast<std::size_t>(p - pending_);
@@ -118,8 +115,8 @@ void OpenComparisonGroups(char* text, const char* end, std::size_t passed_over) 
 char* RewriteNegatedInLists(char* text, char* end) noexcept {
   Compaction compaction(text);
   VisitOpening(text, end, [&](const char* p) {
-    const char* const keyword =
-        MatchWordBack(compaction.Pending(), SkipSpacesBack(compaction.Pending(), p), "not");
+    // A rewrite ends with a parenthesis, so that no keyword reaches into what it has moved.
+    const char* const keyword = MatchWordBack(text, SkipSpacesBack(text, p), "not");
     NegatedInList found{};
     if (keyword == nullptr || !MatchNegatedInList(p + 1, end, found)) return p + 1;
     compaction.KeepTo(keyword);
