@@ -72,7 +72,7 @@ namespace tarn::test {
 namespace {
 
 using namespace tarn::standin;
-using enum tarn::standin::CipherCode;
+using enum tarn::standin::Code;
 using Quillcommon::SysConfReader;
 using ::testing::AllOf;
 using ::testing::EndsWith;
@@ -229,21 +229,21 @@ TEST_F(SysConfFile, IsReadAfresh) {
   EXPECT_EQ(Reader().getDBType("db", 0), "other");
 }
 
-constexpr std::array kAlgorithms{CipherAlgorithm::kAes256Gcm, CipherAlgorithm::kAes128Ecb};
+constexpr std::array kAlgorithms{kAes256Gcm, kAes128Ecb};
 constexpr std::size_t kHeaderBytes = 10;
 constexpr std::size_t kDigestBytes = 8;
 const std::string kDigits(64, 'a');
 
 SecretBytes Secret(std::string_view text) { return {text.begin(), text.end()}; }
 
-// The code of the CipherError that `run` throws; kSuccess if none.
+// The code of the Error that `run` throws; kSuccess if none.
 template <typename Run>
-CipherCode CodeOf(Run run) {
+Code CodeOf(Run run) {
   try {
     run();
     return kSuccess;
-  } catch (const CipherError& error) {
-    return error.Code();
+  } catch (const Error& error) {
+    return error.code;
   }
 }
 
@@ -253,7 +253,7 @@ class Cipher : public Standin {
     return CipherKey::FromFile(folder_.Write("some.key", digits + '\n'));
   }
 
-  CipherCode Decrypt(std::string_view text, CipherAlgorithm algorithm) const {
+  Code Decrypt(std::string_view text, unsigned int algorithm) const {
     return CodeOf([&] { DecryptPassword(text, algorithm, key_); });
   }
 
@@ -286,13 +286,13 @@ TEST_F(Cipher, GivesBackEveryPassword) {
        std::initializer_list<std::size_t>{0, 1, 2, 3, 14, 15, 16, 17, 31, 32, 33, 1024}) {
     std::string password(size, '\0');
     for (std::size_t i = 0; i < size; ++i) password[i] = static_cast<char>(i * 37);
-    for (const CipherAlgorithm algorithm : kAlgorithms) {
+    for (const unsigned int algorithm : kAlgorithms) {
       const std::string text = EncryptPassword(Secret(password), algorithm, key_);
       EXPECT_EQ(DecryptPassword(text, algorithm, key_), Secret(password)) << size;
       EXPECT_EQ(text.find_first_of("\n "), std::string::npos);
       // A repeated text would mean a repeated nonce.
       EXPECT_EQ(EncryptPassword(Secret(password), algorithm, key_) == text,
-                algorithm == CipherAlgorithm::kAes128Ecb);
+                algorithm == kAes128Ecb);
     }
   }
   EXPECT_EQ(CodeOf([&] { EncryptPassword(SecretBytes(1025), kAlgorithms[0], key_); }),
@@ -301,7 +301,7 @@ TEST_F(Cipher, GivesBackEveryPassword) {
 
 // Any one character changed, any cut and any addition is damage, and is not taken for a wrong key.
 TEST_F(Cipher, TellsEveryDamage) {
-  for (const CipherAlgorithm algorithm : kAlgorithms) {
+  for (const unsigned int algorithm : kAlgorithms) {
     const std::string text = EncryptPassword(Secret("a secret"), algorithm, key_);
     std::vector<std::string> damaged{text + "=",  text + "AAAA",          text + "\n",  " " + text,
                                      text + text, std::string(5000, 'A'), "plain text", "===="};
@@ -332,8 +332,8 @@ TEST_F(Cipher, TellsEveryWrongKey) {
 }
 
 TEST_F(Cipher, RefusesForgedTexts) {
-  for (const CipherAlgorithm algorithm : kAlgorithms) {
-    const bool gcm = algorithm == CipherAlgorithm::kAes256Gcm;
+  for (const unsigned int algorithm : kAlgorithms) {
+    const bool gcm = algorithm == kAes256Gcm;
     const std::string text = EncryptPassword(Secret("secret"), algorithm, key_);
     ASSERT_EQ(Decrypt(Forged(text, [](std::string&) {}), algorithm), kSuccess);
     const std::string other_format = Forged(text, [](std::string& bytes) { bytes[0] = 2; });
@@ -361,7 +361,7 @@ TEST_F(KeyFile, IsTakenOrRefused) {
   struct Row {
     std::string content;
     mode_t mode;
-    CipherCode code;
+    Code code;
     uid_t owner = geteuid();
   };
   for (const Row& row : {Row{kDigits + "\n", 0600, kSuccess},
@@ -395,9 +395,10 @@ TEST_F(KeyFile, IsMadePrivateAndReplacesNone) {
   CipherKey::CreateFile(folder_.Path("other.key"));
   umask(old_mask);
   EXPECT_EQ(fs::status(folder_.Path("new.key")).permissions(), fs::perms(0600));
-  EXPECT_NE(std::memcmp(CipherKey::FromFile(folder_.Path("new.key")).Data(),
-                        CipherKey::FromFile(folder_.Path("other.key")).Data(), CipherKey::kBytes),
-            0);
+  EXPECT_NE(
+      std::memcmp(CipherKey::FromFile(folder_.Path("new.key")).bytes.data(),
+                  CipherKey::FromFile(folder_.Path("other.key")).bytes.data(), CipherKey::kBytes),
+      0);
 
   const std::string kept = folder_.Write("kept.key", "precious");
   fs::create_symlink("nowhere", folder_.Path("dangling"));
@@ -423,7 +424,7 @@ TEST_F(KeyFile, IsNotLeftBehindHalfWritten) {
 using Deciphering = Cipher;
 
 TEST_F(Deciphering, FailsWithACodeAndOneWarningAndLeavesTheOutput) {
-  const std::string text = EncryptPassword(Secret("secret"), CipherAlgorithm::kAes256Gcm, key_);
+  const std::string text = EncryptPassword(Secret("secret"), kAes256Gcm, key_);
   const std::string key = folder_.Path("some.key");
   const std::string other = folder_.Write("other.key", std::string(64, 'b'));
   const std::string malformed = folder_.Write("malformed.key", "x");
@@ -431,7 +432,7 @@ TEST_F(Deciphering, FailsWithACodeAndOneWarningAndLeavesTheOutput) {
     unsigned int algorithm;
     const char* key_file;
     std::string text;
-    CipherCode code;
+    Code code;
     const char* warning;
   };
   for (const Row& row : {Row{20, key.c_str(), text, kUnknownAlgorithm, "algorithm 20"},
@@ -458,7 +459,7 @@ TEST_F(Deciphering, FailsWithACodeAndOneWarningAndLeavesTheOutput) {
 TEST_F(Deciphering, SurvivesTheEndOfMemoryAndLeavesNoPassword) {
   const ScopedVariable key_file("TARN_KEY_FILE", folder_.Path("some.key"));
   const ScopedVariable level("TARN_LOG_LEVEL", "off");
-  for (const CipherAlgorithm algorithm : kAlgorithms) {
+  for (const unsigned int algorithm : kAlgorithms) {
     const std::string text = EncryptPassword(Secret(kLongPassword), algorithm, key_);
     const ScopedVariable file(
         "TARN_SYS_CONF",
@@ -475,7 +476,7 @@ TEST_F(Deciphering, SurvivesTheEndOfMemoryAndLeavesNoPassword) {
         const FailNthAllocation failure(n);
         try {
           const std::string stored = Reader().getDBPassword(database, 0);
-          code = QuillAESCipher::decryptEx(stored, plain, static_cast<unsigned int>(algorithm));
+          code = QuillAESCipher::decryptEx(stored, plain, algorithm);
         } catch (const std::bad_alloc&) {
         }
       }
