@@ -17,19 +17,9 @@ namespace tarn::host {
 namespace {
 
 constexpr std::size_t kKeySize = 16;
-using Key = std::array<unsigned char, kKeySize>;
 
 void Require(bool success) {
   if (!success) throw ToolError("cannot hash: the cryptographic library fails");
-}
-
-const Key& ProcessKey() {
-  static const Key key = [] {
-    Key random;
-    Require(RAND_bytes(random.data(), static_cast<int>(random.size())) == 1);
-    return random;
-  }();
-  return key;
 }
 
 }  // namespace
@@ -40,13 +30,14 @@ class KeyedHash::Mac {
     std::size_t size = sizeof(std::size_t);
     const OSSL_PARAM parameters[] = {OSSL_PARAM_construct_size_t(OSSL_MAC_PARAM_SIZE, &size),
                                      OSSL_PARAM_construct_end()};
-    Require(context_ && EVP_MAC_CTX_set_params(context_.get(), parameters) == 1);
+    Require(context_ && EVP_MAC_CTX_set_params(context_.get(), parameters) == 1 &&
+            RAND_bytes(key_.data(), kKeySize) == 1);
   }
 
   std::size_t Hash(const std::string& text) {
     std::array<unsigned char, sizeof(std::size_t)> code;
     std::size_t size = 0;
-    Require(EVP_MAC_init(context_.get(), ProcessKey().data(), kKeySize, nullptr) == 1 &&
+    Require(EVP_MAC_init(context_.get(), key_.data(), key_.size(), nullptr) == 1 &&
             EVP_MAC_update(context_.get(), reinterpret_cast<const unsigned char*>(text.data()),
                            text.size()) == 1 &&
             EVP_MAC_final(context_.get(), code.data(), &size, code.size()) == 1 &&
@@ -62,6 +53,7 @@ class KeyedHash::Mac {
     void operator()(EVP_MAC_CTX* context) const noexcept { EVP_MAC_CTX_free(context); }
   };
 
+  std::array<unsigned char, kKeySize> key_{};
   std::unique_ptr<EVP_MAC, Free> mac_;
   std::unique_ptr<EVP_MAC_CTX, Free> context_;
 };

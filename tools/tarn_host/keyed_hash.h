@@ -6,8 +6,8 @@
 
 namespace tarn::host {
 
-// Hashes texts for a table whose cost no text can steer: SipHash with a key that is drawn once a
-// process. Copies share a state, so an object and its copies belong to one thread at a time.
+// Hashes texts for a table whose cost no text can steer: SipHash with a random key, that of the
+// object and its copies. They share a state, too, so they belong to one thread at a time.
 //
 // Not noexcept on purpose: the standard library then keeps the hash codes.
 class KeyedHash {

@@ -363,7 +363,8 @@ void StatementFolder::AddWord(std::string_view word, Last kind) {
                  text_.begin() + static_cast<std::ptrdiff_t>(begin), Lower);
   const std::string_view lower = LastWord();
   // Nearly every word is none of these.
-  if (std::string_view("insv").find(lower[0]) == std::string_view::npos) return;
+  const char first = lower[0];
+  if (first != 'i' && first != 'n' && first != 's' && first != 'v') return;
   if (lower == "in" && was == Behind::kNot) {
     // As the product writes what it makes of NOT (a IN ...).
     constexpr std::string_view kNotIn = "NOT IN";

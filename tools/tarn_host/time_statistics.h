@@ -11,8 +11,9 @@ class TimeStatistics {
  public:
   static constexpr double kClassRatio = 1.05;
 
-  // `seconds` are finite and not negative.
+  // Counts one duration. Requires: `seconds` are finite and not negative.
   void Add(double seconds);
+  // Counts what `other` has counted.
   void Add(const TimeStatistics& other);
 
   std::uint64_t Count() const noexcept { return count_; }

@@ -64,7 +64,8 @@ inline ComparisonGroup MatchComparisonGroup(const char* p) noexcept {
 // Whether `p` may open a group once literals have been printed anew, whatever stands there now.
 inline bool MayBecomeComparisonGroup(const char* p) noexcept {
   p = SkipSpaces(p + 1);
-  while (IsWord(*p) || *p == '.' || *p == '+' || *p == '-') ++p;
+  for (p = SkipWord(p); *p == '.' || *p == '+' || *p == '-'; p = SkipWord(p + 1)) {
+  }
   p = SkipSpaces(p);
   return *p == '=' || ClassOf(*p) == ByteClass::kAngle;
 }

@@ -1,6 +1,5 @@
 #include "sqlnorm/scanner/groups.h"
 
-#include <algorithm>
 #include <cstddef>
 #include <cstring>
 #include <string_view>
@@ -90,7 +89,7 @@ class Compaction {
   // Keeps the rest of a text that ended at `end`, pads it, and returns its new end.
   char* Finish(char* end) noexcept {
     KeepTo(end);
-    std::memset(out_, 0, std::min<std::size_t>(static_cast<std::size_t>(end - out_), kPadding));
+    Pad(out_);
     return out_;
   }
 

@@ -54,7 +54,7 @@ struct WordStart {
   bool swallows;        // whether it is one that the word behind it may go with
 };
 
-// Requires: eight bytes can be read at `word`. Free of branches.
+// Requires: eight bytes can be read at `word`.
 inline WordStart StartOfWord(const char* word, std::size_t length) noexcept {
   using namespace internal;
   std::uint64_t bytes = 0;
@@ -62,9 +62,8 @@ inline WordStart StartOfWord(const char* word, std::size_t length) noexcept {
   const std::uint64_t lower = (bytes | kFoldCase) & kLowestBytes[std::min(length, sizeof bytes)];
   const std::size_t initial = lower & kLetterMask;
   const bool is_keyword = lower == kKeywords[initial];
-  bytes &= is_keyword ? ~kFoldCase : ~std::uint64_t{0};
   const bool may_swallow = (kSwallowing >> initial & 1) != 0;
-  return {bytes, is_keyword && may_swallow};
+  return {is_keyword ? bytes & ~kFoldCase : bytes, is_keyword && may_swallow};
 }
 
 }  // namespace tarn::sqlnorm

@@ -4,7 +4,6 @@
 #include <charconv>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 
 #include "sqlnorm/scanner/byte_block.h"
 #include "sqlnorm/scanner/byte_class.h"
@@ -27,7 +26,7 @@ const char* SkipExponent(const char* p) noexcept {
 // The Match functions are given the character that gives a literal away and tell whether it does:
 // between characters that belong to no word.
 
-// digits.digits, perhaps with an exponent.
+// Decimal-literal canonicalization: digits.digits, perhaps with an exponent.
 bool MatchDecimal(const char* text, const char* dot, DecimalLiteral& literal) noexcept {
   const char* begin = dot;
   while (begin != text && IsDigit(begin[-1])) --begin;
@@ -43,7 +42,7 @@ struct HexLiteral {
   const char* end;
 };
 
-// 0x and one to eight digits. Of more it looks at one.
+// Hexadecimal-literal conversion: 0x and one to eight digits. Of more it looks at one.
 bool MatchHex(const char* text, const char* x, HexLiteral& literal) noexcept {
   constexpr std::ptrdiff_t kMostDigits = 8;
   const char* const digits = x + 1;
@@ -88,7 +87,7 @@ class Reprinter {
   Text Finish() noexcept {
     if (out_ == nullptr) return source_;
     out_ = std::copy(copied_, End(), out_);
-    std::memset(out_, 0, kPadding);
+    Pad(out_);
     return {output_.Data(), static_cast<std::size_t>(out_ - output_.Data())};
   }
 

@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "sqlnorm/scanner/byte_block.h"
 #include "sqlnorm/scanner/byte_class.h"
 #include "sqlnorm/scanner/groups.h"
 #include "sqlnorm/scanner/literals.h"
@@ -16,8 +17,9 @@
 namespace tarn::sqlnorm {
 namespace {
 
-// What is left of a statement that is wholly enclosed in double quotes: what stands between the
-// first and the last, without the spaces behind the first. Any other statement stays as it is.
+// Quoted-statement unwrapping: what is left of a statement that is wholly enclosed in double
+// quotes: what stands between the first and the last, without the spaces behind the first. Any
+// other statement stays as it is.
 std::string_view Unquote(std::string_view sql) noexcept {
   constexpr std::string_view kSpaces = " \t\n\v\f\r";
   const std::size_t first = sql.find_first_not_of(kSpaces);
@@ -36,7 +38,7 @@ std::string NormalizeByScanner(const std::string& sql) {
   WorkingBuffer source;
   source.Reserve(statement.size() + kPadding, 0);
   std::memcpy(source.Data(), statement.data(), statement.size());
-  std::memset(source.Data() + statement.size(), 0, kPadding);
+  Pad(source.Data() + statement.size());
 
   Text text{source.Data(), statement.size()};
   const Survey survey = SurveyText(text);

@@ -3,7 +3,6 @@
 #include <bit>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 
 #include "sqlnorm/scanner/byte_block.h"
 #include "sqlnorm/scanner/byte_class.h"
@@ -22,12 +21,14 @@ class ParenthesisSurvey {
     // Another parenthesis within a row may be rewritten.
     survey_.rows |= row_ != nullptr;
     row_ = nullptr;
-    const ComparisonGroup group = MatchComparisonGroup(p);
-    if (group.close != nullptr && !group.has_decimal && !survey_.comparisons) {
-      OpenComparisonGroup(p, text_ + (group.close - text_));
-      return;
-    }
     const bool comparison = MayBecomeComparisonGroup(p);
+    if (comparison && !survey_.comparisons) {
+      const ComparisonGroup group = MatchComparisonGroup(p);
+      if (group.close != nullptr && !group.has_decimal) {
+        OpenComparisonGroup(p, text_ + (group.close - text_));
+        return;
+      }
+    }
     survey_.comparisons |= comparison;
     // Whether a group opens is told by the text as it came: those before the first that has to wait
     // are settled, and those behind it wait as well.
@@ -61,7 +62,7 @@ void CutAt(const char* p, Text& text) {
   const auto length = static_cast<std::size_t>(p - text.data);
   CheckDecimalRanges(p, text.length - length);
   text.length = length;
-  std::memset(text.data + length, 0, kPadding);
+  Pad(text.data + length);
 }
 
 }  // namespace

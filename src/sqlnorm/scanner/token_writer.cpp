@@ -142,7 +142,6 @@ class TokenWriter {
     CopyLoosely(p, end, out_);
     const auto length = static_cast<std::size_t>(end - p);
     const WordStart start = StartOfWord(p, length);
-    // Over the copy: whether it is a keyword is a toss-up, which no branch should hang on.
     std::memcpy(out_, &start.bytes, sizeof start.bytes);
     out_ += length;
     EndToken();
@@ -289,9 +288,10 @@ std::string_view WriteTokens(Text text, OutputBuffer& output) {
   const char* begin = writer.Begin();
   const char* end = writer.End();
   if (aliases.Count() == 1) {
-    std::memset(writer.End(), 0, kPadding);
+    Pad(writer.End());
     end = StripSingleAlias(writer.Begin(), writer.End());
   }
+  // Leading trim, trailing trim.
   while (begin != end && IsSpace(*begin)) ++begin;
   while (begin != end && IsSpace(end[-1])) --end;
   return {begin, static_cast<std::size_t>(end - begin)};

@@ -31,8 +31,11 @@ bool BeginsExecutableComment(std::string_view rest, Dialect dialect) noexcept {
 }
 
 std::size_t DollarTagSize(std::string_view rest) noexcept {
+  // Longer names than PostgreSQL's would only be looked through again and again.
+  constexpr std::size_t kLongestTag = 64;
   for (std::size_t i = 1; i < rest.size(); ++i) {
     if (rest[i] == '$') return i + 1;
+    if (i == kLongestTag) return 0;
     if (!IsWord(rest[i]) || (i == 1 && IsDigit(rest[i]))) return 0;
   }
   return kUnfinishedTag;

@@ -24,9 +24,9 @@ class InputWaiter {
 // A file or standard input, open for reading. Not thread-safe.
 class Input {
  public:
-  // Opens `file`, or takes standard input for "-". `waiter`, if any, is asked before every read and
-  // must outlive the input. Throws InputError, as Read does, naming the file and the system's
-  // reason.
+  // Opens `file`, or takes standard input for "-". `waiter`, if any, is asked before every read.
+  // Throws InputError, as Read does, naming the file and the system's reason. Requires: `waiter`
+  // outlives the input.
   explicit Input(const std::string& file, InputWaiter* waiter = nullptr);
   Input(const Input&) = delete;
   Input& operator=(const Input&) = delete;

@@ -141,7 +141,8 @@ class LineSplitter : public Splitter {
 // What the server prints when it starts.
 bool IsServerBanner(std::string_view line) noexcept {
   return line.starts_with("Tcp port:") || line.starts_with("TCP Port:") ||
-         (line.starts_with("Time ") && line.find(" Command") != kNoPlace) ||
+         ((line.starts_with("Time ") || line.starts_with("Time\t")) &&
+          line.find(" Command") != kNoPlace) ||
          (line.find(", Version: ") != kNoPlace && line.find("started with:") != kNoPlace);
 }
 
@@ -210,7 +211,8 @@ class SlowLogSplitter final : public LineSplitter {
 
   static bool IsPreamble(std::string_view line) noexcept {
     line = Trimmed(line);
-    if (line.empty()) return true;
+    // More of the header, such as "#   InnoDB_IO_r_ops: 0", may come before it.
+    if (line.empty() || line.starts_with('#')) return true;
     if (!line.ends_with(';')) return false;
     return line.starts_with("use ") || line.starts_with("SET timestamp=") ||
            line.starts_with("SET last_insert_id=") || line.starts_with("SET insert_id=");

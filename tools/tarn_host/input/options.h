@@ -21,7 +21,8 @@ struct InputOptions {
   std::vector<std::string> FilesOrStandardInput() const;
 };
 
-// Adds FILE..., --input=FORMAT and --dialect=NAME to `command`; `options` must outlive the parsing.
+// Adds FILE..., --input=FORMAT and --dialect=NAME to `command`. Requires: `options` outlives the
+// parsing.
 void AddInputOptions(CLI::App& command, InputOptions& options);
 
 }  // namespace tarn::host

@@ -77,7 +77,8 @@ class SqlSplitter final : public Splitter {
     }
     ResolveOpening();
     const std::size_t done = begin_;
-    line_ += CountLines(0, done);
+    CountLinesTo(std::max(counted_, done));
+    counted_ -= done;
     position_ -= done;
     opened_at_ -= std::min(opened_at_, done);
     // What is dropped of a line that is code alone are blanks.
@@ -236,6 +237,7 @@ class SqlSplitter final : public Splitter {
   bool PassDelimiterLine() {
     std::size_t end = text_.find('\n', position_);
     if (end == kNoPlace) {
+      position_ = text_.size();
       if (!last_) return false;
       end = text_.size();
     }
@@ -335,13 +337,15 @@ class SqlSplitter final : public Splitter {
 
   void ResolveOpening() {
     if (state_ == State::kCode || opened_line_ != 0) return;
-    opened_line_ = line_ + CountLines(0, opened_at_);
+    CountLinesTo(opened_at_);
+    opened_line_ = line_;
   }
 
-  std::uint64_t CountLines(std::size_t from, std::size_t to) const {
-    return static_cast<std::uint64_t>(std::count(text_.begin() + static_cast<std::ptrdiff_t>(from),
-                                                 text_.begin() + static_cast<std::ptrdiff_t>(to),
-                                                 '\n'));
+  // No byte is counted twice, however often a quote or comment begins in one statement.
+  void CountLinesTo(std::size_t end) {
+    const std::string_view lines = text_.substr(counted_, end - counted_);
+    line_ += static_cast<std::uint64_t>(std::count(lines.begin(), lines.end(), '\n'));
+    counted_ = end;
   }
 
   Dialect dialect_;
@@ -368,7 +372,8 @@ class SqlSplitter final : public Splitter {
   std::size_t position_ = 0;
   // Where the line begins, unless something but code was seen in it.
   std::size_t line_begin_ = 0;
-  // Number of the line in which the text begins.
+  // Up to where lines are counted, and the number of the line there.
+  std::size_t counted_ = 0;
   std::uint64_t line_ = 1;
 };
 
