@@ -308,13 +308,20 @@ TEST_F(KeyFile, IsNamedAndARegularFile) {
   }
 }
 
-TEST_F(KeyFile, IsMadePrivateAndReplacesNone) {
+TEST_F(KeyFile, IsMadePrivateAndWholeAndReplacesNone) {
+  const std::string made = folder_.Path("new.key");
+  for (const SystemFaults& fault :
+       {SystemFaults{.longest_write = 10}, {.write = true}, {.fsync = true}, {.close = true}}) {
+    faults = fault;
+    EXPECT_THAT([&] { CipherKey::CreateFile(made); }, ThrowsCode(kKeyFileNotWritten));
+    faults = {};
+    EXPECT_FALSE(fs::exists(made));
+  }
   const mode_t old_mask = umask(0);
-  for (const char* name : {"new.key", "other.key"}) CipherKey::CreateFile(folder_.Path(name));
+  for (const std::string& path : {made, folder_.Path("other.key")}) CipherKey::CreateFile(path);
   umask(old_mask);
-  EXPECT_EQ(fs::status(folder_.Path("new.key")).permissions(), fs::perms(0600));
-  EXPECT_NE(CipherKey::FromFile(folder_.Path("new.key")).bytes,
-            CipherKey::FromFile(folder_.Path("other.key")).bytes);
+  EXPECT_EQ(fs::status(made).permissions(), fs::perms(0600));
+  EXPECT_NE(CipherKey::FromFile(made).bytes, CipherKey::FromFile(folder_.Path("other.key")).bytes);
 
   const std::string kept = folder_.Write("kept.key", "precious");
   fs::create_symlink("nowhere", folder_.Path("dangling"));
@@ -324,17 +331,6 @@ TEST_F(KeyFile, IsMadePrivateAndReplacesNone) {
   }
   EXPECT_EQ(fs::file_size(kept), std::string_view("precious").size());
   EXPECT_FALSE(fs::exists(folder_.Path("nowhere")));
-}
-
-TEST_F(KeyFile, IsNotLeftBehindHalfWritten) {
-  const std::string path = folder_.Path("new.key");
-  for (const SystemFaults& fault :
-       {SystemFaults{.longest_write = 10}, {.write = true}, {.fsync = true}, {.close = true}}) {
-    faults = fault;
-    EXPECT_THAT([&] { CipherKey::CreateFile(path); }, ThrowsCode(kKeyFileNotWritten));
-    faults = {};
-    EXPECT_FALSE(fs::exists(path));
-  }
 }
 
 // Every allocation fails once. The host gets its exception or a code, and never loses its process.
@@ -373,22 +369,21 @@ INSTANTIATE_TEST_SUITE_P(Cases, KeyFile, testing::ValuesIn(ReadCases("key_file.t
 INSTANTIATE_TEST_SUITE_P(Cases, Cipher, testing::ValuesIn(ReadCases("cipher.txt")), CaseName);
 
 TEST(ProcessNumber, ComesFromTheEnvironmentOrTheProcess) {
-  for (const auto& [variable, get, fallback] :
-       {std::tuple("TARN_PROC_ID", &QuillGetProcId, static_cast<unsigned int>(getpid())),
-        std::tuple("TARN_PROC_HANDLE", &QuillGetProcHandle, 0U)}) {
-    // A bad one is named.
-    for (const auto& [value, number, warnings] :
-         {std::tuple<const char*, unsigned int, int>(nullptr, fallback, 0),
-          {"4294967295", 4294967295U, 0},
-          {"4294967296", fallback, 1},
-          {"-1", fallback, 1},
-          {"", fallback, 1},
-          {"12a", fallback, 1}}) {
-      const ScopedVariable scoped(variable, value);
-      const StandardError log;
-      EXPECT_EQ(get(), number);
-      EXPECT_EQ(Lines(log.Text()), warnings) << log.Text();
-    }
+  const auto process = static_cast<unsigned int>(getpid());
+  // A bad one is named.
+  for (const auto& [value, id, handle] :
+       {std::tuple<const char*, unsigned int, unsigned int>(nullptr, process, 0U),
+        {"4294967295", 4294967295U, 4294967295U},
+        {"4294967296", process, 0U},
+        {"-1", process, 0U},
+        {"", process, 0U},
+        {"12a", process, 0U}}) {
+    const ScopedVariable id_variable("TARN_PROC_ID", value);
+    const ScopedVariable handle_variable("TARN_PROC_HANDLE", value);
+    const StandardError log;
+    EXPECT_EQ(QuillGetProcId(), id);
+    EXPECT_EQ(QuillGetProcHandle(), handle);
+    EXPECT_EQ(Lines(log.Text()), value == nullptr || handle != 0 ? 0 : 2) << log.Text();
   }
 }
 

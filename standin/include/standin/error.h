@@ -8,7 +8,7 @@ namespace tarn::standin {
 // What went wrong; those of the cipher as QuillAESCipher::decryptEx returns them.
 enum class Code : unsigned int {
   kSuccess = 0,
-  // The system configuration, or the setting asked for, is not there or not fit for use.
+  // The system configuration, or the setting asked for, is missing or unfit. No code of the cipher.
   kConfiguration = 1,
   kUnknownAlgorithm = 701,
   kKeyFileNotNamed = 702,
@@ -33,6 +33,7 @@ struct Error : std::runtime_error {
   Code code;
 };
 
+// Throws an Error unless `holds`. The message is made either way: not for a hot path.
 inline void Require(bool holds, Code code, const std::string& message) {
   if (!holds) throw Error(code, message);
 }
