@@ -11,8 +11,8 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstdint>
 #include <cstdlib>
+#include <optional>
 #include <span>
 #include <system_error>
 #include <utility>
@@ -20,24 +20,42 @@
 #include "regular_file.h"
 
 namespace tarn::standin {
+
 namespace {
 
 using Bytes = std::vector<unsigned char>;
 using BytesView = std::span<const unsigned char>;
 
+struct Algorithm {
+  unsigned int identifier;
+  const EVP_CIPHER* (*cipher)();
+  std::string_view key_purpose;
+  // 0 where nothing is authenticated.
+  std::size_t nonce_bytes;
+  std::size_t tag_bytes;
+};
+
+constexpr std::array kAlgorithms{
+    Algorithm{kAes128Ecb, EVP_aes_128_ecb, "password AES-128-ECB", 0, 0},
+    Algorithm{kAes256Gcm, EVP_aes_256_gcm, "password AES-256-GCM", 12, 16}};
+
+const Algorithm& Find(unsigned int identifier) {
+  const auto* const found =
+      std::find_if(kAlgorithms.begin(), kAlgorithms.end(),
+                   [&](const Algorithm& algorithm) { return algorithm.identifier == identifier; });
+  Require(found != kAlgorithms.end(), Code::kUnknownAlgorithm,
+          "unknown cipher algorithm " + std::to_string(identifier));
+  return *found;
+}
+
 constexpr unsigned char kFormat = 1;
-constexpr std::size_t kFingerprintBytes = 8;
-constexpr std::size_t kHeaderBytes = 2 + kFingerprintBytes;
+constexpr std::size_t kHeaderBytes = 10;
 constexpr std::size_t kDigestBytes = 8;
-constexpr std::size_t kNonceBytes = 12;
-constexpr std::size_t kTagBytes = 16;
 
 // Enough for the longest password, and small enough that every length fits OpenSSL's int.
 constexpr std::size_t kMaxTextBytes = 4 * kMaxPasswordBytes;
 
 constexpr std::size_t kKeyDigits = 2 * CipherKey::kBytes;
-constexpr mode_t kOwnerOnly = S_IRUSR | S_IWUSR;
-constexpr mode_t kOthers = S_IRWXG | S_IRWXO;
 
 // What fails in here leaves nothing in the thread's OpenSSL error queue, where the process's own
 // TLS code would take it for its own failure.
@@ -49,37 +67,41 @@ class ErrorQueueMark {
   ~ErrorQueueMark() { ERR_pop_to_mark(); }
 };
 
-struct FreeContext {
-  void operator()(EVP_CIPHER_CTX* context) const noexcept { EVP_CIPHER_CTX_free(context); }
-};
-
 // For OpenSSL calls that fail only when OpenSSL itself is short of memory, entropy or a provider.
-void Require(bool success) {
-  if (!success) throw CipherError(CipherCode::kLibraryFailure, "the cipher library failed");
+void RequireLibrary(bool success) {
+  Require(success, Code::kLibraryFailure, "the cipher library failed");
 }
 
-[[noreturn]] void FailDamaged() {
-  throw CipherError(CipherCode::kDamagedText, "the enciphered password is damaged");
+void RequireSound(bool sound) {
+  Require(sound, Code::kDamagedText, "the enciphered password is damaged");
+}
+
+const unsigned char* Data(std::string_view text) {
+  return reinterpret_cast<const unsigned char*>(text.data());
 }
 
 // 32 bytes that depend on the stored key and the purpose, and tell nothing about either the key or
 // what is derived from it for another purpose.
 SecretBytes Derive(const CipherKey& key, std::string_view purpose) {
   SecretBytes derived(SHA256_DIGEST_LENGTH);
-  Require(HMAC(EVP_sha256(), key.Data(), static_cast<int>(CipherKey::kBytes),
-               reinterpret_cast<const unsigned char*>(purpose.data()), purpose.size(),
-               derived.data(), nullptr) != nullptr);
+  RequireLibrary(HMAC(EVP_sha256(), key.bytes.data(), static_cast<int>(key.bytes.size()),
+                      Data(purpose), purpose.size(), derived.data(), nullptr) != nullptr);
   return derived;
 }
 
-std::array<unsigned char, SHA256_DIGEST_LENGTH> Digest(BytesView bytes) {
-  std::array<unsigned char, SHA256_DIGEST_LENGTH> digest{};
-  Require(EVP_Digest(bytes.data(), bytes.size(), digest.data(), nullptr, EVP_sha256(), nullptr) ==
-          1);
-  return digest;
+Bytes Header(const Algorithm& algorithm, const CipherKey& key) {
+  const SecretBytes fingerprint = Derive(key, "key fingerprint");
+  Bytes header(kHeaderBytes, kFormat);
+  header[1] = static_cast<unsigned char>(algorithm.identifier);
+  std::copy_n(fingerprint.begin(), kHeaderBytes - 2, header.begin() + 2);
+  return header;
 }
 
-std::string EncodeBase64(BytesView bytes) {
+// Digest and Base64.
+std::string Pack(Bytes bytes) {
+  std::array<unsigned char, SHA256_DIGEST_LENGTH> digest{};
+  RequireLibrary(SHA256(bytes.data(), bytes.size(), digest.data()) != nullptr);
+  bytes.insert(bytes.end(), digest.begin(), digest.begin() + kDigestBytes);
   std::string text(4 * ((bytes.size() + 2) / 3) + 1, '\0');
   text.resize(
       static_cast<std::size_t>(EVP_EncodeBlock(reinterpret_cast<unsigned char*>(text.data()),
@@ -87,203 +109,146 @@ std::string EncodeBase64(BytesView bytes) {
   return text;
 }
 
-Bytes DecodeBase64(std::string_view text) {
-  if (text.empty() || text.size() > kMaxTextBytes) FailDamaged();
-  Bytes bytes(3 * (text.size() / 4 + 1));
-  const int size =
-      EVP_DecodeBlock(bytes.data(), reinterpret_cast<const unsigned char*>(text.data()),
-                      static_cast<int>(text.size()));
-  if (size < 0) FailDamaged();
-  // EVP_DecodeBlock counts the bytes that padding stands for.
-  const auto padding = static_cast<std::size_t>(std::count(text.begin(), text.end(), '='));
-  if (padding > static_cast<std::size_t>(size)) FailDamaged();
-  bytes.resize(static_cast<std::size_t>(size) - padding);
-  // It also passes over blanks around the text and stray bits before the padding.
-  if (EncodeBase64(bytes) != text) FailDamaged();
+// The bytes that Pack made `text` of, a header at least.
+Bytes Unpack(std::string_view text) {
+  RequireSound(text.size() <= kMaxTextBytes);
+  Bytes bytes(kMaxTextBytes);
+  // Counts the bytes that padding stands for.
+  const int size = EVP_DecodeBlock(bytes.data(), Data(text), static_cast<int>(text.size()));
+  const int behind = static_cast<int>(kDigestBytes) + (text.ends_with('=') ? 1 : 0) +
+                     (text.ends_with("==") ? 1 : 0);
+  RequireSound(size >= static_cast<int>(kHeaderBytes) + behind);
+  bytes.resize(static_cast<std::size_t>(size - behind));
+  // Also tells blanks around the text and stray bits before the padding, which pass the decoder.
+  RequireSound(Pack(bytes) == text);
   return bytes;
 }
 
-// What stands around the enciphered password: nothing under AES-128-ECB.
-struct Frame {
-  explicit Frame(CipherAlgorithm algorithm)
-      : nonce(algorithm == CipherAlgorithm::kAes256Gcm ? kNonceBytes : 0),
-        tag(algorithm == CipherAlgorithm::kAes256Gcm ? kTagBytes : 0) {}
-
-  Bytes nonce;
-  Bytes tag;
-};
-
-// Enciphers or deciphers `input` with the algorithm's own derived key. Under AES-256-GCM `header`
-// is authenticated too, and the frame's tag is written or compared. False if the tag or the padding
-// does not fit, with nothing worth keeping in `output`.
-bool Run(bool encipher, CipherAlgorithm algorithm, const CipherKey& key, BytesView header,
-         Frame& frame, BytesView input, SecretBytes& output) {
-  const bool gcm = algorithm == CipherAlgorithm::kAes256Gcm;
-  const SecretBytes derived = Derive(key, gcm ? "password AES-256-GCM" : "password AES-128-ECB");
-  const std::unique_ptr<EVP_CIPHER_CTX, FreeContext> context(EVP_CIPHER_CTX_new());
-  const auto tag_bytes = static_cast<int>(frame.tag.size());
-  output.resize(input.size() + EVP_MAX_BLOCK_LENGTH);
+// Enciphers or deciphers `input` with the algorithm's own derived key to `output`, which has room
+// for a block and a tag more. The nonce stands behind the header, which is authenticated too, and
+// the tag behind the enciphered bytes, be they input or output. The size of the output without tag;
+// none if the tag or the padding does not fit.
+std::optional<std::size_t> Run(bool encipher, const Algorithm& algorithm, const CipherKey& key,
+                               const unsigned char* header, BytesView input,
+                               unsigned char* output) {
+  const SecretBytes derived = Derive(key, algorithm.key_purpose);
+  const auto tag_bytes = static_cast<int>(algorithm.tag_bytes);
+  const std::unique_ptr<EVP_CIPHER_CTX, decltype(&EVP_CIPHER_CTX_free)> owner(EVP_CIPHER_CTX_new(),
+                                                                              &EVP_CIPHER_CTX_free);
+  EVP_CIPHER_CTX* const context = owner.get();
   int head = 0;
   int tail = 0;
-  Require(context && EVP_CipherInit_ex(context.get(), gcm ? EVP_aes_256_gcm() : EVP_aes_128_ecb(),
-                                       nullptr, derived.data(), gcm ? frame.nonce.data() : nullptr,
-                                       encipher ? 1 : 0) == 1);
-  if (gcm) {
-    Require(EVP_CipherUpdate(context.get(), nullptr, &head, header.data(),
-                             static_cast<int>(header.size())) == 1);
-  }
-  if (gcm && !encipher) {
-    Require(EVP_CIPHER_CTX_ctrl(context.get(), EVP_CTRL_AEAD_SET_TAG, tag_bytes,
-                                frame.tag.data()) == 1);
-  }
-  Require(EVP_CipherUpdate(context.get(), output.data(), &head, input.data(),
-                           static_cast<int>(input.size())) == 1);
-  if (EVP_CipherFinal_ex(context.get(), output.data() + head, &tail) != 1) return false;
-  if (gcm && encipher) {
-    Require(EVP_CIPHER_CTX_ctrl(context.get(), EVP_CTRL_AEAD_GET_TAG, tag_bytes,
-                                frame.tag.data()) == 1);
-  }
-  output.resize(static_cast<std::size_t>(head) + static_cast<std::size_t>(tail));
-  return true;
-}
-
-void Append(Bytes& bytes, BytesView more) { bytes.insert(bytes.end(), more.begin(), more.end()); }
-
-CipherError KeyFileError(CipherCode code, const std::string& path, const std::string& reason) {
-  return CipherError(code, "key file " + path + ": " + reason);
+  RequireLibrary(context != nullptr &&
+                 EVP_CipherInit_ex(context, algorithm.cipher(), nullptr, derived.data(),
+                                   header + kHeaderBytes, encipher ? 1 : 0) == 1);
+  RequireLibrary(tag_bytes == 0 ||
+                 EVP_CipherUpdate(context, nullptr, &head, header, kHeaderBytes) == 1);
+  // OpenSSL's call for many purposes takes no constant, but only reads the tag.
+  RequireLibrary(tag_bytes == 0 || encipher ||
+                 EVP_CIPHER_CTX_ctrl(context, EVP_CTRL_AEAD_SET_TAG, tag_bytes,
+                                     const_cast<unsigned char*>(input.data() + input.size())) == 1);
+  RequireLibrary(
+      EVP_CipherUpdate(context, output, &head, input.data(), static_cast<int>(input.size())) == 1);
+  if (EVP_CipherFinal_ex(context, output + head, &tail) != 1) return std::nullopt;
+  RequireLibrary(
+      tag_bytes == 0 || !encipher ||
+      EVP_CIPHER_CTX_ctrl(context, EVP_CTRL_AEAD_GET_TAG, tag_bytes, output + head + tail) == 1);
+  return static_cast<std::size_t>(head + tail);
 }
 
 }  // namespace
 
-CipherAlgorithm AlgorithmFromIdentifier(unsigned int identifier) {
-  for (const auto algorithm : {CipherAlgorithm::kAes128Ecb, CipherAlgorithm::kAes256Gcm}) {
-    if (identifier == static_cast<unsigned int>(algorithm)) return algorithm;
-  }
-  throw CipherError(CipherCode::kUnknownAlgorithm,
-                    "unknown cipher algorithm " + std::to_string(identifier));
-}
-
 CipherKey CipherKey::FromFile(const std::string& path) {
+  const std::string name = "key file " + path;
   // The digits, a newline and one byte more, which a longer file would fill.
   SecretBytes digits(kKeyDigits + 2);
   struct stat status {};
-  try {
-    digits.resize(ReadRegularFile(path, digits, status));
-  } catch (const std::runtime_error& error) {
-    throw CipherError(CipherCode::kKeyFileUnreadable, std::string("key file ") + error.what());
-  }
-  if (status.st_uid != geteuid() || (status.st_mode & kOthers) != 0) {
-    throw KeyFileError(CipherCode::kKeyFileExposed, path,
-                       "others have access to it; it must be this user's own, with mode 0600");
-  }
-  if (digits.size() == kKeyDigits + 1 && digits.back() == '\n') digits.pop_back();
-  const auto is_digit = [](unsigned char c) {
-    return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
-  };
-  if (digits.size() != kKeyDigits || !std::all_of(digits.begin(), digits.end(), is_digit)) {
-    throw KeyFileError(CipherCode::kKeyFileMalformed, path,
-                       "not " + std::to_string(kKeyDigits) + " hexadecimal digits");
-  }
-  digits.push_back('\0');
-  SecretBytes bytes(kBytes);
+  std::size_t size = ReadRegularFile(path, digits, status, Code::kKeyFileUnreadable, name);
+  Require(status.st_uid == geteuid() && (status.st_mode & (S_IRWXG | S_IRWXO)) == 0,
+          Code::kKeyFileExposed,
+          name + ": others have access to it; it must be this user's own, with mode 0600");
+  // A text of C without the newline.
+  if (size == kKeyDigits + 1 && digits[kKeyDigits] == '\n') digits[--size] = '\0';
+  CipherKey key{SecretBytes(kBytes)};
+  std::size_t key_size = 0;
   const ErrorQueueMark mark;
-  Require(OPENSSL_hexstr2buf_ex(bytes.data(), bytes.size(), nullptr,
-                                reinterpret_cast<const char*>(digits.data()), '\0') == 1);
-  return CipherKey(std::move(bytes));
+  Require(size == kKeyDigits &&
+              OPENSSL_hexstr2buf_ex(key.bytes.data(), kBytes, &key_size,
+                                    reinterpret_cast<const char*>(digits.data()), '\0') == 1 &&
+              key_size == kBytes,
+          Code::kKeyFileMalformed, name + ": not 64 hexadecimal digits");
+  return key;
 }
 
 CipherKey CipherKey::FromEnvironment() {
-  const char* path = std::getenv(kKeyFileVariable);
-  if (path == nullptr || *path == '\0') {
-    throw CipherError(CipherCode::kKeyFileNotNamed,
-                      std::string(kKeyFileVariable) + " names no key file");
-  }
+  const char* path = std::getenv("TARN_KEY_FILE");
+  Require(path != nullptr && *path != '\0', Code::kKeyFileNotNamed,
+          "TARN_KEY_FILE names no key file");
   return FromFile(path);
 }
 
 void CipherKey::CreateFile(const std::string& path) {
+  const ErrorQueueMark mark;
+  SecretBytes bytes(kBytes);
   SecretBytes line(kKeyDigits + 1);
-  {
-    const ErrorQueueMark mark;
-    SecretBytes bytes(kBytes);
-    Require(RAND_priv_bytes(bytes.data(), static_cast<int>(bytes.size())) == 1);
-    Require(OPENSSL_buf2hexstr_ex(reinterpret_cast<char*>(line.data()), line.size(), nullptr,
-                                  bytes.data(), bytes.size(), '\0') == 1);
-  }
+  RequireLibrary(RAND_priv_bytes(bytes.data(), kBytes) == 1 &&
+                 OPENSSL_buf2hexstr_ex(reinterpret_cast<char*>(line.data()), line.size(), nullptr,
+                                       bytes.data(), kBytes, '\0') == 1);
   line.back() = '\n';
 
-  const int descriptor = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kOwnerOnly);
-  if (descriptor < 0) {
-    throw KeyFileError(
-        CipherCode::kKeyFileNotWritten, path,
-        errno == EEXIST ? "exists and is left as it is" : std::generic_category().message(errno));
+  const int descriptor =
+      open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR);
+  int error = descriptor < 0 ? errno : 0;
+  if (descriptor >= 0) {
+    const ssize_t written = write(descriptor, line.data(), line.size());
+    if (written < 0 || fsync(descriptor) != 0) {
+      error = errno;
+    } else if (static_cast<std::size_t>(written) != line.size()) {
+      error = ENOSPC;
+    }
+    if (close(descriptor) != 0 && error == 0) error = errno;
+    if (error != 0) unlink(path.c_str());
   }
-  const ssize_t written = write(descriptor, line.data(), line.size());
-  int error = 0;
-  if (written < 0 || fsync(descriptor) != 0) {
-    error = errno;
-  } else if (static_cast<std::size_t>(written) != line.size()) {
-    error = ENOSPC;
-  }
-  if (close(descriptor) != 0 && error == 0) error = errno;
-  if (error == 0) return;
-  unlink(path.c_str());
-  throw KeyFileError(CipherCode::kKeyFileNotWritten, path, std::generic_category().message(error));
+  Require(error == 0, Code::kKeyFileNotWritten,
+          "key file " + path + ": " +
+              (error == EEXIST ? "exists and is left as it is"
+                               : std::generic_category().message(error)));
 }
 
-std::string EncryptPassword(const SecretBytes& password, CipherAlgorithm algorithm,
+std::string EncryptPassword(const SecretBytes& password, unsigned int algorithm,
                             const CipherKey& key) {
-  if (password.size() > kMaxPasswordBytes) {
-    throw CipherError(
-        CipherCode::kPasswordTooLong,
-        "the password is longer than " + std::to_string(kMaxPasswordBytes) + " bytes");
-  }
+  const Algorithm& found = Find(algorithm);
+  Require(password.size() <= kMaxPasswordBytes, Code::kPasswordTooLong,
+          "the password is longer than " + std::to_string(kMaxPasswordBytes) + " bytes");
   const ErrorQueueMark mark;
-  Bytes bytes{kFormat, static_cast<unsigned char>(algorithm)};
-  Append(bytes, BytesView(Derive(key, "key fingerprint")).first(kFingerprintBytes));
-
-  Frame frame(algorithm);
-  Require(frame.nonce.empty() ||
-          RAND_bytes(frame.nonce.data(), static_cast<int>(frame.nonce.size())) == 1);
-  SecretBytes enciphered;
-  Require(Run(true, algorithm, key, bytes, frame, password, enciphered));
-  Append(bytes, frame.nonce);
-  Append(bytes, enciphered);
-  Append(bytes, frame.tag);
-  Append(bytes, BytesView(Digest(bytes)).first(kDigestBytes));
-  return EncodeBase64(bytes);
+  Bytes bytes = Header(found, key);
+  const std::size_t start = kHeaderBytes + found.nonce_bytes;
+  bytes.resize(start + password.size() + EVP_MAX_BLOCK_LENGTH + found.tag_bytes);
+  RequireLibrary(RAND_bytes(bytes.data() + kHeaderBytes, static_cast<int>(found.nonce_bytes)) == 1);
+  const auto size = Run(true, found, key, bytes.data(), password, bytes.data() + start);
+  RequireLibrary(size.has_value());
+  bytes.resize(start + *size + found.tag_bytes);
+  return Pack(std::move(bytes));
 }
 
-SecretBytes DecryptPassword(std::string_view text, CipherAlgorithm algorithm,
-                            const CipherKey& key) {
+SecretBytes DecryptPassword(std::string_view text, unsigned int algorithm, const CipherKey& key) {
+  const Algorithm& found = Find(algorithm);
   const ErrorQueueMark mark;
-  const Bytes bytes = DecodeBase64(text);
-  if (bytes.size() < kHeaderBytes + kDigestBytes) FailDamaged();
-  const BytesView sound = BytesView(bytes).first(bytes.size() - kDigestBytes);
-  const auto digest = Digest(sound);
-  if (!std::equal(bytes.end() - kDigestBytes, bytes.end(), digest.begin())) FailDamaged();
-  if (sound[0] != kFormat) FailDamaged();
-  if (sound[1] != static_cast<unsigned char>(algorithm)) {
-    throw CipherError(CipherCode::kOtherAlgorithm,
-                      "the password is enciphered with algorithm " + std::to_string(sound[1]) +
-                          ", not " + std::to_string(static_cast<unsigned int>(algorithm)));
-  }
-  const SecretBytes fingerprint = Derive(key, "key fingerprint");
-  if (!std::equal(sound.begin() + 2, sound.begin() + kHeaderBytes, fingerprint.begin())) {
-    throw CipherError(CipherCode::kWrongKey, "the password is enciphered with another key");
-  }
-
-  Frame frame(algorithm);
-  const BytesView body = sound.subspan(kHeaderBytes);
-  if (body.size() < frame.nonce.size() + frame.tag.size()) FailDamaged();
-  const BytesView enciphered =
-      body.subspan(frame.nonce.size(), body.size() - frame.nonce.size() - frame.tag.size());
-  frame.nonce.assign(body.begin(), enciphered.begin());
-  frame.tag.assign(enciphered.end(), body.end());
-  SecretBytes password;
-  if (!Run(false, algorithm, key, sound.first(kHeaderBytes), frame, enciphered, password)) {
-    FailDamaged();
-  }
+  const Bytes bytes = Unpack(text);
+  const Bytes header = Header(found, key);
+  RequireSound(bytes[0] == kFormat);
+  Require(bytes[1] == header[1], Code::kOtherAlgorithm,
+          "the password is enciphered with algorithm " + std::to_string(bytes[1]) + ", not " +
+              std::to_string(algorithm));
+  Require(std::equal(header.begin(), header.end(), bytes.begin()), Code::kWrongKey,
+          "the password is enciphered with another key");
+  const std::size_t start = kHeaderBytes + found.nonce_bytes;
+  RequireSound(bytes.size() >= start + found.tag_bytes);
+  const BytesView enciphered(bytes.data() + start, bytes.size() - start - found.tag_bytes);
+  SecretBytes password(enciphered.size() + EVP_MAX_BLOCK_LENGTH);
+  const auto size = Run(false, found, key, bytes.data(), enciphered, password.data());
+  RequireSound(size.has_value());
+  password.resize(*size);
   return password;
 }
 

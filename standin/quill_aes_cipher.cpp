@@ -3,20 +3,19 @@
 #include "platform/log_process.h"
 #include "standin/password_cipher.h"
 
-// The key is that of the file named by TARN_KEY_FILE, read for each call; text and codes are those
-// of password_cipher.h. On failure `plainText` is as it was and a warning tells the reason. Any
-// thread may call.
+// The key is that of the file named by TARN_KEY_FILE, read for each call; codes are those of
+// error.h. On failure `plainText` is as it was and a warning tells the reason. Any thread may call.
 unsigned int QuillAESCipher::decryptEx(const std::string& cipherText, std::string& plainText,
                                        unsigned int algorithm) {
   using namespace tarn::standin;
   try {
-    const CipherAlgorithm known = AlgorithmFromIdentifier(algorithm);
-    const SecretBytes password = DecryptPassword(cipherText, known, CipherKey::FromEnvironment());
+    const SecretBytes password =
+        DecryptPassword(cipherText, algorithm, CipherKey::FromEnvironment());
     // Given iterators of another type, assign would make a copy on the way and not wipe it.
     plainText.assign(reinterpret_cast<const char*>(password.data()), password.size());
-    return static_cast<unsigned int>(CipherCode::kSuccess);
-  } catch (const CipherError& error) {
+    return static_cast<unsigned int>(Code::kSuccess);
+  } catch (const Error& error) {
     LogProcess::Warn(error.what(), LocationInfo("quill_aes_cipher.cpp", __func__, __LINE__));
-    return static_cast<unsigned int>(error.Code());
+    return static_cast<unsigned int>(error.code);
   }
 }

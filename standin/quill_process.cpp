@@ -16,7 +16,7 @@
 namespace {
 
 unsigned int NumberFromEnvironment(const char* variable, unsigned int fallback,
-                                   const LocationInfo& location) {
+                                   const char* function) {
   const char* value = std::getenv(variable);
   if (value == nullptr) return fallback;
   const std::string_view digits(value);
@@ -26,18 +26,14 @@ unsigned int NumberFromEnvironment(const char* variable, unsigned int fallback,
   const std::string message = std::string(variable) + ": \"" + value +
                               "\" is no unsigned 32-bit decimal number; " +
                               std::to_string(fallback) + " is used";
-  LogProcess::Warn(message.c_str(), location);
+  LogProcess::Warn(message.c_str(), LocationInfo("quill_process.cpp", function, __LINE__));
   return fallback;
 }
 
 }  // namespace
 
 unsigned int QuillGetProcId() {
-  return NumberFromEnvironment("TARN_PROC_ID", static_cast<unsigned int>(getpid()),
-                               LocationInfo("quill_process.cpp", __func__, __LINE__));
+  return NumberFromEnvironment("TARN_PROC_ID", static_cast<unsigned int>(getpid()), __func__);
 }
 
-unsigned int QuillGetProcHandle() {
-  return NumberFromEnvironment("TARN_PROC_HANDLE", 0,
-                               LocationInfo("quill_process.cpp", __func__, __LINE__));
-}
+unsigned int QuillGetProcHandle() { return NumberFromEnvironment("TARN_PROC_HANDLE", 0, __func__); }

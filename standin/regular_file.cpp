@@ -4,47 +4,36 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <stdexcept>
+#include <memory>
 #include <system_error>
 
 namespace tarn::standin {
 namespace {
 
-[[noreturn]] void Fail(const std::string& path, int error) {
-  throw std::runtime_error(path + ": " + std::generic_category().message(error));
-}
-
-class Closing {
- public:
-  explicit Closing(int descriptor) noexcept : descriptor_(descriptor) {}
-  Closing(const Closing&) = delete;
-  Closing& operator=(const Closing&) = delete;
-  ~Closing() { close(descriptor_); }
-
- private:
-  int descriptor_;
+struct Close {
+  void operator()(const int* descriptor) const noexcept { close(*descriptor); }
 };
 
 }  // namespace
 
 std::size_t ReadRegularFile(const std::string& path, std::span<unsigned char> buffer,
-                            struct stat& status) {
+                            struct stat& status, Code code, const std::string& name) {
   // Without O_NONBLOCK the call itself would wait for a FIFO's writer.
   const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-  if (descriptor < 0) Fail(path, errno);
-  const Closing closing(descriptor);
-  if (fstat(descriptor, &status) != 0) Fail(path, errno);
-  if (!S_ISREG(status.st_mode)) Fail(path, S_ISDIR(status.st_mode) ? EISDIR : EINVAL);
-
+  int error = errno;
+  const std::unique_ptr<const int, Close> closing(&descriptor);
+  const auto require = [&](bool holds) {
+    Require(holds, code, name + ": " + std::generic_category().message(error));
+  };
+  require(descriptor >= 0);
+  error = fstat(descriptor, &status) != 0 ? errno : S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
+  require(S_ISREG(status.st_mode));
   std::size_t filled = 0;
-  while (filled < buffer.size()) {
-    const ssize_t count = read(descriptor, buffer.data() + filled, buffer.size() - filled);
-    if (count == 0) break;
-    if (count > 0) {
-      filled += static_cast<std::size_t>(count);
-    } else if (errno != EINTR) {
-      Fail(path, errno);
-    }
+  for (ssize_t count = 1; count != 0 && filled < buffer.size();) {
+    count = read(descriptor, buffer.data() + filled, buffer.size() - filled);
+    error = errno;
+    require(count >= 0 || error == EINTR);
+    if (count > 0) filled += static_cast<std::size_t>(count);
   }
   return filled;
 }

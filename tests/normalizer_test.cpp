@@ -9,10 +9,7 @@
 #include <boost/lexical_cast/bad_lexical_cast.hpp>
 #include <cstdint>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <iostream>
-#include <iterator>
 #include <limits>
 #include <new>
 #include <sstream>
@@ -148,16 +145,6 @@ TEST(Random, EnginesAgree) {
   Tally tally;
   for (long i = FromEnvironment("TARN_ENGINES_CASES", 100'000); i > 0; --i) {
     tally.Compare(statements.Next());
-  }
-  tally.Report();
-}
-
-// What the fuzzer found worth keeping.
-TEST(FuzzCorpus, EnginesAgree) {
-  Tally tally;
-  for (const auto& entry : std::filesystem::directory_iterator(TARN_FUZZ_CORPUS)) {
-    std::ifstream file(entry.path(), std::ios::binary);
-    tally.Compare({std::istreambuf_iterator<char>(file), {}});
   }
   tally.Report();
 }

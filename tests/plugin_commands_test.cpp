@@ -272,6 +272,13 @@ TEST_F(EncryptOnATerminal, RefusesASlip) {
 TEST_F(EncryptOnATerminal, TurnsTheEchoOnWhenInterrupted) {
   RunningProgram tool = Start();
   Answer("\x03");
+  // Between turning the echo off and reading, the library only takes note of the signal.
+  const std::jthread again([this](const std::stop_token& stop) {
+    while (!stop.stop_requested()) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(100));
+      if (write(own_end_.Get(), "\x03", 1) != 1) return;
+    }
+  });
   EXPECT_EQ(tool.Wait().exit_code, 130);
   EXPECT_TRUE(Echoes());
 }

@@ -3,7 +3,8 @@
 //   heading
 //     label [text] => [text]
 //
-// A row is indented; its label may be empty and it has one text or more. "\n", "\t", "\r", "\v",
+// A row is indented; its label may be empty and it has one text or more. The label "=>" continues
+// the row before. "\n", "\t", "\r", "\v",
 // "\f", "\\" and "\xHH" stand for bytes, as `tarn_host trace` prints them. Empty lines and lines
 // that begin with "#" say nothing.
 #pragma once
@@ -69,13 +70,15 @@ inline std::vector<CaseRow> ReadCases(const std::string& name) {
     const std::size_t open = line.find('[');
     if (open == std::string::npos || line.back() != ']') throw std::runtime_error("odd: " + line);
     CaseRow row{section, open == label ? "" : line.substr(label, open - 1 - label), {}};
+    const bool continues = row.label == "=>";
+    std::vector<std::string>& texts = continues ? rows.back().texts : row.texts;
     std::string_view rest = std::string_view(line).substr(open + 1, line.size() - open - 2);
     for (std::size_t end = 0; end != std::string_view::npos;) {
       end = rest.find(kBetween);
-      row.texts.push_back(Unescaped(rest.substr(0, end)));
+      texts.push_back(Unescaped(rest.substr(0, end)));
       if (end != std::string_view::npos) rest.remove_prefix(end + kBetween.size());
     }
-    rows.push_back(std::move(row));
+    if (!continues) rows.push_back(std::move(row));
   }
   return rows;
 }

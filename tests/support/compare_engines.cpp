@@ -37,14 +37,11 @@ std::string Described(const Ending& ending) {
 }  // namespace
 
 std::string Quoted(const std::string& text) {
-  std::string quoted = "$'";
+  std::string quoted = "'";
   for (const char c : text) {
-    if (c == '\'' || c == '\\') {
-      quoted += '\\';
-      quoted += c;
-    } else if (c < ' ' || c > '~') {
+    if (c < ' ' || c > '~' || c == '\'' || c == '\\' || c == '%') {
       char escape[8];
-      std::snprintf(escape, sizeof escape, "\\x%02x",
+      std::snprintf(escape, sizeof escape, "\\%03o",
                     static_cast<unsigned>(static_cast<unsigned char>(c)));
       quoted += escape;
     } else {
@@ -60,8 +57,9 @@ Comparison CompareEngines(const std::string& sql) {
   const Ending scanner = Run(sqlnorm::NormalizeByScanner, sql);
   if (patterns.exception == "runtime_error") return {Outcome::kPatternsGaveUp, ""};
   if (patterns == scanner) return {Outcome::kSame, ""};
-  return {Outcome::kDifferent, "engines differ on " + Quoted(sql) + ": patterns " +
-                                   Described(patterns) + ", scanner " + Described(scanner)};
+  return {Outcome::kDifferent, "engines differ on: printf " + Quoted(sql) +
+                                   " | tarn_host trace; patterns " + Described(patterns) +
+                                   ", scanner " + Described(scanner)};
 }
 
 }  // namespace tarn::test

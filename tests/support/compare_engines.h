@@ -12,15 +12,14 @@ enum class Outcome {
 
 struct Comparison {
   Outcome outcome;
-  // For kDifferent, one line with the statement, quoted so that `tarn_host trace` takes it from a
-  // shell, and both results.
+  // For kDifferent, one line with a command that traces the statement, and both results.
   std::string line;
 };
 
 // Sends `sql` down both engines and compares bytes, or the types of the exceptions.
 Comparison CompareEngines(const std::string& sql);
 
-// `text` as bash's $'...'.
+// `text` as an argument of printf(1), which gives its bytes back, NUL bytes too.
 std::string Quoted(const std::string& text);
 
 }  // namespace tarn::test

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -26,11 +27,13 @@ void Enter(Describe describe) {
   if (++platform.call_count == platform.throw_at) throw PlatformError("told to throw");
 }
 
-void EnterLog(const char* begin, const char* message, const LocationInfo& location) {
+void EnterLog(const char* begin, const char* message, const LocationInfo& location,
+              std::optional<unsigned int> code = {}) {
   Platform().last_message = message;
   Enter([&] {
-    return std::string(begin) + (message == nullptr ? "(null)" : message) + ", " + location.File() +
-           ":" + location.Function() + ":" + std::to_string(location.Line()) + ")";
+    return begin + (code ? std::to_string(*code) + ", " : "") +
+           (message == nullptr ? "(null)" : message) + ", " + location.File() + ":" +
+           location.Function() + ":" + std::to_string(location.Line()) + ")";
   });
 }
 
@@ -74,6 +77,7 @@ RecordingPlatform& ResetPlatform() { return Platform() = RecordingPlatform(); }
 using tarn::test::Enter;
 using tarn::test::EnterLog;
 using tarn::test::Get;
+using tarn::test::kLaterUser;
 using tarn::test::Platform;
 
 LocationInfo::LocationInfo(const char* file, const char* function, int line)
@@ -83,8 +87,7 @@ LocationInfo::LocationInfo(const char* file, const char* function, int line)
 LocationInfo::~LocationInfo() { --Platform().live_records; }
 
 void LogProcess::Error(unsigned int code, const char* message, const LocationInfo& location) {
-  const bool recording = Platform().recording;
-  EnterLog(recording ? ("Error(" + std::to_string(code) + ", ").c_str() : "", message, location);
+  EnterLog("Error(", message, location, code);
 }
 
 void LogProcess::Warn(const char* message, const LocationInfo& location) {
@@ -110,24 +113,19 @@ SysConfReader& SysConfReader::Instance() {
 std::string SysConfReader::getDBType(const std::string& dbName, unsigned int index) {
   return Get(this, "getDBType", dbName, index, Platform().type);
 }
-
 std::string SysConfReader::getDBUserName(const std::string& dbName, unsigned int index) {
-  const bool first = ++Platform().user_readings == 1 || Platform().later_user.empty();
-  return Get(this, "getDBUserName", dbName, index, first ? Platform().user : Platform().later_user);
+  const std::string& user = ++Platform().user_readings == 1 ? Platform().user : kLaterUser;
+  return Get(this, "getDBUserName", dbName, index, user);
 }
-
 std::string SysConfReader::getDBPassword(const std::string& dbName, unsigned int index) {
   return Get(this, "getDBPassword", dbName, index, Platform().password);
 }
-
 std::string SysConfReader::getDBAccessHost(const std::string& dbName, unsigned int index) {
   return Get(this, "getDBAccessHost", dbName, index, Platform().host);
 }
-
 std::string SysConfReader::getDBServiceName(const std::string& dbName, unsigned int index) {
   return Get(this, "getDBServiceName", dbName, index, Platform().service);
 }
-
 int SysConfReader::getDBAccessPort(const std::string& dbName, unsigned int index) {
   return Get(this, "getDBAccessPort", dbName, index, Platform().port);
 }

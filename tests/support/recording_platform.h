@@ -30,13 +30,14 @@ struct Deciphering {
   unsigned int result = 0;
 };
 
+inline const std::string kLaterUser("second\0user of some length", 26);
+
 // Answers and record. Not synchronised.
 struct RecordingPlatform {
   // The settings, the same for every database name.
   std::string type;
+  // What the first reading of an operation gets; every later one gets kLaterUser.
   std::string user;
-  // If not empty, what every reading of the user after an operation's first gets.
-  std::string later_user;
   std::string password;
   std::string host;
   std::string service;

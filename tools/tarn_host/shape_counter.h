@@ -56,8 +56,8 @@ struct CountOptions {
 using BatchSource = std::function<bool(StatementBatch&, std::uint64_t&)>;
 
 // Counts the statements of `source` by shape on several threads, each with a count of its own, and
-// merges the counts. Throws what stopped a thread, such as std::bad_alloc, once the others have come
-// to the end of the source, and std::system_error when no thread can be started.
+// merges the counts. Throws what stopped a thread, such as std::bad_alloc, once the others have
+// come to the end of the source, and std::system_error when no thread can be started.
 //
 // Requires: `product` stands concurrent calls; at least one thread is asked for.
 ShapeCount CountShapes(const BatchSource& source, impl_dao::CProductInterface& product,

@@ -13,8 +13,8 @@
 
 namespace tarn::sqlnorm {
 
-// Sixteen bytes that are compared at once. Comparisons give 0xFF for true and 0 for false, byte by
-// byte (the vector extension of GCC and clang); every processor's vector instructions do.
+// Sixteen bytes that are compared at once: a comparison gives a block that holds 0xFF for each byte
+// where it is true and 0 where it is false (the vector extension of GCC and clang).
 using ByteBlock = unsigned char __attribute__((vector_size(16)));
 
 // The sixteen bytes at `p`, of a padded text.

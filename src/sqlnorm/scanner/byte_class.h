@@ -5,7 +5,7 @@
 
 namespace tarn::sqlnorm {
 
-// What a byte is to the scanner, under the classic locale. Every byte has exactly one class.
+// What a byte is to the scanner, whatever the process's locale: what it is under the classic one.
 enum class ByteClass : unsigned char {
   kLetter,  // A-Z, a-z and the underscore
   kDigit,   // 0-9
@@ -44,7 +44,9 @@ constexpr ByteClass ClassOf(char c) noexcept {
 }
 constexpr bool IsDigit(char c) noexcept { return static_cast<unsigned char>(c - '0') < 10; }
 constexpr bool IsSpace(char c) noexcept { return ClassOf(c) == ByteClass::kSpace; }
-constexpr bool IsWord(char c) noexcept { return ClassOf(c) <= ByteClass::kDigit; }
+constexpr bool IsWord(char c) noexcept {
+  return ClassOf(c) == ByteClass::kLetter || ClassOf(c) == ByteClass::kDigit;
+}
 
 // The scanner's texts are followed by this many bytes that may be read, all NUL: a text is read in
 // blocks of 64 bytes, and a few more behind the last. NUL is in no class that a run is made of, so

@@ -26,7 +26,7 @@ const char* SkipExponent(const char* p) noexcept {
 // The Match functions are given the character that gives a literal away and tell whether it does:
 // between characters that belong to no word.
 
-// digits.digits, perhaps with an exponent.
+// Decimal-literal canonicalization: digits.digits, perhaps with an exponent.
 bool MatchDecimal(const char* text, const char* dot, DecimalLiteral& literal) noexcept {
   const char* begin = dot;
   while (begin != text && IsDigit(begin[-1])) --begin;
@@ -42,7 +42,7 @@ struct HexLiteral {
   const char* end;
 };
 
-// 0x and one to eight digits. Of more it looks at one.
+// Hexadecimal-literal conversion: 0x and one to eight digits. Of more it looks at one.
 bool MatchHex(const char* text, const char* x, HexLiteral& literal) noexcept {
   constexpr std::ptrdiff_t kMostDigits = 8;
   const char* const digits = x + 1;

@@ -17,8 +17,9 @@
 namespace tarn::sqlnorm {
 namespace {
 
-// What is left of a statement that is wholly enclosed in double quotes: what stands between the
-// first and the last, without the spaces behind the first. Any other statement stays as it is.
+// Quoted-statement unwrapping: what is left of a statement that is wholly enclosed in double
+// quotes: what stands between the first and the last, without the spaces behind the first. Any
+// other statement stays as it is.
 std::string_view Unquote(std::string_view sql) noexcept {
   constexpr std::string_view kSpaces = " \t\n\v\f\r";
   const std::size_t first = sql.find_first_not_of(kSpaces);

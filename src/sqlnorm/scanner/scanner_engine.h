@@ -11,9 +11,9 @@ namespace tarn::sqlnorm {
 // regular-expression library give up is no exception here.
 //
 // Throws boost::bad_lexical_cast for a decimal literal beyond the range of double, std::bad_alloc.
-// Allocates the result and, for a long statement, a fixed number of buffers; beyond the first
-// sixteen distinct aliases, once for each. Thread-safe: it reads nothing but its argument and
-// constants.
+// Allocates the result and, for a long statement, a few buffers that grow with it; besides for
+// aliases beyond the first sixteen, and for each that is longer than eight bytes. Thread-safe: it
+// reads nothing but its argument and constants.
 std::string NormalizeByScanner(const std::string& sql);
 
 }  // namespace tarn::sqlnorm

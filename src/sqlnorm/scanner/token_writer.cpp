@@ -291,6 +291,7 @@ std::string_view WriteTokens(Text text, OutputBuffer& output) {
     Pad(writer.End());
     end = StripSingleAlias(writer.Begin(), writer.End());
   }
+  // Leading trim, trailing trim.
   while (begin != end && IsSpace(*begin)) ++begin;
   while (begin != end && IsSpace(end[-1])) --end;
   return {begin, static_cast<std::size_t>(end - begin)};

@@ -14,120 +14,67 @@
 // a text.
 //
 // Keys of both algorithms and the fingerprint are derived from one stored key and reveal nothing of
-// it. All functions may be called from any thread.
+// it. Every failure but std::bad_alloc is an Error. All functions may be called from any thread.
 #pragma once
 
 #include <openssl/crypto.h>
 
 #include <cstddef>
 #include <memory>
-#include <stdexcept>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
+
+#include "standin/error.h"
 
 namespace tarn::standin {
 
 // Memory that is overwritten before it is given back, also when a container grows out of it.
 template <typename T>
-struct WipingAllocator {
-  using value_type = T;
-
-  WipingAllocator() noexcept = default;
-  template <typename U>
-  explicit(false) WipingAllocator(const WipingAllocator<U>&) noexcept {}
-
-  T* allocate(std::size_t count) { return std::allocator<T>().allocate(count); }
+struct WipingAllocator : std::allocator<T> {
   void deallocate(T* memory, std::size_t count) noexcept {
     OPENSSL_cleanse(memory, count * sizeof(T));
-    std::allocator<T>().deallocate(memory, count);
-  }
-  template <typename U>
-  bool operator==(const WipingAllocator<U>&) const noexcept {
-    return true;
+    std::allocator<T>::deallocate(memory, count);
   }
 };
 
 using SecretBytes = std::vector<unsigned char, WipingAllocator<unsigned char>>;
 
-// Codes of the cipher library, as QuillAESCipher::decryptEx returns them.
-enum class CipherCode : unsigned int {
-  kSuccess = 0,
-  kUnknownAlgorithm = 701,
-  kKeyFileNotNamed = 702,
-  kKeyFileUnreadable = 703,
-  // Another user owns the key file, or others than its owner may read, write or run it.
-  kKeyFileExposed = 704,
-  kKeyFileMalformed = 705,
-  kKeyFileNotWritten = 706,
-  // A sound text, but of the other algorithm.
-  kOtherAlgorithm = 707,
-  kWrongKey = 708,
-  kDamagedText = 709,
-  kPasswordTooLong = 710,
-  kLibraryFailure = 711,
-};
-
-// what() is one line that names the thing and the reason, and never holds a secret.
-class CipherError : public std::runtime_error {
- public:
-  CipherError(CipherCode code, const std::string& message)
-      : std::runtime_error(message), code_(code) {}
-
-  CipherCode Code() const noexcept { return code_; }
-
- private:
-  CipherCode code_;
-};
-
-enum class CipherAlgorithm : unsigned char { kAes128Ecb = 18, kAes256Gcm = 19 };
-
-// The algorithm of that identifier. Throws CipherError (kUnknownAlgorithm).
-CipherAlgorithm AlgorithmFromIdentifier(unsigned int identifier);
+// Algorithm identifiers. Every other throws kUnknownAlgorithm where one is asked for.
+inline constexpr unsigned int kAes128Ecb = 18;
+inline constexpr unsigned int kAes256Gcm = 19;
 
 // Longest password, in bytes.
 inline constexpr std::size_t kMaxPasswordBytes = 1024;
 
-// Name of the environment variable that names the key file.
-inline constexpr const char* kKeyFileVariable = "TARN_KEY_FILE";
-
-// A stored key: 32 random bytes, kept in a file of its own as 64 hexadecimal digits and a newline.
-class CipherKey {
- public:
+// A stored key, kept in a file of its own as 64 hexadecimal digits and a newline.
+struct CipherKey {
   static constexpr std::size_t kBytes = 32;
 
   // Reads the key file at `path`, which must be the process's effective user's own, and nobody
-  // else may have any access to. Throws CipherError (kKeyFileUnreadable, kKeyFileExposed,
-  // kKeyFileMalformed).
+  // else may have any access to. Throws kKeyFileUnreadable, kKeyFileExposed, kKeyFileMalformed.
   static CipherKey FromFile(const std::string& path);
 
-  // As FromFile, with the path in TARN_KEY_FILE; an empty one counts as unset. Throws also
-  // CipherError (kKeyFileNotNamed).
+  // As FromFile, with the path in the environment variable TARN_KEY_FILE; an empty one counts as
+  // unset. Throws also kKeyFileNotNamed.
   static CipherKey FromEnvironment();
 
-  // Writes a new key to a new file at `path`, readable and writable by its owner alone. Never
-  // replaces a file, and leaves none behind when writing fails. Throws CipherError
-  // (kKeyFileNotWritten, kLibraryFailure).
+  // Writes a new random key to a new file at `path`, readable and writable by its owner alone.
+  // Never replaces a file, and leaves none behind when writing fails. Throws kKeyFileNotWritten,
+  // kLibraryFailure.
   static void CreateFile(const std::string& path);
 
-  // kBytes bytes, owned by the key.
-  const unsigned char* Data() const noexcept { return bytes_.data(); }
-
- private:
-  explicit CipherKey(SecretBytes bytes) noexcept : bytes_(std::move(bytes)) {}
-
-  SecretBytes bytes_;
+  // kBytes bytes.
+  SecretBytes bytes;
 };
 
 // The Base64 text of `password`, which may hold any bytes and be empty. Two texts of one password
-// differ under AES-256-GCM and agree under AES-128-ECB. Throws CipherError (kPasswordTooLong,
-// kLibraryFailure).
-std::string EncryptPassword(const SecretBytes& password, CipherAlgorithm algorithm,
+// differ under AES-256-GCM and agree under AES-128-ECB. Throws kPasswordTooLong, kLibraryFailure.
+std::string EncryptPassword(const SecretBytes& password, unsigned int algorithm,
                             const CipherKey& key);
 
 // The password behind `text`, which must be exactly as EncryptPassword made it, without blanks or
-// newlines. Throws CipherError (kOtherAlgorithm, kWrongKey, kDamagedText, kLibraryFailure).
-SecretBytes DecryptPassword(std::string_view text, CipherAlgorithm algorithm, const CipherKey& key);
+// newlines. Throws kOtherAlgorithm, kWrongKey, kDamagedText, kLibraryFailure.
+SecretBytes DecryptPassword(std::string_view text, unsigned int algorithm, const CipherKey& key);
 
 }  // namespace tarn::standin

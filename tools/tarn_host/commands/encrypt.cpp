@@ -21,7 +21,6 @@
 namespace tarn::host {
 namespace {
 
-using standin::CipherAlgorithm;
 using standin::CipherKey;
 
 struct EncryptOptions {
@@ -29,12 +28,12 @@ struct EncryptOptions {
   std::string key_file;
 };
 
-const std::map<std::string, CipherAlgorithm>& Algorithms() {
-  static const std::map<std::string, CipherAlgorithm> kAlgorithms{
-      {"19", CipherAlgorithm::kAes256Gcm},
-      {"aes-256-gcm", CipherAlgorithm::kAes256Gcm},
-      {"18", CipherAlgorithm::kAes128Ecb},
-      {"aes-128-ecb", CipherAlgorithm::kAes128Ecb}};
+const std::map<std::string, unsigned int>& Algorithms() {
+  static const std::map<std::string, unsigned int> kAlgorithms{
+      {"19", standin::kAes256Gcm},
+      {"aes-256-gcm", standin::kAes256Gcm},
+      {"18", standin::kAes128Ecb},
+      {"aes-128-ecb", standin::kAes128Ecb}};
   return kAlgorithms;
 }
 
