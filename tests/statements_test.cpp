@@ -173,38 +173,9 @@ INSTANTIATE_TEST_SUITE_P(Cases, Inputs, testing::ValuesIn(ReadCases("inputs.txt"
 
 // What someone may write who wants a log to take long.
 TEST(Statements, TakeTimeLinearInTheirLength) {
-  struct Family {
-    const char* begin;
-    const char* repeated;
-  };
-  constexpr Family kFamilies[] = {{"select ", "("},
-                                  {"", "(1,"},
-                                  {"values ", "(1),"},
-                                  {"values (", "(1),"},
-                                  {"x = ", "- "},
-                                  {"/*", "/*"},
-                                  {"/*", "* /"},
-                                  {"'", "''"},
-                                  {"", "$a"},
-                                  {"", "$$"},
-                                  {"", "_a "},
-                                  {"select ", "-- \n"},
-                                  {"", "\n\n"},
-                                  {"'", "\\"},
-                                  {"", "a."},
-                                  {"", "____v"},
-                                  {"", "# Query_time: 1\n"},
-                                  {"# Query_time: 1\na", "\n\n"},
-                                  {"", "\"\n"},
-                                  {"# Query_time: 1\n", "   "},
-                                  {"delimiter ", "x"},
-                                  {"", "/"},
-                                  {"$", "a"},
-                                  {"x", "y"},
-                                  {"", "go\n"}};
-  const auto seconds = [](const Family& family, std::size_t size) {
-    std::string text = family.begin;
-    while (text.size() < size) text += family.repeated;
+  const auto seconds = [](const CaseRow& family, std::size_t size) {
+    std::string text = family.texts.at(0);
+    while (text.size() < size) text += family.texts.at(1);
     const std::clock_t start = std::clock();
     for (const auto& [name, dialect] : kDialects) {
       StatementFolder(dialect).Fold(text);
@@ -224,11 +195,11 @@ TEST(Statements, TakeTimeLinearInTheirLength) {
   };
   constexpr std::size_t kSize = 40'000;
   constexpr std::size_t kGrowth = 16;
-  for (const Family& family : kFamilies) {
+  for (const CaseRow& family : ReadCases("hostile_inputs.txt")) {
     // The quotient is 16 if linear and 256 if quadratic; what is over at once proves nothing.
     const double small = std::max(seconds(family, kSize), 0.002);
     EXPECT_LT(seconds(family, kGrowth * kSize), 5 * kGrowth * small)
-        << family.begin << "..." << family.repeated;
+        << family.texts[0] << "..." << family.texts[1];
   }
 }
 
