@@ -185,13 +185,13 @@ double FittedExponent(const Reporter::Times& times) {
 
 void PrintGrowth(const Reporter& reporter) {
   std::printf("\n%-18s %14s %14s %8s\n", "growth", "ns/byte, short", "ns/byte, long", "exponent");
-  for (const tarn::test::GrowthFamily& family : tarn::test::kGrowthFamilies) {
-    const Reporter::Times times = reporter.Least(std::string("growth/") + family.name);
+  for (const tarn::test::GrowthFamily& family : tarn::test::GrowthFamilies()) {
+    const Reporter::Times times = reporter.Least("growth/" + family.name);
     if (times.size() < 2) continue;
     const auto per_byte = [](const auto& entry) {
       return entry.second / static_cast<double>(entry.first);
     };
-    std::printf("%-18s %14.2f %14.2f %8.2f\n", family.name, per_byte(*times.begin()),
+    std::printf("%-18s %14.2f %14.2f %8.2f\n", family.name.c_str(), per_byte(*times.begin()),
                 per_byte(*times.rbegin()), FittedExponent(times));
   }
   std::printf("(time grows with length^exponent: 1 is linear)\n");
@@ -222,9 +222,8 @@ int Run(int argc, char** argv) {
   constexpr int kShortest = 1 << 10;
   constexpr int kLongest = 1 << 20;
   constexpr double kGrowthSeconds = 0.02;
-  for (const tarn::test::GrowthFamily& family : tarn::test::kGrowthFamilies) {
-    benchmark::RegisterBenchmark((std::string("growth/") + family.name).c_str(), NormalizeGrowing,
-                                 family)
+  for (const tarn::test::GrowthFamily& family : tarn::test::GrowthFamilies()) {
+    benchmark::RegisterBenchmark(("growth/" + family.name).c_str(), NormalizeGrowing, family)
         ->RangeMultiplier(4)
         ->Range(kShortest, kLongest)
         ->MinTime(kGrowthSeconds)

@@ -196,7 +196,7 @@ long ScannerAllocations(const std::string& sql) {
 
 TEST_P(Growth, ScannerAllocatesNoMoreForMoreTokens) {
   // Long aliases are the exception: each costs a block.
-  const bool one_each = GetParam().name == "LongAliases"sv;
+  const bool one_each = GetParam().name == "LongAliases";
   const std::size_t length = one_each ? 200 : 10'000;
   // The tree of short aliases grows now and then.
   constexpr long kTreeGrows = 16;
@@ -247,7 +247,7 @@ testing::AssertionResult GrowsLinearly(const Statement& statement) {
 
 TEST_P(Growth, IsLinear) { EXPECT_TRUE(GrowsLinearly(GetParam())); }
 
-INSTANTIATE_TEST_SUITE_P(Families, Growth, testing::ValuesIn(kGrowthFamilies),
+INSTANTIATE_TEST_SUITE_P(Families, Growth, testing::ValuesIn(GrowthFamilies()),
                          [](const auto& instance) { return instance.param.name; });
 
 // TARN_GROWTH_CASES asks for another number of combinations, TARN_GROWTH_START for the one to begin

@@ -60,8 +60,9 @@ TEST(Shapes, ReplaceInJsonWhatIsNotUtf8) {
 }
 
 TEST(Shapes, TellInJsonWhatALogTells) {
-  const RunResult result = Tool(
-      {"shapes", "--input=slowlog", "--json", "--top=2", "--sort=max", TARN_EXAMPLES "/slow.log"});
+  const std::string log = TARN_EXAMPLES "/slow.log";
+  const RunResult result =
+      Tool({"shapes", "--input=slowlog", "--json", "--top=2", "--sort=max", log});
   EXPECT_EQ(result.errors, "");
   const auto report = nlohmann::json::parse(result.output);
   EXPECT_EQ(report["statements"], 41);

@@ -21,7 +21,6 @@ namespace {
 
 using ::testing::HasSubstr;
 using ::testing::Not;
-using ::testing::StartsWith;
 
 class ToolRun : public testing::TestWithParam<CaseRow> {};
 

@@ -9,8 +9,6 @@
 // that begin with "#" say nothing.
 #pragma once
 
-#include <gtest/gtest.h>
-
 #include <fstream>
 #include <ostream>
 #include <stdexcept>
@@ -34,7 +32,7 @@ struct CaseRow {
 };
 
 // For INSTANTIATE_TEST_SUITE_P.
-inline std::string CaseName(const testing::TestParamInfo<CaseRow>& info) { return info.param.Id(); }
+inline constexpr auto CaseName = [](const auto& info) { return info.param.Id(); };
 
 inline std::string Unescaped(std::string_view text) {
   constexpr std::string_view kLetters = "ntrvf\\";

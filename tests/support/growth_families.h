@@ -7,78 +7,45 @@
 #include <cstdint>
 #include <ostream>
 #include <random>
+#include <sstream>
 #include <string>
 #include <string_view>
+#include <vector>
+
+#include "support/case_file.h"
 
 namespace tarn::test {
 
+// A row of tests/cases/growth_families.txt.
 struct GrowthFamily {
-  const char* name;
-  std::string_view prefix;
-  // Repeated to the length wanted. A '#' stands for the number of the repetition.
-  std::string_view unit;
-  std::string_view suffix = {};
-  // Stands for the numbers of the repetitions beginning anew.
+  std::string name;
+  std::string prefix;
+  std::string unit;
+  std::string suffix;
   std::size_t cycle = static_cast<std::size_t>(-1);
-  // Repeated to half the length, before the units.
-  std::string_view long_member = {};
+  std::string long_member;
 
   friend std::ostream& operator<<(std::ostream& stream, const GrowthFamily& family) {
     return stream << family.name;
   }
 };
 
-inline constexpr std::array kGrowthFamilies{
-    GrowthFamily{"QuoteThenBlanks", "\"a", " ", "b"},
-    GrowthFamily{"QuotedBlanks", "\"", " ", "\""},
-    GrowthFamily{"Blanks", "a", " ", "b"},
-    GrowthFamily{"LineBreaks", "=", "\n", "="},
-    GrowthFamily{"Quotes", "", "\""},
-    GrowthFamily{"OpenParentheses", "", "("},
-    GrowthFamily{"NestedParentheses", "((((a = b", ")"},
-    GrowthFamily{"NestedGroups", "", "((a = b) and "},
-    GrowthFamily{"SpacedParentheses", "", "(      "},
-    GrowthFamily{"OpenValues", "", "values("},
-    GrowthFamily{"OpenValuesThenRow", "", "values(", "1) x"},
-    GrowthFamily{"ValuesThenBlanks", "values (1)", " ", "x"},
-    GrowthFamily{"ValuesRows", "insert into tab values (0)", ",(1)"},
-    GrowthFamily{"DroppedDecimals", "values (0)", ",(1.5)"},
-    GrowthFamily{"ClosedValues", "", "values(1) "},
-    GrowthFamily{"OpenNot", "", "not ("},
-    GrowthFamily{"OpenNotIn", "", "not (a in ("},
-    GrowthFamily{"NotIn", "", "not (a in (1, 2)) "},
-    GrowthFamily{"InList", "select a from b where c in (0", ", 1", ")"},
-    GrowthFamily{"OpenParameters", "", "(@p1,"},
-    GrowthFamily{"Parameters", "(@p0", ", @p1", ")"},
-    GrowthFamily{"OpenComparisons", "(a = b", " and c >= d"},
-    GrowthFamily{"Comparisons", "", "(a = b and c.d != 1.5) "},
-    GrowthFamily{"DistinctAliases", "select a from b", ", t#"},
-    GrowthFamily{"LongAliases", "select a from b", ", t12345678#"},
-    GrowthFamily{"OneAlias", "select t1.a from b as t1", ", t1.c"},
-    GrowthFamily{"DenseAliases", "", "t1 "},
-    GrowthFamily{"LongAlias", "t", "1"},
-    // Where a look at a short alias may cost a look at the long one.
-    GrowthFamily{"LongAliasAmongShort", "t", ", t#", "", 40, "1"},
-    GrowthFamily{"LongAliasAmongLong", "t", ", t12345678#", "", 40, "1"},
-    GrowthFamily{"Decimals", "", "0.1,"},
-    GrowthFamily{"DottedDigits", "", "1."},
-    GrowthFamily{"Exponents", "", "1.5e3."},
-    GrowthFamily{"LongDecimal", "0.", "7"},
-    GrowthFamily{"Hexadecimals", "", "0x1F "},
-    GrowthFamily{"LongHexadecimal", "0x", "F"},
-    GrowthFamily{"LongWord", "", "a"},
-    GrowthFamily{"LongNumber", "", "1"},
-    GrowthFamily{"DigitsAndLetters", "", "1a "},
-    GrowthFamily{"DottedName", "a", ".b"},
-    GrowthFamily{"Dots", "", "."},
-    GrowthFamily{"SpacedDots", "a", " . "},
-    GrowthFamily{"Commas", "", ", "},
-    GrowthFamily{"CommasAndDots", "", " , . "},
-    GrowthFamily{"Operators", "", "<>="},
-    GrowthFamily{"InsertInto", "", "insert into "},
-    GrowthFamily{"CanonicalNames", "t1", " as ____t1.a"},
-    GrowthFamily{"HighBytes", "", "\xE9\xFF "},
-};
+inline const std::vector<GrowthFamily>& GrowthFamilies() {
+  static const std::vector<GrowthFamily> families = [] {
+    std::vector<GrowthFamily> read;
+    for (CaseRow& row : ReadCases("growth_families.txt")) {
+      row.texts.resize(4);
+      GrowthFamily& family = read.emplace_back();
+      std::istringstream(row.label) >> family.name >> family.cycle;
+      family.prefix = row.texts[0];
+      family.unit = row.texts[1];
+      family.suffix = row.texts[2];
+      family.long_member = row.texts[3];
+    }
+    return read;
+  }();
+  return families;
+}
 
 inline void Repeat(std::string_view unit, std::size_t length, std::string& text) {
   for (const std::size_t end = text.size() + length; text.size() < end;) text += unit;
@@ -109,8 +76,8 @@ class GrowthCombination {
   explicit GrowthCombination(std::uint64_t number) {
     std::mt19937_64 random(number);
     how_ = static_cast<How>(random() % kHows);
-    one_ = kGrowthFamilies[random() % kGrowthFamilies.size()];
-    other_ = kGrowthFamilies[random() % kGrowthFamilies.size()];
+    one_ = GrowthFamilies()[random() % GrowthFamilies().size()];
+    other_ = GrowthFamilies()[random() % GrowthFamilies().size()];
     pieces_ = 2 + random() % 30;
     if (random() % 2 == 0) one_.cycle = pieces_ * 2;
   }
