@@ -90,49 +90,24 @@ TEST(Steps, RewriteAsTheirTableSays) {
   tally.Report();
 }
 
-struct Alphabet {
-  const char* name;
-  int length;  // of the longest sequence
-  std::vector<std::string_view> tokens;
-};
+class Exhaustive : public testing::TestWithParam<CaseRow> {};
 
-void PrintTo(const Alphabet& alphabet, std::ostream* out) { *out << alphabet.name; }
-
-class Exhaustive : public testing::TestWithParam<Alphabet> {};
-
-void CompareAll(const Alphabet& alphabet, int length, const std::string& sql, Tally& tally) {
+void CompareAll(const std::vector<std::string>& tokens, int length, const std::string& sql,
+                Tally& tally) {
   tally.Compare(sql);
   if (length == 0) return;
-  for (const std::string_view token : alphabet.tokens) {
-    CompareAll(alphabet, length - 1, sql + std::string(token), tally);
-  }
+  for (const std::string& token : tokens) CompareAll(tokens, length - 1, sql + token, tally);
 }
 
 TEST_P(Exhaustive, EnginesAgree) {
+  const std::string& label = GetParam().label;
   Tally tally;
-  CompareAll(GetParam(), GetParam().length, "", tally);
+  CompareAll(GetParam().texts, std::stoi(label.substr(label.find(' '))), "", tally);
   tally.Report();
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Alphabets, Exhaustive,
-    testing::Values(
-        Alphabet{"Statements",
-                 3,
-                 {"select ", "Insert", " into ", "DELETE ", " from", "update ", "where", "values",
-                  "t1",      "t2",     " ",      "\t",      ".",     ",",       "(",     ")",
-                  "=",       "<>",     "<",      "@p1",     "1.50",  "0x1f",    "9a",    "not ",
-                  " in ",    " and ",  "as ",    "____t1",  "'",     "\"",      "\0"sv,  "\xE9"}},
-        Alphabet{"Joints", 5, {"a", "t1", ".", ",", " ", "\t", "=", ">=", "("}},
-        Alphabet{"Groups", 5, {"(a", ")", "a=b", "=", "and", " ", ".", "1.5", "not"}},
-        Alphabet{"Negations", 5, {"not", "(", "a", " in ", "(1,2)", ")", " ", "b.", "()"}},
-        Alphabet{"Rows", 5, {"values", "(", "1)", ",", " ", "(@p1)", "x", "(a=b)", "()"}},
-        Alphabet{"Literals", 5, {"1", "0", "x", "F", ".", "e", "+", " ", "_"}},
-        Alphabet{"Aliases", 5, {" ", "t1", "____t1", "as", ".", "a", "t2", "\n"}},
-        Alphabet{"Quotes", 6, {"\"", " ", "a", "\v", "(1.5"}},
-        Alphabet{
-            "Keywords", 4, {"insert", "INTO", "delete", "From", " ", "\n", "=", "1", "_", "into"}}),
-    [](const auto& instance) { return instance.param.name; });
+INSTANTIATE_TEST_SUITE_P(Cases, Exhaustive, testing::ValuesIn(ReadCases("alphabets.txt")),
+                         CaseName);
 
 long FromEnvironment(const char* name, long otherwise) {
   const char* const value = std::getenv(name);
@@ -259,17 +234,6 @@ TEST(GrowthCombinations, AreLinear) {
     const GrowthCombination combination(static_cast<std::uint64_t>(number));
     EXPECT_TRUE(GrowsLinearly(combination)) << "TARN_GROWTH_START=" << number;
   }
-}
-
-TEST(Scanner, Takes64Megabytes) {
-  constexpr std::size_t kLength = 64 << 20;
-  std::string sql = "select t1.a from tab t1 where t1.b in (0";
-  std::string expected = "SELECT a FROM tab ____t1 WHERE b in ( 0";
-  while (sql.size() < kLength) {
-    sql += ",1.50";
-    expected += ", 1.5";
-  }
-  EXPECT_EQ(NormalizeByScanner(sql + ")"), expected + " )");
 }
 
 class LoadedPlugin : public testing::Test {

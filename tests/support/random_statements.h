@@ -5,11 +5,11 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <iterator>
 #include <random>
-#include <sstream>
 #include <string>
 #include <vector>
+
+#include "support/case_file.h"
 
 namespace tarn::test {
 
@@ -89,32 +89,10 @@ class RandomStatements {
   }
 
   static std::vector<std::string> Tokens() {
-    std::vector<std::string> tokens{"NOT (a IN (1,2))",
-                                    "not(t1.b in(3))",
-                                    "(t1.x >= 1.5 and y<2)",
-                                    "(@p0, @p1)",
-                                    "'x y'",
-                                    std::string(1, '\0'),
-                                    " ",
-                                    "  ",
-                                    "\t",
-                                    "\n",
-                                    "\r\n",
-                                    "\v\f",
-                                    " . ",
-                                    " , ",
-                                    " as t1",
-                                    "insert into",
-                                    "delete from"};
-    // Those that hold no blank.
-    std::istringstream plain(
-        "select SELECT Insert into INTO delete from FROM update where values VALUES "
-        "values(1,2),(3,4) set join on as AS and AND or not NOT in IN (a=b) (@p1) @p1 @P1 @ p1 a "
-        "b_c x _ tab T1 t t1 t2 t3 t01 t1.a t2.b xt1 t1_x ____t1 ____t2 ____t10 0 1 42 10abc 1e5 "
-        "1.5 1.50 0.1 2.5E3 7.0e-1 1.0e20 1.0e-400 1.2.3.4 1.5e 1. .5 0x1F 0XfFfFfFfF 0x123456789 "
-        "0xg 0x ( ) ( ) , , . . .. ... = = < > <= >= <> != ! + - * / % ; ? : ' \" ` -- /* */ \xE9 "
-        "\xC3\xA9 \x7F");
-    tokens.insert(tokens.end(), std::istream_iterator<std::string>(plain), {});
+    std::vector<std::string> tokens;
+    for (const CaseRow& row : ReadCases("tokens.txt")) {
+      tokens.insert(tokens.end(), row.texts.begin(), row.texts.end());
+    }
     return tokens;
   }
 
