@@ -33,6 +33,7 @@ inline const char* MatchComparisonOperator(const char* p) noexcept {
 struct ComparisonGroup {
   const char* close = nullptr;  // its closing parenthesis; null if there is no group
   bool has_decimal = false;     // whether an operand may be a decimal literal
+  bool may_become_one = false;  // whether there may be a group once literals are printed anew
 };
 
 // The group whose opening parenthesis `p` may be. Its closing one must follow the last operand
@@ -43,30 +44,24 @@ inline ComparisonGroup MatchComparisonGroup(const char* p) noexcept {
     group.has_decimal |= *SkipDigits(begin) == '.';
     return MatchOperand(begin);
   };
-  p = SkipSpaces(p + 1);
+  p = match_operand(SkipSpaces(p + 1));
+  if (p == nullptr) return group;
+  // A literal may go on where an operand ends: with the sign of its exponent.
+  group.may_become_one = *p == '+' || *p == '-' || *p == '.';
   for (;;) {
-    p = match_operand(p);
-    if (p == nullptr) return {};
     p = MatchComparisonOperator(SkipSpaces(p));
-    if (p == nullptr) return {};
+    if (p == nullptr) return group;
+    group.may_become_one = true;
     p = match_operand(SkipSpaces(p));
-    if (p == nullptr) return {};
+    if (p == nullptr) return group;
     if (*p == ')') break;
     p = SkipSpaces(p);  // there are some, if a word follows
-    if (!StandsAt(p, "and") || !IsSpace(p[3])) return {};
-    p = SkipSpaces(p + 3);
+    if (!StandsAt(p, "and") || !IsSpace(p[3])) return group;
+    p = match_operand(SkipSpaces(p + 3));
+    if (p == nullptr) return group;
   }
   group.close = p;
   return group;
-}
-
-// Whether `p` may open a group once literals have been printed anew, whatever stands there now.
-inline bool MayBecomeComparisonGroup(const char* p) noexcept {
-  p = SkipSpaces(p + 1);
-  for (p = SkipWord(p); *p == '.' || *p == '+' || *p == '-'; p = SkipWord(p + 1)) {
-  }
-  p = SkipSpaces(p);
-  return *p == '=' || ClassOf(*p) == ByteClass::kAngle;
 }
 
 // Blanks take the place of both parentheses.

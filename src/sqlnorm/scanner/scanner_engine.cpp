@@ -46,7 +46,7 @@ std::string NormalizeByScanner(const std::string& sql) {
   if (survey.first_literal != nullptr) {
     text = CanonicalizeLiterals(text, survey.first_literal, reprinted);
   }
-  RewriteGroups(text, survey);
+  if (survey.Groups()) RewriteGroups(text, survey);
   OutputBuffer output;
   return std::string(WriteTokens(text, output));
 }

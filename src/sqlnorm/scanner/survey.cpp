@@ -21,15 +21,12 @@ class ParenthesisSurvey {
     // Another parenthesis within a row may be rewritten.
     survey_.rows |= row_ != nullptr;
     row_ = nullptr;
-    const bool comparison = MayBecomeComparisonGroup(p);
-    if (comparison && !survey_.comparisons) {
-      const ComparisonGroup group = MatchComparisonGroup(p);
-      if (group.close != nullptr && !group.has_decimal) {
-        OpenComparisonGroup(p, text_ + (group.close - text_));
-        return;
-      }
+    const ComparisonGroup group = MatchComparisonGroup(p);
+    if (group.close != nullptr && !group.has_decimal && !survey_.comparisons) {
+      OpenComparisonGroup(p, text_ + (group.close - text_));
+      return;
     }
-    survey_.comparisons |= comparison;
+    survey_.comparisons |= group.may_become_one;
     // Whether a group opens is told by the text as it came: those before the first that has to wait
     // are settled, and those behind it wait as well.
     survey_.before_comparisons += survey_.comparisons ? 0 : 1;
@@ -39,7 +36,8 @@ class ParenthesisSurvey {
     if (MatchWordBack(text_, before, "not") != nullptr) survey_.negations = true;
     if (const char* const keyword = MatchWordBack(text_, before, "values")) {
       // A parameter list before the keyword would go, and join it to another word.
-      const bool plain = !comparison && !parameter && (keyword == text_ || keyword[-1] != ')');
+      const bool plain =
+          !group.may_become_one && !parameter && (keyword == text_ || keyword[-1] != ')');
       survey_.rows |= !plain;
       row_ = plain ? p : nullptr;
     }

@@ -14,6 +14,9 @@ struct Survey {
   bool negations = false;               // negated IN-list rewrite
   bool parameters = false;              // parameter-list removal
   bool rows = false;                    // multi-row VALUES truncation
+
+  // Whether any rewrite of parentheses may.
+  bool Groups() const noexcept { return comparisons || negations || parameters || rows; }
 };
 
 // Looks at a statement before anything of it is rewritten, and does right away what is certain then
