@@ -143,7 +143,7 @@ SecretBytes Run(bool encipher, const Algorithm& algorithm, const CipherKey& key,
                        static_cast<int>(input.size())) == 1);
   // The tag or the padding does not fit.
   RequireSound(EVP_CipherFinal_ex(context, output.data() + head, &tail) == 1);
-  auto size = static_cast<std::size_t>(head + tail);
+  auto size = static_cast<std::size_t>(head) + static_cast<std::size_t>(tail);
   if (encipher && authenticates) {
     RequireLibrary(
         EVP_CIPHER_CTX_ctrl(context, EVP_CTRL_AEAD_GET_TAG, tag_bytes, output.data() + size) == 1);
