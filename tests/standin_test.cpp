@@ -15,7 +15,6 @@
 #include <string>
 #include <string_view>
 #include <thread>
-#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -115,19 +114,20 @@ class Standin : public testing::TestWithParam<CaseRow> {
                         const std::string& warning) {
     const StandardError log;
     const unsigned int code = QuillAESCipher::decryptEx(text, plain_, algorithm);
-    EXPECT_TRUE(code == 0 || plain_ == "as it was");
+    EXPECT_TRUE(code == 0 || plain_ == kUntouched);
     EXPECT_THAT(log.Text(), AllOf(HasSubstr(warning), ResultOf(Lines, code == 0 ? 0 : 1)));
-    EXPECT_TRUE(text.empty() || log.Text().find(text) == std::string::npos);
+    EXPECT_TRUE(text.size() < 20 || log.Text().find(text) == std::string::npos);
     return code;
   }
 
   static constexpr int kHostsError = 111;
+  static constexpr const char* kUntouched = "as it was";
   const std::ptrdiff_t descriptors_before_ = Entries("/proc/self/fd");
   const TemporaryFolder folder_;
   const ScopedVariable key_file_{"TARN_KEY_FILE",
                                  folder_.Write("some.key", std::string(64, 'a') + '\n')};
   const CipherKey key_ = CipherKey::FromEnvironment();
-  std::string plain_ = "as it was";
+  std::string plain_ = kUntouched;
 };
 
 using Log = Standin;
@@ -207,21 +207,18 @@ TEST_F(SysConf, IsReadAfreshWithinBounds) {
   constexpr std::size_t kLimit = 1U << 20U;
   const std::string good = R"({"databases": {"db": [{"type": "mysql"}]}})";
   const std::string file = folder_.Write("sys.json", good + std::string(kLimit - good.size(), ' '));
-  const std::string none = folder_.Path("none");
-  const std::string large = folder_.Write("large.json", good + std::string(kLimit, ' '));
-  const std::string deep = folder_.Write("deep.json", std::string(kLimit, '['));
-  for (const auto& [path, warning] :
-       {std::pair<const char*, const char*>(nullptr, "TARN_SYS_CONF names no"),
-        {"", "TARN_SYS_CONF names no"},
-        {none.c_str(), "none: No such file"},
-        {"/", ": Is a directory"},
-        {"/dev/zero", "/dev/zero: "},
-        {large.c_str(), ": File too large"},
-        {deep.c_str(), ": not valid JSON"},
-        {file.c_str(), ""}}) {
-    const ScopedVariable variable("TARN_SYS_CONF", path);
+  for (const auto& [path, warning] : std::map<std::string, std::string>{
+           {"-", "TARN_SYS_CONF names no"},
+           {"", "TARN_SYS_CONF names no"},
+           {folder_.Path("none"), "none: No such file"},
+           {"/", ": Is a directory"},
+           {"/dev/zero", "/dev/zero: "},
+           {folder_.Write("large.json", good + std::string(kLimit, ' ')), ": File too large"},
+           {folder_.Write("deep.json", std::string(kLimit, '[')), ": not valid JSON"},
+           {file, ""}}) {
+    const ScopedVariable variable("TARN_SYS_CONF", path == "-" ? nullptr : path.c_str());
     const StandardError log;
-    EXPECT_EQ(Reader().getDBType("db", 0), *warning == '\0' ? "mysql" : "");
+    EXPECT_EQ(Reader().getDBType("db", 0), warning.empty() ? "mysql" : "");
     EXPECT_THAT(log.Text(), HasSubstr(warning));
   }
   const ScopedVariable variable("TARN_SYS_CONF", file);
@@ -236,7 +233,19 @@ TEST_P(Cipher, GivesThePasswordOrACode) {
   unsigned int expected = 0;
   Words() >> algorithm >> expected;
   EXPECT_EQ(Decipher(Text(0), algorithm, Text(2)), expected);
-  EXPECT_TRUE(expected != 0 || plain_ == Text(1)) << plain_;
+  if (expected != 0) return;
+  EXPECT_EQ(std::exchange(plain_, kUntouched), Text(1));
+  // Any one character changed, any cut and any addition is damage, and not taken for a wrong key.
+  const std::string& text = Text(0);
+  for (std::size_t i = 0; i <= text.size(); ++i) {
+    for (const char* other : {"", "A", "/", "=", "-", "\x80", " ", "\n", "AAAA"}) {
+      for (const std::size_t rest : {i, std::min(i + 1, text.size()), text.size()}) {
+        const std::string bad = text.substr(0, i) + other + text.substr(rest);
+        if (bad == text) continue;
+        EXPECT_EQ(Decipher(bad, algorithm, "damaged"), 709U) << bad;
+      }
+    }
+  }
 }
 
 TEST_F(Cipher, GivesBackEveryPassword) {
@@ -252,27 +261,8 @@ TEST_F(Cipher, GivesBackEveryPassword) {
     }
     EXPECT_THAT([&] { EncryptPassword(SecretBytes(1025), algorithm, key_); },
                 ThrowsCode(Code::kPasswordTooLong));
-  }
-}
-
-// Any one character changed, any cut and any addition is damage, and is not taken for a wrong key.
-TEST_F(Cipher, TellsEveryDamage) {
-  for (const unsigned int algorithm : {kAes256Gcm, kAes128Ecb}) {
-    const std::string text = EncryptPassword(Secret("a secret"), algorithm, key_);
-    std::vector<std::string> damaged{text + "=", text + "AAAA", text + "\n",
-                                     " " + text, text + text,   std::string(100'000, 'A')};
-    for (std::size_t i = 0; i < text.size(); ++i) {
-      damaged.push_back(text.substr(0, i));
-      for (const char other : {'A', '/', '=', '-', '\0', '\x80'}) {
-        if (text[i] == other) continue;
-        damaged.push_back(text);
-        damaged.back()[i] = other;
-      }
-    }
-    for (const std::string& bad : damaged) {
-      EXPECT_THAT([&] { DecryptPassword(bad, algorithm, key_); }, ThrowsCode(Code::kDamagedText))
-          << bad;
-    }
+    EXPECT_THAT([&] { DecryptPassword(std::string(100'000, 'A'), algorithm, key_); },
+                ThrowsCode(Code::kDamagedText));
   }
 }
 
@@ -363,16 +353,16 @@ INSTANTIATE_TEST_SUITE_P(Cases, Cipher, testing::ValuesIn(ReadCases("cipher.txt"
 
 TEST(ProcessNumber, ComesFromTheEnvironmentOrTheProcess) {
   const auto process = static_cast<unsigned int>(getpid());
-  for (const char* value : {"4294967295", "4294967296", "-1", "", "12a", "-"}) {
-    const std::string_view word(value);
-    const ScopedVariable id("TARN_PROC_ID", word == "-" ? nullptr : value);
-    const ScopedVariable handle("TARN_PROC_HANDLE", word == "-" ? nullptr : value);
+  EXPECT_EQ(QuillGetProcId(), process);
+  for (const std::string value : {"4294967295", "4294967296", "-1", "", "12a"}) {
+    const ScopedVariable id("TARN_PROC_ID", value);
+    const ScopedVariable handle("TARN_PROC_HANDLE", value);
     const StandardError log;
-    const bool good = word == "4294967295";
+    const bool good = value == "4294967295";
     EXPECT_EQ(QuillGetProcId(), good ? 4294967295U : process);
     EXPECT_EQ(QuillGetProcHandle(), good ? 4294967295U : 0U);
     // A bad one is named.
-    EXPECT_EQ(Lines(log.Text()), good || word == "-" ? 0 : 2) << log.Text();
+    EXPECT_EQ(Lines(log.Text()), good ? 0 : 2) << log.Text();
   }
 }
 
@@ -399,27 +389,25 @@ TEST_F(Standin, SampleConfigurationIsMadeWholeOrNotAtAll) {
   for (const char* link : {"sys.json", "sys.json.new"}) {
     fs::create_symlink("victim", folder_.Path(link));
   }
-  const auto make = [&](const std::string& sample) {
-    return RunProgram({std::string(TARN_EXAMPLES) + "/make_sys_conf.sh", TARN_HOST_PATH, "run.key",
-                       sample, "sys.json"},
-                      {.folder = folder_.Path("")})
-        .exit_code;
+  const auto makes = [&](const std::string& sample) {
+    return RunProgram(
+               {TARN_EXAMPLES "/make_sys_conf.sh", TARN_HOST_PATH, "run.key", sample, "sys.json"},
+               {.folder = folder_.Path("")})
+               .exit_code == 0;
   };
   // Twice: the key of the first time is used again.
-  EXPECT_EQ(make(TARN_EXAMPLES "/sys_conf.json"), 0);
-  const std::string sample = folder_.Write(
+  EXPECT_TRUE(makes(TARN_EXAMPLES "/sys_conf.json"));
+  EXPECT_TRUE(makes(folder_.Write(
       "sample.json", R"({"databases": {"db": [{"password":"encipher-19:a\"b\\c $x`y` %s\\"},)"
-                     R"({"password": "encipher-18: \\\" "}]}})");
-  EXPECT_EQ(make(sample), 0);
+                     R"({"password": "encipher-18: \\\" "}]}})")));
   for (const char* bad : {R"("encipher-20:x")", R"("encipher-19:a\nb")", R"("encipher-19:a\")"}) {
-    EXPECT_NE(make(folder_.Write("sample.json", bad)), 0) << bad;
+    EXPECT_FALSE(makes(folder_.Write("sample.json", bad))) << bad;
   }
-  EXPECT_NE(make("none.json"), 0);
-  for (const auto& [index, algorithm, password] :
-       {std::tuple(0U, 19U, R"(a"b\c $x`y` %s\)"), std::tuple(1U, 18U, R"( \" )")}) {
-    EXPECT_EQ(Decipher(Reader().getDBPassword("db", index), algorithm, ""), 0U);
-    EXPECT_EQ(plain_, password);
-  }
+  EXPECT_FALSE(makes("none.json"));
+  EXPECT_EQ(Decipher(Reader().getDBPassword("db", 0), kAes256Gcm, ""), 0U);
+  EXPECT_EQ(plain_, R"(a"b\c $x`y` %s\)");
+  EXPECT_EQ(Decipher(Reader().getDBPassword("db", 1), kAes128Ecb, ""), 0U);
+  EXPECT_EQ(plain_, R"( \" )");
   EXPECT_FALSE(fs::exists(folder_.Path("victim")));
   EXPECT_EQ(fs::symlink_status(folder_.Path("sys.json")).permissions(), fs::perms(0600));
   // Two keys, the sample, the configuration, and the other link.
