@@ -390,9 +390,9 @@ TEST_F(Standin, SampleConfigurationIsMadeWholeOrNotAtAll) {
     fs::create_symlink("victim", folder_.Path(link));
   }
   const auto makes = [&](const std::string& sample) {
-    return RunProgram(
-               {TARN_EXAMPLES "/make_sys_conf.sh", TARN_HOST_PATH, "run.key", sample, "sys.json"},
-               {.folder = folder_.Path("")})
+    return RunProgram({std::string(TARN_EXAMPLES) + "/make_sys_conf.sh", TARN_HOST_PATH, "run.key",
+                       sample, "sys.json"},
+                      {.folder = folder_.Path("")})
                .exit_code == 0;
   };
   // Twice: the key of the first time is used again.
