@@ -141,17 +141,22 @@ class TokenWriter {
     BeginToken();
     CopyLoosely(p, end, out_);
     const auto length = static_cast<std::size_t>(end - p);
-    const WordStart start = StartOfWord(p, length);
-    std::memcpy(out_, &start.bytes, sizeof start.bytes);
+    const std::uint64_t start = LoadEight(p);
+    if (const Keyword* const keyword = FindKeyword(start, length)) {
+      const std::uint64_t capitals = ToUpper(start);
+      std::memcpy(out_, &capitals, sizeof capitals);
+      if (keyword->swallows != 0) end = SkipSwallowed(*keyword, end);
+    }
     out_ += length;
     EndToken();
-    return start.swallows ? SkipSwallowed(p, end) : end;
+    return end;
   }
 
   // INSERT keyword, DELETE keyword: INTO and FROM go if they follow.
-  static const char* SkipSwallowed(const char* keyword, const char* end) noexcept {
+  static const char* SkipSwallowed(const Keyword& keyword, const char* end) noexcept {
+    constexpr std::uint64_t kFourBytes = 0xFFFFFFFF;
     const char* const next = SkipSpaces(end);
-    const bool follows = (*keyword | 0x20) == 'i' ? StandsAt(next, "into") : StandsAt(next, "from");
+    const bool follows = (ToLower(LoadEight(next)) & kFourBytes) == keyword.swallows;
     return follows && !IsWord(next[4]) ? next + 4 : end;
   }
 
