@@ -9,7 +9,10 @@
 #include <boost/lexical_cast/bad_lexical_cast.hpp>
 #include <cstdint>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <iostream>
+#include <iterator>
 #include <limits>
 #include <new>
 #include <sstream>
@@ -47,11 +50,12 @@ class Tally {
     }
   }
 
-  // Says how much the comparison is worth.
-  void Report() const {
+  // Says how much the comparison is worth; the number of statements.
+  long Report() const {
     std::cout << compared_ << " statements, " << different_ << " different, " << gave_up_
               << " on which the patterns gave up\n";
     EXPECT_EQ(different_, 0);
+    return compared_;
   }
 
  private:
@@ -122,6 +126,16 @@ TEST(Random, EnginesAgree) {
     tally.Compare(statements.Next());
   }
   tally.Report();
+}
+
+// What the fuzzer found worth keeping, also for builds that it can't be part of.
+TEST(FuzzCorpus, EnginesAgree) {
+  Tally tally;
+  for (const auto& entry : std::filesystem::directory_iterator(TARN_FUZZ_CORPUS)) {
+    std::ifstream file(entry.path(), std::ios::binary);
+    tally.Compare({std::istreambuf_iterator<char>(file), {}});
+  }
+  EXPECT_GT(tally.Report(), 100);
 }
 
 // Texts that outgrow one buffer after the other while they are written.
