@@ -286,10 +286,13 @@ TEST_F(LoadedPlugin, TakesTheScannerUnderTheClassicLocale) {
 }
 
 TEST_F(LoadedPlugin, ThrowsForADecimalOutOfRangeAndLeavesTheStatement) {
-  // The last has its dot right before the end of a row that is dropped.
-  for (const std::string& statement :
-       {std::string("x=1.0e999"), std::string("select 1.50 from t where x = 1.0E+309"),
-        std::string("values (1), (1.0e999)"), "values (1), (" + std::string(309, '9') + ".0"}) {
+  std::vector<std::string> statements{"x=1.0e999", "select 1.50 from t where x = 1.0E+309",
+                                      "values (1), (1.0e999)"};
+  // At the end of what is dropped, and anywhere in a block.
+  for (std::size_t digits = 309; digits < 309 + 64; ++digits) {
+    statements.push_back("values (1), (" + std::string(digits, '9') + ".0");
+  }
+  for (const std::string& statement : statements) {
     std::string sql = statement;
     // Boost's exception is known here by its base alone.
     EXPECT_THAT([&] { plugin_.Product().NormalizeSQL(sql); },
