@@ -15,6 +15,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <iterator>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -58,17 +59,17 @@ TEST_P(ToolRun, PrintsAndEndsAsItShould) {
     const bool variable = arguments.empty() && word.find('=') != std::string::npos;
     // An empty argument is written as a shell would have it.
     if (word == "''") word.clear();
-    // The first of a name counts.
-    std::vector<std::string>& list = variable ? options.environment : arguments;
-    list.insert(variable ? list.begin() : list.end(), Unescaped(word));
+    if (word == "@plugin") word = TARN_PLUGIN_PATH;
+    if (word == "@wrong") word = TARN_WRONG_PLUGIN_PATH;
+    (variable ? options.environment : arguments).push_back(Unescaped(word));
   }
   const RunResult result = Tool(arguments, options);
   EXPECT_EQ(result.exit_code, exit_code);
   EXPECT_EQ(result.output, texts.at(1));
   if (exit_code != 0) {
     EXPECT_THAT(result.errors, IsOneErrorLine());
-  } else if (texts.size() == 2) {
-    EXPECT_EQ(result.errors, "");
+  } else {
+    EXPECT_EQ(std::count(result.errors.begin(), result.errors.end(), '\n'), std::ssize(texts) - 2);
   }
   EXPECT_THAT(result.errors, Not(HasSubstr("top secret")));
   for (std::size_t i = 2; i < texts.size(); ++i) EXPECT_THAT(result.errors, HasSubstr(texts[i]));
@@ -137,7 +138,7 @@ TEST(Plugins, AreRegularFiles) {
   for (const std::string& file : {fifo, std::string("/dev/zero"), folder.Path("")}) {
     for (const std::vector<std::string>& arguments :
          {std::vector<std::string>{"check", file}, {"map", "0", "--plugin", file}}) {
-      std::vector<std::string> command{"/usr/bin/env", "timeout", "20", TARN_HOST_PATH};
+      std::vector<std::string> command{"timeout", "20", TARN_HOST_PATH};
       command.insert(command.end(), arguments.begin(), arguments.end());
       const RunResult result = RunProgram(command);
       EXPECT_EQ(result.exit_code, 2);
@@ -167,32 +168,11 @@ TEST(Plugins, FindTheirPlatformThemselves) {
   }
 }
 
-TEST(Trace, ComparesTheStepsWithAPlugin) {
-  const RunResult same = Tool({"trace", "a", "--plugin", TARN_PLUGIN_PATH});
-  EXPECT_EQ(same.exit_code, 0) << same.errors;
-  EXPECT_THAT(same.output, EndsWith("plug-in                             [a]\n"));
-  const RunResult other = Tool({"trace", "a", "--plugin", TARN_WRONG_PLUGIN_PATH});
-  EXPECT_EQ(other.exit_code, 1);
-  EXPECT_THAT(other.errors, AllOf(IsOneErrorLine(), HasSubstr("the plug-in's text is not")));
-  const RunResult failing = Tool({"trace", "a b", "--plugin", TARN_WRONG_PLUGIN_PATH});
-  EXPECT_EQ(failing.exit_code, 1);
-  EXPECT_THAT(failing.errors, AllOf(IsOneErrorLine(), HasSubstr("no such luck")));
-}
-
 TEST(Trace, RefusesWhatNobodyWouldRead) {
   const std::string input((std::size_t{1} << 20U) + 1, 'a');
   const RunResult result = Tool({"trace"}, {.input = input});
   EXPECT_EQ(result.exit_code, 2);
   EXPECT_THAT(result.errors, AllOf(IsOneErrorLine(), HasSubstr("more than 1 MiB")));
-}
-
-TEST(Config, RefusesAPluginOnAnotherPlatform) {
-  const RunResult result = Tool({"config", "db", "--plugin", TARN_WRONG_PLUGIN_PATH});
-  EXPECT_EQ(result.exit_code, 2);
-  EXPECT_EQ(result.output, "");
-  EXPECT_THAT(result.errors,
-              AllOf(IsOneErrorLine(), HasSubstr(TARN_WRONG_PLUGIN_PATH),
-                    HasSubstr("/libother_platform.so"), HasSubstr("/libtarn_platform_standin.so")));
 }
 
 TEST(Check, OutlivesALibraryThatExits) {
@@ -251,6 +231,14 @@ TEST(Check, RefusesCraftedTables) {
 
 // "secret" under algorithm 18 and a key of 64 "a".
 constexpr const char* kEncipheredSecret = "ARKpKArXwyeRkWnhPSwZ731Enzj92C0WSmkm/PGeEuozFA==\n";
+
+TEST(Encrypt, RefusesALongPasswordRatherThanCutIt) {
+  const TemporaryFolder folder;
+  const std::string key = folder.Write("some.key", std::string(64, 'a'));
+  const std::string longest(1024, 'x');
+  EXPECT_EQ(Tool({"encrypt", "--key", key}, {.input = longest + "\r\n"}).exit_code, 0);
+  EXPECT_EQ(Tool({"encrypt", "--key", key}, {.input = longest + "y\n"}).exit_code, kTrouble);
+}
 
 TEST(Encrypt, TakesAPasswordThatArrivesInPieces) {
   const TemporaryFolder folder;
