@@ -21,6 +21,7 @@
 #include <string>
 #include <string_view>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "support/case_file.h"
@@ -181,6 +182,18 @@ TEST(Check, OutlivesALibraryThatExits) {
   EXPECT_EQ(result.exit_code, 1);
   EXPECT_THAT(result.output,
               EndsWith("FAIL  leaves its process running: it ended with exit code 0\n"));
+}
+
+TEST(Check, CallsNoOperationOfATableThatIsNotWhole) {
+  for (const auto& [entry, fact] : {std::pair("0", "no type information"),
+                                    {"1", "slot 1 points outside the library"},
+                                    {"9", "slot 9 points outside the library"}}) {
+    const RunResult result = Tool({"check", TARN_WRONG_PLUGIN_PATH},
+                                  {.environment = {std::string("WRONG_PLUGIN_LACKS=") + entry}});
+    EXPECT_EQ(result.exit_code, kFailed);
+    EXPECT_THAT(result.output, AllOf(HasSubstr(std::string("FAIL  dispatch table: ") + fact),
+                                     Not(HasSubstr("MapErrorCode"))));
+  }
 }
 
 // The plug-in's file with a section of the type `type` made over by `change`.
