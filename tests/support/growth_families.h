@@ -2,7 +2,6 @@
 // combination.
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <ostream>
@@ -70,66 +69,39 @@ inline std::string Grow(const GrowthFamily& family, std::size_t length) {
   return text;
 }
 
-// Two families in one statement, drawn from a number: the same number gives the same combination.
-class GrowthCombination {
- public:
-  explicit GrowthCombination(std::uint64_t number) {
-    std::mt19937_64 random(number);
-    how_ = static_cast<How>(random() % kHows);
-    one_ = GrowthFamilies()[random() % GrowthFamilies().size()];
-    other_ = GrowthFamilies()[random() % GrowthFamilies().size()];
-    pieces_ = 2 + random() % 30;
-    if (random() % 2 == 0) one_.cycle = pieces_ * 2;
+// A statement of about `length` bytes that combines two families. `number` says which and how.
+inline std::string GrowCombination(std::uint64_t number, std::size_t length) {
+  std::mt19937_64 random(number);
+  const std::uint64_t how = random() % 5;
+  GrowthFamily one = GrowthFamilies()[random() % GrowthFamilies().size()];
+  const GrowthFamily& other = GrowthFamilies()[random() % GrowthFamilies().size()];
+  const std::size_t pieces = 2 + random() % 30;
+  if (random() % 2 == 0) one.cycle = pieces * 2;
+  std::string text;
+  switch (how) {
+    case 0:
+      return Grow(one, length / 2) + ' ' + Grow(other, length / 2);
+    case 1:
+      text = Grow(one, length / 2);
+      return text.insert(text.size() / 2, Grow(other, length / 2));
+    case 2:
+      for (std::size_t i = 0; i < pieces; ++i) {
+        text += Grow(i % 2 == 0 ? one : other, length / pieces);
+      }
+      return text;
+    case 3:
+      text = one.prefix;
+      for (std::size_t i = 0; text.size() < length; ++i) {
+        AppendNumbered(one.unit, i % pieces, text);
+        AppendNumbered(other.unit, i % pieces, text);
+      }
+      return text.append(other.suffix);
+    default:
+      // A long member among short ones.
+      text = one.prefix;
+      Repeat(one.unit.substr(0, one.unit.find('#')), length / 2, text);
+      return text + Grow(other, length / 2);
   }
-
-  // A statement of about `length` bytes.
-  std::string Grow(std::size_t length) const {
-    std::string text;
-    switch (how_) {
-      case How::kAfter:
-        return test::Grow(one_, length / 2) + ' ' + test::Grow(other_, length / 2);
-      case How::kInside:
-        text = test::Grow(one_, length / 2);
-        return text.insert(text.size() / 2, test::Grow(other_, length / 2));
-      case How::kInPieces:
-        for (std::size_t i = 0; i < pieces_; ++i) {
-          text += test::Grow(i % 2 == 0 ? one_ : other_, length / pieces_);
-        }
-        return text;
-      case How::kInterleaved:
-        text = one_.prefix;
-        for (std::size_t i = 0; text.size() < length; ++i) {
-          AppendNumbered(one_.unit, i % pieces_, text);
-          AppendNumbered(other_.unit, i % pieces_, text);
-        }
-        return text.append(other_.suffix);
-      case How::kLongMemberAmongShort:
-        text = one_.prefix;
-        Repeat(one_.unit.substr(0, one_.unit.find('#')), length / 2, text);
-        return text + test::Grow(other_, length / 2);
-    }
-    return text;
-  }
-
-  friend std::ostream& operator<<(std::ostream& stream, const GrowthCombination& combination) {
-    constexpr std::array<const char*, kHows> kNames{"after", "inside", "in pieces", "interleaved",
-                                                    "long member among short"};
-    return stream << combination.one_ << ", " << combination.other_ << ' '
-                  << kNames[static_cast<std::size_t>(combination.how_)];
-  }
-
- private:
-  enum class How : std::size_t { kAfter, kInside, kInPieces, kInterleaved, kLongMemberAmongShort };
-  static constexpr std::size_t kHows = 5;
-
-  How how_;
-  GrowthFamily one_;
-  GrowthFamily other_;
-  std::size_t pieces_;
-};
-
-inline std::string Grow(const GrowthCombination& combination, std::size_t length) {
-  return combination.Grow(length);
 }
 
 }  // namespace tarn::test

@@ -78,10 +78,12 @@ struct RunResult {
   std::string errors;
 };
 
-// A program on its way. A descriptor that is not to reach it must be close-on-exec.
+// A program on its way, started by env(1). A descriptor that is not to reach it must be
+// close-on-exec.
 class RunningProgram {
  public:
-  // `command` is the program's path and its arguments. Throws std::system_error.
+  // `command` is a program, by path or to be searched for, and its arguments. Throws
+  // std::system_error.
   explicit RunningProgram(const std::vector<std::string>& command, const RunOptions& options = {})
       : input_(ScratchFile(options.input)), output_(ScratchFile()), errors_(ScratchFile()) {
     posix_spawn_file_actions_t actions;
@@ -92,22 +94,18 @@ class RunningProgram {
     use(options.input_fd, input_, STDIN_FILENO);
     use(options.output_fd, output_, STDOUT_FILENO);
     use(-1, errors_, STDERR_FILENO);
-    if (!options.folder.empty()) {
-      posix_spawn_file_actions_addchdir_np(&actions, options.folder.c_str());
-    }
 
-    std::vector<std::string> environment = options.environment;
-    for (char** entry = environ; *entry != nullptr; ++entry) {
-      const std::string_view text = *entry;
-      const std::string_view name = text.substr(0, text.find('=') + 1);
-      bool replaced = false;
-      for (const std::string& given : options.environment) replaced |= given.starts_with(name);
-      if (!replaced) environment.emplace_back(text);
-    }
-    const int error = posix_spawn(&pid_, command.at(0).c_str(), &actions, nullptr,
-                                  Pointers(command).data(), Pointers(environment).data());
+    std::vector<std::string> words{"/usr/bin/env"};
+    if (!options.folder.empty()) words.push_back("--chdir=" + options.folder);
+    words.insert(words.end(), options.environment.begin(), options.environment.end());
+    words.insert(words.end(), command.begin(), command.end());
+    std::vector<char*> pointers;
+    for (std::string& word : words) pointers.push_back(word.data());
+    pointers.push_back(nullptr);
+    const int error =
+        posix_spawn(&pid_, words[0].c_str(), &actions, nullptr, pointers.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
-    if (error != 0) throw std::system_error(error, std::generic_category(), command[0]);
+    if (error != 0) throw std::system_error(error, std::generic_category(), words[0]);
   }
   RunningProgram(const RunningProgram&) = delete;
   RunningProgram& operator=(const RunningProgram&) = delete;
@@ -130,15 +128,6 @@ class RunningProgram {
   }
 
  private:
-  // As exec takes them; they point into `texts`.
-  static std::vector<char*> Pointers(const std::vector<std::string>& texts) {
-    std::vector<char*> pointers;
-    pointers.reserve(texts.size() + 1);
-    for (const std::string& text : texts) pointers.push_back(const_cast<char*>(text.c_str()));
-    pointers.push_back(nullptr);
-    return pointers;
-  }
-
   OwnedFd input_;
   OwnedFd output_;
   OwnedFd errors_;

@@ -1,5 +1,6 @@
 // A library that a host must not load, wrong in every way that still lets it be examined, on a
 // platform of its own.
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <map>
@@ -48,5 +49,14 @@ GetProductInterfaceForVESTA() {
   if (std::getenv("WRONG_PLUGIN_EXITS") != nullptr) std::exit(0);
   static WrongProduct products[2];
   static unsigned calls = 0;
+  // A dispatch table that lacks an entry, the first of which is the type information.
+  if (const char* const entry = std::getenv("WRONG_PLUGIN_LACKS")) {
+    constexpr int kEntries = 10;
+    static const void* table[kEntries];
+    static const void* const* const object = table + 1;
+    std::copy_n(*reinterpret_cast<const void* const* const*>(&products[0]) - 1, kEntries, table);
+    table[std::atoi(entry)] = nullptr;
+    return reinterpret_cast<impl_dao::CProductInterface*>(const_cast<const void* const**>(&object));
+  }
   return &products[calls++ % 2];
 }

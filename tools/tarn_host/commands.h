@@ -1,34 +1,33 @@
-// The tool's commands, one file each in commands/. Each function adds a command to `app`; when the
-// command was chosen, parsing runs it, which leaves its exit code in `exit_code` or throws
-// ToolError or PluginError. Both references must outlive the parsing.
+// The tool's commands, one file each in commands/. Each function adds a command to `line`; the
+// command's run throws ToolError, PluginError or std::bad_alloc.
 #pragma once
 
-#include <CLI/CLI.hpp>
+#include "tarn_host/command_line.h"
 
 namespace tarn::host {
 
 // `normalize [FILE...]`: the canonical texts of statements.
-void AddNormalizeCommand(CLI::App& app, int& exit_code);
+void AddNormalizeCommand(CommandLine& line);
 
 // `trace [STATEMENT]`: what each rewrite step makes of a statement.
-void AddTraceCommand(CLI::App& app, int& exit_code);
+void AddTraceCommand(CommandLine& line);
 
 // `map STATUS`: the product's error code for a native status.
-void AddMapCommand(CLI::App& app, int& exit_code);
+void AddMapCommand(CommandLine& line);
 
 // `shapes [FILE...]`: statements counted by shape.
-void AddShapesCommand(CLI::App& app, int& exit_code);
+void AddShapesCommand(CommandLine& line);
 
 // `check [LIBRARY]`: whether a library is fit to be loaded into a host.
-void AddCheckCommand(CLI::App& app, int& exit_code);
+void AddCheckCommand(CommandLine& line);
 
 // `config DBNAME`: what the product answers for a database.
-void AddConfigCommand(CLI::App& app, int& exit_code);
+void AddConfigCommand(CommandLine& line);
 
 // `encrypt`: a password enciphered for the stand-in's configuration.
-void AddEncryptCommand(CLI::App& app, int& exit_code);
+void AddEncryptCommand(CommandLine& line);
 
 // `keygen FILE`: a new key file.
-void AddKeygenCommand(CLI::App& app, int& exit_code);
+void AddKeygenCommand(CommandLine& line);
 
 }  // namespace tarn::host

@@ -1,10 +1,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <csignal>
 #include <exception>
-#include <string>
 
 #include "tarn_host/commands.h"
 #include "tarn_host/errors.h"
@@ -15,56 +13,24 @@ namespace {
 
 using namespace tarn::host;
 
-// What was wrong with the command line, and where to read on.
-std::string UsageReason(const CLI::App& app, const CLI::ParseError& error) {
-  const auto chosen = app.get_subcommands();
-  if (chosen.empty()) {
-    const auto unknown = app.remaining();
-    const std::string reason =
-        unknown.empty() ? "a command is required" : "no such command or option: " + unknown[0];
-    return reason + " (see tarn_host --help)";
-  }
-  const std::string command = chosen.front()->get_name();
-  return command + ": " + error.what() + " (see tarn_host " + command + " --help)";
-}
-
 // Runs the chosen command and returns its exit code. Throws ToolError, PluginError and
 // std::bad_alloc.
 int Run(int argc, char** argv) {
-  CLI::App app("Does what a host does with the product plug-in, from the command line.",
-               "tarn_host");
-  app.set_version_flag("--version", "tarn_host " TARN_VERSION);
-  app.require_subcommand(1);
-  app.footer(
+  CommandLine line(
+      "Does what a host does with the product plug-in, from the command line.", TARN_VERSION,
       "\"tarn_host COMMAND --help\" tells of one command.\n\n"
       "Exit codes: 0 success; 1 something the command was given failed, such as a statement;\n"
       "2 bad usage, or a file or library that can't be used; 130 ended by Ctrl-C;\n"
       "141 nobody read the output any more.");
-
-  int exit_code = kExitSuccess;
-  AddNormalizeCommand(app, exit_code);
-  AddTraceCommand(app, exit_code);
-  AddMapCommand(app, exit_code);
-  AddShapesCommand(app, exit_code);
-  AddCheckCommand(app, exit_code);
-  AddConfigCommand(app, exit_code);
-  AddEncryptCommand(app, exit_code);
-  AddKeygenCommand(app, exit_code);
-
-  try {
-    app.parse(argc, argv);
-  } catch (const CLI::CallForVersion& version) {
-    Output output;
-    output.Write(std::string(version.what()) + '\n');
-    output.Flush();
-  } catch (const CLI::CallForHelp&) {
-    Output output;
-    output.Write(app.help());
-    output.Flush();
-  } catch (const CLI::ParseError& error) {
-    throw ToolError(UsageReason(app, error));
-  }
-  return exit_code;
+  AddNormalizeCommand(line);
+  AddTraceCommand(line);
+  AddMapCommand(line);
+  AddShapesCommand(line);
+  AddCheckCommand(line);
+  AddConfigCommand(line);
+  AddEncryptCommand(line);
+  AddKeygenCommand(line);
+  return line.Run(argc, argv);
 }
 
 // Gives the standard streams that the caller has closed a descriptor, lest a file or a signal's

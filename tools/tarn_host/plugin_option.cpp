@@ -34,17 +34,9 @@ std::string LoaderPath(const std::string& library) {
   return library;
 }
 
-CLI::Validator NotEmpty() {
-  return {[](const std::string& name) {
-            return name.empty() ? std::string("the name is empty") : std::string();
-          },
-          ""};
-}
-
-void AddPluginOption(CLI::App& command, std::string& path) {
-  command.add_option("--plugin", path, "Load this library instead of the one beside the tool")
-      ->check(NotEmpty())
-      ->type_name("PATH");
+void AddPluginOption(Command& command, std::string& path) {
+  command.NameOption("--plugin", path, "PATH",
+                     "Load this library instead of the one beside the tool");
 }
 
 std::string ChosenPlugin(const std::string& path) {

@@ -1,7 +1,8 @@
 #pragma once
 
-#include <CLI/CLI.hpp>
 #include <string>
+
+#include "tarn_host/command_line.h"
 
 namespace tarn::host {
 
@@ -17,13 +18,9 @@ std::string FileOfTheTool(const std::string& file);
 // means the file in the current folder if there is one, and the loader's search otherwise.
 std::string LoaderPath(const std::string& library);
 
-// Refuses an empty name where a file is to be named: a script's unset variable must not mean the
-// default.
-CLI::Validator NotEmpty();
-
 // Adds --plugin PATH to `command`. `path` must outlive the parsing; it stays empty when the option
 // is not given. Hand it to ChosenPlugin.
-void AddPluginOption(CLI::App& command, std::string& path);
+void AddPluginOption(Command& command, std::string& path);
 
 // The library to load for the value of --plugin.
 std::string ChosenPlugin(const std::string& path);

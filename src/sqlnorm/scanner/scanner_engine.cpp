@@ -1,6 +1,5 @@
 #include "sqlnorm/scanner/scanner_engine.h"
 
-#include <algorithm>
 #include <cstddef>
 #include <cstring>
 #include <string>
@@ -20,15 +19,13 @@ namespace {
 // Quoted-statement unwrapping: what is left of a statement that is wholly enclosed in double
 // quotes: what stands between the first and the last, without the spaces behind the first. Any
 // other statement stays as it is.
-std::string_view Unquote(std::string_view sql) noexcept {
-  constexpr std::string_view kSpaces = " \t\n\v\f\r";
-  const std::size_t first = sql.find_first_not_of(kSpaces);
-  if (first == std::string_view::npos || sql[first] != '"') return sql;
-  const std::size_t last = sql.find_last_not_of(kSpaces);
-  if (last == first || sql[last] != '"') return sql;
-  const std::string_view inner = sql.substr(first + 1, last - first - 1);
-  const std::size_t begin = inner.find_first_not_of(kSpaces);
-  return inner.substr(std::min(begin, inner.size()));
+std::string_view Unquote(const std::string& sql) noexcept {
+  const char* const first = SkipSpaces(sql.c_str());
+  if (*first != '"') return sql;
+  const char* const last = SkipSpacesBack(first, sql.c_str() + sql.size()) - 1;
+  if (last == first || *last != '"') return sql;
+  const char* const begin = SkipSpaces(first + 1);
+  return {begin, static_cast<std::size_t>(last - begin)};
 }
 
 }  // namespace

@@ -105,7 +105,7 @@ class TokenWriter {
  private:
   // What was written last.
   enum class Last {
-    kOther,          // no token: what follows may need a blank before it
+    kNoToken,        // what follows may need a blank before it
     kToken,          // a token, and the blank behind it
     kAttachedComma,  // the same, and the comma took the blank before it away
     kJoinedDots,     // dots that took the blanks on both sides away
@@ -118,7 +118,7 @@ class TokenWriter {
   // last, and a blank behind it.
   void BeginToken() noexcept {
     *out_ = ' ';
-    out_ += last_ == Last::kOther ? 1 : 0;
+    out_ += last_ == Last::kNoToken ? 1 : 0;
   }
   void EndToken() noexcept {
     *out_++ = ' ';
@@ -141,17 +141,22 @@ class TokenWriter {
     BeginToken();
     CopyLoosely(p, end, out_);
     const auto length = static_cast<std::size_t>(end - p);
-    const WordStart start = StartOfWord(p, length);
-    std::memcpy(out_, &start.bytes, sizeof start.bytes);
+    const std::uint64_t start = LoadEight(p);
+    if (const Keyword* const keyword = FindKeyword(start, length)) {
+      const std::uint64_t capitals = ToUpper(start);
+      std::memcpy(out_, &capitals, sizeof capitals);
+      if (keyword->swallows != 0) end = SkipSwallowed(*keyword, end);
+    }
     out_ += length;
     EndToken();
-    return start.swallows ? SkipSwallowed(p, end) : end;
+    return end;
   }
 
   // INSERT keyword, DELETE keyword: INTO and FROM go if they follow.
-  static const char* SkipSwallowed(const char* keyword, const char* end) noexcept {
+  static const char* SkipSwallowed(const Keyword& keyword, const char* end) noexcept {
+    constexpr std::uint64_t kFourBytes = 0xFFFFFFFF;
     const char* const next = SkipSpaces(end);
-    const bool follows = (*keyword | 0x20) == 'i' ? StandsAt(next, "into") : StandsAt(next, "from");
+    const bool follows = (ToLower(LoadEight(next)) & kFourBytes) == keyword.swallows;
     return follows && !IsWord(next[4]) ? next + 4 : end;
   }
 
@@ -186,7 +191,7 @@ class TokenWriter {
   // Comma attaching: a comma between two blanks follows what precedes it directly, unless the first
   // of them is the blank behind another attached comma.
   const char* Comma(const char* p) noexcept {
-    const bool attach = last_ == Last::kOther || last_ == Last::kToken;
+    const bool attach = last_ == Last::kNoToken || last_ == Last::kToken;
     if (last_ == Last::kToken) --out_;
     *out_++ = ',';
     EndToken();
@@ -211,7 +216,7 @@ class TokenWriter {
     }
     *out_++ = '.';
     if (count > 1) out_ = std::fill_n(out_, count - 1, '.');
-    last_ = join ? Last::kJoinedDots : Last::kOther;
+    last_ = join ? Last::kJoinedDots : Last::kNoToken;
     return join ? SkipSpaces(after) : after;
   }
 
@@ -223,14 +228,14 @@ class TokenWriter {
   const char* Other(const char* p, const char* taken) noexcept {
     Spaces(p, taken);
     *out_++ = *p;
-    last_ = Last::kOther;
+    last_ = Last::kNoToken;
     return p + 1;
   }
 
   // Whitespace collapse: the spaces before a sign at `p` that is no token, as one blank if there
   // are several. Behind a token there is a blank already.
   void Spaces(const char* p, const char* taken) noexcept {
-    if (last_ != Last::kOther || p == taken) return;
+    if (last_ != Last::kNoToken || p == taken) return;
     *out_++ = p - taken == 1 ? *taken : ' ';
   }
 
@@ -239,7 +244,7 @@ class TokenWriter {
   AliasTable& aliases_;
   char* begin_;
   char* out_;
-  Last last_ = Last::kOther;
+  Last last_ = Last::kNoToken;
 };
 
 ByteBlock MarkFirstAliases(const char* q) noexcept {

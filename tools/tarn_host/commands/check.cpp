@@ -274,21 +274,20 @@ int Check(const std::string& name) {
 
 }  // namespace
 
-void AddCheckCommand(CLI::App& app, int& exit_code) {
+void AddCheckCommand(CommandLine& line) {
   const auto library = std::make_shared<std::string>();
-  CLI::App* command =
-      app.add_subcommand("check", "Tell whether a library is fit to be loaded into a host");
-  command->add_option("LIBRARY", *library, "The library's file; by default the one beside the tool")
-      ->check(NotEmpty())
-      ->type_name("");
-  command->footer(
+  Command command = line.Add("check", "Tell whether a library is fit to be loaded into a host",
+                             [library] { return Check(*library); });
+  command.NameArgument("LIBRARY", *library,
+                       "The library's file; by default the one beside the tool",
+                       Presence::kOptional);
+  command.Footer(
       "Prints one line a fact, \"pass\" or \"FAIL\"; the exit code is 1 when any fails. The "
       "library\n"
       "is loaded and called: don't check one that you don't trust.\n\n"
       "Examples:\n"
       "  tarn_host check\n"
       "  tarn_host check ./libtarn_interface_for_vesta.so");
-  command->callback([library, &exit_code] { exit_code = Check(*library); });
 }
 
 }  // namespace tarn::host

@@ -257,18 +257,17 @@ int Config(const ConfigOptions& options) {
 
 }  // namespace
 
-void AddConfigCommand(CLI::App& app, int& exit_code) {
+void AddConfigCommand(CommandLine& line) {
   const auto options = std::make_shared<ConfigOptions>();
-  CLI::App* command = app.add_subcommand("config", "Print what the plug-in answers for a database");
-  command->add_option("DBNAME", options->database, "Name of the database in the configuration")
-      ->required()
-      ->check(NotEmpty())
-      ->type_name("");
-  command->add_flag("--show-password", options->show_password,
-                    "Print the deciphered password instead of a mask");
-  command->add_flag("--json", options->json, "Print a JSON object instead of a table");
-  AddPluginOption(*command, options->plugin);
-  command->footer(
+  Command command = line.Add("config", "Print what the plug-in answers for a database",
+                             [options] { return Config(*options); });
+  command.NameArgument("DBNAME", options->database, "Name of the database in the configuration",
+                       Presence::kRequired);
+  command.Flag("--show-password", options->show_password,
+               "Print the deciphered password instead of a mask");
+  command.Flag("--json", options->json, "Print a JSON object instead of a table");
+  AddPluginOption(command, options->plugin);
+  command.Footer(
       "Prints the engine type, the login account, the address and the connection properties, or "
       "the\n"
       "first reason why they can't be had. Without --show-password the password is ********, in\n"
@@ -284,7 +283,6 @@ void AddConfigCommand(CLI::App& app, int& exit_code) {
       "Examples:\n"
       "  tarn_host config orders\n"
       "  tarn_host config orders --json --show-password");
-  command->callback([options, &exit_code] { exit_code = Config(*options); });
 }
 
 }  // namespace tarn::host

@@ -24,18 +24,9 @@ using standin::CipherKey;
 using standin::SecretBytes;
 
 struct EncryptOptions {
-  std::string algorithm = "aes-256-gcm";
+  unsigned int algorithm = standin::kAes256Gcm;
   std::string key_file;
 };
-
-const std::map<std::string, unsigned int>& Algorithms() {
-  static const std::map<std::string, unsigned int> kAlgorithms{
-      {"19", standin::kAes256Gcm},
-      {"aes-256-gcm", standin::kAes256Gcm},
-      {"18", standin::kAes128Ecb},
-      {"aes-128-ecb", standin::kAes128Ecb}};
-  return kAlgorithms;
-}
 
 // With room for a byte too many, so that a long password is refused rather than cut.
 constexpr std::size_t kRoom = standin::kMaxPasswordBytes + 1;
@@ -84,34 +75,31 @@ int Encrypt(const EncryptOptions& options) {
   if (!password) return kExitInterrupted;
   if (password->empty()) throw ToolError("encrypt: standard input holds no password");
   Output output;
-  output.Write(standin::EncryptPassword(*password, Algorithms().at(options.algorithm), key) + '\n');
+  output.Write(standin::EncryptPassword(*password, options.algorithm, key) + '\n');
   output.Flush();
   return kExitSuccess;
 }
 
 }  // namespace
 
-void AddEncryptCommand(CLI::App& app, int& exit_code) {
+void AddEncryptCommand(CommandLine& line) {
   const auto options = std::make_shared<EncryptOptions>();
-  CLI::App* command =
-      app.add_subcommand("encrypt", "Encipher a password for the stand-in's configuration");
-  command
-      ->add_option("--algorithm", options->algorithm,
-                   "aes-256-gcm (19, the default) or aes-128-ecb (18)")
-      ->check(CLI::IsMember({"aes-256-gcm", "19", "aes-128-ecb", "18"}))
-      ->option_text("NAME");
-  command
-      ->add_option("--key", options->key_file,
-                   "Key file; the one that TARN_KEY_FILE names if not given")
-      ->check(NotEmpty())
-      ->type_name("FILE");
-  command->footer(
+  Command command = line.Add("encrypt", "Encipher a password for the stand-in's configuration",
+                             [options] { return Encrypt(*options); });
+  const std::map<std::string, unsigned int> algorithms{{"19", standin::kAes256Gcm},
+                                                       {"aes-256-gcm", standin::kAes256Gcm},
+                                                       {"18", standin::kAes128Ecb},
+                                                       {"aes-128-ecb", standin::kAes128Ecb}};
+  command.Choice("--algorithm", options->algorithm, algorithms, "NAME",
+                 "aes-256-gcm (19, the default) or aes-128-ecb (18)");
+  command.NameOption("--key", options->key_file, "FILE",
+                     "Key file; the one that TARN_KEY_FILE names if not given");
+  command.Footer(
       "Reads the password from the first line of standard input, without echo and twice on a\n"
       "terminal, and prints the text to store.\n\n"
       "Examples:\n"
       "  tarn_host encrypt --key orders.key\n"
       "  tarn_host encrypt --algorithm aes-128-ecb < password.txt");
-  command->callback([options, &exit_code] { exit_code = Encrypt(*options); });
 }
 
 }  // namespace tarn::host

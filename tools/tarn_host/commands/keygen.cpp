@@ -9,23 +9,20 @@
 
 namespace tarn::host {
 
-void AddKeygenCommand(CLI::App& app, int& exit_code) {
+void AddKeygenCommand(CommandLine& line) {
   const auto file = std::make_shared<std::string>();
-  CLI::App* command =
-      app.add_subcommand("keygen", "Make a key file for the stand-in's stored passwords");
-  command->add_option("FILE", *file, "The file to make; one that exists is left as it is")
-      ->required()
-      ->check(NotEmpty())
-      ->type_name("");
-  command->footer(
+  Command command =
+      line.Add("keygen", "Make a key file for the stand-in's stored passwords", [file] {
+        standin::CipherKey::CreateFile(*file);
+        return kExitSuccess;
+      });
+  command.NameArgument("FILE", *file, "The file to make; one that exists is left as it is",
+                       Presence::kRequired);
+  command.Footer(
       "The file is readable and writable by its owner alone, as the stand-in demands. Passwords\n"
       "enciphered with a lost key are lost.\n\n"
       "Example:\n"
       "  tarn_host keygen orders.key");
-  command->callback([file, &exit_code] {
-    standin::CipherKey::CreateFile(*file);
-    exit_code = kExitSuccess;
-  });
 }
 
 }  // namespace tarn::host

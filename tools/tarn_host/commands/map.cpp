@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <limits>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -20,7 +21,7 @@ namespace tarn::host {
 namespace {
 
 struct MapOptions {
-  std::string status;
+  std::optional<std::string> status;
   std::string plugin;
 };
 
@@ -48,7 +49,7 @@ int ParseStatus(const std::string& text) {
 }
 
 int Map(const MapOptions& options) {
-  const int status = ParseStatus(options.status);
+  const int status = ParseStatus(options.status.value());
   const Plugin plugin(ChosenPlugin(options.plugin));
   const std::int64_t code = plugin.Product().MapErrorCode(status);
   char line[64];
@@ -62,22 +63,19 @@ int Map(const MapOptions& options) {
 
 }  // namespace
 
-void AddMapCommand(CLI::App& app, int& exit_code) {
+void AddMapCommand(CommandLine& line) {
   const auto options = std::make_shared<MapOptions>();
-  CLI::App* command =
-      app.add_subcommand("map", "Print the product's error code for a native status");
-  command
-      ->add_option("STATUS", options->status, "Signed 32-bit number, decimal or 0x and hexadecimal")
-      ->required()
-      ->type_name("");
-  AddPluginOption(*command, options->plugin);
-  command->footer(
+  Command command = line.Add("map", "Print the product's error code for a native status",
+                             [options] { return Map(*options); });
+  command.Argument("STATUS", options->status, "Signed 32-bit number, decimal or 0x and hexadecimal",
+                   Presence::kRequired);
+  AddPluginOption(command, options->plugin);
+  command.Footer(
       "Prints the code in decimal and in hexadecimal.\n\n"
       "Examples:\n"
       "  tarn_host map 0\n"
       "  tarn_host map -1\n"
       "  tarn_host map 0x7fffffff");
-  command->callback([options, &exit_code] { exit_code = Map(*options); });
 }
 
 }  // namespace tarn::host

@@ -128,13 +128,14 @@ class Normalizer {
 
 }  // namespace
 
-void AddNormalizeCommand(CLI::App& app, int& exit_code) {
+void AddNormalizeCommand(CommandLine& line) {
   const auto options = std::make_shared<NormalizeOptions>();
-  CLI::App* command = app.add_subcommand("normalize", "Print the canonical texts of statements");
-  AddInputOptions(*command, options->input);
-  command->add_flag("--pairs", options->pairs, "Print each statement before its canonical text");
-  AddPluginOption(*command, options->plugin);
-  command->footer(
+  Command command = line.Add("normalize", "Print the canonical texts of statements",
+                             [options] { return Normalizer(*options).Run(); });
+  AddInputOptions(command, options->input);
+  command.Flag("--pairs", options->pairs, "Print each statement before its canonical text");
+  AddPluginOption(command, options->plugin);
+  command.Footer(
       "The texts come out separated as the statements came in; with --input=nul every byte is\n"
       "kept. A statement that fails is reported with its number, the others still come out, and\n"
       "the exit code is 1.\n\n"
@@ -142,7 +143,6 @@ void AddNormalizeCommand(CLI::App& app, int& exit_code) {
       "  tarn_host normalize statements.sql\n"
       "  tarn_host normalize --pairs statements.sql\n"
       "  echo 'select 0x1F from tab t3' | tarn_host normalize --input=lines");
-  command->callback([options, &exit_code] { exit_code = Normalizer(*options).Run(); });
 }
 
 }  // namespace tarn::host

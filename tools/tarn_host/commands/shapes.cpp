@@ -37,7 +37,7 @@ struct ShapesOptions {
   ReportOptions report;
   bool exact = false;
   bool json = false;
-  unsigned threads = std::clamp(std::thread::hardware_concurrency(), 1U, kMostThreads);
+  std::uint64_t threads = std::clamp(std::thread::hardware_concurrency(), 1U, kMostThreads);
   std::string plugin;
 };
 
@@ -133,7 +133,7 @@ int Shapes(const ShapesOptions& options) {
   InterruptWatch watch;
   StatementQueue queue(options.input, watch);
   CountOptions counting;
-  counting.threads = options.threads;
+  counting.threads = static_cast<unsigned>(options.threads);
   if (!options.exact) counting.folding = options.input.UsedDialect();
   const ShapeCount count =
       CountShapes([&queue](StatementBatch& batch,
@@ -163,40 +163,32 @@ int Shapes(const ShapesOptions& options) {
 
 }  // namespace
 
-void AddShapesCommand(CLI::App& app, int& exit_code) {
+void AddShapesCommand(CommandLine& line) {
   const auto options = std::make_shared<ShapesOptions>();
-  CLI::App* command =
-      app.add_subcommand("shapes", "Count statements by shape, and sum up how long they took");
-  AddInputOptions(*command, options->input);
-  command->add_flag("--exact", options->exact,
-                    "Count by the canonical text, in which values and lists stay");
-  static const std::map<std::string, ShapeOrder> orders{
-      {"count", ShapeOrder::kCount}, {"time", ShapeOrder::kTime}, {"max", ShapeOrder::kMax}};
-  command
-      ->add_option_function<std::string>(
-          "--sort", [options](const std::string& name) { options->report.order = orders.at(name); },
-          "What comes first: the most statements (count), the most time in all (time, the default "
-          "where times are known) or the slowest statement (max)")
-      ->check(CLI::IsMember(&orders))
-      ->type_name("ORDER");
-  command->add_option("--top", options->report.top, "Print the first N shapes, sum up the others")
-      ->check(CLI::Range(std::uint64_t{1}, kMostShapes))
-      ->type_name("N");
-  command
-      ->add_option("--min-count", options->report.min_count,
-                   "Sum up the shapes of fewer than N statements")
-      ->check(CLI::Range(std::uint64_t{1}, kMostShapes))
-      ->type_name("N");
-  command->add_flag("--examples", options->report.examples,
-                    "Print the first statement of each shape below it");
-  command->add_flag("--json", options->json,
-                    "Print JSON, with examples; bytes that are not UTF-8 are replaced");
-  command
-      ->add_option("--threads", options->threads, "Count on N threads (default: one per processor)")
-      ->check(CLI::Range(1U, kMostThreads))
-      ->type_name("N");
-  AddPluginOption(*command, options->plugin);
-  command->footer(
+  Command command = line.Add("shapes", "Count statements by shape, and sum up how long they took",
+                             [options] { return Shapes(*options); });
+  AddInputOptions(command, options->input);
+  command.Flag("--exact", options->exact,
+               "Count by the canonical text, in which values and lists stay");
+  command.Choice(
+      "--sort", options->report.order,
+      std::map<std::string, ShapeOrder>{
+          {"count", ShapeOrder::kCount}, {"time", ShapeOrder::kTime}, {"max", ShapeOrder::kMax}},
+      "ORDER",
+      "What comes first: the most statements (count), the most time in all (time, the default "
+      "where times are known) or the slowest statement (max)");
+  command.Count("--top", options->report.top, kMostShapes,
+                "Print the first N shapes, sum up the others");
+  command.Count("--min-count", options->report.min_count, kMostShapes,
+                "Sum up the shapes of fewer than N statements");
+  command.Flag("--examples", options->report.examples,
+               "Print the first statement of each shape below it");
+  command.Flag("--json", options->json,
+               "Print JSON, with examples; bytes that are not UTF-8 are replaced");
+  command.Count("--threads", options->threads, kMostThreads,
+                "Count on N threads (default: one per processor)");
+  AddPluginOption(command, options->plugin);
+  command.Footer(
       "Statements are of one shape when they differ in values, in the length of lists of them, in\n"
       "the number of VALUES rows, in comments, case and spacing, and in what the canonical text\n"
       "unites. Where the input is a log that tells times, they are summed up. Statements that "
@@ -207,7 +199,6 @@ void AddShapesCommand(CLI::App& app, int& exit_code) {
       "  tarn_host shapes --input=slowlog --top 10 mysql-slow.log.1.gz\n"
       "  tarn_host shapes --input=csvlog --sort=max --examples postgresql.csv\n"
       "  tarn_host shapes --json statements.sql");
-  command->callback([options, &exit_code] { exit_code = Shapes(*options); });
 }
 
 }  // namespace tarn::host

@@ -116,25 +116,21 @@ int Trace(const TraceOptions& options) {
 
 }  // namespace
 
-void AddTraceCommand(CLI::App& app, int& exit_code) {
+void AddTraceCommand(CommandLine& line) {
   const auto options = std::make_shared<TraceOptions>();
-  CLI::App* command =
-      app.add_subcommand("trace", "Print what each rewrite step makes of a statement");
-  command->add_option("STATEMENT", options->statement, "The statement; standard input when absent")
-      ->type_name("");
-  command
-      ->add_option("--plugin", options->plugin,
-                   "Compare the result with what this library makes of the statement")
-      ->check(NotEmpty())
-      ->type_name("PATH");
-  command->footer(
+  Command command = line.Add("trace", "Print what each rewrite step makes of a statement",
+                             [options] { return Trace(*options); });
+  command.Argument("STATEMENT", options->statement, "The statement; standard input when absent",
+                   Presence::kOptional);
+  command.NameOption("--plugin", options->plugin, "PATH",
+                     "Compare the result with what this library makes of the statement");
+  command.Footer(
       "Prints the text after each of the 23 steps that changed it, with the step's number and\n"
       "name. Control characters are shown as \\n, \\t and the like. The steps are the tool's own;\n"
       "with --plugin the exit code is 1 when that library's text is another.\n\n"
       "Examples:\n"
       "  tarn_host trace \"select t3.a, 1.50 from tab t3 where (t3.id = 0x1F)\"\n"
       "  tarn_host trace < statement.sql");
-  command->callback([options, &exit_code] { exit_code = Trace(*options); });
 }
 
 }  // namespace tarn::host

@@ -1,10 +1,10 @@
 #pragma once
 
-#include <CLI/CLI.hpp>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "tarn_host/command_line.h"
 #include "tarn_host/input/reader.h"
 
 namespace tarn::host {
@@ -23,6 +23,6 @@ struct InputOptions {
 
 // Adds FILE..., --input=FORMAT and --dialect=NAME to `command`. Requires: `options` outlives the
 // parsing.
-void AddInputOptions(CLI::App& command, InputOptions& options);
+void AddInputOptions(Command& command, InputOptions& options);
 
 }  // namespace tarn::host

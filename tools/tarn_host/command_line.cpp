@@ -1,0 +1,113 @@
+#include "tarn_host/command_line.h"
+
+#include <CLI/CLI.hpp>
+#include <utility>
+
+#include "tarn_host/errors.h"
+#include "tarn_host/output.h"
+
+namespace tarn::host {
+namespace {
+
+CLI::Validator NotEmpty() {
+  return {[](const std::string& name) {
+            return name.empty() ? std::string("the name is empty") : std::string();
+          },
+          ""};
+}
+
+// What was wrong with the command line, and where to read on.
+std::string UsageReason(const CLI::App& app, const CLI::ParseError& error) {
+  const auto chosen = app.get_subcommands();
+  if (chosen.empty()) {
+    const auto unknown = app.remaining();
+    const std::string reason =
+        unknown.empty() ? "a command is required" : "no such command or option: " + unknown[0];
+    return reason + " (see tarn_host --help)";
+  }
+  const std::string command = chosen.front()->get_name();
+  return command + ": " + error.what() + " (see tarn_host " + command + " --help)";
+}
+
+void Print(const std::string& text) {
+  Output output;
+  output.Write(text);
+  output.Flush();
+}
+
+}  // namespace
+
+void Command::Flag(const std::string& name, bool& value, const std::string& help) {
+  app_->add_flag(name, value, help);
+}
+
+void Command::Argument(const std::string& name, std::optional<std::string>& value,
+                       const std::string& help, Presence presence) {
+  app_->add_option(name, value, help)->required(presence == Presence::kRequired)->type_name("");
+}
+
+void Command::Arguments(const std::string& name, std::vector<std::string>& values,
+                        const std::string& help) {
+  app_->add_option(name, values, help)->type_name("");
+}
+
+void Command::NameArgument(const std::string& name, std::string& value, const std::string& help,
+                           Presence presence) {
+  app_->add_option(name, value, help)
+      ->required(presence == Presence::kRequired)
+      ->check(NotEmpty())
+      ->type_name("");
+}
+
+void Command::NameOption(const std::string& name, std::string& value, const std::string& kind,
+                         const std::string& help) {
+  app_->add_option(name, value, help)->check(NotEmpty())->type_name(kind);
+}
+
+void Command::Count(const std::string& name, std::uint64_t& value, std::uint64_t most,
+                    const std::string& help) {
+  app_->add_option(name, value, help)->check(CLI::Range(std::uint64_t{1}, most))->type_name("N");
+}
+
+void Command::AddChoice(const std::string& name,
+                        const std::function<void(const std::string&)>& choose,
+                        const std::vector<std::string>& names, const std::string& kind,
+                        const std::string& help) {
+  app_->add_option_function<std::string>(name, choose, help)
+      ->check(CLI::IsMember(names))
+      ->type_name(kind);
+}
+
+void Command::Footer(const std::string& text) { app_->footer(text); }
+
+CommandLine::CommandLine(const std::string& description, const std::string& version,
+                         const std::string& footer)
+    : app_(std::make_unique<CLI::App>(description, "tarn_host")) {
+  app_->set_version_flag("--version", "tarn_host " + version);
+  app_->require_subcommand(1);
+  app_->footer(footer);
+}
+
+CommandLine::~CommandLine() = default;
+
+Command CommandLine::Add(const std::string& name, const std::string& help,
+                         std::function<int()> run) {
+  CLI::App* const command = app_->add_subcommand(name, help);
+  command->callback([this, run = std::move(run)] { exit_code_ = run(); });
+  return Command(*command);
+}
+
+int CommandLine::Run(int argc, char** argv) {
+  try {
+    app_->parse(argc, argv);
+  } catch (const CLI::CallForVersion& version) {
+    Print(std::string(version.what()) + '\n');
+  } catch (const CLI::CallForHelp&) {
+    Print(app_->help());
+  } catch (const CLI::ParseError& error) {
+    throw ToolError(UsageReason(*app_, error));
+  }
+  return exit_code_;
+}
+
+}  // namespace tarn::host
