@@ -51,6 +51,7 @@ class Command {
   void Choice(const std::string& name, Chosen& value, const std::map<std::string, Value>& values,
               const std::string& kind, const std::string& help) {
     std::vector<std::string> names;
+    names.reserve(values.size());
     for (const auto& named : values) names.push_back(named.first);
     AddChoice(
         name, [&value, values](const std::string& chosen) { value = values.at(chosen); }, names,
