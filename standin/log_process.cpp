@@ -1,17 +1,16 @@
-// Records go to standard error, one line each:
+// Records go to standard error, one line each, with "-" for the code of a record that has none:
 //
 //   LEVEL CODE FILE:LINE FUNCTION: MESSAGE
 //
-// with "-" for the code of a record that has none. TARN_LOG_LEVEL holds the least severe level that
-// is written ("error", "warn", "debug") or "off"; "warn" when unset. It is looked up for each
-// record, and a word that is none of these is reported once.
+// TARN_LOG_LEVEL holds the least severe level that is written ("error", "warn", "debug") or "off";
+// "warn" when unset. It is looked up for each record, and a word that is none of these is reported
+// once.
 #include "platform/log_process.h"
 
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
-#include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <mutex>
@@ -21,15 +20,8 @@
 namespace {
 
 // From the least to the most that is written.
-enum Level : std::size_t { kOff, kError, kWarn, kDebug };
+enum Level : std::ptrdiff_t { kOff, kError, kWarn, kDebug };
 constexpr std::array<std::string_view, 4> kLevelWords{"off", "error", "warn", "debug"};
-constexpr std::array<const char*, 4> kLevelMarks{"", "ERROR", "WARN", "DEBUG"};
-
-// Keeps the lines of several threads apart, since a line may take several writes. Processes that
-// share a pipe have no lock in common: lines of more than PIPE_BUF bytes may mix.
-constinit std::mutex output_lock;
-
-constinit std::atomic<bool> unknown_level_reported{false};
 
 // The text with every control character as "\xHH", so that it can neither end the line nor steer a
 // terminal. Other bytes pass as they are: no character set is implied.
@@ -48,41 +40,41 @@ std::string Visible(const char* text) {
   return visible;
 }
 
-void Write(Level level, const std::string& code, const char* message,
-           const LocationInfo& location) {
-  // A log call must not change what its caller is about to report.
-  const int caller_errno = errno;
-  const std::string line = std::string(kLevelMarks.at(level)) + ' ' + code + ' ' +
-                           Visible(location.File()) + ':' + std::to_string(location.Line()) + ' ' +
-                           Visible(location.Function()) + ": " + Visible(message) + '\n';
-  {
-    const std::lock_guard lock(output_lock);
-    std::string_view rest(line);
-    while (!rest.empty()) {
-      const ssize_t written = write(STDERR_FILENO, rest.data(), rest.size());
-      // There is nowhere left to say that the log is lost.
-      if (written == 0 || (written < 0 && errno != EINTR)) break;
-      if (written > 0) rest.remove_prefix(static_cast<std::size_t>(written));
-    }
+// `mark` is the level and the code.
+void Write(const std::string& mark, const char* message, const LocationInfo& location) {
+  const std::string line = mark + ' ' + Visible(location.File()) + ':' +
+                           std::to_string(location.Line()) + ' ' + Visible(location.Function()) +
+                           ": " + Visible(message) + '\n';
+  // Keeps the lines of several threads apart, since a line may take several writes. Processes that
+  // share a pipe have no lock in common: lines of more than PIPE_BUF bytes may mix.
+  static constinit std::mutex output_lock;
+  const std::lock_guard lock(output_lock);
+  for (std::string_view rest(line); !rest.empty();) {
+    const ssize_t written = TEMP_FAILURE_RETRY(write(STDERR_FILENO, rest.data(), rest.size()));
+    // There is nowhere left to say that the log is lost.
+    if (written <= 0) return;
+    rest.remove_prefix(static_cast<std::size_t>(written));
   }
-  errno = caller_errno;
 }
 
 // Writes the record if those of its level are wanted.
-void Log(Level level, const std::string& code, const char* message, const LocationInfo& location) {
+void Log(Level level, const std::string& mark, const char* message, const LocationInfo& location) {
+  // A log call must not change what its caller is about to report.
+  const int caller_errno = errno;
   const char* wanted = std::getenv("TARN_LOG_LEVEL");
   if (wanted == nullptr) wanted = "warn";
-  auto most = static_cast<std::size_t>(std::find(kLevelWords.begin(), kLevelWords.end(), wanted) -
-                                       kLevelWords.begin());
+  auto most = std::find(kLevelWords.begin(), kLevelWords.end(), wanted) - kLevelWords.begin();
   if (most > kDebug) {
     most = kWarn;
-    if (!unknown_level_reported.exchange(true)) {
+    static constinit std::once_flag reported;
+    std::call_once(reported, [&] {
       const std::string trouble = std::string("TARN_LOG_LEVEL: \"") + wanted +
                                   "\" is none of off, error, warn, debug; warn is used";
-      Write(kWarn, "-", trouble.c_str(), LocationInfo("log_process.cpp", __func__, __LINE__));
-    }
+      Write("WARN -", trouble.c_str(), LocationInfo("log_process.cpp", "Log", __LINE__));
+    });
   }
-  if (level <= most) Write(level, code, message, location);
+  if (level <= most) Write(mark, message, location);
+  errno = caller_errno;
 }
 
 }  // namespace
@@ -92,13 +84,13 @@ LocationInfo::LocationInfo(const char* file, const char* function, int line)
 LocationInfo::~LocationInfo() {}
 
 void LogProcess::Error(unsigned int code, const char* message, const LocationInfo& location) {
-  Log(kError, std::to_string(code), message, location);
+  Log(kError, "ERROR " + std::to_string(code), message, location);
 }
 
 void LogProcess::Warn(const char* message, const LocationInfo& location) {
-  Log(kWarn, "-", message, location);
+  Log(kWarn, "WARN -", message, location);
 }
 
 void LogProcess::Debug(const char* message, const LocationInfo& location) {
-  Log(kDebug, "-", message, location);
+  Log(kDebug, "DEBUG -", message, location);
 }

@@ -4,7 +4,7 @@
 #include "standin/password_cipher.h"
 
 // The key is that of the file named by TARN_KEY_FILE, read for each call; codes are those of
-// error.h. On failure `plainText` is as it was and a warning tells the reason. Any thread may call.
+// Code. On failure `plainText` is as it was and a warning tells the reason. Any thread may call.
 unsigned int QuillAESCipher::decryptEx(const std::string& cipherText, std::string& plainText,
                                        unsigned int algorithm) {
   using namespace tarn::standin;

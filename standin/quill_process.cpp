@@ -9,20 +9,18 @@
 #include <cstdlib>
 #include <string>
 #include <string_view>
-#include <system_error>
 
 #include "platform/log_process.h"
 
 namespace {
 
-unsigned int NumberFromEnvironment(const char* variable, unsigned int fallback,
-                                   const char* function) {
-  const char* value = std::getenv(variable);
+unsigned int FromEnvironment(const char* variable, unsigned int fallback, const char* function) {
+  const char* const value = std::getenv(variable);
   if (value == nullptr) return fallback;
-  const std::string_view digits(value);
+  const char* const end = value + std::string_view(value).size();
   unsigned int number = 0;
-  const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), number);
-  if (error == std::errc() && end == digits.data() + digits.size()) return number;
+  const auto [stop, error] = std::from_chars(value, end, number);
+  if (error == std::errc() && stop == end) return number;
   const std::string message = std::string(variable) + ": \"" + value +
                               "\" is no unsigned 32-bit decimal number; " +
                               std::to_string(fallback) + " is used";
@@ -33,7 +31,7 @@ unsigned int NumberFromEnvironment(const char* variable, unsigned int fallback,
 }  // namespace
 
 unsigned int QuillGetProcId() {
-  return NumberFromEnvironment("TARN_PROC_ID", static_cast<unsigned int>(getpid()), __func__);
+  return FromEnvironment("TARN_PROC_ID", static_cast<unsigned int>(getpid()), __func__);
 }
 
-unsigned int QuillGetProcHandle() { return NumberFromEnvironment("TARN_PROC_HANDLE", 0, __func__); }
+unsigned int QuillGetProcHandle() { return FromEnvironment("TARN_PROC_HANDLE", 0, __func__); }

@@ -9,13 +9,11 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdint>
 #include <cstdlib>
-#include <iterator>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <string_view>
 #include <type_traits>
-#include <utility>
 
 #include "platform/log_process.h"
 #include "regular_file.h"
@@ -23,135 +21,93 @@
 namespace {
 
 using nlohmann::json;
-using tarn::standin::Code;
-using tarn::standin::Error;
+using namespace tarn::standin;
 
-constexpr std::size_t kMaxFileBytes = 1U << 20U;
 constexpr int kMaxPort = 65535;
 
-// How far the way to a setting leads. Up to kEntry also the number of containers on the way that
-// are open while the parser is at that point.
-enum Stage : std::size_t { kNowhere, kRoot, kDatabases, kDatabase, kEntry, kSetting };
-
-// Follows the parser down to one setting and keeps nothing else of the file, so that no text can
-// make it costly. A document tree would also need memory to be destroyed, and end the process where
-// there is none.
-struct SettingSearch : json::json_sax_t {
-  SettingSearch(const std::string& database, std::size_t entry, const std::string& name)
-      : keys{"", "databases", database, "", name}, index(entry) {}
-
-  bool null() override { return Value(nullptr); }
-  bool boolean(bool value) override { return Value(value); }
-  bool number_integer(number_integer_t value) override { return Value(value); }
-  bool number_unsigned(number_unsigned_t value) override { return Value(value); }
-  bool number_float(number_float_t value, const string_t& /*text*/) override {
-    return Value(value);
-  }
-  bool string(string_t& value) override { return Value(std::move(value)); }
-  bool binary(binary_t& /*value*/) override { return Value(nullptr); }
-  bool start_object(std::size_t /*elements*/) override { return Value(nullptr, '{'); }
-  bool end_object() override { return Leave(); }
-  bool start_array(std::size_t /*elements*/) override { return Value(nullptr, '['); }
-  bool end_array() override { return Leave(); }
-
-  bool key(string_t& value) override {
-    key_fits = open == on_way && value == keys.at(on_way);
-    if (key_fits && on_way == kDatabases) reached = std::max(reached, kDatabase);
-    return true;
-  }
-
-  // The parser's own message quotes the file, and with it perhaps a password.
-  bool parse_error(std::size_t byte, const std::string& /*token*/,
-                   const json::exception& error) override {
-    constexpr int kNumberOverflow = 406;
-    malformed_at = std::max<std::size_t>(byte, 1);
-    malformed =
-        error.id == kNumberOverflow ? "a number beyond the range of a double" : "not valid JSON";
-    return false;
-  }
-
-  // A scalar, or the begin of a container with that bracket.
-  bool Value(json scalar, char bracket = '\0') {
-    const bool is_next = open == on_way && (on_way == kDatabase ? position++ == index : key_fits);
-    if (bracket != '\0') ++open;
-    if (is_next && on_way == kEntry) {
-      setting = std::move(scalar);
-      reached = kSetting;
-    } else if (is_next && bracket == (on_way == kDatabases ? '[' : '{')) {
-      reached = std::max(reached, static_cast<Stage>(++on_way));
-      if (bracket == '[') position = 0;
-    }
-    return true;
-  }
-
-  bool Leave() {
-    if (open-- == on_way) --on_way;
-    return true;
-  }
-
-  // The key to follow in each container on the way; a list has none.
-  std::array<std::string, kSetting> keys;
-  std::size_t index;
-  Stage reached = kNowhere;
-  // Null for a list or an object.
-  json setting;
-  // How much of the file, in bytes, was read where the parser gave up, 0 if it did not, and why.
-  std::size_t malformed_at = 0;
-  const char* malformed = "";
-  // Containers that are open, and those among them that are on the way.
-  std::size_t open = 0;
-  std::size_t on_way = kNowhere;
-  bool key_fits = true;
-  // In the database's list.
-  std::size_t position = 0;
-};
+// What stands on the way down to a setting, each within as many containers.
+enum Step : std::size_t { kRoot, kDatabases, kDatabase, kEntry, kSetting };
 
 // "LINE:COLUMN" of a byte, all counted from 1.
-std::string Position(const std::string& text, std::size_t byte) {
-  const auto end = text.begin() + static_cast<std::ptrdiff_t>(std::min(byte, text.size() + 1) - 1);
-  const auto line = 1 + std::count(text.begin(), end, '\n');
-  const auto line_start = std::find(std::make_reverse_iterator(end), text.rend(), '\n').base();
-  return std::to_string(line) + ":" + std::to_string(end - line_start + 1);
+std::string Position(std::string_view text, std::size_t byte) {
+  const std::string_view before = text.substr(0, std::max<std::size_t>(byte, 1) - 1);
+  // Where there is no newline before, that is at -1.
+  return std::to_string(1 + std::count(before.begin(), before.end(), '\n')) + ":" +
+         std::to_string(before.size() - before.rfind('\n'));
 }
 
 // A text, or a port for a `Value` of int. Throws Error, which names file, database and key as far
 // as they matter.
 template <typename Value>
 Value Find(const std::string& database, unsigned int index, const std::string& key) {
-  const char* variable = std::getenv("TARN_SYS_CONF");
-  const std::string path(variable == nullptr ? "" : variable);
   const auto require = [](bool holds, const std::string& reason) {
     Require(holds, Code::kConfiguration, reason);
   };
+  const char* variable = std::getenv("TARN_SYS_CONF");
+  const std::string path(variable == nullptr ? "" : variable);
   require(!path.empty(), "TARN_SYS_CONF names no configuration file");
-  std::string text(kMaxFileBytes + 1, '\0');
   struct stat status {};
-  text.resize(tarn::standin::ReadRegularFile(
-      path, {reinterpret_cast<unsigned char*>(text.data()), text.size()}, status,
-      Code::kConfiguration, path));
-  require(text.size() <= kMaxFileBytes, path + ": larger than 1 MiB");
+  const SecretBytes bytes = ReadRegularFile(path, status, Code::kConfiguration, path);
+  const std::string_view text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
 
-  SettingSearch search(database, index, key);
-  json::sax_parse(text, &search);
-  require(search.malformed_at == 0,
-          path + ":" + Position(text, std::max<std::size_t>(search.malformed_at, 1)) + ": " +
-              search.malformed);
+  // The key to follow to each step; the root and the entries of a list have none.
+  const std::array<std::string, kSetting + 1> keys{"", "databases", database, "", key};
+  // The last step that the file holds.
+  std::size_t reached = kRoot;
+  json found;
+  // How many containers on the way are open, and whether what comes next within them is on it.
+  std::size_t on_way = 0;
+  bool fits = true;
+  // In the database's list.
+  unsigned int position = 0;
+  // Hears of each key, each begin of a container, and the scalars of those for which it answers
+  // true. The parser keeps nothing of the file, so that no text can make it costly: a document tree
+  // would also need memory to be destroyed, and end the process where there is none.
+  const auto follow = [&](int depth, json::parse_event_t event, const json& value) {
+    const auto step = static_cast<std::size_t>(depth);
+    on_way = std::min(on_way, step);
+    if (step != on_way) return false;
+    const bool is_key = event == json::parse_event_t::key;
+    if (is_key) {
+      fits = value == keys.at(step);
+    } else if (step == kEntry) {
+      fits = position++ == index;
+    }
+    if (!fits) return false;
+    reached = std::max(reached, step);
+    if (step == kSetting && !is_key) found = value;
+    if (step == kSetting || event != (step == kDatabase ? json::parse_event_t::array_start
+                                                        : json::parse_event_t::object_start)) {
+      return false;
+    }
+    if (step == kDatabase) position = 0;
+    ++on_way;
+    return true;
+  };
+  try {
+    [[maybe_unused]] const json nothing = json::parse(text, follow);
+    // The parser's own messages quote the file, and with it perhaps a password.
+  } catch (const json::parse_error& error) {
+    require(false, path + ":" + Position(text, error.byte) + ": not valid JSON");
+  } catch (const json::out_of_range&) {
+    require(false, path + ": a number beyond the range of a double");
+  }
   const std::string named = path + ": database \"" + database + "\"";
   const std::string entry = std::to_string(index);
   const std::string setting = named + ", entry " + entry + ": \"" + key + "\"";
-  require(search.reached > kRoot, path + ": no object \"databases\"");
-  require(search.reached > kDatabases, named + " is not configured");
-  require(search.reached > kDatabase, named + " has no entry " + entry);
-  require(search.reached > kEntry, setting + " is missing");
+  require(reached >= kDatabases, path + ": no object \"databases\"");
+  require(reached >= kDatabase, named + " is not configured");
+  require(reached >= kEntry, named + " has no entry " + entry);
+  require(reached >= kSetting, setting + " is missing");
   if constexpr (std::is_same_v<Value, int>) {
     // Every positive whole number of a JSON text is held unsigned.
-    const auto* const number = search.setting.get_ptr<const json::number_unsigned_t*>();
+    const auto* const number = found.get_ptr<const json::number_unsigned_t*>();
     require(number != nullptr && *number >= 1 && *number <= kMaxPort,
             setting + " is not a whole number from 1 to 65535");
   } else {
-    require(search.setting.is_string(), setting + " is not a text");
+    require(found.is_string(), setting + " is not a text");
   }
-  return search.setting.get<Value>();
+  return found.get<Value>();
 }
 
 // The setting, or an empty value after a warning. `getter` names where the warning comes from.

@@ -20,6 +20,7 @@
 #include <utility>
 #include <vector>
 
+#include "dbconfig/wiped_string.h"
 #include "tarn_host/elf_library.h"
 #include "tarn_host/errors.h"
 #include "tarn_host/exit_code.h"
@@ -27,7 +28,6 @@
 #include "tarn_host/platform_module.h"
 #include "tarn_host/plugin.h"
 #include "tarn_host/plugin_option.h"
-#include "tarn_host/secret_string.h"
 
 namespace tarn::host {
 namespace {
@@ -222,7 +222,7 @@ int Config(const ConfigOptions& options) {
   const SharedPlatform platform(plugin, path);
   impl_dao::CProductInterface& product = plugin.Product();
   Answers answers;
-  SecretString password;
+  dbconfig::WipedString password;
   std::string cause;
   {
     const KeptLog log;

@@ -8,20 +8,20 @@
 #include <cstddef>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
-#include <string_view>
 
 #include "standin/password_cipher.h"
 #include "tarn_host/errors.h"
 #include "tarn_host/exit_code.h"
 #include "tarn_host/output.h"
 #include "tarn_host/plugin_option.h"
-#include "tarn_host/secret_string.h"
 
 namespace tarn::host {
 namespace {
 
 using standin::CipherKey;
+using standin::SecretBytes;
 
 struct EncryptOptions {
   unsigned int algorithm = standin::kAes256Gcm;
@@ -31,57 +31,51 @@ struct EncryptOptions {
 // With room for a byte too many, so that a long password is refused rather than cut.
 constexpr std::size_t kRoom = standin::kMaxPasswordBytes + 1;
 
-// Leaves the first line of standard input in `password`, without its end: a newline, after a
-// carriage return or not. Throws ToolError.
-void ReadLine(std::string& password) {
+// The first line of standard input, without its end: a newline, after a carriage return or not.
+// Throws ToolError.
+std::optional<SecretBytes> ReadLine() {
   // The carriage return belongs to no password and must not make one too long.
-  password.resize(kRoom + 1);
-  std::size_t filled = 0;
-  std::size_t end = std::string::npos;
-  while (filled < password.size() && end == std::string::npos) {
-    const ssize_t got = read(STDIN_FILENO, password.data() + filled, password.size() - filled);
+  SecretBytes line(kRoom + 1);
+  auto filled = line.begin();
+  auto end = filled;
+  while (filled != line.end() && end == filled) {
+    const ssize_t got = TEMP_FAILURE_RETRY(
+        read(STDIN_FILENO, &*filled, static_cast<std::size_t>(line.end() - filled)));
+    if (got < 0) throw ToolError(SystemReason("standard input", errno));
     if (got == 0) break;
-    if (got < 0) {
-      if (errno == EINTR) continue;
-      throw ToolError(SystemReason("standard input", errno));
-    }
-    filled += static_cast<std::size_t>(got);
-    end = std::string_view(password).substr(0, filled).find('\n');
+    filled += got;
+    end = std::find(line.begin(), filled, '\n');
   }
-  if (end != std::string::npos && end > 0 && password[end - 1] == '\r') --end;
-  password.resize(std::min(end, filled));
+  if (end != filled && end != line.begin() && end[-1] == '\r') --end;
+  line.erase(end, line.end());
+  return line;
 }
 
-// Asks twice on the terminal, without echo; false when interrupted. Whatever ends the question, a
+// Asks twice on the terminal, without echo; none when interrupted. Whatever ends the question, a
 // signal too, OpenSSL turns the echo on again. Throws ToolError.
-bool AskTerminal(std::string& password) {
+std::optional<SecretBytes> AskTerminal() {
   constexpr int kInterrupted = -2;
   // UI_UTIL_read_pw wants a second buffer and a NUL in either.
-  password.resize(kRoom);
-  SecretString again(kRoom);
-  const int result = UI_UTIL_read_pw(password.data(), again.Text().data(), static_cast<int>(kRoom),
+  SecretBytes password(kRoom);
+  SecretBytes again(kRoom);
+  const int result = UI_UTIL_read_pw(reinterpret_cast<char*>(password.data()),
+                                     reinterpret_cast<char*>(again.data()), static_cast<int>(kRoom),
                                      "Password: ", 1);
-  if (result == kInterrupted) return false;
+  if (result == kInterrupted) return std::nullopt;
   if (result != 0) throw ToolError("encrypt: no password could be read, or the two differ");
-  password.resize(password.find('\0'));
-  return true;
+  password.erase(std::find(password.begin(), password.end(), '\0'), password.end());
+  return password;
 }
 
 int Encrypt(const EncryptOptions& options) {
   // Before the question: a password typed in vain would be annoying.
   const CipherKey key = options.key_file.empty() ? CipherKey::FromEnvironment()
                                                  : CipherKey::FromFile(options.key_file);
-  // Never grows beyond this, so that no piece of the password is left behind.
-  SecretString password(kRoom + 1);
-  if (isatty(STDIN_FILENO) != 1) {
-    ReadLine(password.Text());
-  } else if (!AskTerminal(password.Text())) {
-    return kExitInterrupted;
-  }
-  if (password.Text().empty()) throw ToolError("encrypt: standard input holds no password");
-  const standin::SecretBytes bytes(password.Text().begin(), password.Text().end());
+  const auto password = isatty(STDIN_FILENO) == 1 ? AskTerminal() : ReadLine();
+  if (!password) return kExitInterrupted;
+  if (password->empty()) throw ToolError("encrypt: standard input holds no password");
   Output output;
-  output.Write(standin::EncryptPassword(bytes, options.algorithm, key) + '\n');
+  output.Write(standin::EncryptPassword(*password, options.algorithm, key) + '\n');
   output.Flush();
   return kExitSuccess;
 }
