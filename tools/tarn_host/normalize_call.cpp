@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdlib>
 #include <exception>
+#include <limits>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -34,9 +35,25 @@ std::size_t EndOfDecimal(std::string_view sql, std::size_t at) {
   return end;
 }
 
+// Whether a decimal has an exponent, or as many digits before its dot as take it out of the range
+// of a double. Hardly any statement holds one.
+bool HasLargeDecimal(std::string_view sql) {
+  for (std::size_t dot = sql.find('.'); dot != kNoPlace; dot = sql.find('.', dot + 1)) {
+    std::size_t end = dot + 1;
+    while (end < sql.size() && IsDigit(sql[end])) ++end;
+    if (end == dot + 1) continue;
+    if (end < sql.size() && Lower(sql[end]) == 'e') return true;
+    std::size_t begin = dot;
+    while (begin > 0 && IsDigit(sql[begin - 1])) --begin;
+    if (dot - begin > std::numeric_limits<double>::max_exponent10) return true;
+  }
+  return false;
+}
+
 }  // namespace
 
 std::optional<std::string> DecimalBeyondDouble(std::string_view sql) {
+  if (!HasLargeDecimal(sql)) return std::nullopt;
   constexpr std::size_t kShown = 40;
   for (std::size_t at = 0; at < sql.size();) {
     if (!IsWord(sql[at])) {

@@ -43,11 +43,8 @@ class Worker {
 
  private:
   void Add(std::string_view statement, const Measures& measures, std::uint64_t position) {
-    if (folder_) {
-      text_ = folder_->Fold(statement);
-    } else {
-      text_ = statement;
-    }
+    // What the product refuses in a statement is refused in its shape as well.
+    text_ = folder_ && !DecimalBeyondDouble(statement) ? folder_->Fold(statement) : statement;
     if (auto reason = CallNormalize(product_, text_)) {
       ++count_.failed;
       if (!count_.first_failure) count_.first_failure = {position, *std::move(reason)};

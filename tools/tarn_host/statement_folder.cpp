@@ -109,7 +109,10 @@ std::size_t StatementFolder::Token(std::size_t at) {
     case '-':
       return PlusMinus(at);
     case '.':
-      if (!OperandBefore() && at + 1 < sql_.size() && IsDigit(sql_[at + 1])) return Number(at);
+      if (last_ != Last::kDot && !OperandBefore() && at + 1 < sql_.size() &&
+          IsDigit(sql_[at + 1])) {
+        return Number(at);
+      }
       BeforeOther();
       text_ += '.';
       last_ = Last::kDot;
@@ -354,6 +357,7 @@ void StatementFolder::AddWord(std::string_view word, Last kind) {
     return;
   }
   BeforeOther();
+  const bool behind_sign = last_ == Last::kSign;
   Append(word);
   const std::size_t begin = text_.size() - word.size();
   last_ = kind;
@@ -376,8 +380,11 @@ void StatementFolder::AddWord(std::string_view word, Last kind) {
   } else if (lower == "set") {
     behind_ = Behind::kSet;
   } else if (lower == "values" || (lower == "value" && dialect_ == Dialect::kMysql)) {
-    levels_.back().rows = Rows::kExpected;
-    levels_.back().first_row_end = 0;
+    Level& level = levels_.back();
+    level.rows = Rows::kExpected;
+    level.first_row_end = 0;
+    level.rows_cut = lower == "values";
+    level.call = behind_sign;
   }
 }
 
@@ -419,13 +426,19 @@ void StatementFolder::Close() {
   // As the product's rules for parentheses want it, like the dots.
   text_ += ')';
   Level& level = levels_.back();
+  level.nested = true;
   if (level.rows == Rows::kWithin) {
     level.rows = Rows::kBehind;
-    if (level.first_row_end == 0) {
+    const bool first = level.first_row_end == 0;
+    if (first) {
       level.first_row_end = text_.size();
+      // It looks for a comma behind the first closing parenthesis.
+      if (closed.nested) level.rows_cut = false;
     } else {
       text_.resize(level.first_row_end);
     }
+    // With a comma behind it, one row is cut as several are.
+    if (level.rows_cut && (!first || list || !level.call)) text_ += ',';
   }
   if (list) {
     level.AddElement(text_.size());

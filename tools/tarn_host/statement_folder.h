@@ -20,7 +20,8 @@ namespace tarn::host {
 //     a value may stand (IS NULL keeps its words), the parameters ?, @p0, :name and $1. Each shows
 //     as "?".
 //   - the length of a list in parentheses that holds such values alone, or such lists: "?, ...".
-//   - the rows of VALUES behind the first, and nothing that follows them,
+//   - the rows of VALUES behind the first, and what follows the rows where the product drops it
+//     when there are several: their number does not matter,
 //   - comments, spacing, the case of words that are not quoted, a last semicolon.
 //
 // All else stays, quoted names as they are written. The values become words before the product is
@@ -57,6 +58,12 @@ class StatementFolder {
     Rows rows = Rows::kNone;
     // Where in the text the first row ends; 0 before.
     std::size_t first_row_end = 0;
+    // Whether the product drops what stands behind several rows of these.
+    bool rows_cut = false;
+    // Whether VALUES may be a function here, as in b = VALUES(a).
+    bool call = false;
+    // Whether a pair of parentheses is within.
+    bool nested = false;
 
     // A value, or a list of values, ends at `end`.
     void AddElement(std::size_t end) noexcept;

@@ -25,6 +25,11 @@ std::unique_ptr<Splitter> MakeGeneralLogSplitter();
 // has none yet.
 std::unique_ptr<Splitter> MakeCsvLogSplitter();
 
+// Whether `line` is one with which an entry of that log begins.
+bool BeginsSlowLogEntry(std::string_view line) noexcept;
+bool BeginsGeneralLogEntry(std::string_view line);
+bool BeginsCsvLogRecord(std::string_view line) noexcept;
+
 // A log that text is recognised as by its first lines: what it is called and the value of --input
 // that reads it.
 struct LogKind {
