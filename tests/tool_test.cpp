@@ -111,6 +111,17 @@ TEST(Tool, ReportsClosedStreams) {
   EXPECT_EQ(run("shapes no-such-file 2>&-").exit_code, kTrouble);
 }
 
+TEST(Tool, TellsItsVersionAndHelpsWithExamples) {
+  EXPECT_THAT(Tool({"--version"}).output, ContainsRegex("^tarn_host [0-9.]+\n$"));
+  EXPECT_THAT(Tool({"map", "--help"}).output, HasSubstr("  tarn_host map 0x7fffffff\n"));
+}
+
+TEST(Tool, EndsWithTheWorstOfItsExitCodes) {
+  const RunResult result = Tool({"normalize", "/no/such", "-"}, {.input = "x=1.0e999"});
+  EXPECT_EQ(result.exit_code, kTrouble);
+  EXPECT_THAT(result.errors, ContainsRegex("/no/such.*\n.*statement 1"));
+}
+
 TEST(Tool, CheckPassesTheLibraryBesideIt) {
   const RunResult result = Tool({"check"});
   EXPECT_EQ(result.exit_code, 0);
