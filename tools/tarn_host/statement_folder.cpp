@@ -15,15 +15,15 @@ constexpr std::string_view kMoreWord = "____m";
 constexpr std::string_view kWordsPrefix = "____";
 
 // Words behind which a value may stand, so that a sign belongs to it. In order.
-constexpr std::array<std::string_view, 57> kWordsBeforeValues{
+constexpr std::array<std::string_view, 59> kWordsBeforeValues{
     "all",      "and",     "any",       "as",       "between", "binary",  "by",     "call",
     "case",     "default", "distinct",  "div",      "do",      "else",    "elseif", "escape",
     "exec",     "execute", "fetch",     "for",      "from",    "global",  "having", "if",
     "ilike",    "in",      "increment", "interval", "is",      "like",    "limit",  "maxvalue",
     "minvalue", "mod",     "next",      "not",      "offset",  "on",      "or",     "print",
     "regexp",   "return",  "returning", "rlike",    "select",  "session", "set",    "similar",
-    "some",     "start",   "then",      "to",       "top",     "values",  "when",   "where",
-    "with"};
+    "some",     "start",   "then",      "to",       "top",     "using",   "values", "when",
+    "where",    "with",    "xor"};
 static_assert(std::is_sorted(kWordsBeforeValues.begin(), kWordsBeforeValues.end()));
 
 enum class ByteKind : unsigned char { kSign, kBlank, kWord, kDigit };
@@ -356,6 +356,7 @@ void StatementFolder::AddWord(std::string_view word, Last kind) {
     AddValue();
     return;
   }
+  const Rows rows = levels_.back().rows;
   BeforeOther();
   const bool behind_sign = last_ == Last::kSign;
   Append(word);
@@ -368,7 +369,7 @@ void StatementFolder::AddWord(std::string_view word, Last kind) {
   const std::string_view lower = LastWord();
   // Nearly every word is none of these.
   const char first = lower[0];
-  if (first != 'i' && first != 'n' && first != 's' && first != 'v') return;
+  if (first != 'i' && first != 'n' && first != 'r' && first != 's' && first != 'v') return;
   if (lower == "in" && was == Behind::kNot) {
     // As the product writes what it makes of NOT (a IN ...).
     constexpr std::string_view kNotIn = "NOT IN";
@@ -385,6 +386,10 @@ void StatementFolder::AddWord(std::string_view word, Last kind) {
     level.first_row_end = 0;
     level.rows_cut = lower == "values";
     level.call = behind_sign;
+  } else if (lower == "row" && (rows == Rows::kExpected || rows == Rows::kComma)) {
+    // MySQL's VALUES ROW(1), ROW(2), which the product doesn't cut.
+    levels_.back().rows = rows;
+    levels_.back().rows_cut = false;
   }
 }
 
@@ -423,9 +428,11 @@ void StatementFolder::Close() {
     text_.resize(closed.first_end);
     Append(kMoreWord);
   }
+  Level& level = levels_.back();
+  // The product cuts behind no row without a byte in it.
+  if (level.rows == Rows::kWithin && text_.back() == '(') text_ += ' ';
   // As the product's rules for parentheses want it, like the dots.
   text_ += ')';
-  Level& level = levels_.back();
   level.nested = true;
   if (level.rows == Rows::kWithin) {
     level.rows = Rows::kBehind;
