@@ -113,9 +113,7 @@ std::size_t StatementFolder::Token(std::size_t at) {
           IsDigit(sql_[at + 1])) {
         return Number(at);
       }
-      BeforeOther();
-      text_ += '.';
-      last_ = Last::kDot;
+      Dot();
       return at + 1;
     case '?':
       AddValue();
@@ -393,6 +391,21 @@ void StatementFolder::AddWord(std::string_view word, Last kind) {
   }
 }
 
+void StatementFolder::Dot() {
+  BeforeOther();
+  Group& group = levels_.back().group;
+  // An operand of a comparison has one dot, behind its first word.
+  const bool first =
+      last_ == Last::kWord && (last_word_begin_ == 0 || text_[last_word_begin_ - 1] != '.');
+  if (first && group == Group::kOperator) {
+    group = Group::kLeft;
+  } else {
+    group = first && group == Group::kAnd ? Group::kRight : Group::kNone;
+  }
+  text_ += '.';
+  last_ = Last::kDot;
+}
+
 void StatementFolder::AddValue() {
   if (pending_semicolon_) FlushPending();
   pending_signs_.clear();
@@ -410,7 +423,7 @@ void StatementFolder::Open() {
   level.rows = row ? Rows::kWithin : Rows::kNone;
   Append("(");
   last_ = Last::kSign;
-  levels_.emplace_back();
+  levels_.push_back({.begin = text_.size() - 1, .group = Group::kLeft});
 }
 
 void StatementFolder::Close() {
@@ -423,6 +436,10 @@ void StatementFolder::Close() {
   }
   const Level closed = levels_.back();
   levels_.pop_back();
+  if (closed.group == Group::kAnd) {
+    CloseGroup(closed.begin);
+    return;
+  }
   const bool list = closed.list && !closed.value_due;
   if (list) {
     text_.resize(closed.first_end);
@@ -434,6 +451,7 @@ void StatementFolder::Close() {
   // As the product's rules for parentheses want it, like the dots.
   text_ += ')';
   level.nested = true;
+  level.group = Group::kNone;
   if (level.rows == Rows::kWithin) {
     level.rows = Rows::kBehind;
     const bool first = level.first_row_end == 0;
@@ -452,6 +470,14 @@ void StatementFolder::Close() {
   } else {
     level.list = false;
   }
+}
+
+// Takes away the parentheses around a group that begins at `begin` in the text.
+void StatementFolder::CloseGroup(std::size_t begin) {
+  text_[begin] = ' ';
+  Level& level = levels_.back();
+  level.group = level.group == Group::kLeft ? Group::kAnd : Group::kNone;
+  level.list = false;
 }
 
 void StatementFolder::Comma() {
@@ -497,6 +523,32 @@ void StatementFolder::Append(std::string_view token) {
   if (!text_.empty() && last_ != Last::kDot) text_ += ' ';
   text_ += token;
   behind_ = Behind::kOther;
+  Group& group = levels_.back().group;
+  if (group != Group::kNone) group = NextInGroup(group, token);
+}
+
+StatementFolder::Group StatementFolder::NextInGroup(Group due, std::string_view token) {
+  const auto operand = [token] {
+    return std::all_of(token.begin(), token.end(),
+                       [](char c) { return IsWord(c) && static_cast<unsigned char>(c) < 0x80; });
+  };
+  switch (due) {
+    case Group::kLeft:
+      if (token == "(") return due;
+      return operand() ? Group::kOperator : Group::kNone;
+    case Group::kOperator:
+      for (const char* comparison : {"=", ">=", "<=", ">", "<", "!="}) {
+        if (token == comparison) return Group::kRight;
+      }
+      return Group::kNone;
+    case Group::kRight:
+      return operand() ? Group::kAnd : Group::kNone;
+    case Group::kAnd:
+      return EqualIgnoringCase(token, "and") ? Group::kLeft : Group::kNone;
+    case Group::kNone:
+      break;
+  }
+  return Group::kNone;
 }
 
 bool StatementFolder::OperandBefore() const {
