@@ -30,11 +30,12 @@ bool BeginsSlowLogEntry(std::string_view line) noexcept;
 bool BeginsGeneralLogEntry(std::string_view line);
 bool BeginsCsvLogRecord(std::string_view line) noexcept;
 
-// A log that text is recognised as by its first lines: what it is called and the value of --input
-// that reads it.
+// A log that text is recognised as by its first lines: what it is called, how it is read and the
+// value of --input for that.
 struct LogKind {
   const char* name;
-  const char* format;
+  StatementFormat format;
+  const char* option;
 };
 
 // Null when `head`, the first lines of a text, are no log's.

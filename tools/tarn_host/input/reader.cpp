@@ -56,9 +56,10 @@ bool StatementReader::Read(StatementBatch& batch) {
       }
     }
     const std::size_t got = input_.Read(batch.bytes_.data() + size, batch.bytes_.size() - size);
-    if (format_ == StatementFormat::kSql && !head_seen_) {
+    if (!head_seen_) {
       head_seen_ = true;
       log_ = RecognizedLog({batch.bytes_.data() + size, got});
+      if (log_ != nullptr && log_->format == format_) log_ = nullptr;
     }
     size += got;
     at_end_ = got == 0;
@@ -73,8 +74,8 @@ bool StatementReader::Read(StatementBatch& batch) {
 }
 
 std::string StatementReader::Problem() const {
-  if (log_ != nullptr) {
-    return Name() + ": looks like " + log_->name + ": use --input=" + log_->format;
+  if (log_ != nullptr && (format_ == StatementFormat::kSql || next_number_ == 1)) {
+    return Name() + ": looks like " + log_->name + ": use --input=" + log_->option;
   }
   const std::string problem = input_.Source().Stopped() ? "" : splitter_->Problem();
   return problem.empty() ? problem : Name() + ": " + problem;

@@ -13,16 +13,6 @@
 
 namespace tarn::host {
 
-// How statements lie in an input.
-//
-// sql: as the dialect separates them.
-// lines: one a line, the newline excluded; an empty line is an empty statement.
-// nul: each ended by a NUL byte, any other byte being content.
-// slowlog, general, csvlog: as the splitters of log_splitter.h find them.
-//
-// The last statement needs no separator.
-enum class StatementFormat { kSql, kLines, kNul, kSlowLog, kGeneralLog, kCsvLog };
-
 // Whole statements cut from one stretch of an input, without copies.
 class StatementBatch {
  public:
@@ -64,7 +54,7 @@ class StatementReader {
   bool Read(StatementBatch& batch);
 
   // After the last Read: what is wrong with the input as a whole, as Splitter::Problem tells, or
-  // that what was read as SQL looks like a log.
+  // that what was read as SQL looks like a log, or a log without statements like another.
   std::string Problem() const;
 
   const std::string& Name() const noexcept { return input_.Source().Name(); }
@@ -75,7 +65,7 @@ class StatementReader {
   TextInput input_;
   StatementFormat format_;
   std::unique_ptr<Splitter> splitter_;
-  // The log that an input read as SQL looks like; null for none.
+  // The log that an input looks like; null for none and for that which it is read as.
   const LogKind* log_ = nullptr;
   bool head_seen_ = false;
   // What the last batch left of its bytes: the start of a statement.

@@ -13,6 +13,16 @@
 
 namespace tarn::host {
 
+// How statements lie in an input.
+//
+// sql: as the dialect separates them.
+// lines: one a line, the newline excluded; an empty line is an empty statement.
+// nul: each ended by a NUL byte, any other byte being content.
+// slowlog, general, csvlog: as the splitters of log_splitter.h find them.
+//
+// The last statement needs no separator.
+enum class StatementFormat { kSql, kLines, kNul, kSlowLog, kGeneralLog, kCsvLog };
+
 // What a log says of one execution of a statement.
 struct Measures {
   std::optional<double> seconds;
