@@ -118,7 +118,7 @@ TEST(Tool, TellsItsVersionAndHelpsWithExamples) {
 
 TEST(Tool, EndsWithTheWorstOfItsExitCodes) {
   const RunResult result = RunProgram(
-      {"/bin/sh", "-c", TARN_HOST_PATH " normalize /no/such - 2>&1"}, {.input = "a;x=1.0e999"});
+      {"/bin/sh", "-c", TARN_HOST_PATH " normalize /no/such - 2>&1"}, {.input = "a;x=1.0e999;b"});
   EXPECT_EQ(result.exit_code, kTrouble);
   // On a screen that shows both streams, in order.
   EXPECT_THAT(result.output, ContainsRegex("/no/such.*\na;\n.*statement 2"));
@@ -285,7 +285,7 @@ TEST(Tool, TakesInputThatArrivesInPieces) {
        {Row{{"encrypt", "--algorithm=18", "--key", key},
             {"sec", "ret\r", "\nother\n"},
             kEncipheredSecret},
-        Row{{"normalize"}, {"\xEF", "\xBB\xBF", "a"}, "a;\n"}}) {
+        Row{{"normalize"}, {"\xEF", "\xBB", "\xBF", "a"}, "a;\n"}}) {
     int ends[2];
     ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
     const OwnedFd read_end(ends[0]);

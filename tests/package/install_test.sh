@@ -20,9 +20,9 @@ tree="$scratch/second place"
   cat "$scratch/host.log" >&2
   exit 1
 }
-got=$(TARN_LOG_LEVEL=off APP_CONF_FILE=$source/examples/app_conf.json "$scratch/host/small_host")
+got=$(TARN_LOG_LEVEL=off TARN_SYS_CONF= APP_CONF_FILE=$source/examples/app_conf.json "$scratch/host/small_host")
 case $got in
-"SELECT a FROM tab ____t1 WHERE b = 31
+"||||SELECT a FROM tab ____t1 WHERE b = 31|b000013
 SSLMODE=2
 defaultDBName="*) ;;
 *)
