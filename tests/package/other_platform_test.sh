@@ -4,16 +4,12 @@
 # Builds the plug-in on a platform whose layouts and symbols are not the stand-in's, and asks it for
 # all nine operations.
 set -eu
+. "${0%/*}/fail.sh"
 
 cmake=$1 compiler=$2 source=$3 scratch=$4
 platform=$source/tests/package/other_platform
 # It would record relative paths where absolute ones are looked for.
 unset CCACHE_BASEDIR
-
-fail() {
-  echo "other_platform_test: $*" >&2
-  exit 1
-}
 
 rm -rf "$scratch"
 mkdir -p "$scratch/include/platform" "$scratch/lib"

@@ -1,0 +1,5 @@
+# Sourced by the tests here: fail WORD... says why the script ends.
+fail() {
+  echo "${0##*/}: $*" >&2
+  exit 1
+}
