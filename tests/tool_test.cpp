@@ -243,7 +243,7 @@ TEST(Check, RefusesCraftedTables) {
     const RunResult result = Tool({"check", "/dev/stdin"}, {.input_fd = file.Get()});
     EXPECT_EQ(result.exit_code, 2) << result.output;
     EXPECT_THAT(result.errors, AllOf(IsOneErrorLine(),
-                                     ContainsRegex("damaged ELF file|not an ELF shared object")));
+                                     ContainsRegex("damaged ELF file|not an ELF shared object\n")));
   }
 }
 
