@@ -15,15 +15,15 @@ constexpr std::string_view kMoreWord = "____m";
 constexpr std::string_view kWordsPrefix = "____";
 
 // Words behind which a value may stand, so that a sign belongs to it. In order.
-constexpr std::array<std::string_view, 57> kWordsBeforeValues{
+constexpr std::array<std::string_view, 59> kWordsBeforeValues{
     "all",      "and",     "any",       "as",       "between", "binary",  "by",     "call",
     "case",     "default", "distinct",  "div",      "do",      "else",    "elseif", "escape",
     "exec",     "execute", "fetch",     "for",      "from",    "global",  "having", "if",
     "ilike",    "in",      "increment", "interval", "is",      "like",    "limit",  "maxvalue",
     "minvalue", "mod",     "next",      "not",      "offset",  "on",      "or",     "print",
     "regexp",   "return",  "returning", "rlike",    "select",  "session", "set",    "similar",
-    "some",     "start",   "then",      "to",       "top",     "values",  "when",   "where",
-    "with"};
+    "some",     "start",   "then",      "to",       "top",     "using",   "values", "when",
+    "where",    "with",    "xor"};
 static_assert(std::is_sorted(kWordsBeforeValues.begin(), kWordsBeforeValues.end()));
 
 enum class ByteKind : unsigned char { kSign, kBlank, kWord, kDigit };
@@ -113,9 +113,7 @@ std::size_t StatementFolder::Token(std::size_t at) {
           IsDigit(sql_[at + 1])) {
         return Number(at);
       }
-      BeforeOther();
-      text_ += '.';
-      last_ = Last::kDot;
+      Dot();
       return at + 1;
     case '?':
       AddValue();
@@ -356,6 +354,7 @@ void StatementFolder::AddWord(std::string_view word, Last kind) {
     AddValue();
     return;
   }
+  const Rows rows = levels_.back().rows;
   BeforeOther();
   const bool behind_sign = last_ == Last::kSign;
   Append(word);
@@ -368,7 +367,7 @@ void StatementFolder::AddWord(std::string_view word, Last kind) {
   const std::string_view lower = LastWord();
   // Nearly every word is none of these.
   const char first = lower[0];
-  if (first != 'i' && first != 'n' && first != 's' && first != 'v') return;
+  if (first != 'i' && first != 'n' && first != 'r' && first != 's' && first != 'v') return;
   if (lower == "in" && was == Behind::kNot) {
     // As the product writes what it makes of NOT (a IN ...).
     constexpr std::string_view kNotIn = "NOT IN";
@@ -385,7 +384,26 @@ void StatementFolder::AddWord(std::string_view word, Last kind) {
     level.first_row_end = 0;
     level.rows_cut = lower == "values";
     level.call = behind_sign;
+  } else if (lower == "row" && (rows == Rows::kExpected || rows == Rows::kComma)) {
+    // MySQL's VALUES ROW(1), ROW(2), which the product doesn't cut.
+    levels_.back().rows = rows;
+    levels_.back().rows_cut = false;
   }
+}
+
+void StatementFolder::Dot() {
+  BeforeOther();
+  Group& group = levels_.back().group;
+  // An operand of a comparison has one dot, behind its first word.
+  const bool first =
+      last_ == Last::kWord && (last_word_begin_ == 0 || text_[last_word_begin_ - 1] != '.');
+  if (first && group == Group::kOperator) {
+    group = Group::kLeft;
+  } else {
+    group = first && group == Group::kAnd ? Group::kRight : Group::kNone;
+  }
+  text_ += '.';
+  last_ = Last::kDot;
 }
 
 void StatementFolder::AddValue() {
@@ -405,7 +423,7 @@ void StatementFolder::Open() {
   level.rows = row ? Rows::kWithin : Rows::kNone;
   Append("(");
   last_ = Last::kSign;
-  levels_.emplace_back();
+  levels_.push_back({.begin = text_.size() - 1, .group = Group::kLeft});
 }
 
 void StatementFolder::Close() {
@@ -418,15 +436,22 @@ void StatementFolder::Close() {
   }
   const Level closed = levels_.back();
   levels_.pop_back();
+  if (closed.group == Group::kAnd) {
+    CloseGroup(closed.begin);
+    return;
+  }
   const bool list = closed.list && !closed.value_due;
   if (list) {
     text_.resize(closed.first_end);
     Append(kMoreWord);
   }
+  Level& level = levels_.back();
+  // The product cuts behind no row without a byte in it.
+  if (level.rows == Rows::kWithin && text_.back() == '(') text_ += ' ';
   // As the product's rules for parentheses want it, like the dots.
   text_ += ')';
-  Level& level = levels_.back();
   level.nested = true;
+  level.group = Group::kNone;
   if (level.rows == Rows::kWithin) {
     level.rows = Rows::kBehind;
     const bool first = level.first_row_end == 0;
@@ -445,6 +470,14 @@ void StatementFolder::Close() {
   } else {
     level.list = false;
   }
+}
+
+// Takes away the parentheses around a group that begins at `begin` in the text.
+void StatementFolder::CloseGroup(std::size_t begin) {
+  text_[begin] = ' ';
+  Level& level = levels_.back();
+  level.group = level.group == Group::kLeft ? Group::kAnd : Group::kNone;
+  level.list = false;
 }
 
 void StatementFolder::Comma() {
@@ -490,6 +523,32 @@ void StatementFolder::Append(std::string_view token) {
   if (!text_.empty() && last_ != Last::kDot) text_ += ' ';
   text_ += token;
   behind_ = Behind::kOther;
+  Group& group = levels_.back().group;
+  if (group != Group::kNone) group = NextInGroup(group, token);
+}
+
+StatementFolder::Group StatementFolder::NextInGroup(Group due, std::string_view token) {
+  const auto operand = [token] {
+    return std::all_of(token.begin(), token.end(),
+                       [](char c) { return IsWord(c) && static_cast<unsigned char>(c) < 0x80; });
+  };
+  switch (due) {
+    case Group::kLeft:
+      if (token == "(") return due;
+      return operand() ? Group::kOperator : Group::kNone;
+    case Group::kOperator:
+      for (const char* comparison : {"=", ">=", "<=", ">", "<", "!="}) {
+        if (token == comparison) return Group::kRight;
+      }
+      return Group::kNone;
+    case Group::kRight:
+      return operand() ? Group::kAnd : Group::kNone;
+    case Group::kAnd:
+      return EqualIgnoringCase(token, "and") ? Group::kLeft : Group::kNone;
+    case Group::kNone:
+      break;
+  }
+  return Group::kNone;
 }
 
 bool StatementFolder::OperandBefore() const {

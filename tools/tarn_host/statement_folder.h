@@ -26,7 +26,8 @@ namespace tarn::host {
 //
 // All else stays, quoted names as they are written. The values become words before the product is
 // called, since its rules ask for words: it takes the parentheses of (a = 1) away, but not those of
-// (a = ?).
+// (a = ?). The folder takes them away wherever they are about such a group itself: in ((a = 1)) the
+// product keeps a pair, but writes that as it does (a = 1 ).
 //
 // Takes time linear in the statement. Not thread-safe.
 class StatementFolder {
@@ -45,11 +46,17 @@ class StatementFolder {
   enum class Last { kNothing, kWord, kName, kValue, kDot, kSign, kClose };
   // The words behind which NULL, TRUE and FALSE are no values.
   enum class Behind { kOther, kIs, kIsNot, kNot, kSet };
+  // What is due in a group of comparisons in parentheses, such as (a.b = c and d >= e); kNone when
+  // there is none.
+  enum class Group { kNone, kLeft, kOperator, kRight, kAnd };
   // How far the rows of a VALUES are.
   enum class Rows { kNone, kExpected, kWithin, kBehind, kComma };
 
   // What is open: a pair of parentheses, or the statement itself.
   struct Level {
+    // Where in the text the parenthesis is.
+    std::size_t begin = 0;
+    Group group = Group::kNone;
     // Whether there are nothing but values, parted by commas, so far; whether one is due.
     bool list = true;
     bool value_due = true;
@@ -84,12 +91,15 @@ class StatementFolder {
   void AddSign(std::string_view sign);
   void AddWord(std::string_view word, Last kind);
   void AddValue();
+  void Dot();
   void Open();
   void Close();
+  void CloseGroup(std::size_t begin);
   void Comma();
   void BeforeOther();
   void FlushPending();
   void Append(std::string_view token);
+  static Group NextInGroup(Group due, std::string_view token);
   bool IsValueWord(std::string_view word) const;
   bool OperandBefore() const;
   std::string_view LastWord() const;

@@ -52,11 +52,8 @@ std::size_t LineSplitter::Split(std::string_view text, bool last, Found& found) 
     const std::size_t end = text.find('\n', std::max(line_begin_, searched_));
     if (end == kNoPlace && !last) break;
     const std::size_t line_end = std::min(end, text.size());
-    std::string_view line = text.substr(line_begin_, line_end - line_begin_);
-    if (line.ends_with('\r')) line.remove_suffix(1);
-    next_line_ = std::min(line_end + 1, text.size());
-    Line(line);
-    line_begin_ = next_line_;
+    Line(text.substr(line_begin_, line_end - line_begin_));
+    line_begin_ = std::min(line_end + 1, text.size());
   }
   if (last) EndEntry();
   searched_ = text.size();

@@ -55,7 +55,7 @@ class LineSplitter : public Splitter {
   }
 
  protected:
-  // Looks at the line that begins at LineBegin().
+  // Looks at the line that begins at LineBegin(); a carriage return before its end is left there.
   virtual void Line(std::string_view line) = 0;
   // Takes the entry's text, from the place where it began up to the line, if there is one.
   virtual void TakeBody(std::string_view body) = 0;
@@ -80,7 +80,6 @@ class LineSplitter : public Splitter {
   Found* found_ = nullptr;
   std::size_t body_begin_ = std::string_view::npos;
   std::size_t line_begin_ = 0;
-  std::size_t next_line_ = 0;
   // How much of the text is known to hold no further line's end.
   std::size_t searched_ = 0;
   bool any_entry_ = false;
