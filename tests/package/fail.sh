@@ -1,3 +1,4 @@
+#!/bin/sh
 # Sourced by the tests here: fail WORD... says why the script ends.
 fail() {
   echo "${0##*/}: $*" >&2

@@ -19,7 +19,7 @@ tree="$scratch/second place"
   -DCMAKE_PREFIX_PATH="$tree" >"$scratch/host.log"
 "$cmake" --build "$scratch/host" >>"$scratch/host.log" ||
   fail "$(cat "$scratch/host.log")"
-got=$(TARN_LOG_LEVEL=off TARN_SYS_CONF= APP_CONF_FILE=$source/examples/app_conf.json "$scratch/host/small_host")
+got=$(TARN_LOG_LEVEL=off TARN_SYS_CONF='' APP_CONF_FILE=$source/examples/app_conf.json "$scratch/host/small_host")
 case $got in
 "||||SELECT a FROM tab ____t1 WHERE b = 31|b000013
 SSLMODE=2
