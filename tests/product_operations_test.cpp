@@ -2,7 +2,6 @@
 // order, and what is left when any of it fails.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -337,20 +336,6 @@ TEST_P(SSLModeSearch, FindsTheMode) {
 
 INSTANTIATE_TEST_SUITE_P(Cases, SSLModeSearch, testing::ValuesIn(ReadCases("ssl_mode.txt")),
                          CaseName);
-
-TEST_F(Properties, HaveTheDefaultModeWithoutADescriptorForTheFile) {
-  Set(R"(file={"sslmode": "required"})");
-  // Once in peace: the first look of UndefinedBehaviorSanitizer at a dispatch table takes one, too.
-  Operation({}, GetProperties).Trace();
-  rlimit old{};
-  getrlimit(RLIMIT_NOFILE, &old);
-  const rlimit none{0, old.rlim_max};
-  setrlimit(RLIMIT_NOFILE, &none);
-  const Calls calls = Operation({}, GetProperties).Trace();
-  setrlimit(RLIMIT_NOFILE, &old);
-  EXPECT_THAT(calls, testing::Contains(testing::HasSubstr("open file error")));
-  EXPECT_EQ(calls.back(), "-> SSLMODE=1(41) " + kName);
-}
 
 // What was read before an error counts.
 TEST_F(Properties, HaveTheModeAsFarAsTheFileCanBeRead) {

@@ -5,11 +5,9 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <deque>
-#include <random>
 #include <string>
 #include <string_view>
 #include <typeinfo>
@@ -19,6 +17,7 @@
 #include "sqlnorm/scanner/byte_class.h"
 #include "sqlnorm/scanner/decimal_literal.h"
 #include "sqlnorm/scanner/elements.h"
+#include "support/random_statements.h"
 
 namespace tarn::sqlnorm {
 namespace {
@@ -97,44 +96,6 @@ std::string Reprinted(std::string literal) {
   }
 }
 
-class RandomDecimals {
- public:
-  std::string Literal() {
-    std::string literal =
-        Digits(1 + random_() % Longest()) + '.' + Digits(1 + random_() % Longest());
-    if (random_() % 3 == 0) literal += "eE"[random_() % 2] + Exponent();
-    return literal;
-  }
-
- private:
-  std::size_t Longest() { return random_() % 4 == 0 ? 25 : 8; }
-
-  // Zeros at either end and nines in a row are where digits are carried.
-  std::string Digits(std::size_t count) {
-    std::string digits;
-    const std::uint64_t kind = random_() % 8;
-    while (digits.size() < count) {
-      digits += kind == 0 ? '0' : kind == 1 ? '9' : static_cast<char>('0' + random_() % 10);
-    }
-    return digits;
-  }
-
-  // Small ones, those at the ends of double's range, and those around the powers of two.
-  std::string Exponent() {
-    const std::string sign = std::array{"", "+", "-"}[random_() % 3];
-    switch (random_() % 4) {
-      case 0:
-        return sign + std::to_string(290 + random_() % 40);
-      case 1:
-        return sign + std::to_string((std::uint64_t{1} << random_() % 64) + random_() % 3 - 1);
-      default:
-        return sign + std::to_string(random_() % 25);
-    }
-  }
-
-  std::mt19937_64 random_;
-};
-
 TEST(Decimals, ArePrintedAsPrintfPrintsThem) {
   std::vector<std::string> literals{
       "0.0", "00.00", "0.0e5", "999999999999999.9", "9999999999999999.9", "1.7976931348623157e308",
@@ -157,9 +118,9 @@ TEST(Decimals, ArePrintedAsPrintfPrintsThem) {
       literals.push_back("0." + std::string(static_cast<std::size_t>(digits - 1), '0') + digit);
     }
   }
-  RandomDecimals random;
+  test::RandomStatements random(1);
   constexpr int kRandom = 1'000'000;
-  for (int i = 0; i < kRandom; ++i) literals.push_back(random.Literal());
+  for (int i = 0; i < kRandom; ++i) literals.push_back(random.Decimal());
   for (const std::string& literal : literals)
     ASSERT_EQ(Reprinted(literal), Printed(literal)) << literal;
 }

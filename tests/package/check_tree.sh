@@ -5,22 +5,13 @@
 # know nothing of the folders they were built in. SOURCE is where the sources are, SCRATCH a folder
 # for what the tool needs.
 set -eu
+. "${0%/*}/fail.sh"
 
 tree=$1 source=$2 scratch=$3
 tool=$tree/bin/tarn_host
 
-fail() {
-  echo "check_tree: $*" >&2
-  exit 1
-}
-
-# expect WHAT WANTED GOT
-expect() {
-  [ "$2" = "$3" ] || fail "$1: got \"$3\", want \"$2\""
-}
-
-expect normalize "SELECT a, 1.5 FROM tab ____t1" \
-  "$(echo 'select t1.a, 1.50 from tab t1' | "$tool" normalize --input=lines)"
+report=$(echo 'select t1.a, 1.50 from tab t1' | "$tool" normalize --input=lines)
+[ "$report" = "SELECT a, 1.5 FROM tab ____t1" ] || fail "normalize: $report"
 
 report=$("$tool" check) || fail "check fails: $report"
 case $report in

@@ -4,14 +4,10 @@
 # Packages BUILD under a strict umask, checks what the package says and holds, and the tree that it
 # unpacks to.
 set -eu
+. "${0%/*}/fail.sh"
 umask 077
 
 cpack=$1 source=$2 build=$3 scratch=$4
-
-fail() {
-  echo "deb_test: $*" >&2
-  exit 1
-}
 
 rm -rf "$scratch"
 mkdir -p "$scratch"

@@ -4,14 +4,11 @@
 # Installs the Debian package that FOLDER holds into this system, uses it, and removes it. Only where
 # that is wanted: as root, with TARN_TEST_DPKG set, and not where the package is in use.
 set -eu
+. "${0%/*}/fail.sh"
 
 skipped() {
   echo "dpkg_test: skipped: $*"
   exit 77
-}
-fail() {
-  echo "dpkg_test: $*" >&2
-  exit 1
 }
 installed() {
   dpkg-query -W -f '${db:Status-Status}' "$name" 2>/dev/null | grep -q '^installed$'

@@ -4,16 +4,12 @@
 # Builds the plug-in on a platform whose layouts and symbols are not the stand-in's, and asks it for
 # all nine operations.
 set -eu
+. "${0%/*}/fail.sh"
 
 cmake=$1 compiler=$2 source=$3 scratch=$4
 platform=$source/tests/package/other_platform
 # It would record relative paths where absolute ones are looked for.
 unset CCACHE_BASEDIR
-
-fail() {
-  echo "other_platform_test: $*" >&2
-  exit 1
-}
 
 rm -rf "$scratch"
 mkdir -p "$scratch/include/platform" "$scratch/lib"
@@ -58,8 +54,8 @@ grep -q "$scratch/include/platform/c_value.h" "$scratch/deps" || fail "no depend
 plugin=$scratch/build/lib/libtarn_interface_for_vesta.so
 ! readelf -Wd "$plugin" | grep -E 'R(UN)?PATH.*(\[|:)(:|\])' || fail "the current folder is searched"
 
-"$compiler" -std=c++20 -I "$scratch/include" -I "$source/include" "$platform/host.cpp" "$library" \
-  -ldl -o "$scratch/host"
+"$compiler" -std=c++20 -DPLUGIN="\"$plugin\"" -I "$scratch/include" -I "$source/include" \
+  "$source/tests/package/host/small_host.cpp" "$library" -ldl -o "$scratch/host"
 # The numbers are 1: one record of the log's place alive, at each call.
 cat >"$scratch/wanted" <<END
 error 666667 getproductinterface.cpp:213 LogError e (1)
@@ -75,7 +71,7 @@ mysql|mysql_u|secret|db.example:5005|SELECT a FROM tab ____t1 WHERE b = 31|b0000
 SSLMODE=1
 defaultDBName=nesvc_v8ptnDB_3
 END
-env -u APP_CONF_FILE LD_LIBRARY_PATH="$scratch/lib" "$scratch/host" "$plugin" >"$scratch/got" ||
+env -u APP_CONF_FILE LD_LIBRARY_PATH="$scratch/lib" "$scratch/host" >"$scratch/got" ||
   fail "the host ends with $?"
 diff "$scratch/wanted" "$scratch/got" || fail "other answers"
 

@@ -1,4 +1,4 @@
-// Random statements for the comparison of the two engines.
+// Random statements for the comparison of the two engines, and random literals.
 #pragma once
 
 #include <algorithm>
@@ -35,6 +35,8 @@ class RandomStatements {
     return OneIn(40) ? '"' + sql + '"' : sql;
   }
 
+  std::string Decimal() { return Digits() + '.' + Digits() + (OneIn(2) ? Exponent() : ""); }
+
  private:
   std::size_t Below(std::size_t bound) { return random_() % bound; }
   bool OneIn(std::size_t count) { return Below(count) == 0; }
@@ -49,7 +51,7 @@ class RandomStatements {
   std::string Edge() {
     switch (Below(6)) {
       case 0:
-        return Digits() + '.' + Digits() + (OneIn(2) ? Exponent() : "");
+        return Decimal();
       case 1:
         return (OneIn(2) ? "0x" : "0X") + Digits();
       case 2: {
@@ -71,16 +73,26 @@ class RandomStatements {
     return word.insert(Below(word.size() + 1), list);
   }
 
+  // Zeros and nines in a row are where digits are carried.
   std::string Digits() {
-    std::string digits(1 + Below(OneIn(3) ? 25 : 4), '0');
+    const std::size_t kind = Below(8);
+    std::string digits(1 + Below(OneIn(3) ? 25 : 8), kind == 0 ? '0' : '9');
+    if (kind <= 1) return digits;
     for (char& digit : digits) digit = static_cast<char>('0' + Below(10));
     return digits;
   }
 
+  // Small ones, those at the ends of double's range, and those around the powers of two.
   std::string Exponent() {
     const std::string sign = std::array{"e", "E", "e+", "e-"}[Below(4)];
-    if (OneIn(2)) return sign + std::to_string(Below(400));
-    return sign + std::to_string((std::uint64_t{1} << Below(64)) + Below(3) - 1);
+    switch (Below(4)) {
+      case 0:
+        return sign + std::to_string(290 + Below(40));
+      case 1:
+        return sign + std::to_string((std::uint64_t{1} << Below(64)) + Below(3) - 1);
+      default:
+        return sign + std::to_string(Below(25));
+    }
   }
 
   const std::string& Token() {

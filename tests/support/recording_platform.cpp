@@ -1,7 +1,6 @@
 #include "support/recording_platform.h"
 
-#include <unistd.h>
-
+#include <cstdlib>
 #include <memory>
 #include <optional>
 #include <string>
@@ -191,13 +190,8 @@ std::string CValue::ToString() const { return content_ ? content_->text : std::s
 
 // Found by the plug-in's objects before the C library's.
 extern "C" char* getenv(const char* name) noexcept {
-  const std::string_view wanted(name);
-  if (wanted == "APP_CONF_FILE" && Platform().recording) Platform().Note("getenv(APP_CONF_FILE)");
-  for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
-    const std::string_view text(*entry);
-    if (text.starts_with(wanted) && text.substr(wanted.size()).starts_with('=')) {
-      return *entry + wanted.size() + 1;
-    }
-  }
-  return nullptr;
+  const bool noted = Platform().recording && std::string_view(name) == "APP_CONF_FILE";
+  if (noted) Platform().Note("getenv(APP_CONF_FILE)");
+  // The same but in a program that runs as another user than the one who started it.
+  return secure_getenv(name);
 }

@@ -15,7 +15,10 @@ class WrongProduct final : public impl_dao::CProductInterface {
   void LogError(const char* /*message*/) override {}
   void LogWarning(const char* /*message*/) override {}
   void LogDebug(const char* /*message*/) override {}
-  std::int64_t MapErrorCode(int status) override { return status + std::int64_t{QuillGetProcId()}; }
+  // Wrong for 0, or for every other status.
+  std::int64_t MapErrorCode(int /*status*/) override {
+    return std::getenv("WRONG_PLUGIN_MAPS") == nullptr ? QuillGetProcId() - 1 : 0xB000013;
+  }
   bool GetDBUserAndPassword(std::string& /*user*/, std::string& /*password*/,
                             const std::string& /*dbName*/) override {
     return false;
@@ -49,8 +52,9 @@ GetProductInterfaceForVESTA() {
   if (std::getenv("WRONG_PLUGIN_EXITS") != nullptr) std::exit(0);
   static WrongProduct products[2];
   static unsigned calls = 0;
-  // A dispatch table that lacks an entry, the first of which is the type information.
+  // A dispatch table that lacks an entry, the first of which is the type information; or no object.
   if (const char* const entry = std::getenv("WRONG_PLUGIN_LACKS")) {
+    if (*entry == '\0') return nullptr;
     constexpr int kEntries = 10;
     static const void* table[kEntries];
     static const void* const* const object = table + 1;

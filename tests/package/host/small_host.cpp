@@ -1,4 +1,4 @@
-// Prints a statement's canonical text and the connection properties.
+// Prints what the plug-in answers to each operation, on whatever platform it was built.
 #include <dlfcn.h>
 
 #include <cstdio>
@@ -11,19 +11,22 @@
 int main() {
   void* library = dlopen(PLUGIN, RTLD_NOW | RTLD_LOCAL);
   void* entry = library == nullptr ? nullptr : dlsym(library, "GetProductInterfaceForVESTA");
-  if (entry == nullptr) {
-    std::fprintf(stderr, "small_host: %s\n", dlerror());
-    return 1;
-  }
+  if (entry == nullptr) return std::fprintf(stderr, "small_host: %s\n", dlerror()), 1;
   auto& product = *reinterpret_cast<impl_dao::CProductInterface* (*)()>(entry)();
 
-  std::string sql = "select t1.a from tab t1 where t1.b = 0x1F";
-  product.NormalizeSQL(sql);
-  std::printf("%s\n", sql.c_str());
-
+  product.LogError("e");
+  product.LogWarning("w");
+  product.LogDebug("d");
+  std::string type, user, password, address, sql = "select t1.a from tab t1 where t1.b = 0x1F";
   std::map<std::string, refl::CValue> properties;
+  product.GetDBType(type, "mysql");
+  product.GetDBUserAndPassword(user, password, "mysql");
+  product.GetDBConnectAddress(address, "mysql");
   product.GetDBConnectProperties(properties);
-  for (const auto& property : properties) {
-    std::printf("%s=%s\n", property.first.c_str(), property.second.ToString().c_str());
+  product.NormalizeSQL(sql);
+  std::printf("%s|%s|%s|%s|%s|%llx\n", type.c_str(), user.c_str(), password.c_str(),
+              address.c_str(), sql.c_str(), static_cast<long long>(product.MapErrorCode(5)));
+  for (const auto& [name, value] : properties) {
+    std::printf("%s=%s\n", name.c_str(), value.ToString().c_str());
   }
 }

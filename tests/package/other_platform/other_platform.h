@@ -62,7 +62,7 @@ class CValue {
   CValue();
   virtual ~CValue();
   virtual CValue& ReadFrom(const std::string& text);
-  const std::string& Text() const { return text_; }
+  const std::string& ToString() const { return text_; }
 
  private:
   char reserved_[200] = {};
