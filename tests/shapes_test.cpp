@@ -136,6 +136,7 @@ TEST(Terminal, ShowsProgressThereAlone) {
     const std::string command =
         std::string("(echo 'a;'; sleep 0.7; echo 'b;'; sleep 0.2) | " TARN_HOST_PATH) + tool;
     EXPECT_THAT(OnATerminal(command), HasSubstr("\r0 MiB, 2 statements\x1B[K\r\x1B[K")) << tool;
+    EXPECT_THAT(OnATerminal("stty cols 19; " + command), HasSubstr("\r0 MiB, 2 statem...\x1B[K"));
     EXPECT_EQ(RunProgram({"/bin/sh", "-c", command}).errors, "") << tool;
   }
 }

@@ -217,7 +217,7 @@ class TokenWriter {
     *out_++ = '.';
     if (count > 1) out_ = std::fill_n(out_, count - 1, '.');
     last_ = join ? Last::kJoinedDots : Last::kNoToken;
-    return join ? SkipSpaces(after) : after;
+    return after;
   }
 
   // Of < > ! only what makes two characters is a token.
