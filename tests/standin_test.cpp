@@ -32,6 +32,7 @@ namespace {
 
 // What the system calls below do wrong.
 struct SystemFaults {
+  std::size_t longest_read = 50;  // no file comes in one piece
   std::size_t longest_write = SSIZE_MAX;
   bool write = false;
   bool fsync = false;
@@ -49,6 +50,9 @@ int Result(bool fails, long result) {
 // Found before the C library's.
 #define TARN_TEST_OVERRIDE extern "C" __attribute__((visibility("default")))
 
+TARN_TEST_OVERRIDE ssize_t read(int descriptor, void* buffer, size_t size) {
+  return syscall(SYS_read, descriptor, buffer, std::min(size, faults.longest_read));
+}
 TARN_TEST_OVERRIDE ssize_t write(int descriptor, const void* buffer, size_t size) {
   // So that other threads come between the pieces of a line.
   if (size > faults.longest_write) std::this_thread::yield();
