@@ -9,7 +9,6 @@
 #include <cmath>
 #include <cstddef>
 #include <ctime>
-#include <map>
 #include <memory>
 #include <random>
 #include <set>
@@ -64,15 +63,6 @@ namespace {
 using namespace tarn::host;
 using ::testing::HasSubstr;
 
-const std::map<std::string, Dialect> kDialects{
-    {"mysql", Dialect::kMysql}, {"ansi", Dialect::kAnsi}, {"postgres", Dialect::kPostgres}};
-const std::map<std::string, StatementFormat> kFormats{{"sql", StatementFormat::kSql},
-                                                      {"lines", StatementFormat::kLines},
-                                                      {"nul", StatementFormat::kNul},
-                                                      {"slowlog", StatementFormat::kSlowLog},
-                                                      {"general", StatementFormat::kGeneralLog},
-                                                      {"csvlog", StatementFormat::kCsvLog}};
-
 std::string ShapeOf(StatementFolder& folder, const std::string& statement) {
   std::string shape = sqlnorm::NormalizeSQLText(folder.Fold(statement));
   StatementFolder::ShowPlaces(shape);
@@ -83,7 +73,7 @@ class Folding : public testing::TestWithParam<CaseRow> {};
 
 TEST_P(Folding, UnitesWhatAPersonWould) {
   const std::string& label = GetParam().label;
-  StatementFolder folder(kDialects.at(label.substr(label.find(' ') + 1)));
+  StatementFolder folder(Dialects().at(label.substr(label.find(' ') + 1)));
   std::vector<std::string> statements = GetParam().texts;
   std::set<std::string> shapes;
   if (GetParam().section == "Apart") {
@@ -148,7 +138,8 @@ TEST_P(Inputs, AreCutAlikeHoweverTheyArrive) {
   }
   for (const std::size_t step : {1UL, 2UL, 3UL, 50'000UL}) {
     Trickle trickle(texts[0], step);
-    StatementReader reader(trickle.Path(), kFormats.at(format), kDialects.at(dialect), &trickle);
+    StatementReader reader(trickle.Path(), StatementFormats().at(format), Dialects().at(dialect),
+                           &trickle);
     std::vector<std::string> found;
     std::uint64_t number = 1;
     for (StatementBatch batch; reader.Read(batch); number += batch.Size()) {
@@ -181,7 +172,7 @@ TEST(Statements, TakeTimeLinearInTheirLength) {
     while (text.size() < size) text += family.texts.at(1);
     const std::clock_t start = std::clock();
     searched = 0;
-    for (const auto& [name, dialect] : kDialects) {
+    for (const auto& [name, dialect] : Dialects()) {
       StatementFolder(dialect).Fold(text);
       for (const auto& splitter :
            {MakeSqlSplitter(dialect), MakeSlowLogSplitter(), MakeGeneralLogSplitter(),

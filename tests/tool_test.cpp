@@ -345,6 +345,13 @@ class EncryptOnATerminal : public testing::Test {
     ASSERT_EQ(write(own_end_.Get(), keys.data(), keys.size()), static_cast<ssize_t>(keys.size()));
   }
 
+  RunResult Enter(const std::string& password, const std::string& again) {
+    RunningProgram tool = Start();
+    Answer(password + '\n');
+    Answer(again + '\n');
+    return tool.Wait();
+  }
+
   bool Echoes() const {
     termios settings{};
     tcgetattr(own_end_.Get(), &settings);
@@ -357,20 +364,14 @@ class EncryptOnATerminal : public testing::Test {
 };
 
 TEST_F(EncryptOnATerminal, HidesThePasswordAndWantsItTwice) {
-  RunningProgram tool = Start();
-  Answer("secret\n");
-  Answer("secret\n");
-  const RunResult result = tool.Wait();
+  const RunResult result = Enter("secret", "secret");
   EXPECT_EQ(result.exit_code, 0);
   EXPECT_EQ(result.output, kEncipheredSecret);
   EXPECT_THAT(screen_, Not(HasSubstr("secret")));
 }
 
 TEST_F(EncryptOnATerminal, RefusesASlip) {
-  RunningProgram tool = Start();
-  Answer("secret\n");
-  Answer("secert\n");
-  const RunResult result = tool.Wait();
+  const RunResult result = Enter("secret", "secert");
   EXPECT_EQ(result.exit_code, 2);
   EXPECT_THAT(result.errors, HasSubstr("tarn_host: encrypt:"));
 }

@@ -528,10 +528,7 @@ void StatementFolder::Append(std::string_view token) {
 }
 
 StatementFolder::Group StatementFolder::NextInGroup(Group due, std::string_view token) {
-  const auto operand = [token] {
-    return std::all_of(token.begin(), token.end(),
-                       [](char c) { return IsWord(c) && static_cast<unsigned char>(c) < 0x80; });
-  };
+  const auto operand = [token] { return std::all_of(token.begin(), token.end(), IsProductWord); };
   switch (due) {
     case Group::kLeft:
       if (token == "(") return due;

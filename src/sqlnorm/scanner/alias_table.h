@@ -3,11 +3,12 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <map>
 #include <memory>
 #include <string_view>
 #include <vector>
+
+#include "sqlnorm/scanner/byte_block.h"
 
 namespace tarn::sqlnorm {
 
@@ -74,11 +75,9 @@ class AliasTable {
 
   // A text of up to 8 bytes as a number; an alias holds no NUL byte, so no two are the same.
   static std::uint64_t Packed(std::string_view alias) noexcept {
-    std::uint64_t packed = 0;
-    std::memcpy(&packed, alias.data(), sizeof packed);
-    // Little-endian: the first byte is the lowest, and those behind the alias go.
-    const std::size_t surplus_bits = 8 * (sizeof packed - alias.size());
-    return packed << surplus_bits >> surplus_bits;
+    // Those behind the alias go.
+    const std::size_t surplus_bits = 8 * (sizeof(std::uint64_t) - alias.size());
+    return LoadEight(alias.data()) << surplus_bits >> surplus_bits;
   }
 
   std::array<std::uint64_t, kInPlace> packed_;

@@ -24,6 +24,14 @@ inline ByteBlock LoadBlock(const char* p) noexcept {
   return block;
 }
 
+// The eight bytes at `p` as one number, the first one lowest. Requires: they can be read, on a
+// little-endian processor.
+inline std::uint64_t LoadEight(const char* p) noexcept {
+  std::uint64_t bytes = 0;
+  std::memcpy(&bytes, p, sizeof bytes);
+  return bytes;
+}
+
 // Pads the text that ends at `end`. Not with std::memset, which compilers make a string instruction
 // of, and that takes longer to begin than this to end.
 inline void Pad(char* end) noexcept {

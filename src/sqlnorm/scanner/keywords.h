@@ -3,7 +3,6 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <string_view>
 
 namespace tarn::sqlnorm {
@@ -53,13 +52,6 @@ inline constexpr std::array<Keyword, kLetterMask + 1> kKeywords = [] {
 }();
 
 }  // namespace internal
-
-// The eight bytes at `p`, the first one lowest. Requires: they can be read.
-inline std::uint64_t LoadEight(const char* p) noexcept {
-  std::uint64_t bytes = 0;
-  std::memcpy(&bytes, p, sizeof bytes);
-  return bytes;
-}
 
 // What bytes that are letters are in lower case, and in capitals.
 constexpr std::uint64_t ToLower(std::uint64_t letters) noexcept {

@@ -17,8 +17,6 @@
 namespace tarn::host {
 namespace {
 
-constexpr std::size_t kNoPlace = std::string_view::npos;
-
 constexpr std::string_view kRecordBegin = "9999-99-99 99:99:99.999 ";
 
 class CsvLogSplitter final : public Splitter {
@@ -27,25 +25,19 @@ class CsvLogSplitter final : public Splitter {
     empty_ = empty_ && text.empty();
     std::size_t begin = 0;
     for (; position_ < text.size(); ++position_) {
+      position_ = std::min(text.find_first_of("\"\n", position_), text.size());
+      if (position_ == text.size()) break;
+      if (text[position_] == '"') {
+        in_quotes_ = !in_quotes_;
+        continue;
+      }
       if (in_quotes_) {
         // A record may have lost its end.
-        position_ = std::min(text.find_first_of("\"\n", position_), text.size());
-        if (position_ == text.size()) break;
-        if (text[position_] == '"') {
-          in_quotes_ = false;
-          continue;
-        }
         const std::string_view next = text.substr(position_ + 1);
         if (next.size() < kRecordBegin.size() && !last) break;
         if (!BeginsLike(next, kRecordBegin)) continue;
         ++damaged_;
       } else {
-        position_ = std::min(text.find_first_of("\"\n", position_), text.size());
-        if (position_ == text.size()) break;
-        if (text[position_] == '"') {
-          in_quotes_ = true;
-          continue;
-        }
         Record(text.substr(begin, position_ - begin), found);
       }
       in_quotes_ = false;

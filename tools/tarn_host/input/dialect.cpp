@@ -6,6 +6,12 @@
 
 namespace tarn::host {
 
+const std::map<std::string, Dialect>& Dialects() {
+  static const std::map<std::string, Dialect> kDialects{
+      {"mysql", Dialect::kMysql}, {"ansi", Dialect::kAnsi}, {"postgres", Dialect::kPostgres}};
+  return kDialects;
+}
+
 std::string_view Trimmed(std::string_view text) noexcept {
   while (!text.empty() && IsBlank(text.front())) text.remove_prefix(1);
   while (!text.empty() && IsBlank(text.back())) text.remove_suffix(1);

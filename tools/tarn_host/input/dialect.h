@@ -2,6 +2,8 @@
 
 #include <array>
 #include <cstddef>
+#include <map>
+#include <string>
 #include <string_view>
 
 namespace tarn::host {
@@ -18,6 +20,9 @@ namespace tarn::host {
 //
 // A doubled quote stands for itself in all of them.
 enum class Dialect { kMysql, kAnsi, kPostgres };
+
+// The dialects by the names that a person gives them.
+const std::map<std::string, Dialect>& Dialects();
 
 inline bool IsBlank(char c) noexcept { return c == ' ' || (c >= '\t' && c <= '\r'); }
 
@@ -40,6 +45,11 @@ inline constexpr std::array<bool, 256> kWordBytes = [] {
 
 // A letter, a digit, "_", "$", or a byte of a character beyond ASCII.
 inline bool IsWord(char c) noexcept { return kWordBytes[static_cast<unsigned char>(c)]; }
+
+// Whether the product takes `c` for part of a word, whoever's SQL it is.
+inline bool IsProductWord(char c) noexcept {
+  return IsWord(c) && c != '$' && static_cast<unsigned char>(c) < 0x80;
+}
 
 // `text` without blanks at its ends.
 std::string_view Trimmed(std::string_view text) noexcept;

@@ -14,8 +14,6 @@
 namespace tarn::host {
 namespace {
 
-constexpr std::size_t kNoPlace = std::string_view::npos;
-
 // Whether `line` begins an entry; then where what the command names begins in it, and whether the
 // command runs a statement.
 struct Entry {

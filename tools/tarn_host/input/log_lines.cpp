@@ -9,12 +9,6 @@
 
 namespace tarn::host {
 
-namespace {
-
-constexpr std::size_t kNoPlace = std::string_view::npos;
-
-}  // namespace
-
 bool BeginsLike(std::string_view text, std::string_view pattern) noexcept {
   return text.size() >= pattern.size() &&
          std::equal(pattern.begin(), pattern.end(), text.begin(),

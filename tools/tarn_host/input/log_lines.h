@@ -16,6 +16,8 @@ namespace tarn::host {
 
 // What the splitters of the logs that servers write have in common. All functions are thread-safe.
 
+inline constexpr std::size_t kNoPlace = std::string_view::npos;
+
 inline constexpr std::string_view kSpacedTime = "9999-99-99 99:99:99";
 
 // Whether `text` begins as `pattern` does, in which "9" stands for a digit.
@@ -64,21 +66,21 @@ class LineSplitter : public Splitter {
   Found& Out() const noexcept { return *found_; }
   void SawEntry() noexcept { any_entry_ = true; }
 
-  bool HasBody() const noexcept { return body_begin_ != std::string_view::npos; }
+  bool HasBody() const noexcept { return body_begin_ != kNoPlace; }
   std::string_view Body() const noexcept {
     return Trimmed(text_.substr(body_begin_, line_begin_ - body_begin_));
   }
   void BeginBody(std::size_t at) noexcept { body_begin_ = at; }
   void EndEntry() {
     if (HasBody()) TakeBody(Body());
-    body_begin_ = std::string_view::npos;
+    body_begin_ = kNoPlace;
   }
 
  private:
   const char* name_;
   std::string_view text_;
   Found* found_ = nullptr;
-  std::size_t body_begin_ = std::string_view::npos;
+  std::size_t body_begin_ = kNoPlace;
   std::size_t line_begin_ = 0;
   // How much of the text is known to hold no further line's end.
   std::size_t searched_ = 0;

@@ -7,9 +7,9 @@
 namespace tarn::host {
 
 const LogKind* RecognizedLog(std::string_view head) {
-  static constexpr LogKind kSlow{"a slow query log", StatementFormat::kSlowLog, "slowlog"};
-  static constexpr LogKind kGeneral{"a general query log", StatementFormat::kGeneralLog, "general"};
-  static constexpr LogKind kCsv{"a PostgreSQL CSV log", StatementFormat::kCsvLog, "csvlog"};
+  static constexpr LogKind kSlow{"a slow query log", "slowlog"};
+  static constexpr LogKind kGeneral{"a general query log", "general"};
+  static constexpr LogKind kCsv{"a PostgreSQL CSV log", "csvlog"};
   // A banner and a cut line may come before.
   constexpr int kLines = 6;
   for (int line_number = 0; line_number < kLines && !head.empty(); ++line_number) {

@@ -30,12 +30,11 @@ bool BeginsSlowLogEntry(std::string_view line) noexcept;
 bool BeginsGeneralLogEntry(std::string_view line);
 bool BeginsCsvLogRecord(std::string_view line) noexcept;
 
-// A log that text is recognised as by its first lines: what it is called, how it is read and the
-// value of --input for that.
+// A log that text is recognised as by its first lines: what it is called, and the name of its
+// StatementFormat.
 struct LogKind {
   const char* name;
-  StatementFormat format;
-  const char* option;
+  const char* format;
 };
 
 // Null when `head`, the first lines of a text, are no log's.

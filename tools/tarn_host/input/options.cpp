@@ -1,6 +1,5 @@
 #include "tarn_host/input/options.h"
 
-#include <map>
 #include <string>
 #include <vector>
 
@@ -16,21 +15,13 @@ Dialect InputOptions::UsedDialect() const noexcept {
 }
 
 void AddInputOptions(Command& command, InputOptions& options) {
-  const std::map<std::string, StatementFormat> formats{{"sql", StatementFormat::kSql},
-                                                       {"lines", StatementFormat::kLines},
-                                                       {"nul", StatementFormat::kNul},
-                                                       {"slowlog", StatementFormat::kSlowLog},
-                                                       {"general", StatementFormat::kGeneralLog},
-                                                       {"csvlog", StatementFormat::kCsvLog}};
   command.Choice(
-      "--input", options.format, formats, "FORMAT",
+      "--input", options.format, StatementFormats(), "FORMAT",
       "How statements lie in the input: separated by semicolons (sql, the default), newlines "
       "(lines) or NUL bytes (nul), or in MySQL's slow query log (slowlog) or general log "
       "(general), or in PostgreSQL's CSV log (csvlog)");
-  const std::map<std::string, Dialect> dialects{
-      {"mysql", Dialect::kMysql}, {"ansi", Dialect::kAnsi}, {"postgres", Dialect::kPostgres}};
   command.Choice(
-      "--dialect", options.dialect, dialects, "NAME",
+      "--dialect", options.dialect, Dialects(), "NAME",
       "Whose quotes, comments and separators: mysql (the default, except for csvlog), ansi or "
       "postgres");
   command.Arguments("FILE", options.files,

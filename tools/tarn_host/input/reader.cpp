@@ -59,7 +59,7 @@ bool StatementReader::Read(StatementBatch& batch) {
     if (!head_seen_) {
       head_seen_ = true;
       log_ = RecognizedLog({batch.bytes_.data() + size, got});
-      if (log_ != nullptr && log_->format == format_) log_ = nullptr;
+      if (log_ != nullptr && StatementFormats().at(log_->format) == format_) log_ = nullptr;
     }
     size += got;
     at_end_ = got == 0;
@@ -75,7 +75,7 @@ bool StatementReader::Read(StatementBatch& batch) {
 
 std::string StatementReader::Problem() const {
   if (log_ != nullptr && (format_ == StatementFormat::kSql || next_number_ == 1)) {
-    return Name() + ": looks like " + log_->name + ": use --input=" + log_->option;
+    return Name() + ": looks like " + log_->name + ": use --input=" + log_->format;
   }
   const std::string problem = input_.Source().Stopped() ? "" : splitter_->Problem();
   return problem.empty() ? problem : Name() + ": " + problem;

@@ -1,4 +1,3 @@
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -13,8 +12,6 @@
 
 namespace tarn::host {
 namespace {
-
-constexpr std::size_t kNoPlace = std::string_view::npos;
 
 // The number behind "`name`: " in a line of a header.
 template <typename Number>
@@ -80,7 +77,7 @@ class SlowLogSplitter final : public LineSplitter {
   // "# Thread_id: 5  Schema: shop" and the like.
   static bool IsOtherHeader(std::string_view line) noexcept {
     if (!line.starts_with("# ")) return false;
-    const std::size_t end = std::min(EndOfName(line, 2), line.size());
+    const std::size_t end = EndOfName(line, 2);
     return end > 2 && line.substr(end).starts_with(": ");
   }
 

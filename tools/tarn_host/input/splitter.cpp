@@ -400,4 +400,15 @@ std::unique_ptr<Splitter> MakeSqlSplitter(Dialect dialect) {
   return std::make_unique<SqlSplitter>(dialect);
 }
 
+const std::map<std::string, StatementFormat>& StatementFormats() {
+  static const std::map<std::string, StatementFormat> kFormats{
+      {"sql", StatementFormat::kSql},
+      {"lines", StatementFormat::kLines},
+      {"nul", StatementFormat::kNul},
+      {"slowlog", StatementFormat::kSlowLog},
+      {"general", StatementFormat::kGeneralLog},
+      {"csvlog", StatementFormat::kCsvLog}};
+  return kFormats;
+}
+
 }  // namespace tarn::host

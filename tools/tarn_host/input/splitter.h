@@ -23,6 +23,9 @@ namespace tarn::host {
 // The last statement needs no separator.
 enum class StatementFormat { kSql, kLines, kNul, kSlowLog, kGeneralLog, kCsvLog };
 
+// The formats by the names that a person gives them.
+const std::map<std::string, StatementFormat>& StatementFormats();
+
 // What a log says of one execution of a statement.
 struct Measures {
   std::optional<double> seconds;
