@@ -21,10 +21,10 @@
 #include <string_view>
 #include <vector>
 
+#include "logs/reader.h"
 #include "sqlnorm/patterns/pattern_engine.h"
 #include "sqlnorm/scanner/scanner_engine.h"
 #include "support/growth_families.h"
-#include "tarn_host/input/reader.h"
 #include "varied_statements.h"
 
 namespace {

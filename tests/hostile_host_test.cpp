@@ -16,8 +16,8 @@
 #include <vector>
 
 #include "platform/c_value.h"
+#include "plugin/plugin.h"
 #include "support/surroundings.h"
-#include "tarn_host/plugin.h"
 
 namespace tarn::test {
 namespace {

@@ -22,6 +22,7 @@
 #include <utility>
 #include <vector>
 
+#include "plugin/plugin.h"
 #include "sqlnorm/normalize_sql.h"
 #include "sqlnorm/patterns/pattern_engine.h"
 #include "sqlnorm/scanner/scanner_engine.h"
@@ -30,7 +31,6 @@
 #include "support/compare_engines.h"
 #include "support/growth_families.h"
 #include "support/random_statements.h"
-#include "tarn_host/plugin.h"
 
 namespace tarn::test {
 namespace {

@@ -18,17 +18,17 @@
 #include <utility>
 #include <vector>
 
+#include "logs/log_splitter.h"
+#include "logs/reader.h"
+#include "shapes/keyed_hash.h"
+#include "shapes/statement_folder.h"
+#include "shapes/time_statistics.h"
+#include "sql/errors.h"
 #include "sqlnorm/normalize_sql.h"
 #include "support/case_file.h"
 #include "support/run_program.h"
 #include "support/surroundings.h"
-#include "tarn_host/errors.h"
-#include "tarn_host/input/log_splitter.h"
-#include "tarn_host/input/reader.h"
-#include "tarn_host/keyed_hash.h"
 #include "tarn_host/output.h"
-#include "tarn_host/statement_folder.h"
-#include "tarn_host/time_statistics.h"
 
 namespace {
 

@@ -2,7 +2,7 @@
 
 #include <csignal>
 
-#include "tarn_host/input/file.h"
+#include "logs/input.h"
 
 namespace tarn::host {
 

@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "tarn_host/input/file.h"
+#include "logs/input.h"
 #include "tarn_host/output.h"
 
 namespace tarn::host {

@@ -14,8 +14,8 @@
 #include <utility>
 #include <vector>
 
+#include "plugin/normalize_call.h"
 #include "tarn_host/errors.h"
-#include "tarn_host/normalize_call.h"
 
 namespace tarn::host {
 namespace {

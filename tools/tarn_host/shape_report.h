@@ -8,8 +8,8 @@
 #include <string_view>
 
 #include "impl_dao/product_interface.h"
+#include "shapes/shape_counter.h"
 #include "tarn_host/output.h"
-#include "tarn_host/shape_counter.h"
 
 namespace tarn::host {
 

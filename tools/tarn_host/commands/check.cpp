@@ -24,12 +24,12 @@
 #include <typeinfo>
 #include <vector>
 
-#include "tarn_host/elf_library.h"
+#include "plugin/elf_library.h"
+#include "plugin/normalize_call.h"
+#include "plugin/plugin.h"
 #include "tarn_host/errors.h"
 #include "tarn_host/exit_code.h"
-#include "tarn_host/normalize_call.h"
 #include "tarn_host/output.h"
-#include "tarn_host/plugin.h"
 #include "tarn_host/plugin_option.h"
 
 namespace tarn::host {

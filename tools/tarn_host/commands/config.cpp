@@ -21,12 +21,12 @@
 #include <vector>
 
 #include "dbconfig/wiped_string.h"
-#include "tarn_host/elf_library.h"
+#include "plugin/elf_library.h"
+#include "plugin/platform_module.h"
+#include "plugin/plugin.h"
 #include "tarn_host/errors.h"
 #include "tarn_host/exit_code.h"
 #include "tarn_host/output.h"
-#include "tarn_host/platform_module.h"
-#include "tarn_host/plugin.h"
 #include "tarn_host/plugin_option.h"
 
 namespace tarn::host {

@@ -11,10 +11,10 @@
 #include <string_view>
 #include <system_error>
 
+#include "plugin/plugin.h"
 #include "tarn_host/errors.h"
 #include "tarn_host/exit_code.h"
 #include "tarn_host/output.h"
-#include "tarn_host/plugin.h"
 #include "tarn_host/plugin_option.h"
 
 namespace tarn::host {

@@ -9,13 +9,13 @@
 #include <string_view>
 #include <vector>
 
+#include "logs/reader.h"
+#include "plugin/normalize_call.h"
+#include "plugin/plugin.h"
 #include "tarn_host/errors.h"
 #include "tarn_host/exit_code.h"
-#include "tarn_host/input/options.h"
-#include "tarn_host/input/reader.h"
-#include "tarn_host/normalize_call.h"
+#include "tarn_host/input_options.h"
 #include "tarn_host/output.h"
-#include "tarn_host/plugin.h"
 #include "tarn_host/plugin_option.h"
 #include "tarn_host/progress.h"
 

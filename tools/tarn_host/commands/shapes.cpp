@@ -13,16 +13,16 @@
 #include <utility>
 #include <vector>
 
+#include "logs/reader.h"
+#include "plugin/plugin.h"
+#include "shapes/shape_counter.h"
 #include "tarn_host/errors.h"
 #include "tarn_host/exit_code.h"
-#include "tarn_host/input/options.h"
-#include "tarn_host/input/reader.h"
+#include "tarn_host/input_options.h"
 #include "tarn_host/interrupt.h"
 #include "tarn_host/output.h"
-#include "tarn_host/plugin.h"
 #include "tarn_host/plugin_option.h"
 #include "tarn_host/progress.h"
-#include "tarn_host/shape_counter.h"
 #include "tarn_host/shape_report.h"
 
 namespace tarn::host {

@@ -9,13 +9,13 @@
 #include <string_view>
 #include <utility>
 
+#include "logs/input.h"
+#include "plugin/normalize_call.h"
+#include "plugin/plugin.h"
 #include "sqlnorm/patterns/pattern_engine.h"
 #include "tarn_host/errors.h"
 #include "tarn_host/exit_code.h"
-#include "tarn_host/input/file.h"
-#include "tarn_host/normalize_call.h"
 #include "tarn_host/output.h"
-#include "tarn_host/plugin.h"
 #include "tarn_host/plugin_option.h"
 
 namespace tarn::host {

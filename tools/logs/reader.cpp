@@ -1,4 +1,4 @@
-#include "tarn_host/input/reader.h"
+#include "logs/reader.h"
 
 #include <cstddef>
 #include <cstring>

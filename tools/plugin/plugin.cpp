@@ -1,4 +1,4 @@
-#include "tarn_host/plugin.h"
+#include "plugin/plugin.h"
 
 #include <dlfcn.h>
 

@@ -3,7 +3,7 @@
 #include <memory>
 #include <string_view>
 
-#include "tarn_host/input/splitter.h"
+#include "logs/splitter.h"
 
 namespace tarn::host {
 

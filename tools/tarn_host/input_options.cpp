@@ -1,4 +1,4 @@
-#include "tarn_host/input/options.h"
+#include "tarn_host/input_options.h"
 
 #include <string>
 #include <vector>

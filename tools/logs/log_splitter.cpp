@@ -1,4 +1,4 @@
-#include "tarn_host/input/log_splitter.h"
+#include "logs/log_splitter.h"
 
 #include <algorithm>
 #include <cstddef>

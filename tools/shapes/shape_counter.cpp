@@ -1,4 +1,4 @@
-#include "tarn_host/shape_counter.h"
+#include "shapes/shape_counter.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -11,8 +11,8 @@
 #include <utility>
 #include <vector>
 
-#include "tarn_host/normalize_call.h"
-#include "tarn_host/statement_folder.h"
+#include "plugin/normalize_call.h"
+#include "shapes/statement_folder.h"
 
 namespace tarn::host {
 namespace {

@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "tarn_host/input/dialect.h"
+#include "sql/dialect.h"
 
 namespace tarn::host {
 

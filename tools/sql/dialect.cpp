@@ -1,8 +1,11 @@
-#include "tarn_host/input/dialect.h"
+#include "sql/dialect.h"
 
-#include <algorithm>
 #include <cstddef>
+#include <map>
+#include <string>
 #include <string_view>
+
+#include "sql/text.h"
 
 namespace tarn::host {
 
@@ -10,17 +13,6 @@ const std::map<std::string, Dialect>& Dialects() {
   static const std::map<std::string, Dialect> kDialects{
       {"mysql", Dialect::kMysql}, {"ansi", Dialect::kAnsi}, {"postgres", Dialect::kPostgres}};
   return kDialects;
-}
-
-std::string_view Trimmed(std::string_view text) noexcept {
-  while (!text.empty() && IsBlank(text.front())) text.remove_prefix(1);
-  while (!text.empty() && IsBlank(text.back())) text.remove_suffix(1);
-  return text;
-}
-
-bool EqualIgnoringCase(std::string_view a, std::string_view b) noexcept {
-  return std::equal(a.begin(), a.end(), b.begin(), b.end(),
-                    [](char x, char y) { return Lower(x) == Lower(y); });
 }
 
 bool BeginsLineComment(std::string_view rest, Dialect dialect) noexcept {

@@ -6,10 +6,11 @@
 #include <string>
 #include <string_view>
 
-#include "tarn_host/input/dialect.h"
-#include "tarn_host/input/log_lines.h"
-#include "tarn_host/input/log_splitter.h"
-#include "tarn_host/input/splitter.h"
+#include "logs/log_lines.h"
+#include "logs/log_splitter.h"
+#include "logs/splitter.h"
+#include "sql/dialect.h"
+#include "sql/text.h"
 
 namespace tarn::host {
 namespace {

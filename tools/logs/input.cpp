@@ -1,4 +1,4 @@
-#include "tarn_host/input/file.h"
+#include "logs/input.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -14,7 +14,7 @@
 #include <string_view>
 #include <vector>
 
-#include "tarn_host/errors.h"
+#include "sql/errors.h"
 
 namespace tarn::host {
 namespace {

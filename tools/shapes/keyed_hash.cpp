@@ -1,4 +1,4 @@
-#include "tarn_host/keyed_hash.h"
+#include "shapes/keyed_hash.h"
 
 #include <openssl/core_names.h>
 #include <openssl/evp.h>
@@ -9,9 +9,8 @@
 #include <cstddef>
 #include <cstring>
 #include <memory>
+#include <stdexcept>
 #include <string>
-
-#include "tarn_host/errors.h"
 
 namespace tarn::host {
 namespace {
@@ -19,7 +18,7 @@ namespace {
 constexpr std::size_t kKeySize = 16;
 
 void Require(bool success) {
-  if (!success) throw ToolError("cannot hash: the cryptographic library fails");
+  if (!success) throw std::runtime_error("cannot hash: the cryptographic library fails");
 }
 
 }  // namespace

@@ -7,9 +7,9 @@
 #include <unordered_map>
 
 #include "impl_dao/product_interface.h"
-#include "tarn_host/input/reader.h"
-#include "tarn_host/keyed_hash.h"
-#include "tarn_host/time_statistics.h"
+#include "logs/reader.h"
+#include "shapes/keyed_hash.h"
+#include "shapes/time_statistics.h"
 
 namespace tarn::host {
 

@@ -1,4 +1,4 @@
-#include "tarn_host/normalize_call.h"
+#include "plugin/normalize_call.h"
 
 #include <cmath>
 #include <cstddef>
@@ -9,7 +9,8 @@
 #include <string>
 #include <string_view>
 
-#include "tarn_host/input/dialect.h"
+#include "sql/dialect.h"
+#include "sql/text.h"
 
 namespace tarn::host {
 

@@ -1,4 +1,4 @@
-#include "tarn_host/time_statistics.h"
+#include "shapes/time_statistics.h"
 
 #include <algorithm>
 #include <cmath>

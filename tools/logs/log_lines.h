@@ -9,8 +9,9 @@
 #include <system_error>
 #include <type_traits>
 
-#include "tarn_host/input/dialect.h"
-#include "tarn_host/input/splitter.h"
+#include "logs/splitter.h"
+#include "sql/dialect.h"
+#include "sql/text.h"
 
 namespace tarn::host {
 

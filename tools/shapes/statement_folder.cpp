@@ -1,10 +1,12 @@
-#include "tarn_host/statement_folder.h"
+#include "shapes/statement_folder.h"
 
 #include <algorithm>
 #include <array>
 #include <cstddef>
 #include <string>
 #include <string_view>
+
+#include "sql/text.h"
 
 namespace tarn::host {
 namespace {

@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "logs/reader.h"
 #include "tarn_host/command_line.h"
-#include "tarn_host/input/reader.h"
 
 namespace tarn::host {
 

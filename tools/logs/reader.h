@@ -7,9 +7,9 @@
 #include <string_view>
 #include <vector>
 
-#include "tarn_host/input/file.h"
-#include "tarn_host/input/log_splitter.h"
-#include "tarn_host/input/splitter.h"
+#include "logs/input.h"
+#include "logs/log_splitter.h"
+#include "logs/splitter.h"
 
 namespace tarn::host {
 

@@ -1,11 +1,12 @@
-#include "tarn_host/input/log_lines.h"
+#include "logs/log_lines.h"
 
 #include <algorithm>
 #include <cstddef>
 #include <string>
 #include <string_view>
 
-#include "tarn_host/input/dialect.h"
+#include "sql/dialect.h"
+#include "sql/text.h"
 
 namespace tarn::host {
 

@@ -1,4 +1,4 @@
-#include "tarn_host/elf_library.h"
+#include "plugin/elf_library.h"
 
 #include <elf.h>
 #include <fcntl.h>
@@ -14,7 +14,7 @@
 #include <type_traits>
 #include <vector>
 
-#include "tarn_host/errors.h"
+#include "sql/errors.h"
 
 namespace tarn::host {
 namespace {

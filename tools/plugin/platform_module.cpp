@@ -1,4 +1,4 @@
-#include "tarn_host/platform_module.h"
+#include "plugin/platform_module.h"
 
 #include <map>
 #include <string>

@@ -1,4 +1,4 @@
-#include "tarn_host/input/splitter.h"
+#include "logs/splitter.h"
 
 #include <algorithm>
 #include <array>
@@ -8,7 +8,8 @@
 #include <string>
 #include <string_view>
 
-#include "tarn_host/input/dialect.h"
+#include "sql/dialect.h"
+#include "sql/text.h"
 
 namespace tarn::host {
 namespace {
