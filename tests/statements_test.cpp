@@ -20,6 +20,7 @@
 
 #include "logs/log_splitter.h"
 #include "logs/reader.h"
+#include "logs/sql_splitter.h"
 #include "shapes/keyed_hash.h"
 #include "shapes/statement_folder.h"
 #include "shapes/time_statistics.h"

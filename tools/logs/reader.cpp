@@ -6,6 +6,8 @@
 #include <string>
 #include <utility>
 
+#include "logs/sql_splitter.h"
+
 namespace tarn::host {
 namespace {
 

@@ -8,6 +8,7 @@
 #include "logs/log_lines.h"
 #include "logs/log_splitter.h"
 #include "logs/splitter.h"
+#include "logs/sql_splitter.h"
 #include "sql/dialect.h"
 #include "sql/text.h"
 

@@ -75,9 +75,4 @@ class Splitter {
 // Statements each ended by the byte `separator`; the last needs none.
 std::unique_ptr<Splitter> MakeSeparatorSplitter(char separator);
 
-// Statements of SQL ended by semicolons and by what the dialect has besides. Blanks around a
-// statement and comments before it are dropped, comments within it stay; a statement that has
-// nothing else is none. The last statement needs no separator.
-std::unique_ptr<Splitter> MakeSqlSplitter(Dialect dialect);
-
 }  // namespace tarn::host
