@@ -148,9 +148,11 @@ TEST_P(Inputs, AreCutAlikeHoweverTheyArrive) {
       for (std::size_t i = 0; i < batch.Size(); ++i) {
         std::ostringstream text;
         text << batch[i];
-        const auto& [seconds, sent, examined] = batch.MeasuresOf(i);
+        const Execution& execution = batch.ExecutionOf(i);
         if (GetParam().section == "SlowLog" || GetParam().section == "CsvLog") {
-          (seconds ? text << '|' << *seconds : text << "|-") << ' ' << sent << ' ' << examined;
+          (execution.seconds ? text << '|' << *execution.seconds : text << "|-")
+              << ' ' << execution.rows_sent.value_or(0) << ' '
+              << execution.rows_examined.value_or(0);
         }
         found.push_back(text.str());
       }

@@ -80,7 +80,9 @@ class CsvLogSplitter final : public Splitter {
       return;
     }
     any_record_ = true;
-    found.AddTime(TimeAt(fields_[kLogTime]));
+    if (const auto time = TimeAt(fields_[kLogTime])) {
+      ExtendSpan(found.first_time, found.last_time, *time);
+    };
     if (fields_[kSeverity] == "LOG") Message(fields_[kMessage], fields_[kSession], found);
   }
 
@@ -154,7 +156,7 @@ class CsvLogSplitter final : public Splitter {
 
   static void Add(std::string statement, std::optional<double> seconds, Found& found) {
     const std::string& owned = found.owned.emplace_back(std::move(statement));
-    found.statements.push_back({owned, {seconds, 0, 0}});
+    found.statements.push_back({owned, {.seconds = seconds}});
   }
 
   void FlushWaiting(Found& found) {

@@ -32,7 +32,7 @@ std::optional<Entry> EntryAt(std::string_view line) {
       "Shutdown",    "Slave_IO",     "Slave_SQL", "Sleep",    "Slave_worker", "Statistics",
       "Subscribe",   "Table",        "Time",      "clone"};
   std::size_t at = 0;
-  if (!TimeAt(line).empty()) {
+  if (TimeAt(line)) {
     // "261124 09:05:00" has a blank in it.
     at = line.find_first_of(" \t", IsDigit(line[4]) && IsDigit(line[5]) ? 8 : 0);
   }
@@ -69,7 +69,7 @@ class GeneralLogSplitter final : public LineSplitter {
     }
     EndEntry();
     SawEntry();
-    Out().AddTime(TimeAt(line));
+    AddTime(TimeAt(line));
     if (entry->runs) BeginBody(LineBegin() + entry->argument);
   }
 

@@ -1,7 +1,10 @@
 #include "logs/log_lines.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstddef>
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -16,20 +19,42 @@ bool BeginsLike(std::string_view text, std::string_view pattern) noexcept {
                     [](char p, char c) { return p == '9' ? IsDigit(c) : p == c; });
 }
 
-std::string TimeAt(std::string_view text) {
+namespace {
+
+// The number of two digits at `at`; the first may be a blank.
+int TwoDigits(std::string_view text, std::size_t at) noexcept {
+  constexpr int kTen = 10;
+  return (text[at] == ' ' ? 0 : text[at] - '0') * kTen + (text[at + 1] - '0');
+}
+
+}  // namespace
+
+std::optional<LogTime> TimeAt(std::string_view text) {
   constexpr std::string_view kIsoTime = "9999-99-99T99:99:99";
+  constexpr int kHundred = 100;
+  constexpr std::int64_t kMicrosecondsPerSecond = 1'000'000;
+  int year = 0;
+  std::size_t at = 0;
   if (BeginsLike(text, kIsoTime) || BeginsLike(text, kSpacedTime)) {
-    std::string time(text.substr(0, kIsoTime.size()));
-    time[10] = ' ';
-    return time;
+    year = TwoDigits(text, 0) * kHundred + TwoDigits(text, 2);
+    at = 5;
+  } else if (BeginsLike(text, "999999 99:99:99") || BeginsLike(text, "999999  9:99:99")) {
+    constexpr int kCentury = 2000;
+    year = kCentury + TwoDigits(text, 0);
+    at = 2;
+  } else {
+    return std::nullopt;
   }
-  const bool two_digits = BeginsLike(text, "999999 99:99:99");
-  if (!two_digits && !BeginsLike(text, "999999  9:99:99")) return {};
-  std::string time = "20";
-  time.append(text.substr(0, 2)).append("-").append(text.substr(2, 2)).append("-");
-  time.append(text.substr(4, 2)).append(" ").append(text.substr(7, 8));
-  if (!two_digits) time[11] = '0';
-  return time;
+  const std::size_t step = at == 2 ? 2 : 3;
+  const std::chrono::year_month_day date{
+      std::chrono::year(year), std::chrono::month(static_cast<unsigned>(TwoDigits(text, at))),
+      std::chrono::day(static_cast<unsigned>(TwoDigits(text, at + step)))};
+  if (!date.ok()) return std::nullopt;
+  at += 2 * step - (step - 2) + 1;
+  const std::int64_t seconds =
+      std::chrono::sys_days(date).time_since_epoch().count() * std::int64_t{86400} +
+      TwoDigits(text, at) * 3600 + TwoDigits(text, at + 3) * 60 + TwoDigits(text, at + 6);
+  return LogTime{seconds * kMicrosecondsPerSecond, std::nullopt};
 }
 
 bool IsServerBanner(std::string_view line) noexcept {

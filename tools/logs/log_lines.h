@@ -39,8 +39,9 @@ std::optional<Number> TakeNumber(std::string_view& text) {
 }
 
 // The time at the start of `text`, "2026-11-24T09:05:00", "2026-11-24 09:05:00" or "261124
-// 9:05:00", as Found has it; empty when there is none.
-std::string TimeAt(std::string_view text);
+// 9:05:00", with its fraction and
+// offset where they follow; nothing when there is none.
+std::optional<LogTime> TimeAt(std::string_view text);
 
 // Whether `line` is one of those that MySQL and MariaDB print when they start.
 bool IsServerBanner(std::string_view line) noexcept;
@@ -65,6 +66,9 @@ class LineSplitter : public Splitter {
 
   std::size_t LineBegin() const noexcept { return line_begin_; }
   Found& Out() const noexcept { return *found_; }
+  void AddTime(const std::optional<LogTime>& time) const {
+    if (time) ExtendSpan(found_->first_time, found_->last_time, *time);
+  }
   void SawEntry() noexcept { any_entry_ = true; }
 
   bool HasBody() const noexcept { return body_begin_ != kNoPlace; }

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -10,6 +11,7 @@
 #include "logs/input.h"
 #include "logs/log_splitter.h"
 #include "logs/splitter.h"
+#include "sql/dialect.h"
 
 namespace tarn::host {
 
@@ -21,12 +23,12 @@ class StatementBatch {
   std::string_view operator[](std::size_t index) const noexcept {
     return found_.statements[index].text;
   }
-  const Measures& MeasuresOf(std::size_t index) const noexcept {
-    return found_.statements[index].measures;
+  const Execution& ExecutionOf(std::size_t index) const noexcept {
+    return found_.statements[index].execution;
   }
   // As Found has them.
-  const std::string& FirstTime() const noexcept { return found_.first_time; }
-  const std::string& LastTime() const noexcept { return found_.last_time; }
+  const std::optional<LogTime>& FirstTime() const noexcept { return found_.first_time; }
+  const std::optional<LogTime>& LastTime() const noexcept { return found_.last_time; }
   // Number within the input of the first statement of the batch; an input's first is 1.
   std::uint64_t FirstNumber() const noexcept { return first_number_; }
 

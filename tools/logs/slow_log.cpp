@@ -56,14 +56,14 @@ class SlowLogSplitter final : public LineSplitter {
 
   void Header(std::string_view line) {
     if (line.starts_with(kTime)) {
-      Out().AddTime(TimeAt(Trimmed(line.substr(kTime.size()))));
+      AddTime(TimeAt(Trimmed(line.substr(kTime.size()))));
     }
     // The first of the lines that an entry has, whichever of them are left.
     if (line.starts_with(kTime) || line.starts_with(kUser)) measures_ = {};
     if (line.starts_with(kQueryTime)) {
-      measures_ = {NumberNamed<double>(line, "Query_time: "),
-                   NumberNamed<std::uint64_t>(line, " Rows_sent: ").value_or(0),
-                   NumberNamed<std::uint64_t>(line, " Rows_examined: ").value_or(0)};
+      measures_ = {.seconds = NumberNamed<double>(line, "Query_time: "),
+                   .rows_sent = NumberNamed<std::uint64_t>(line, " Rows_sent: "),
+                   .rows_examined = NumberNamed<std::uint64_t>(line, " Rows_examined: ")};
     }
     in_entry_ = true;
     SawEntry();
@@ -129,7 +129,7 @@ class SlowLogSplitter final : public LineSplitter {
   }
 
   // From the header until a statement takes them.
-  Measures measures_;
+  Execution measures_;
   bool in_entry_ = false;
   // Whether the entry's text ends with a semicolon so far.
   bool statement_ended_ = false;

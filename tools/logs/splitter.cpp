@@ -41,14 +41,8 @@ class SeparatorSplitter final : public Splitter {
 void Found::Clear() {
   statements.clear();
   owned.clear();
-  first_time.clear();
-  last_time.clear();
-}
-
-void Found::AddTime(const std::string& time) {
-  if (time.empty()) return;
-  if (first_time.empty() || time < first_time) first_time = time;
-  if (time > last_time) last_time = time;
+  first_time.reset();
+  last_time.reset();
 }
 
 std::unique_ptr<Splitter> MakeSeparatorSplitter(char separator) {

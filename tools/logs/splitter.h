@@ -1,15 +1,12 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
-#include <deque>
+#include <map>
 #include <memory>
-#include <optional>
 #include <string>
 #include <string_view>
-#include <vector>
 
-#include "sql/dialect.h"
+#include "logs/source.h"
 
 namespace tarn::host {
 
@@ -25,34 +22,6 @@ enum class StatementFormat { kSql, kLines, kNul, kSlowLog, kGeneralLog, kCsvLog 
 
 // The formats by the names that a person gives them.
 const std::map<std::string, StatementFormat>& StatementFormats();
-
-// What a log says of one execution of a statement.
-struct Measures {
-  std::optional<double> seconds;
-  std::uint64_t rows_sent = 0;
-  std::uint64_t rows_examined = 0;
-};
-
-struct FoundStatement {
-  // Within the text that was split, or in Found::owned.
-  std::string_view text;
-  Measures measures;
-};
-
-// What calls of Splitter::Split found.
-struct Found {
-  std::vector<FoundStatement> statements;
-  // Statements that do not lie in the text as they are.
-  std::deque<std::string> owned;
-  // The earliest and the latest time in a log, as "2026-11-24 09:05:00" in the log's time zone;
-  // empty where there is none.
-  std::string first_time;
-  std::string last_time;
-
-  void Clear();
-  // Takes `time` into account, unless it is empty.
-  void AddTime(const std::string& time);
-};
 
 // Finds statements in a text that arrives piece by piece. Not thread-safe.
 class Splitter {

@@ -17,10 +17,11 @@
 namespace tarn::host {
 namespace {
 
-void AddTimes(ShapeCount& count, const std::string& first, const std::string& last) {
-  if (first.empty()) return;
-  if (count.first_time.empty() || first < count.first_time) count.first_time = first;
-  count.last_time = std::max(count.last_time, last);
+void AddTimes(ShapeCount& count, const std::optional<LogTime>& first,
+              const std::optional<LogTime>& last) {
+  for (const auto& time : {first, last}) {
+    if (time) ExtendSpan(count.first_time, count.last_time, *time);
+  }
 }
 
 // Counts what one thread takes from the source.
@@ -35,14 +36,14 @@ class Worker {
     for (std::uint64_t position = 0; source(batch, position);) {
       AddTimes(count_, batch.FirstTime(), batch.LastTime());
       for (std::size_t index = 0; index < batch.Size(); ++index) {
-        Add(batch[index], batch.MeasuresOf(index), position + index);
+        Add(batch[index], batch.ExecutionOf(index), position + index);
       }
     }
     return std::move(count_);
   }
 
  private:
-  void Add(std::string_view statement, const Measures& measures, std::uint64_t position) {
+  void Add(std::string_view statement, const Execution& execution, std::uint64_t position) {
     // What the product refuses in a statement is refused in its shape as well.
     text_ = folder_ && !DecimalBeyondDouble(statement) ? folder_->Fold(statement) : statement;
     if (auto reason = CallNormalize(product_, text_)) {
@@ -57,9 +58,9 @@ class Worker {
       shape.first = position;
       shape.example = statement;
     }
-    if (measures.seconds) shape.times.Add(*measures.seconds);
-    shape.rows_sent += measures.rows_sent;
-    shape.rows_examined += measures.rows_examined;
+    if (execution.seconds) shape.times.Add(*execution.seconds);
+    shape.rows_sent += execution.rows_sent.value_or(0);
+    shape.rows_examined += execution.rows_examined.value_or(0);
   }
 
   impl_dao::CProductInterface& product_;

@@ -40,8 +40,8 @@ struct ShapeCount {
   std::uint64_t failed = 0;
   std::optional<StatementFailure> first_failure;
   // As Found has them.
-  std::string first_time;
-  std::string last_time;
+  std::optional<LogTime> first_time;
+  std::optional<LogTime> last_time;
 };
 
 struct CountOptions {

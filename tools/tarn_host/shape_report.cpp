@@ -164,7 +164,9 @@ void PrintTable(const ShapeCount& count, const ReportOptions& options, Output& o
   std::string head =
       Counted(count.counted, "statement") + ", " + Counted(count.shapes.size(), "shape");
   if (count.failed > 0) head += ", " + std::to_string(count.failed) + " failed";
-  if (!count.first_time.empty()) head += ", " + count.first_time + " to " + count.last_time;
+  if (count.first_time) {
+    head += ", " + FormatLogTime(*count.first_time) + " to " + FormatLogTime(*count.last_time);
+  }
   print(head);
   if (count.shapes.empty()) return;
 
@@ -220,9 +222,9 @@ void PrintJson(const ShapeCount& count, const ReportOptions& options,
   Json head{{"statements", count.counted},
             {"failed", count.failed},
             {"shape_count", count.shapes.size()}};
-  if (!count.first_time.empty()) {
-    head["first_time"] = count.first_time;
-    head["last_time"] = count.last_time;
+  if (count.first_time) {
+    head["first_time"] = FormatLogTime(*count.first_time);
+    head["last_time"] = FormatLogTime(*count.last_time);
   }
   if (ranking.other_shapes > 0) {
     Json others = numbers(ranking.others);

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace tarn::host {
+
+// When something happened, as a log tells it.
+struct LogTime {
+  // Since 1970-01-01 00:00:00 of the clock that the log was written by.
+  std::int64_t wall_microseconds = 0;
+  // How far that clock is ahead of UTC; nothing where the log does not tell.
+  std::optional<std::int32_t> offset_seconds;
+
+  // Microseconds since 1970-01-01 00:00:00 UTC. A clock of unknown offset is taken for UTC.
+  std::int64_t Instant() const noexcept {
+    constexpr std::int64_t kMicrosecondsPerSecond = 1'000'000;
+    return wall_microseconds - offset_seconds.value_or(0) * kMicrosecondsPerSecond;
+  }
+};
+
+// The time by the log's own clock to the second, with its offset where that is known and not
+// UTC's: "2026-11-24 09:05:00", "2026-11-24 09:05:00+01:00". UTC itself is written without an
+// offset.
+std::string FormatLogTime(const LogTime& time);
+
+// Extends the span from `first` to `last`, in order of Instant, by `time`.
+void ExtendSpan(std::optional<LogTime>& first, std::optional<LogTime>& last, const LogTime& time);
+
+}  // namespace tarn::host
