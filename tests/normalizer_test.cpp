@@ -98,7 +98,7 @@ TEST_P(Steps, RewriteAsTheirTableSays) {
   ASSERT_TRUE(heading >> id >> first >> last);
   Tally tally;
   for (const CaseRow& row : GetParam()) {
-    EXPECT_EQ(sqlnorm::RunSteps(row.texts.at(0), first, last), row.texts.back()) << row.texts[0];
+    EXPECT_EQ(sqlnorm::RunSteps(row.texts.at(0), first, last), row.texts.back()) << row;
     // And as a statement of its own, beside others that are rewritten.
     for (const std::string& text : row.texts) {
       for (const char* frame : {"", "select t7.a, ", "values (1),"}) tally.Compare(frame + text);

@@ -9,25 +9,54 @@
 // that begin with "#" say nothing.
 #pragma once
 
+#include <algorithm>
+#include <cstddef>
 #include <fstream>
+#include <optional>
 #include <ostream>
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace tarn::test {
 
+// The texts of a row. Asking for one that the row does not have throws std::out_of_range with the
+// row's place, so that a row with a column too few fails its own test.
+class CaseTexts : public std::vector<std::string> {
+ public:
+  explicit CaseTexts(std::string where) : where_(std::move(where)) {}
+
+  const std::string& at(std::size_t index) const {
+    if (index >= size()) {
+      throw std::out_of_range(where_ + ": text " + std::to_string(index + 1) + " is missing");
+    }
+    return data()[index];
+  }
+  const std::string& operator[](std::size_t index) const { return at(index); }
+  const std::string& front() const { return at(0); }
+  const std::string& back() const { return at(empty() ? 0 : size() - 1); }
+
+ private:
+  std::string where_;
+};
+
 struct CaseRow {
   std::string section;
   std::string label;
-  std::vector<std::string> texts;
+  CaseTexts texts;
+  // "tests/cases/canonical_text.txt:12", and the lines of the row as they are in the file. Those of
+  // a malformed row say what is wrong with it, and it has no texts.
+  std::string where;
+  std::string lines;
 
   // Names the row's test: the section and the label's first word.
   std::string Id() const { return section + "_" + label.substr(0, label.find(' ')); }
 
+  // A failing test prints it.
   friend std::ostream& operator<<(std::ostream& stream, const CaseRow& row) {
-    return stream << row.Id();
+    return stream << row.where << ": " << row.lines;
   }
 };
 
@@ -51,32 +80,51 @@ inline std::string Unescaped(std::string_view text) {
   return bytes;
 }
 
-// The rows of tests/cases/`name`, in order.
-inline std::vector<CaseRow> ReadCases(const std::string& name) {
+// The texts of "[a] => [b]", which may continue those of `texts`. Returns what is wrong with it.
+inline std::optional<std::string> TakeTexts(std::string_view line, CaseTexts& texts) {
   constexpr std::string_view kBetween = "] => [";
-  std::ifstream file(std::string(TARN_CASES "/") + name);
-  if (!file) throw std::runtime_error("cannot read the cases in " + name);
-  std::vector<CaseRow> rows;
-  std::string section;
-  for (std::string line; std::getline(file, line);) {
-    if (line.empty() || line[0] == '#') continue;
-    if (line[0] != ' ') {
-      section = line;
-      continue;
-    }
-    const std::size_t label = line.find_first_not_of(' ');
-    const std::size_t open = line.find('[');
-    if (open == std::string::npos || line.back() != ']') throw std::runtime_error("odd: " + line);
-    CaseRow row{section, open == label ? "" : line.substr(label, open - 1 - label), {}};
-    const bool continues = row.label == "=>";
-    std::vector<std::string>& texts = continues ? rows.back().texts : row.texts;
-    std::string_view rest = std::string_view(line).substr(open + 1, line.size() - open - 2);
+  if (line.empty() || line.front() != '[' || line.back() != ']') {
+    return "no [ and ] around the texts";
+  }
+  std::string_view rest = line.substr(1, line.size() - 2);
+  try {
     for (std::size_t end = 0; end != std::string_view::npos;) {
       end = rest.find(kBetween);
       texts.push_back(Unescaped(rest.substr(0, end)));
       if (end != std::string_view::npos) rest.remove_prefix(end + kBetween.size());
     }
-    if (!continues) rows.push_back(std::move(row));
+  } catch (const std::logic_error&) {
+    return "an unknown escape";
+  }
+  return std::nullopt;
+}
+
+// The rows of tests/cases/`name`, in order. A malformed row is one whose test fails.
+inline std::vector<CaseRow> ReadCases(const std::string& name) {
+  std::ifstream file(std::string(TARN_CASES "/") + name);
+  if (!file) throw std::runtime_error("cannot read the cases in " + name);
+  std::vector<CaseRow> rows;
+  std::string section;
+  int number = 0;
+  for (std::string line; std::getline(file, line);) {
+    ++number;
+    if (line.empty() || line[0] == '#') continue;
+    if (line[0] != ' ') {
+      section = line;
+      continue;
+    }
+    const std::size_t begin = line.find_first_not_of(' ');
+    const std::size_t open = std::min(line.find('['), line.size());
+    const std::string label = open <= begin ? "" : line.substr(begin, open - 1 - begin);
+    const std::string where = "tests/cases/" + name + ':' + std::to_string(number);
+    if (label != "=>") rows.push_back({section, label, CaseTexts(where), where, {}});
+    if (rows.empty()) throw std::runtime_error(where + ": a row that continues none");
+    CaseRow& row = rows.back();
+    row.lines += (row.lines.empty() ? "" : "\n") + line;
+    if (const auto problem = TakeTexts(std::string_view(line).substr(open), row.texts)) {
+      row.lines = *problem + ": " + row.lines;
+      row.texts.clear();
+    }
   }
   return rows;
 }

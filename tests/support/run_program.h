@@ -1,6 +1,7 @@
 // Running a program as a person does, and keeping what it said.
 #pragma once
 
+#include <gtest/gtest.h>
 #include <spawn.h>
 #include <sys/mman.h>
 #include <sys/types.h>
@@ -10,6 +11,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstddef>
+#include <iostream>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -78,6 +80,34 @@ struct RunResult {
   std::string errors;
 };
 
+// Prints the last run of a program when a check of its test fails.
+class LastRun : public testing::EmptyTestEventListener {
+ public:
+  static LastRun& Instance() {
+    static auto* const kInstance = [] {
+      auto* const listener = new LastRun;  // owned by GoogleTest
+      testing::UnitTest::GetInstance()->listeners().Append(listener);
+      return listener;
+    }();
+    return *kInstance;
+  }
+
+  void Keep(const std::vector<std::string>& command, const RunResult& result) {
+    text_ = "the last run was:";
+    for (const std::string& word : command) text_ += ' ' + testing::PrintToString(word);
+    text_ += "\nexit code " + std::to_string(result.exit_code) + ", standard error:\n";
+    text_ += result.errors;
+  }
+
+ private:
+  void OnTestStart(const testing::TestInfo&) override { text_.clear(); }
+  void OnTestPartResult(const testing::TestPartResult& result) override {
+    if (result.failed() && !text_.empty()) std::cout << text_ << '\n';
+  }
+
+  std::string text_;
+};
+
 // A program on its way, started by env(1). A descriptor that is not to reach it must be
 // close-on-exec.
 class RunningProgram {
@@ -85,7 +115,10 @@ class RunningProgram {
   // `command` is a program, by path or to be searched for, and its arguments. Throws
   // std::system_error.
   explicit RunningProgram(const std::vector<std::string>& command, const RunOptions& options = {})
-      : input_(ScratchFile(options.input)), output_(ScratchFile()), errors_(ScratchFile()) {
+      : command_(command),
+        input_(ScratchFile(options.input)),
+        output_(ScratchFile()),
+        errors_(ScratchFile()) {
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     const auto use = [&](int given, const OwnedFd& own, int as) {
@@ -124,10 +157,13 @@ class RunningProgram {
     }
     pid_ = 0;
     const int exit_code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-    return {exit_code, Content(output_.Get()), Content(errors_.Get())};
+    RunResult result{exit_code, Content(output_.Get()), Content(errors_.Get())};
+    LastRun::Instance().Keep(command_, result);
+    return result;
   }
 
  private:
+  std::vector<std::string> command_;
   OwnedFd input_;
   OwnedFd output_;
   OwnedFd errors_;
