@@ -2,9 +2,15 @@
 # check-reproducible.sh
 #
 # Builds, installs and packages two copies of this tree, changes that are not committed included, in
-# two folders, and says whether every file has the same bytes. Takes minutes; leaves nothing behind.
+# two folders, and says whether every file has the same bytes. Takes minutes; leaves no file. Needs
+# the tree's git history, since a package takes its date from the last commit.
 set -eu
 cd "$(dirname "$0")/.."
+
+if ! git rev-parse --quiet --verify HEAD >/dev/null 2>&1; then
+  echo "check-reproducible: needs git and the history of this tree, not a tarball" >&2
+  exit 1
+fi
 
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT

@@ -1,0 +1,17 @@
+#!/bin/sh
+# check-built.sh COMPILE_COMMANDS
+#
+# Fails when a source file of this tree is in no target of the compile database. The fuzzers, the
+# hosts of the package's tests and the other platform are built by commands of their own.
+set -eu
+cd "$(dirname "$0")/.."
+
+database=$1
+status=0
+for source in $(cmake/list-sources.sh | grep '\.cpp$' | grep -vE '^(fuzz|tests/(package|hosts))/'); do
+  if ! grep -q "/$source\"" "$database"; then
+    echo "lint: no target names $source" >&2
+    status=1
+  fi
+done
+exit $status
