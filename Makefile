@@ -5,7 +5,7 @@ BUILD_PACKAGES = g++ cmake ninja-build libboost-dev libboost-regex-dev libace-de
 DEB_PACKAGES   = dpkg-dev file
 TEST_PACKAGES  = $(BUILD_PACKAGES) $(DEB_PACKAGES) libgtest-dev libgmock-dev binutils clang
 BENCH_PACKAGES = $(BUILD_PACKAGES) libbenchmark-dev
-FUZZ_PACKAGES  = $(BUILD_PACKAGES) clang libclang-rt-14-dev
+FUZZ_PACKAGES  = $(BUILD_PACKAGES) clang libclang-rt-14-dev llvm
 LINT_PACKAGES  = $(TEST_PACKAGES) $(BENCH_PACKAGES) clang-format clang-tidy
 
 INSTALL      = @cmake/install-packages.sh
@@ -14,35 +14,30 @@ TARN_HOST    = $(RELEASE)/bin/tarn_host
 FUZZ_SECONDS = 60
 PREFIX       = /usr/local
 
-.PHONY: help run test test-asan-ubsan test-tsan bench fuzz fuzz-msan lint format install package \
-        check-reproducible clean
+.PHONY: help run release test test-asan-ubsan test-tsan bench fuzz fuzz-msan lint format install \
+        uninstall package check-reproducible clean
 
 # Targets share build folders and the system's packages. Each of them runs as many compilers as there
 # are processors anyway.
 .NOTPARALLEL:
 
 help:
-	@echo "make run      build the release plug-in and show it: statements, a trace, shapes, a configuration"
-	@echo "make test     build and run all tests (test-asan-ubsan, test-tsan: under sanitizers)"
-	@echo "make bench    time both engines of the normalizer (BENCH_ARGS: Google Benchmark's options)"
-	@echo "make fuzz     run each fuzzer for FUZZ_SECONDS=$(FUZZ_SECONDS) (fuzz-msan: the scanner under MemorySanitizer)"
-	@echo "make lint     clang-format and clang-tidy (LINT_SINCE=COMMIT: tidy what changed); make format rewrites"
-	@echo "make install  install under PREFIX=$(PREFIX); make package makes a .deb"
-	@echo "make check-reproducible  do two builds in two folders give the same bytes? (minutes)"
+	@echo "make run        build the release plug-in and show it: statements, a trace, shapes, a configuration"
+	@echo "make release    build the release plug-in and the tool in $(RELEASE)"
+	@echo "make test       build and run all tests (test-asan-ubsan, test-tsan: under sanitizers)"
+	@echo "make bench      time both engines of the normalizer (BENCH_ARGS: Google Benchmark's options)"
+	@echo "make fuzz       run each fuzzer for FUZZ_SECONDS=$(FUZZ_SECONDS) seconds"
+	@echo "make fuzz-msan  the same for the scanner under MemorySanitizer"
+	@echo "make lint       clang-format and clang-tidy (LINT_SINCE=COMMIT: tidy what changed since then)"
+	@echo "make format     rewrite the sources as clang-format wants them"
+	@echo "make install    install under PREFIX=$(PREFIX); make uninstall removes the same files"
+	@echo "make package    make a .deb in $(RELEASE)"
+	@echo "make check-reproducible  do two builds in two folders give the same bytes? (minutes; needs git)"
+	@echo "make clean      remove all build folders"
 
 run: release
-	@echo "Ten statements, each before its canonical text:"
-	@grep -x '.\{1,90\}' examples/statements.sql | head -n 10 | $(TARN_HOST) normalize --pairs | grep .
-	@echo && echo "What the steps make of one:"
-	@$(TARN_HOST) trace "select t3.name, 1.50 from customers t3 where (t3.id = 0x1F)"
-	@echo && echo "The shapes of a log:"
-	@$(TARN_HOST) shapes --top 5 --input=slowlog examples/slow.log
-	@echo && echo "What a host learns of the database \"orders\":"
-	@examples/make_sys_conf.sh $(TARN_HOST) $(RELEASE)/run.key examples/sys_conf.json $(RELEASE)/sys_conf.json
-	@TARN_SYS_CONF=$(RELEASE)/sys_conf.json TARN_KEY_FILE=$(RELEASE)/run.key \
-	  APP_CONF_FILE=examples/app_conf.json $(TARN_HOST) config orders
+	@cmake/show-examples.sh $(RELEASE)
 
-.PHONY: release
 release:
 	$(INSTALL) $(BUILD_PACKAGES)
 	cmake --preset release
@@ -84,20 +79,25 @@ fuzz-msan:
 	build/fuzz-msan/bin/fuzz_scanner_msan -max_total_time=$(FUZZ_SECONDS) -max_len=4096 -dict=fuzz/sql.dict \
 	  -artifact_prefix=build/fuzz-msan/ build/fuzz-msan/corpus fuzz/corpus/normalize
 
-SOURCES = $(shell git ls-files '*.cpp' '*.h')
+SOURCES = $(shell cmake/list-sources.sh)
 
 lint:
 	$(INSTALL) $(LINT_PACKAGES)
-	clang-format --dry-run -Werror $(SOURCES)
+	@clang-format --dry-run -Werror $(SOURCES)
 	cmake --preset lint
+	cmake/check-built.sh build/lint/compile_commands.json
 	run-clang-tidy -quiet -p build/lint $(if $(LINT_SINCE),$$(cmake/changed-sources.sh $(LINT_SINCE)) no-other)
+	@echo "lint: clean"
 
 format:
 	$(INSTALL) clang-format
 	clang-format -i $(SOURCES)
 
 install: release
-	umask 022 && cmake --install $(RELEASE) --prefix $(PREFIX)
+	@cmake/install-tree.sh install $(RELEASE) "$(PREFIX)"
+
+uninstall:
+	@cmake/install-tree.sh uninstall $(RELEASE)
 
 package: release
 	$(INSTALL) $(DEB_PACKAGES)
