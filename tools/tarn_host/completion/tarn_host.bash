@@ -46,7 +46,7 @@ _tarn_host() {
       return
       ;;
     --algorithm)
-      COMPREPLY=($(compgen -W 'aes-256-gcm aes-128-ecb' -- "$word"))
+      COMPREPLY=($(compgen -W 'aes-256-gcm aes-128-ecb 19 18' -- "$word"))
       return
       ;;
     --plugin)
