@@ -45,7 +45,23 @@ install(FILES "${PROJECT_BINARY_DIR}/${PROJECT_NAME}-config.cmake"
               "${PROJECT_BINARY_DIR}/${PROJECT_NAME}-config-version.cmake"
         DESTINATION "${TARN_INSTALL_CMAKEDIR}")
 
-install(FILES "${PROJECT_SOURCE_DIR}/README.md" DESTINATION "${TARN_INSTALL_DOCDIR}")
+# The README is for whoever has the sources. The installed one names only what is installed.
+set(TARN_INSTALLED_TOOL "")
+if(TARN_ON_STANDIN)
+  set(TARN_INSTALLED_TOOL
+      "| `${CMAKE_INSTALL_LIBDIR}/libtarn_platform_standin.so` | a stand-in for the product platform's libraries |
+| `${TARN_INSTALL_INCLUDEDIR}/platform` | the declarations of the platform's services |
+| `${CMAKE_INSTALL_BINDIR}/tarn_host` | the command-line host, which also ranks the statements of database logs |
+| `${CMAKE_INSTALL_LIBDIR}/tarn_host/platform_module.so` | the part of the tool that reads the platform's values |
+| `${CMAKE_INSTALL_MANDIR}/man1/tarn_host.1` | its manual: `man tarn_host` |
+| `${CMAKE_INSTALL_DATADIR}/bash-completion/completions/tarn_host` | its completion for bash |
+")
+endif()
+configure_file("${PROJECT_SOURCE_DIR}/docs/installed.md.in" "${PROJECT_BINARY_DIR}/installed.md" @ONLY)
+install(
+  FILES "${PROJECT_BINARY_DIR}/installed.md"
+  DESTINATION "${TARN_INSTALL_DOCDIR}"
+  RENAME README.md)
 install(
   FILES "${PROJECT_SOURCE_DIR}/CHANGELOG.md"
   DESTINATION "${TARN_INSTALL_DOCDIR}"

@@ -7,8 +7,12 @@ set(CPACK_PACKAGE_DESCRIPTION
     "The library libtarn_interface_for_vesta.so answers the host's questions on
 database type, account, address and connection properties, maps error codes
 and normalizes SQL statements. With it come the headers and the CMake package
-that a host is built with, and tarn_host, which calls the plug-in from the
-command line.")
+that a host is built with.")
+if(TARN_ON_STANDIN)
+  string(APPEND CPACK_PACKAGE_DESCRIPTION "
+With it comes tarn_host as well, which calls the plug-in from the command line
+and ranks the statements of database logs.")
+endif()
 set(CPACK_PACKAGE_CONTACT "Tarn maintainers <maintainers@tarn.invalid>")
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_PRE_BUILD_SCRIPTS "${PROJECT_SOURCE_DIR}/cmake/prepare-package.cmake")

@@ -14,6 +14,11 @@ mkdir -p "$scratch"
 mv "$scratch/first place" "$scratch/second place"
 tree="$scratch/second place"
 "$tests/check_tree.sh" "$tree" "$source" "$scratch"
+grep -o '^| `[^`]*`' "$tree"/share/doc/*/README.md | tr -d '|` ' >"$scratch/named"
+[ -s "$scratch/named" ] || fail "the installed README names nothing"
+while read -r file; do
+  [ -e "$tree/$file" ] || fail "the installed README names $file, which is not installed"
+done <"$scratch/named"
 
 "$cmake" -S "$tests/host" -B "$scratch/host" -G Ninja -DCMAKE_CXX_COMPILER="$compiler" \
   -DCMAKE_PREFIX_PATH="$tree" >"$scratch/host.log"
