@@ -10,9 +10,9 @@ namespace tarn::sqlnorm {
 namespace internal {
 
 inline constexpr std::uint64_t kFoldCase = 0x2020202020202020;
-inline constexpr std::size_t kLetterMask = 0x1F;  // what tells letters of either case apart
+inline constexpr std::size_t kLetterMask = 0x1F;  // tells letters apart, ignoring their case
 
-// Up to eight letters as one number, the first one lowest.
+// Up to eight letters as one number, the first letter in the lowest byte.
 constexpr std::uint64_t Packed(std::string_view letters) noexcept {
   std::uint64_t packed = 0;
   for (std::size_t i = 0; i < letters.size(); ++i) {
@@ -33,13 +33,18 @@ struct Keyword {
 
 namespace internal {
 
-// The keywords by their initials, which all differ.
+// The keywords by their initials. A keyword that this table cannot hold stops the build: one of
+// eight letters or more, for its mask would overflow, one that shares its initial with another, and
+// one that swallows a word of other than four letters.
 inline constexpr std::array<Keyword, kLetterMask + 1> kKeywords = [] {
   std::array<Keyword, kLetterMask + 1> keywords{};
   const auto add = [&](std::string_view word, std::string_view swallows = "") {
     const std::uint64_t letters = Packed(word);
-    keywords[letters & kLetterMask] = {word.size(), letters,
-                                       (std::uint64_t{1} << 8 * word.size()) - 1, Packed(swallows)};
+    Keyword& keyword = keywords[letters & kLetterMask];
+    if (word.empty() || word.size() >= sizeof letters) throw "a keyword of eight letters or more";
+    if (keyword.length != 0) throw "two keywords with one initial";
+    if (!swallows.empty() && swallows.size() != 4) throw "a swallowed word has four letters";
+    keyword = {word.size(), letters, (std::uint64_t{1} << 8 * word.size()) - 1, Packed(swallows)};
   };
   add("insert", "into");
   add("delete", "from");
@@ -53,7 +58,7 @@ inline constexpr std::array<Keyword, kLetterMask + 1> kKeywords = [] {
 
 }  // namespace internal
 
-// What bytes that are letters are in lower case, and in capitals.
+// Eight letters in lower case, or in capitals. Bytes that are no letters change, too.
 constexpr std::uint64_t ToLower(std::uint64_t letters) noexcept {
   return letters | internal::kFoldCase;
 }
@@ -61,7 +66,8 @@ constexpr std::uint64_t ToUpper(std::uint64_t letters) noexcept {
   return letters & ~internal::kFoldCase;
 }
 
-// The keyword that a word of `length` bytes is, by its first eight, or null.
+// The keyword that is spelled by a word of `length` bytes, of which `start` holds the first eight;
+// null if it is none. LoadEight gives `start`.
 inline const Keyword* FindKeyword(std::uint64_t start, std::size_t length) noexcept {
   const std::uint64_t lower = ToLower(start);
   const Keyword& keyword = internal::kKeywords[lower & internal::kLetterMask];
