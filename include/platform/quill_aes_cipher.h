@@ -3,8 +3,7 @@
 
 #include <string>
 
-// Algorithm identifiers. 19 has no name in the library's own headers.
-inline constexpr unsigned int ALGID_PREFERRED = 19;
+// Identifier of an algorithm, and the only one that has a name.
 inline constexpr unsigned int ALGID_AES128_ECB = 18;
 
 class QuillAESCipher {

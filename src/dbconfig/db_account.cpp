@@ -22,13 +22,21 @@ constexpr int kDecipherFailedLine = 249;
 constexpr const char* kFallbackDone = "[tarn_interface_for_vesta] decryptEx ALGID_AES128_ECB ";
 constexpr int kFallbackDoneLine = 251;
 
+// The algorithm that is tried first. The cipher library's headers name the other one alone.
+constexpr unsigned int kPreferredAlgorithm = 19;
+
+// The cipher library's result as the log takes it: it may be declared int or unsigned.
+unsigned int DecryptEx(const std::string& stored, std::string& plain, unsigned int algorithm) {
+  return static_cast<unsigned int>(QuillAESCipher::decryptEx(stored, plain, algorithm));
+}
+
 void Decipher(const std::string& stored, std::string& plain) {
-  const unsigned int result = QuillAESCipher::decryptEx(stored, plain, ALGID_PREFERRED);
+  const unsigned int result = DecryptEx(stored, plain, kPreferredAlgorithm);
   if (result == 0) return;
   LogProcess::Error(result, kDecipherFailed,
                     LocationInfo(kSourceFile, kFunction, kDecipherFailedLine));
   // Logged as an error whether or not it is one.
-  const unsigned int fallback_result = QuillAESCipher::decryptEx(stored, plain, ALGID_AES128_ECB);
+  const unsigned int fallback_result = DecryptEx(stored, plain, ALGID_AES128_ECB);
   LogProcess::Error(fallback_result, kFallbackDone,
                     LocationInfo(kSourceFile, kFunction, kFallbackDoneLine));
 }
@@ -41,7 +49,7 @@ void GetDBUserAndPassword(impl_dao::CProductInterface& product, std::string& use
   const std::string stored = SysConfReader::Instance().getDBPassword(dbName, kEntryIndex);
   WipedString plain;
   Decipher(stored, plain.Text());
-  // Even an undeciphered password is the host's to see: it gets what the cipher left.
+  // After a failure, too: the host gets what the cipher left.
   password = plain.Text();
 
   const std::string type = SysConfReader::Instance().getDBType(dbName, kEntryIndex);

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstddef>
+#include <cstdint>
 #include <map>
 #include <string>
 
@@ -13,17 +14,16 @@
 namespace tarn::dbconfig {
 namespace {
 
-// What counts of a process's identity and handle.
-constexpr unsigned int kLow16Bits = 0xFFFF;
-constexpr unsigned int kServiceProcess = 4071;
+// Of a process's identity and of its handle only the low 16 bits count.
+constexpr std::uint16_t kServiceProcess = 4071;
 
 // The name of the database that a process uses by default: by the kind of process, and numbered by
 // its handle, e.g. "nemgr_transDB_3".
-std::string DefaultDBName(unsigned int process, unsigned int handle) {
+std::string DefaultDBName(std::uint16_t process, std::uint16_t handle) {
   constexpr std::size_t kFiveDigitsAndNul = 6;
   std::array<char, kFiveDigitsAndNul> number{};
   constexpr int kDecimal = 10;
-  ACE_OS::itoa_emulation(static_cast<int>(handle), number.data(), kDecimal);
+  ACE_OS::itoa_emulation(handle, number.data(), kDecimal);
   std::string name = process == kServiceProcess ? "nesvc_v8ptn" : "nemgr_trans";
   name += "DB_";
   name += number.data();
@@ -34,8 +34,9 @@ std::string DefaultDBName(unsigned int process, unsigned int handle) {
 
 void GetDBConnectProperties(impl_dao::CProductInterface& product,
                             std::map<std::string, refl::CValue>& properties) {
-  const unsigned int handle = QuillGetProcHandle() & kLow16Bits;
-  const unsigned int process = QuillGetProcId() & kLow16Bits;
+  // The process library may declare results of any integer type.
+  const auto handle = static_cast<std::uint16_t>(QuillGetProcHandle());
+  const auto process = static_cast<std::uint16_t>(QuillGetProcId());
   const std::string name = DefaultDBName(process, handle);
   properties["defaultDBName"].ReadFrom(name);
   product.LogWarning(name.c_str());

@@ -2,7 +2,7 @@
 # other_platform_test.sh CMAKE COMPILER SOURCE SCRATCH
 #
 # Builds the plug-in on a platform whose layouts and symbols are not the stand-in's, and asks it for
-# all nine operations.
+# all nine operations. Compiles it on one that declares nothing but what it calls.
 set -eu
 . "${0%/*}/fail.sh"
 
@@ -12,11 +12,31 @@ platform=$source/tests/package/other_platform
 unset CCACHE_BASEDIR
 
 rm -rf "$scratch"
-mkdir -p "$scratch/include/platform" "$scratch/lib"
-for header in "$source"/include/platform/*.h; do
-  echo '#include "other_platform.h"' >"$scratch/include/platform/${header##*/}"
+mkdir -p "$scratch/lib"
+
+# offer FOLDER HEADER: the five headers of a platform, all of them in one.
+offer() {
+  mkdir -p "$1/platform"
+  for header in "$source"/include/platform/*.h; do
+    echo "#include \"$2\"" >"$1/platform/${header##*/}"
+  done
+  cp "$platform/$2" "$1"
+}
+
+# compile_on_least DECIPHER-RESULT PROCESS-RESULT SOURCE: without a warning, on a platform that declares the calls alone.
+compile_on_least() {
+  "$compiler" -std=c++20 -fsyntax-only -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wshadow \
+    -Werror -DDECIPHER_RESULT="$1" -DPROCESS_RESULT="$2" -I "$scratch/least" -I "$source/include" \
+    -I "$source/src" "$3" || fail "$3 does not compile with results of $1 and $2"
+}
+offer "$scratch/least" least_platform.h
+for file in "$source"/src/entry/*.cpp "$source"/src/dbconfig/*.cpp; do
+  compile_on_least int "unsigned long long" "$file"
 done
-cp "$platform/other_platform.h" "$scratch/include"
+compile_on_least unsigned "unsigned long long" "$source/src/dbconfig/db_account.cpp"
+compile_on_least int short "$source/src/dbconfig/db_properties.cpp"
+
+offer "$scratch/include" other_platform.h
 library=$scratch/lib/libother_platform.so
 "$compiler" -std=c++20 -fPIC -shared -Wl,-soname,libother_platform.so "$platform/other_platform.cpp" \
   -o "$library"
@@ -62,14 +82,14 @@ error 666667 getproductinterface.cpp:213 LogError e (1)
 warn 0 getproductinterface.cpp:218 LogWarning w (1)
 debug 0 getproductinterface.cpp:222 LogDebug d (1)
 error 666667 getproductinterface.cpp:213 LogError mysql (1)
-error 7 getproductinterface.cpp:249 GetDBUserAndPassword [tarn_interface_for_vesta] decryptEx failed Passwd (1)
+error 4294967277 getproductinterface.cpp:249 GetDBUserAndPassword [tarn_interface_for_vesta] decryptEx failed Passwd (1)
 error 0 getproductinterface.cpp:251 GetDBUserAndPassword [tarn_interface_for_vesta] decryptEx ALGID_AES128_ECB  (1)
 warn 0 getproductinterface.cpp:218 LogWarning mysql_u (1)
-warn 0 getproductinterface.cpp:218 LogWarning nesvc_v8ptnDB_3 (1)
+warn 0 getproductinterface.cpp:218 LogWarning nesvc_v8ptnDB_65535 (1)
 warn 0 getproductinterface.cpp:62 getSSLMode [tarn_interface_for_vesta] getSSLmdoe error : APP_CONF_FILE = NULL (1)
 mysql|mysql_u|secret|db.example:5005|SELECT a FROM tab ____t1 WHERE b = 31|b000013
 SSLMODE=1
-defaultDBName=nesvc_v8ptnDB_3
+defaultDBName=nesvc_v8ptnDB_65535
 END
 env -u APP_CONF_FILE LD_LIBRARY_PATH="$scratch/lib" "$scratch/host" >"$scratch/got" ||
   fail "the host ends with $?"

@@ -135,7 +135,7 @@ unsigned int QuillAESCipher::decryptEx(const std::string& cipherText, std::strin
                                        unsigned int algorithm) {
   const std::string before = Platform().recording ? plainText : std::string();
   const tarn::test::Deciphering& deciphering =
-      algorithm == ALGID_PREFERRED ? Platform().preferred : Platform().fallback;
+      algorithm == ALGID_AES128_ECB ? Platform().fallback : Platform().preferred;
   plainText = deciphering.plain;
   Platform().plain_bytes = plainText.data();
   Enter([&] {

@@ -32,15 +32,15 @@ int LogProcess::Debug(const std::string& message, const LocationInfo& location) 
 }
 
 // Refuses one algorithm, so that the other is asked.
-unsigned int QuillAESCipher::decryptEx(const std::string& cipherText, std::string& plainText,
-                                       AlgorithmId algorithm) {
-  if (algorithm == ALGID_PREFERRED) return 7;
+int QuillAESCipher::decryptEx(const std::string& cipherText, std::string& plainText,
+                              unsigned int algorithm) {
+  if (algorithm != ALGID_AES128_ECB) return -static_cast<int>(algorithm);
   plainText.assign(cipherText.rbegin(), cipherText.rend());
   return 0;
 }
 
-unsigned long QuillGetProcId() { return 0x10000 + 4071; }
-unsigned long QuillGetProcHandle() { return 0x20000 + 3; }
+long long QuillGetProcId() { return 0x1'0000'0000'0000 + 4071; }
+short QuillGetProcHandle() { return -1; }
 
 int Quillcommon::SysConfReader::getDBAccessPort(const std::string&, unsigned int) const {
   return 5005;

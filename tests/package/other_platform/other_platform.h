@@ -22,16 +22,16 @@ class LogProcess {
   static int Debug(const std::string& message, const LocationInfo& location);
 };
 
-enum AlgorithmId : unsigned short { ALGID_AES128_ECB = 18, ALGID_PREFERRED = 19 };
+#define ALGID_AES128_ECB 18
 
 class QuillAESCipher {
  public:
-  static unsigned int decryptEx(const std::string& cipherText, std::string& plainText,
-                                AlgorithmId algorithm);
+  static int decryptEx(const std::string& cipherText, std::string& plainText,
+                       unsigned int algorithm);
 };
 
-extern "C" unsigned long QuillGetProcId();
-extern "C" unsigned long QuillGetProcHandle();
+extern "C" long long QuillGetProcId();
+extern "C" short QuillGetProcHandle();
 
 namespace Quillcommon {
 
