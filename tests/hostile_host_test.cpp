@@ -1,10 +1,13 @@
 // Hosts that make it hard: calls on many threads while copies of the library come and go, a global
 // locale of their own.
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <clocale>
+#include <cstddef>
 #include <filesystem>
 #include <locale>
 #include <map>
@@ -13,11 +16,36 @@
 #include <optional>
 #include <string>
 #include <thread>
+#include <typeinfo>
 #include <vector>
 
 #include "platform/c_value.h"
 #include "plugin/plugin.h"
 #include "support/surroundings.h"
+
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+namespace {
+
+// Calls of __cxa_atexit while they are counted, each by an address in the library that made it.
+struct Registrations {
+  std::atomic<bool> counting = false;
+  std::atomic<std::size_t> count = 0;
+  std::array<const void*, 100> libraries{};
+};
+constinit Registrations registrations;
+
+}  // namespace
+
+// Found before the C library's.
+extern "C" __attribute__((visibility("default"))) int
+__cxa_atexit(  // NOLINT(bugprone-reserved-identifier)
+    void (*function)(void*), void* argument, void* library) noexcept {
+  using Register = int (*)(void (*)(void*), void*, void*);
+  static const auto next = reinterpret_cast<Register>(dlsym(RTLD_NEXT, "__cxa_atexit"));
+  if (registrations.counting) registrations.libraries.at(registrations.count++) = library;
+  return next(function, argument, library);
+}
+#endif
 
 namespace tarn::test {
 namespace {
@@ -134,36 +162,31 @@ class Punctuation : public std::numpunct<char> {
   std::string do_grouping() const override { return "\3"; }
 };
 
-// Numbers that would be grouped or get another decimal point, more than a thousand aliases among
-// them, in a library that was loaded before the host set its locales and in one loaded after. The C
-// library's locale is made here: a bare machine has none but "C". It is not set by
-// std::locale::global, in which glibc itself leaks.
-TEST(HostLocale, LeavesTheCanonicalTextAlone) {
-  std::string sql = "select 1234567.50, 0xFFFFFFFF, 2.5E-3";
-  std::string canonical = "SELECT 1234567.5, 4294967295, 0.0025000000000000001";
-  for (int i = 1; i <= 1001; ++i) {
-    sql += ", t" + std::to_string(2000 + i);
-    canonical += ", ____t" + std::to_string(i);
+// A locale of the C library whose numbers have a decimal comma. It is made here, since a bare
+// machine has none but "C", and not set by std::locale::global, in which glibc itself leaks.
+class CommaLocale {
+ public:
+  void Set() const {
+    EXPECT_NE(std::setlocale(LC_NUMERIC, kName), nullptr) << made_.errors;
+    EXPECT_STREQ(std::localeconv()->decimal_point, ",");
   }
-  const TemporaryFolder folder;
-  const std::string bytes = folder.Write("bytes",
-                                         "<code_set_name> ANSI_X3.4-1968\n<escape_char> /\n"
-                                         "CHARMAP\n<U0000>..<U007F> /x00\nEND CHARMAP\n");
-  const std::string numbers = folder.Write("numbers",
-                                           "escape_char /\nLC_NUMERIC\ndecimal_point \",\"\n"
-                                           "thousands_sep \".\"\ngrouping 3;3\nEND LC_NUMERIC\n");
-  const RunResult made = RunProgram(
-      {"/usr/bin/env", "localedef", "-c", "-f", bytes, "-i", numbers, folder.Path("xx_XX")});
-  const ScopedVariable locales("LOCPATH", folder.Path(""));
-  const ScopedLocale scoped;
-  const Plugin loaded_before(CopyOfThePlugin(folder, "before.so"));
-  std::locale::global(std::locale(std::locale(), new Punctuation));
-  EXPECT_NE(std::setlocale(LC_NUMERIC, "xx_XX"), nullptr) << made.errors;
-  EXPECT_STREQ(std::localeconv()->decimal_point, ",");
-  const Plugin loaded_after(CopyOfThePlugin(folder, "after.so"));
-  EXPECT_EQ(Normalized(loaded_before, sql), canonical);
-  EXPECT_EQ(Normalized(loaded_after, sql), canonical);
-}
+
+ private:
+  static constexpr const char* kName = "xx_XX";
+
+  const TemporaryFolder folder_;
+  const ScopedVariable locales_{"LOCPATH", folder_.Path("")};
+  const RunResult made_ =
+      RunProgram({"/usr/bin/env", "localedef", "-c", "-f",
+                  folder_.Write("bytes",
+                                "<code_set_name> ANSI_X3.4-1968\n<escape_char> /\n"
+                                "CHARMAP\n<U0000>..<U007F> /x00\nEND CHARMAP\n"),
+                  "-i",
+                  folder_.Write("numbers",
+                                "escape_char /\nLC_NUMERIC\ndecimal_point \",\"\n"
+                                "thousands_sep \".\"\ngrouping 3;3\nEND LC_NUMERIC\n"),
+                  folder_.Path(kName)});
+};
 
 // The classic classes of bytes, but for one byte and for what 'I' is in lower case.
 class OddCtype : public std::ctype<char> {
@@ -172,6 +195,12 @@ class OddCtype : public std::ctype<char> {
       : std::ctype<char>(Table(static_cast<unsigned char>(byte), classes), true),
         lower_i_(lower_i) {}
 
+ protected:
+  using std::ctype<char>::do_tolower;
+  char do_tolower(char c) const override {
+    return c == 'I' ? lower_i_ : std::ctype<char>::do_tolower(c);
+  }
+
  private:
   static const mask* Table(unsigned char byte, mask classes) {
     auto table = std::make_unique<mask[]>(table_size);
@@ -179,13 +208,69 @@ class OddCtype : public std::ctype<char> {
     table[byte] = classes;
     return table.release();
   }
-  using std::ctype<char>::do_tolower;
-  char do_tolower(char c) const override {
-    return c == 'I' ? lower_i_ : std::ctype<char>::do_tolower(c);
-  }
 
   const char lower_i_;
 };
+
+// A byte that the patterns take for a letter then.
+OddCtype* NewLetters() {
+  return new OddCtype('\xE9', std::ctype_base::alpha | std::ctype_base::print, 'i');
+}
+
+// Whatever locales a library was loaded under, and whatever the host sets later. One decimal has 17
+// digits, which the scanner prints in its general way.
+TEST(HostLocale, LeavesLiteralsAlone) {
+  const std::string sql =
+      "select 1000.0, 1234567.50, 0xFFFFFFFF, 2.5E-3, 1234567890123456.5, 1.0e-400, 1.0e16";
+  const std::string canonical =
+      "SELECT 1000, 1234567.5, 4294967295, 0.0025000000000000001, 1234567890123456.5, 0, "
+      "10000000000000000";
+  const TemporaryFolder folder;
+  const CommaLocale comma;
+  const ScopedLocale scoped;
+  const std::locale letters(std::locale(), NewLetters());
+  const std::locale punctuation(std::locale(), new Punctuation);
+  const std::locale both(letters, new Punctuation);
+  std::vector<std::unique_ptr<Plugin>> plugins;
+  const auto load_under = [&](const std::locale& locale) {
+    std::locale::global(locale);
+    const std::string name = std::to_string(plugins.size());
+    plugins.push_back(std::make_unique<Plugin>(CopyOfThePlugin(folder, name)));
+  };
+  load_under(std::locale::classic());
+  load_under(letters);
+  comma.Set();
+  load_under(letters);
+  load_under(punctuation);
+  load_under(both);
+  for (const std::locale& later : {std::locale::classic(), punctuation, both}) {
+    std::locale::global(later);
+    for (const auto& plugin : plugins) {
+      EXPECT_EQ(Normalized(*plugin, sql), canonical);
+      EXPECT_THROW(Normalized(*plugin, "x = 1.0e999"), std::bad_cast);
+    }
+  }
+}
+
+// More than a thousand aliases, whose numbers would be grouped, in a library that was loaded before
+// the host set its locales and in one loaded after.
+TEST(HostLocale, LeavesTheCanonicalTextAlone) {
+  std::string sql = "select 0";
+  std::string canonical = "SELECT 0";
+  for (int i = 1; i <= 1001; ++i) {
+    sql += ", t" + std::to_string(2000 + i);
+    canonical += ", ____t" + std::to_string(i);
+  }
+  const TemporaryFolder folder;
+  const CommaLocale comma;
+  const ScopedLocale scoped;
+  const Plugin loaded_before(CopyOfThePlugin(folder, "before.so"));
+  std::locale::global(std::locale(std::locale(), new Punctuation));
+  comma.Set();
+  const Plugin loaded_after(CopyOfThePlugin(folder, "after.so"));
+  EXPECT_EQ(Normalized(loaded_before, sql), canonical);
+  EXPECT_EQ(Normalized(loaded_after, sql), canonical);
+}
 
 // The patterns keep the classes of bytes that they were compiled under: those of loading. One byte
 // that differs is enough.
@@ -220,6 +305,57 @@ TEST(LocaleOfLoading, DecidesWhatALetterASpaceAndALowerCaseAre) {
     }
   }
 }
+
+// Another thread may set the locale while the patterns are compiled. Here it happens when the first
+// of them asks for a lower case.
+TEST(LocaleOfLoading, IsOneForAllPatterns) {
+  class Flipping : public OddCtype {
+   public:
+    using OddCtype::OddCtype;
+
+   private:
+    using OddCtype::do_tolower;
+    char do_tolower(char c) const override {
+      std::locale::global(std::locale::classic());
+      return OddCtype::do_tolower(c);
+    }
+  };
+  const TemporaryFolder folder;
+  const ScopedLocale scoped;
+  std::locale::global(
+      std::locale(std::locale(), new Flipping('\xE9', std::ctype_base::alpha, 'i')));
+  const Plugin plugin(CopyOfThePlugin(folder, "flipped.so"));
+  EXPECT_EQ(std::locale(), std::locale::classic());
+  EXPECT_EQ(Normalized(plugin, "select (\xE9=1), caf\xE9s, \xE9t1 "),
+            "SELECT \xE9 = 1, caf\xE9s, \xE9t1");
+}
+
+// To the patterns "\xE9t1" holds an alias. To a pattern for this one alias under the later locale
+// it would not, and the search for the next alias would find it again, for ever.
+TEST(LocaleOfLoading, IsThatOfAliasesToo) {
+  const TemporaryFolder folder;
+  const ScopedLocale scoped;
+  std::locale::global(
+      std::locale(std::locale(), new OddCtype('\xA0', std::ctype_base::space, 'i')));
+  const Plugin plugin(CopyOfThePlugin(folder, "spaces.so"));
+  std::locale::global(std::locale(std::locale::classic(), NewLetters()));
+  EXPECT_EQ(Normalized(plugin, "\xE9t1\xA0t2"), "\xE9 ____t1 ____t2");
+}
+
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+TEST(Loading, RegistersNothingForUnloadingButThePatterns) {
+  const TemporaryFolder folder;
+  const std::string path = CopyOfThePlugin(folder, "counted.so");
+  registrations.counting = true;
+  const Plugin plugin(path);
+  registrations.counting = false;
+  const auto of_the_plugin = [&](const void* library) {
+    Dl_info info;
+    return library != nullptr && dladdr(library, &info) != 0 && info.dli_fname == path;
+  };
+  EXPECT_EQ(std::ranges::count_if(registrations.libraries, of_the_plugin), 1);
+}
+#endif
 
 }  // namespace
 }  // namespace tarn::test

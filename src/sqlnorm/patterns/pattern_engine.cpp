@@ -3,12 +3,15 @@
 #include <array>
 #include <boost/lexical_cast.hpp>
 #include <boost/regex.hpp>
+#include <boost/throw_exception.hpp>
 #include <cstddef>
 #include <ios>
 #include <limits>
 #include <locale>
 #include <sstream>
 #include <string>
+#include <string_view>
+#include <typeinfo>
 #include <utility>
 
 namespace tarn::sqlnorm {
@@ -46,55 +49,69 @@ enum PatternPosition : std::size_t {
   PatternCount,
 };
 
+boost::regex Compile(const std::locale& locale, std::string_view text,
+                     boost::regex::flag_type options) {
+  boost::regex pattern;
+  pattern.imbue(locale);
+  pattern.assign(text.data(), text.data() + text.size(), options);
+  return pattern;
+}
+
+// One locale for all patterns, even if another thread sets the global one meanwhile.
+std::array<boost::regex, PatternCount> CompileAll(const std::locale& locale) {
+  return {{
+      Compile(locale, R"re(\A\s*"\s*(.*)\s*"\s*\Z)re", perl),
+      Compile(locale, R"(\b\d+\.\d+([Ee][+-]?\d+)?\b)", perl),
+      Compile(locale, R"(\b0[xX][0-9a-fA-F]{1,8}\b)", perl),
+      Compile(locale,
+              R"(\((\s*(\w+\.)?\w+\s*(=|>=|<=|>|<|!=)\s*(\w+\.)?\w+)"
+              R"((\s+and\s+(\w+\.)?\w+\s*(=|>=|<=|>|<|!=)\s*(\w+\.)?\w+)*)\))",
+              perl | icase),
+      Compile(locale, R"(\bNOT\s*\(\s*((?:\w+\.)?\w+)\s+IN\s*\(([^()]+)\)\s*\))", perl | icase),
+      Compile(locale, R"(\(\s*@\s*p\d+(\s*,\s*@\s*p\d+)*\s*\))", perl),
+      Compile(locale, R"((\bVALUES\s*\([^)]+\))\s*,.*)", perl | icase),
+      Compile(locale, R"(\b(\d+)([_A-Za-z]))", perl),
+      Compile(locale, R"(\s*?(\b\w+\b|[(),]|!=|>=|<=|<>)\s*)", perl),
+      Compile(locale, R"(\s\s+)", perl),
+      Compile(locale, R"(\bINSERT(\s+INTO)?\b)", perl | icase),
+      Compile(locale, R"(\bDELETE(\s+FROM)?\b)", perl | icase),
+      Compile(locale, R"(\bSELECT\b)", perl | icase),
+      Compile(locale, R"(\bFROM\b)", perl | icase),
+      Compile(locale, R"(\bUPDATE\b)", perl | icase),
+      Compile(locale, R"(\bWHERE\b)", perl | icase),
+      Compile(locale, R"(\bVALUES\b)", perl | icase),
+      Compile(locale, R"(\bt\d+\b)", perl),
+      Compile(locale, R"(\s+____t1\b\s*\.\s*|\s+[Aa][Ss]\s+____t1\b\s*)", perl),
+      Compile(locale, R"( (\.\.?) )", perl),
+      Compile(locale, R"( , )", literal),
+      Compile(locale, R"(\A\s*)", perl),
+      Compile(locale, R"(\s*\Z)", perl),
+  }};
+}
+
 // Compiled once, in this order, when the library is loaded, and destroyed in reverse when it is
 // unloaded. Read-only in between: any number of threads may match against one pattern.
-const std::array<boost::regex, PatternCount> NormalizerPatterns{{
-    boost::regex(R"re(\A\s*"\s*(.*)\s*"\s*\Z)re", perl),
-    boost::regex(R"(\b\d+\.\d+([Ee][+-]?\d+)?\b)", perl),
-    boost::regex(R"(\b0[xX][0-9a-fA-F]{1,8}\b)", perl),
-    boost::regex(R"(\((\s*(\w+\.)?\w+\s*(=|>=|<=|>|<|!=)\s*(\w+\.)?\w+)"
-                 R"((\s+and\s+(\w+\.)?\w+\s*(=|>=|<=|>|<|!=)\s*(\w+\.)?\w+)*)\))",
-                 perl | icase),
-    boost::regex(R"(\bNOT\s*\(\s*((?:\w+\.)?\w+)\s+IN\s*\(([^()]+)\)\s*\))", perl | icase),
-    boost::regex(R"(\(\s*@\s*p\d+(\s*,\s*@\s*p\d+)*\s*\))", perl),
-    boost::regex(R"((\bVALUES\s*\([^)]+\))\s*,.*)", perl | icase),
-    boost::regex(R"(\b(\d+)([_A-Za-z]))", perl),
-    boost::regex(R"(\s*?(\b\w+\b|[(),]|!=|>=|<=|<>)\s*)", perl),
-    boost::regex(R"(\s\s+)", perl),
-    boost::regex(R"(\bINSERT(\s+INTO)?\b)", perl | icase),
-    boost::regex(R"(\bDELETE(\s+FROM)?\b)", perl | icase),
-    boost::regex(R"(\bSELECT\b)", perl | icase),
-    boost::regex(R"(\bFROM\b)", perl | icase),
-    boost::regex(R"(\bUPDATE\b)", perl | icase),
-    boost::regex(R"(\bWHERE\b)", perl | icase),
-    boost::regex(R"(\bVALUES\b)", perl | icase),
-    boost::regex(R"(\bt\d+\b)", perl),
-    boost::regex(R"(\s+____t1\b\s*\.\s*|\s+[Aa][Ss]\s+____t1\b\s*)", perl),
-    boost::regex(R"( (\.\.?) )", perl),
-    boost::regex(R"( , )", literal),
-    boost::regex(R"(\A\s*)", perl),
-    boost::regex(R"(\s*\Z)", perl),
-}};
+const std::array<boost::regex, PatternCount> NormalizerPatterns = CompileAll(std::locale());
 
+// Whether \w, \s, \d and a letter's case mean what they do under the classic locale. The facets are
+// asked directly: Boost's traits would bring a cache, and with it a destructor to run at unload.
 bool ClassesAreClassic(const std::locale& locale) {
-  boost::regex_traits<char> seen;
-  boost::regex_traits<char> classic;
-  seen.imbue(locale);
-  classic.imbue(std::locale::classic());
+  using Ctype = std::ctype<char>;
+  const auto& seen = std::use_facet<Ctype>(locale);
+  const auto& classic = std::use_facet<Ctype>(std::locale::classic());
   for (int byte = 0; byte <= std::numeric_limits<unsigned char>::max(); ++byte) {
     const char c = static_cast<char>(byte);
-    if (seen.translate_nocase(c) != classic.translate_nocase(c)) return false;
-    for (const char* name : {"w", "s", "d"}) {
-      if (seen.isctype(c, seen.lookup_classname(name, name + 1)) !=
-          classic.isctype(c, classic.lookup_classname(name, name + 1))) {
-        return false;
-      }
+    if (seen.tolower(c) != classic.tolower(c)) return false;
+    for (const Ctype::mask mask : {Ctype::alnum, Ctype::space, Ctype::digit}) {
+      // The underscore belongs to \w under any locale.
+      const bool always = mask == Ctype::alnum && c == '_';
+      if (!always && seen.is(mask, c) != classic.is(mask, c)) return false;
     }
   }
   return true;
 }
 
-const bool classes_are_classic = ClassesAreClassic(NormalizerPatterns[0].getloc());
+const bool classes_are_classic = ClassesAreClassic(NormalizerPatterns.front().getloc());
 
 // The text that the steps rewrite, and the number that the next alias gets.
 struct WorkingText {
@@ -116,35 +133,63 @@ void ReprintMatches(std::string& text, const boost::regex& pattern, Print print)
   }
 }
 
+// A stream as under the classic locale, whatever the global one is.
+template <typename Stream>
+Stream Classic() {
+  Stream stream;
+  stream.imbue(std::locale::classic());
+  // An exhausted memory is no failed conversion.
+  stream.exceptions(std::ios_base::badbit);
+  return stream;
+}
+
+double ParseDecimal(const std::string& literal_text) {
+  auto stream = Classic<std::istringstream>();
+  stream.str(literal_text);
+  double value = 0;
+  // Fails for a value beyond the range of double; one that is too small is 0. The text has a rest
+  // if the patterns take a byte for a digit that the classic locale does not.
+  if (stream >> value && stream.get() == std::istringstream::traits_type::eof()) return value;
+  boost::throw_exception(boost::bad_lexical_cast(typeid(std::string), typeid(double)));
+}
+
+std::string ReprintDecimal(const std::string& literal_text) {
+  auto stream = Classic<std::ostringstream>();
+  stream.precision(std::numeric_limits<double>::max_digits10);
+  stream << ParseDecimal(literal_text);
+  return std::move(stream).str();
+}
+
+std::string ReprintHex(const std::string& literal_text) {
+  auto stream = Classic<std::stringstream>();
+  unsigned long long value = 0;
+  stream << std::hex << literal_text;
+  stream >> value;
+  stream.str("");
+  stream.clear();
+  std::string decimal;
+  stream << std::dec << value;
+  stream >> decimal;
+  return decimal;
+}
+
 void ReprintDecimalLiterals(WorkingText& working) {
-  ReprintMatches(
-      working.text, NormalizerPatterns[DecimalLiteralPattern], [](const std::string& literal_text) {
-        return boost::lexical_cast<std::string>(boost::lexical_cast<double>(literal_text));
-      });
+  ReprintMatches(working.text, NormalizerPatterns[DecimalLiteralPattern], ReprintDecimal);
 }
 
 void ReprintHexLiterals(WorkingText& working) {
-  ReprintMatches(working.text, NormalizerPatterns[HexLiteralPattern],
-                 [](const std::string& literal_text) {
-                   std::stringstream stream;
-                   unsigned long long value = 0;
-                   stream << std::hex << literal_text;
-                   stream >> value;
-                   stream.str("");
-                   stream.clear();
-                   std::string decimal;
-                   stream << std::dec << value;
-                   stream >> decimal;
-                   return decimal;
-                 });
+  ReprintMatches(working.text, NormalizerPatterns[HexLiteralPattern], ReprintHex);
 }
 
 // Numbers the aliases by first appearance. A canonical name never looks like an alias, since the
-// "t" in it follows a word character, so each round removes one alias for good.
+// "t" in it follows a word character, so each round removes one alias for good: the patterns that
+// find it and replace it agree on what a word is, since they share a locale.
 void NumberAliases(WorkingText& working) {
   boost::smatch match;
   while (boost::regex_search(working.text, match, NormalizerPatterns[TableAliasPattern])) {
-    const boost::regex alias_pattern("\\b" + match.str() + "\\b");
+    const std::string alias = "\\b" + match.str() + "\\b";
+    const boost::regex alias_pattern =
+        Compile(NormalizerPatterns[TableAliasPattern].getloc(), alias, perl);
     const std::string canonical_name =
         "____t" + boost::lexical_cast<std::string>(working.next_alias);
     working.text = boost::regex_replace(working.text, alias_pattern, canonical_name);
