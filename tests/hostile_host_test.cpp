@@ -59,8 +59,13 @@ std::string CopyOfThePlugin(const TemporaryFolder& folder, const std::string& na
   return folder.Path(name);
 }
 
+// The canonical text, or "bad cast". An exception may not live longer than its library.
 std::string Normalized(const Plugin& plugin, std::string sql) {
-  plugin.Product().NormalizeSQL(sql);
+  try {
+    plugin.Product().NormalizeSQL(sql);
+  } catch (const std::bad_cast&) {
+    return "bad cast";
+  }
   return sql;
 }
 
@@ -245,9 +250,10 @@ TEST(HostLocale, LeavesLiteralsAlone) {
   load_under(both);
   for (const std::locale& later : {std::locale::classic(), punctuation, both}) {
     std::locale::global(later);
+    comma.Set();
     for (const auto& plugin : plugins) {
       EXPECT_EQ(Normalized(*plugin, sql), canonical);
-      EXPECT_THROW(Normalized(*plugin, "x = 1.0e999"), std::bad_cast);
+      EXPECT_EQ(Normalized(*plugin, "x = 1.0e999"), "bad cast");
     }
   }
 }
@@ -330,16 +336,14 @@ TEST(LocaleOfLoading, IsOneForAllPatterns) {
             "SELECT \xE9 = 1, caf\xE9s, \xE9t1");
 }
 
-// To the patterns "\xE9t1" holds an alias. To a pattern for this one alias under the later locale
-// it would not, and the search for the next alias would find it again, for ever.
-TEST(LocaleOfLoading, IsThatOfAliasesToo) {
+// Then a literal of the patterns is no number.
+TEST(LocaleOfLoading, MayHaveMoreDigits) {
   const TemporaryFolder folder;
   const ScopedLocale scoped;
   std::locale::global(
-      std::locale(std::locale(), new OddCtype('\xA0', std::ctype_base::space, 'i')));
-  const Plugin plugin(CopyOfThePlugin(folder, "spaces.so"));
-  std::locale::global(std::locale(std::locale::classic(), NewLetters()));
-  EXPECT_EQ(Normalized(plugin, "\xE9t1\xA0t2"), "\xE9 ____t1 ____t2");
+      std::locale(std::locale(), new OddCtype('\xB2', std::ctype_base::digit, 'i')));
+  const Plugin plugin(CopyOfThePlugin(folder, "digits.so"));
+  EXPECT_EQ(Normalized(plugin, "x = 1.5\xB2"), "bad cast");
 }
 
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)

@@ -3,12 +3,9 @@
 #include <cstddef>
 #include <cstdlib>
 #include <fstream>
-#include <ios>
 #include <optional>
-#include <sstream>
 #include <string>
 #include <string_view>
-#include <utility>
 
 #include "dbconfig/log_source.h"
 #include "platform/log_process.h"
@@ -59,17 +56,14 @@ bool HasValue(std::string_view from_key, const Key& key, std::string_view value)
   return window.find(value, key.nearest) != std::string_view::npos;
 }
 
-// The stream's content from its begin to its end, or to where it can't be read.
+// The file's content from its begin to its end, or to where it can't be read; that of a folder is
+// empty.
 std::string ReadWhole(std::ifstream& file) {
-  std::ostringstream content;
-  // Without this the stream would swallow an exhausted memory and leave a text that looks complete.
-  content.exceptions(std::ios_base::failbit);
-  try {
-    content << file.rdbuf();
-  } catch (const std::ios_base::failure&) {
-    // An empty file, or a read error (every read of a directory is one).
-  }
-  return std::move(content).str();
+  std::string content;
+  // Byte by byte: get() alone turns a read error into its end without losing the bytes before it,
+  // and leaves an exhausted memory to the string, which throws.
+  for (char byte = 0; file.get(byte);) content.push_back(byte);
+  return content;
 }
 
 }  // namespace

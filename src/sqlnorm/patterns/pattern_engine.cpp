@@ -182,14 +182,11 @@ void ReprintHexLiterals(WorkingText& working) {
 }
 
 // Numbers the aliases by first appearance. A canonical name never looks like an alias, since the
-// "t" in it follows a word character, so each round removes one alias for good: the patterns that
-// find it and replace it agree on what a word is, since they share a locale.
+// "t" in it follows a word character, so each round removes one alias for good.
 void NumberAliases(WorkingText& working) {
   boost::smatch match;
   while (boost::regex_search(working.text, match, NormalizerPatterns[TableAliasPattern])) {
-    const std::string alias = "\\b" + match.str() + "\\b";
-    const boost::regex alias_pattern =
-        Compile(NormalizerPatterns[TableAliasPattern].getloc(), alias, perl);
+    const boost::regex alias_pattern("\\b" + match.str() + "\\b");
     const std::string canonical_name =
         "____t" + boost::lexical_cast<std::string>(working.next_alias);
     working.text = boost::regex_replace(working.text, alias_pattern, canonical_name);

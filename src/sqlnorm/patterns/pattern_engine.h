@@ -23,8 +23,9 @@ class StepObserver {
 //
 // Throws boost::bad_lexical_cast for a decimal literal beyond the range of double,
 // std::runtime_error when Boost.Regex exceeds its limits on complexity or backtracking memory,
-// std::bad_alloc, and what the observer throws. Decimal literals are read under the process's
-// global C++ locale and printed under LC_NUMERIC. Thread-safe.
+// std::bad_alloc, and what the observer throws. Literals are read and printed under the classic
+// locale, bytes are classified under the global C++ locale of when the library was loaded.
+// Thread-safe.
 std::string NormalizeByPatterns(const std::string& sql, StepObserver* observer = nullptr);
 
 // The same for the steps `first` to `last` alone (1 <= first <= last <= kStepCount), on a text that
