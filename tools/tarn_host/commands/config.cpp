@@ -24,6 +24,7 @@
 #include "plugin/elf_library.h"
 #include "plugin/platform_module.h"
 #include "plugin/plugin.h"
+#include "standin/password_cipher.h"
 #include "tarn_host/errors.h"
 #include "tarn_host/exit_code.h"
 #include "tarn_host/output.h"
@@ -126,12 +127,17 @@ class KeptLog {
 
   // Passes on to standard error what TARN_LOG_LEVEL asked for. Returns the message of the first
   // record in which the platform, not the plug-in, warns of something. A password is tried with two
-  // algorithms: where it has been `deciphered`, the cipher's warning is of the one that failed.
+  // algorithms: where it has been `deciphered`, the cipher's warning is of the one that failed, and
+  // that it is for the other algorithm is no cause where that one fails for another reason.
   std::string FirstCause(bool deciphered) const {
     constexpr std::string_view kPluginSource = "getproductinterface.cpp:";
     constexpr std::string_view kLogSource = "log_process.cpp:";
     constexpr std::string_view kCipherSource = "quill_aes_cipher.cpp:";
+    const std::string other_algorithm =
+        std::to_string(static_cast<unsigned int>(standin::Code::kOtherAlgorithm));
     std::string cause;
+    std::string cause_if_no_other;
+    bool is_new = false;
     std::istringstream records(Records());
     for (std::string record; std::getline(records, record);) {
       std::istringstream fields(record);
@@ -145,12 +151,17 @@ class KeptLog {
       const bool of_no_account = source.starts_with(kPluginSource) ||
                                  source.starts_with(kLogSource) ||
                                  (deciphered && source.starts_with(kCipherSource));
-      if (level != "DEBUG" && !of_no_account && cause.empty()) cause = message;
+      // The plug-in logs the cipher's code after the cipher's own record.
+      if (is_new && source.starts_with(kPluginSource) && code == other_algorithm) {
+        cause_if_no_other = std::exchange(cause, {});
+      }
+      is_new = level != "DEBUG" && !of_no_account && cause.empty();
+      if (is_new) cause = message;
       if (asked_.empty() || asked_ == "off" || (asked_ == "error" && level != "ERROR")) continue;
       Output log(standard_error_, "standard error");
       log.Write(record + '\n');
     }
-    return cause;
+    return cause.empty() ? cause_if_no_other : cause;
   }
 
  private:
