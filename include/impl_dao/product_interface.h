@@ -9,6 +9,14 @@
 #include <map>
 #include <string>
 
+// Host and plug-in pass each other strings and maps, so both need the same layout of them. With
+// another one the host's memory would be corrupted in silence.
+#if !defined(__GLIBCXX__)
+#error "impl_dao/product_interface.h: the plug-in needs a host with the C++ library libstdc++"
+#elif !_GLIBCXX_USE_CXX11_ABI
+#error "impl_dao/product_interface.h: the plug-in needs a host without _GLIBCXX_USE_CXX11_ABI=0"
+#endif
+
 namespace refl {
 class CValue;
 }
