@@ -114,9 +114,27 @@ class CProductInterface {
   // any other it is as it was. `dbType` and `dbName` may be one string.
   virtual bool GetDBType(std::string& dbType, const std::string& dbName) = 0;
 
-  // Rewrites `sql` into the canonical text of its shape. `sql` is as it was after an exception:
-  // boost::bad_lexical_cast for a decimal literal beyond the range of double, std::runtime_error
-  // when the regular-expression library gives up, std::bad_alloc.
+  // Rewrites `sql` into the canonical text of its shape: a key, not SQL to execute. Statements that
+  // differ in their values may get one key, so a host that caches results by it serves wrong ones.
+  // Each pair of values meets:
+  //
+  //   0.1              0.1000000000000000001   decimals are doubles
+  //   '172.10.10.10'   '172.1.10.1'            rules apply within quotes: decimals
+  //   '3.10'           '3.1'                   likewise
+  //   '0x1F'           '31'                    hexadecimals
+  //   'a  b'           'a b'                   white space
+  //   't1'             't2'                    aliases
+  //   VALUES (1), (2)  VALUES (1), (3)         only the first row stays
+  //
+  // Which bytes are letters, digits or spaces, and their lower case, is decided by the global C++
+  // locale at the moment the library is loaded. Literals are read and printed as in the classic
+  // locale, whatever the host sets and whenever.
+  //
+  // `sql` is as it was after an exception: boost::bad_lexical_cast for a decimal literal beyond the
+  // range of double, std::bad_alloc, and std::runtime_error when the regular-expression library
+  // gives up on a text. That library serves only where the locale of loading classifies bytes
+  // otherwise than the classic one; there, 92 bytes (one double quote and 91 blanks) are enough.
+  // Everywhere else no text is too hard, and the time is linear in its length.
   virtual void NormalizeSQL(std::string& sql) = 0;
 
  protected:
