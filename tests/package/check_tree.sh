@@ -52,11 +52,13 @@ while read -r binary; do
   has "$binary" --dyn-syms 'UND __stack_chk_fail'
   hasnt "$binary" -d 'R(UN)?PATH.*\[(.*:)?(?!\$ORIGIN)'
   case $binary in
-  # It calls no function that has a guarded form.
-  */platform_module.so) continue ;;
+  */platform_module.so) ;;
   *.so) has "$binary" -d "SONAME.*\[${binary##*/}\]" ;;
   esac
-  has "$binary" --dyn-syms 'UND __[a-z]+(_[a-z]+)*_chk@'
+  # All are compiled with the same options; not every one calls a function that has a guarded form.
+  case $binary in
+  */libtarn_platform_standin.so) has "$binary" --dyn-syms 'UND __[a-z]+(_[a-z]+)*_chk@' ;;
+  esac
 done <"$scratch/files"
 for binary in tarn_host libtarn_interface_for_vesta.so libtarn_platform_standin.so \
   platform_module.so; do
