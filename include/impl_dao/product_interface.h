@@ -128,7 +128,8 @@ class CProductInterface {
   //
   // Which bytes are letters, digits or spaces, and their lower case, is decided by the global C++
   // locale at the moment the library is loaded. Literals are read and printed as in the classic
-  // locale, whatever the host sets and whenever.
+  // locale, whatever the host sets and whenever; alias numbers have the digit groups of the global
+  // C++ locale at the time of the call, none in the classic one.
   //
   // `sql` is as it was after an exception: boost::bad_lexical_cast for a decimal literal beyond the
   // range of double, std::bad_alloc, and std::runtime_error when the regular-expression library
