@@ -94,6 +94,12 @@ TEST(Readme, LimitsOfTheCanonicalTextAreTrue) {
   }
 }
 
+TEST(Readme, ValuesMeetAsItSays) {
+  for (const auto& row : ReadmeTable("| one value | another | because |")) {
+    EXPECT_EQ(Canonical(row.at(0).at(0)), Canonical(row.at(1).at(0)));
+  }
+}
+
 // A folder of the test's own, removed with the object.
 class ScratchFolder {
  public:
