@@ -49,48 +49,58 @@ enum PatternPosition : std::size_t {
   PatternCount,
 };
 
-boost::regex Compile(const std::locale& locale, std::string_view text,
-                     boost::regex::flag_type options) {
-  boost::regex pattern;
-  pattern.imbue(locale);
-  pattern.assign(text.data(), text.data() + text.size(), options);
-  return pattern;
-}
+// A pattern, and the step of the rewriting that it serves.
+struct PatternDefinition {
+  const char* step;
+  std::string_view text;
+  boost::regex::flag_type options;
+};
 
-// One locale for all patterns, even if another thread sets the global one meanwhile.
+// By PatternPosition.
+constexpr std::array<PatternDefinition, PatternCount> kDefinitions{{
+    {"quoted-statement unwrapping", R"re(\A\s*"\s*(.*)\s*"\s*\Z)re", perl},
+    {"decimal-literal canonicalization", R"(\b\d+\.\d+([Ee][+-]?\d+)?\b)", perl},
+    {"hexadecimal-literal conversion", R"(\b0[xX][0-9a-fA-F]{1,8}\b)", perl},
+    {"comparison-group unwrapping",
+     R"(\((\s*(\w+\.)?\w+\s*(=|>=|<=|>|<|!=)\s*(\w+\.)?\w+)"
+     R"((\s+and\s+(\w+\.)?\w+\s*(=|>=|<=|>|<|!=)\s*(\w+\.)?\w+)*)\))",
+     perl | icase},
+    {"negated IN-list rewrite", R"(\bNOT\s*\(\s*((?:\w+\.)?\w+)\s+IN\s*\(([^()]+)\)\s*\))",
+     perl | icase},
+    {"parameter-list removal", R"(\(\s*@\s*p\d+(\s*,\s*@\s*p\d+)*\s*\))", perl},
+    {"multi-row VALUES truncation", R"((\bVALUES\s*\([^)]+\))\s*,.*)", perl | icase},
+    {"digit-letter split", R"(\b(\d+)([_A-Za-z]))", perl},
+    {"token spacing", R"(\s*?(\b\w+\b|[(),]|!=|>=|<=|<>)\s*)", perl},
+    {"whitespace collapse", R"(\s\s+)", perl},
+    {"INSERT keyword", R"(\bINSERT(\s+INTO)?\b)", perl | icase},
+    {"DELETE keyword", R"(\bDELETE(\s+FROM)?\b)", perl | icase},
+    {"SELECT keyword", R"(\bSELECT\b)", perl | icase},
+    {"FROM keyword", R"(\bFROM\b)", perl | icase},
+    {"UPDATE keyword", R"(\bUPDATE\b)", perl | icase},
+    {"WHERE keyword", R"(\bWHERE\b)", perl | icase},
+    {"VALUES keyword", R"(\bVALUES\b)", perl | icase},
+    {"alias numbering", R"(\bt\d+\b)", perl},
+    {"single-alias stripping", R"(\s+____t1\b\s*\.\s*|\s+[Aa][Ss]\s+____t1\b\s*)", perl},
+    {"dot joining", R"( (\.\.?) )", perl},
+    {"comma attaching", R"( , )", literal},
+    {"leading trim", R"(\A\s*)", perl},
+    {"trailing trim", R"(\s*\Z)", perl},
+}};
+
+// Compiles the patterns in order. All of them take `locale`, even if another thread sets the global
+// one meanwhile.
 std::array<boost::regex, PatternCount> CompileAll(const std::locale& locale) {
-  return {{
-      Compile(locale, R"re(\A\s*"\s*(.*)\s*"\s*\Z)re", perl),
-      Compile(locale, R"(\b\d+\.\d+([Ee][+-]?\d+)?\b)", perl),
-      Compile(locale, R"(\b0[xX][0-9a-fA-F]{1,8}\b)", perl),
-      Compile(locale,
-              R"(\((\s*(\w+\.)?\w+\s*(=|>=|<=|>|<|!=)\s*(\w+\.)?\w+)"
-              R"((\s+and\s+(\w+\.)?\w+\s*(=|>=|<=|>|<|!=)\s*(\w+\.)?\w+)*)\))",
-              perl | icase),
-      Compile(locale, R"(\bNOT\s*\(\s*((?:\w+\.)?\w+)\s+IN\s*\(([^()]+)\)\s*\))", perl | icase),
-      Compile(locale, R"(\(\s*@\s*p\d+(\s*,\s*@\s*p\d+)*\s*\))", perl),
-      Compile(locale, R"((\bVALUES\s*\([^)]+\))\s*,.*)", perl | icase),
-      Compile(locale, R"(\b(\d+)([_A-Za-z]))", perl),
-      Compile(locale, R"(\s*?(\b\w+\b|[(),]|!=|>=|<=|<>)\s*)", perl),
-      Compile(locale, R"(\s\s+)", perl),
-      Compile(locale, R"(\bINSERT(\s+INTO)?\b)", perl | icase),
-      Compile(locale, R"(\bDELETE(\s+FROM)?\b)", perl | icase),
-      Compile(locale, R"(\bSELECT\b)", perl | icase),
-      Compile(locale, R"(\bFROM\b)", perl | icase),
-      Compile(locale, R"(\bUPDATE\b)", perl | icase),
-      Compile(locale, R"(\bWHERE\b)", perl | icase),
-      Compile(locale, R"(\bVALUES\b)", perl | icase),
-      Compile(locale, R"(\bt\d+\b)", perl),
-      Compile(locale, R"(\s+____t1\b\s*\.\s*|\s+[Aa][Ss]\s+____t1\b\s*)", perl),
-      Compile(locale, R"( (\.\.?) )", perl),
-      Compile(locale, R"( , )", literal),
-      Compile(locale, R"(\A\s*)", perl),
-      Compile(locale, R"(\s*\Z)", perl),
-  }};
+  std::array<boost::regex, PatternCount> patterns;
+  for (std::size_t position = 0; position < PatternCount; ++position) {
+    const auto& [step, text, options] = kDefinitions.at(position);
+    patterns.at(position).imbue(locale);
+    patterns.at(position).assign(text.data(), text.data() + text.size(), options);
+  }
+  return patterns;
 }
 
-// Compiled once, in this order, when the library is loaded, and destroyed in reverse when it is
-// unloaded. Read-only in between: any number of threads may match against one pattern.
+// Compiled once, when the library is loaded, and destroyed in reverse order when it is unloaded.
+// Read-only in between: any number of threads may match against one pattern.
 const std::array<boost::regex, PatternCount> NormalizerPatterns = CompileAll(std::locale());
 
 // Whether \w, \s, \d and a letter's case mean what they do under the classic locale. The facets are
@@ -119,7 +129,7 @@ struct WorkingText {
   int next_alias = 1;
 };
 
-// Replaces every match of `pattern` by what `print` makes of it. Matches are sought in a snapshot;
+// Replaces every match of `pattern` by the result of `print`. Matches are sought in a snapshot;
 // counted from the end, their positions hold however the earlier replacements changed the length.
 template <typename Print>
 void ReprintMatches(std::string& text, const boost::regex& pattern, Print print) {
@@ -196,7 +206,6 @@ void NumberAliases(WorkingText& working) {
 
 // One step: a replacement of all matches of `pattern` by `format`, unless `rewrite` says otherwise.
 struct Step {
-  const char* name;
   PatternPosition pattern;
   const char* format;
   void (*rewrite)(WorkingText&) = nullptr;
@@ -204,29 +213,29 @@ struct Step {
 };
 
 constexpr std::array<Step, kStepCount> kSteps{{
-    {"quoted-statement unwrapping", QuotedStatementPattern, "$1"},
-    {"decimal-literal canonicalization", DecimalLiteralPattern, nullptr, ReprintDecimalLiterals},
-    {"hexadecimal-literal conversion", HexLiteralPattern, nullptr, ReprintHexLiterals},
-    {"comparison-group unwrapping", ComparisonGroupPattern, " $1 "},
-    {"negated IN-list rewrite", NegatedInListPattern, "$1 NOT IN ($2)"},
-    {"parameter-list removal", ParameterListPattern, ""},
-    {"multi-row VALUES truncation", MultiRowValuesPattern, "$1"},
-    {"digit-letter split", NumberLetterPattern, "$1 $2"},
-    {"token spacing", TokenSpacingPattern, " $1 "},
-    {"whitespace collapse", WhitespaceRunPattern, " "},
-    {"INSERT keyword", InsertKeywordPattern, "INSERT"},
-    {"DELETE keyword", DeleteKeywordPattern, "DELETE"},
-    {"SELECT keyword", SelectKeywordPattern, "SELECT"},
-    {"FROM keyword", FromKeywordPattern, "FROM"},
-    {"UPDATE keyword", UpdateKeywordPattern, "UPDATE"},
-    {"WHERE keyword", WhereKeywordPattern, "WHERE"},
-    {"VALUES keyword", ValuesKeywordPattern, "VALUES"},
-    {"dot joining", SpacedDotPattern, "$1"},
-    {"comma attaching", SpacedCommaPattern, ", "},
-    {"alias numbering", TableAliasPattern, nullptr, NumberAliases},
-    {"single-alias stripping", FirstAliasPattern, " ", nullptr, true},
-    {"leading trim", LeadingSpacePattern, ""},
-    {"trailing trim", TrailingSpacePattern, ""},
+    {QuotedStatementPattern, "$1"},
+    {DecimalLiteralPattern, nullptr, ReprintDecimalLiterals},
+    {HexLiteralPattern, nullptr, ReprintHexLiterals},
+    {ComparisonGroupPattern, " $1 "},
+    {NegatedInListPattern, "$1 NOT IN ($2)"},
+    {ParameterListPattern, ""},
+    {MultiRowValuesPattern, "$1"},
+    {NumberLetterPattern, "$1 $2"},
+    {TokenSpacingPattern, " $1 "},
+    {WhitespaceRunPattern, " "},
+    {InsertKeywordPattern, "INSERT"},
+    {DeleteKeywordPattern, "DELETE"},
+    {SelectKeywordPattern, "SELECT"},
+    {FromKeywordPattern, "FROM"},
+    {UpdateKeywordPattern, "UPDATE"},
+    {WhereKeywordPattern, "WHERE"},
+    {ValuesKeywordPattern, "VALUES"},
+    {SpacedDotPattern, "$1"},
+    {SpacedCommaPattern, ", "},
+    {TableAliasPattern, nullptr, NumberAliases},
+    {FirstAliasPattern, " ", nullptr, true},
+    {LeadingSpacePattern, ""},
+    {TrailingSpacePattern, ""},
 }};
 
 void Apply(const Step& step, WorkingText& working) {
@@ -253,7 +262,8 @@ std::string RunSteps(std::string text, int first, int last, StepObserver* observ
   for (int number = first; number <= last; ++number) {
     const Step& step = kSteps[static_cast<std::size_t>(number - 1)];
     Apply(step, working);
-    if (observer != nullptr) observer->AfterStep(number, step.name, working.text);
+    if (observer != nullptr)
+      observer->AfterStep(number, kDefinitions.at(step.pattern).step, working.text);
   }
   return std::move(working.text);
 }
