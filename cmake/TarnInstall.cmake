@@ -1,4 +1,4 @@
-# What `cmake --install` and the Debian package hold. The tree may be moved as a whole afterwards.
+# The files that `cmake --install` and the Debian package contain. The installed tree may be moved.
 include(CMakePackageConfigHelpers)
 
 # A folder of the project's own: "platform" is no name to put straight into the system's headers.
@@ -8,10 +8,10 @@ set(TARN_PACKAGE_NAME tarn-interface-for-vesta)
 set(TARN_INSTALL_DOCDIR "${CMAKE_INSTALL_DATAROOTDIR}/doc/${TARN_PACKAGE_NAME}")
 set(TARN_INSTALL_CMAKEDIR "${CMAKE_INSTALL_LIBDIR}/cmake/${PROJECT_NAME}")
 
-# The plug-in's own search path is the only one that applies to what it needs: its own folder, and
-# what the caller names. The build folder has the same layout, and the same path from the start: one
-# that is rewritten at installation would end in ":" until then, which stands for whatever folder a
-# process happens to run in.
+# The libraries that the plug-in needs are searched by the plug-in's own search path alone: its folder,
+# and the folders that the caller of CMake names. The build folder has the same layout and the same
+# path. A path that CMake rewrites at installation ends in ":" until then, which means the current
+# folder of the process.
 set_target_properties(
   tarn_interface_for_vesta PROPERTIES INSTALL_RPATH "$ORIGIN;${CMAKE_INSTALL_RPATH}"
                                       BUILD_WITH_INSTALL_RPATH ON)

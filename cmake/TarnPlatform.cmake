@@ -35,7 +35,7 @@ else()
   endforeach()
 endif()
 
-# The interface's own headers come behind the product's.
+# The interface's own headers come after the product's.
 add_library(tarn_platform_headers INTERFACE)
 target_include_directories(tarn_platform_headers INTERFACE ${TARN_PLATFORM_INCLUDE_DIR}
                                                            "${PROJECT_SOURCE_DIR}/include")

@@ -9,7 +9,7 @@
 
 namespace {
 
-// Statements that the patterns gave up on, which prove nothing; told at the end.
+// Statements that the patterns gave up on, which prove nothing. Their number is printed at the end.
 class GiveUps {
  public:
   ~GiveUps() {

@@ -9,7 +9,7 @@
 
 namespace {
 
-// Whether the first `value` at or after `from` begins at most `distance` behind `key`.
+// Whether the first `value` at or after `from` begins at most `distance` after `key`.
 bool IsNear(const std::string& text, std::size_t key, std::size_t from, std::size_t distance,
             const char* value) {
   const std::size_t at = text.find(value, key + from);

@@ -26,10 +26,10 @@ namespace impl_dao {
 // Everything that is particular to one management product.
 //
 // Texts are byte strings; no character set is implied or converted. The object carries no mutable
-// state: calls from several threads are as safe as the platform services behind them.
+// state: calls from several threads are as safe as the platform services that they use.
 // Requires: no two calls at once share an output argument, and none is used elsewhere meanwhile.
 //
-// No operation catches an exception: what a platform service, the standard library or Boost throws
+// No operation catches an exception: one from a platform service, the standard library or Boost
 // reaches the caller, and each operation says what its outputs hold then. A setting that is missing
 // raises none: it comes back as the platform's empty text or 0.
 //
@@ -53,11 +53,11 @@ class CProductInterface {
   // Fills in the login account for `dbName`, the password deciphered. The login is the configured
   // user, except for the type "tundra": there it is the database's name, whatever user is
   // configured. Always true: that a password could not be deciphered shows in the product log only,
-  // and `password` holds what the cipher library left then.
+  // and `password` then holds the text that the cipher library left.
   //
   // Logs the configured user as a warning, up to its first NUL. Where the first of two algorithms
-  // fails, logs that and what the second gives, be it success, as errors under the cipher library's
-  // codes. Never logs the password, and overwrites its own copy; `password` is the caller's to
+  // fails, logs the results of both, even a success of the second, as errors under the cipher
+  // library's codes. Never logs the password, and overwrites its own copy; `password` is the caller's to
   // overwrite.
   //
   // After an exception both outputs are as they were, or `user` is the configured user, or that and
@@ -72,13 +72,13 @@ class CProductInterface {
   // `address` is as it was after an exception. `address` and `dbName` may be one string.
   virtual bool GetDBConnectAddress(std::string& address, const std::string& dbName) = 0;
 
-  // Sets two entries, both strings, and leaves every other alone; an entry that exists keeps its
-  // place. Always true.
+  // Sets two entries, both strings, and leaves every other alone; the value of an entry that
+  // exists is replaced. Always true.
   //
   //   "defaultDBName"  the database that this process uses by default, such as "nemgr_transDB_3".
   //                    Logged as a warning.
-  //   "SSLMODE"        "0" disabled, "1" default, "2" required: what the file named by the
-  //                    environment variable APP_CONF_FILE says, read afresh by each call.
+  //   "SSLMODE"        "0" disabled, "1" default, "2" required, by the file that the
+  //                    environment variable APP_CONF_FILE names. Each call reads it afresh.
   //
   // The file is searched as bytes, never parsed, in this order, and the first hit decides:
   //
@@ -89,7 +89,7 @@ class CProductInterface {
   //   none of these, or no such file                                   a warning and    "1"
   //
   // Keys and the values of "sslmode" count with their double quotes and in lower case only, true
-  // and false with or without quotes and whatever follows. So these give what one may not expect:
+  // and false with or without quotes and whatever follows. Some results may surprise:
   //
   //   "sslmode":      "required"           "1": aligned with blanks, the value is too far away
   //   "ssl" :  true                        "1": likewise

@@ -2,7 +2,7 @@
 
 namespace tarn {
 
-// The file that every log record of the plug-in names as its origin, wherever the code stands.
+// The file that every log record of the plug-in names as its origin, wherever the code is.
 inline constexpr const char* kSourceFile = "getproductinterface.cpp";
 
 }  // namespace tarn

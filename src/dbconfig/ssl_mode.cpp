@@ -15,8 +15,8 @@ namespace {
 
 constexpr const char* kFunction = "getSSLMode";
 
-// Warnings, with the lines that their records carry. The first one's spelling is what readers of
-// the log search for.
+// Warnings, with the lines that their records carry. Readers of the log search for the first
+// one as it is spelled.
 constexpr const char* kNoFileNamed =
     "[tarn_interface_for_vesta] getSSLmdoe error : APP_CONF_FILE = NULL";
 constexpr int kNoFileNamedLine = 62;
@@ -31,7 +31,7 @@ void Warn(const char* message, int line) {
   LogProcess::Warn(message, LocationInfo(kSourceFile, kFunction, line));
 }
 
-// A key and where its value may begin, in bytes from the key's begin.
+// A key and where its value may begin, in bytes from the key's beginning.
 struct Key {
   std::string_view text;
   std::size_t nearest;
@@ -49,14 +49,14 @@ std::optional<std::string_view> FromKey(std::string_view content, const Key& key
   return content.substr(position);
 }
 
-// Whether the first `value` after the key stands close enough. It does if any does, so that the
-// text beyond need not be searched.
+// Whether the first `value` after the key begins within the key's distance. If any value does, the
+// first one does, so the text beyond the distance need not be searched.
 bool HasValue(std::string_view from_key, const Key& key, std::string_view value) noexcept {
   const std::string_view window = from_key.substr(0, key.farthest + value.size());
   return window.find(value, key.nearest) != std::string_view::npos;
 }
 
-// The file's content from its begin to its end, or to where it can't be read; that of a folder is
+// The file's content from its beginning to its end, or to where it can't be read; that of a folder is
 // empty.
 std::string ReadWhole(std::ifstream& file) {
   std::string content;

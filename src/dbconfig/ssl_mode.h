@@ -13,7 +13,7 @@ inline constexpr std::string_view kSslRequired = "2";
 
 // The SSL mode that the content of an application configuration file sets: kSslDisabled,
 // kSslRequired or, where it sets none, nothing. The bytes are searched, never parsed, and only the
-// first "sslmode" and the first "ssl" count: if no known value stands close enough behind the first
+// first "sslmode" and the first "ssl" count: if no known value is close enough after the first
 // "sslmode", the first "ssl" decides with true or false, and no later key is looked at. The
 // distances are those of impl_dao::CProductInterface::GetDBConnectProperties. Takes time linear in
 // the length of `content`.

@@ -1,4 +1,4 @@
-// What the database operations share in reading the system configuration.
+// The constants that all readings of the system configuration share.
 #pragma once
 
 #include <string_view>

@@ -5,12 +5,12 @@
 
 namespace tarn::dbconfig {
 
-// A string that is overwritten before its storage is released, however that comes about: the whole
-// of its buffer, whatever a longer text left behind its end, and the room within the object that a
-// text which had grown out of it left.
+// A string that is overwritten before its storage is released, on every path. The whole of its
+// buffer is overwritten, since a longer text may have left bytes after the current end, and also the
+// bytes within the object that a short text used before it grew into a buffer.
 //
-// Buffers that the string gave back while it grew are beyond its reach. Not copyable and not
-// movable: either would leave a second trace. Not synchronised.
+// Buffers that the string released while it grew are not overwritten. Not copyable and not movable:
+// either would leave a second copy. Not synchronised.
 class WipedString {
  public:
   // Value of each byte after wiping.
@@ -22,12 +22,13 @@ class WipedString {
 
   ~WipedString() {
     Wipe();
-    // An assignment or clear() would keep the buffer; without one, the object's own room shows.
+    // Releases the buffer, which assignment and clear() would keep, so that the second Wipe reaches
+    // the bytes within the object.
     std::string().swap(text_);
     Wipe();
   }
 
-  // The string itself, to be written or read in place.
+  // The string itself, for reading and writing.
   std::string& Text() noexcept { return text_; }
 
  private:
@@ -35,7 +36,7 @@ class WipedString {
     // Within its capacity a string grows without allocating.
     text_.resize(text_.capacity());
     std::memset(text_.data(), kFiller, text_.size());
-    // To the optimiser the bytes are about to die; this reads them.
+    // Keeps the optimiser from removing the memset as a store that nobody reads.
     asm volatile("" : : "r"(text_.data()) : "memory");
   }
 

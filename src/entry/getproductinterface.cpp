@@ -11,7 +11,7 @@
 
 namespace {
 
-// What the host's own error messages are filed under.
+// The code of the host's own error messages in the log.
 constexpr unsigned int kHostMessageCode = 666667;
 
 // Lines that the log records of the bridge carry. Readers of the log search for them: they stay,
@@ -20,7 +20,7 @@ constexpr int kLogErrorLine = 213;
 constexpr int kLogWarningLine = 218;
 constexpr int kLogDebugLine = 222;
 
-// What every status but 0 maps to.
+// The product's code for every status but 0.
 constexpr std::int64_t kGenericError = 0xB000013;
 
 // Constant data: the dynamic loader alone makes it usable, before and independently of any static

@@ -9,7 +9,7 @@ namespace tarn::sqlnorm {
 // Number of rewrite steps, and the number of the last one; the first is step 1.
 inline constexpr int kStepCount = 23;
 
-// Told of the working text after each step of a run.
+// Receives the working text after each step of a run.
 class StepObserver {
  public:
   // `step` is 1 to kStepCount; `name` lives for ever; `text` only during the call.
@@ -28,8 +28,8 @@ class StepObserver {
 // Thread-safe.
 std::string NormalizeByPatterns(const std::string& sql, StepObserver* observer = nullptr);
 
-// The same for the steps `first` to `last` alone (1 <= first <= last <= kStepCount), on a text that
-// stands for the output of the step before `first`.
+// The same for the steps `first` to `last` alone, on a text that is taken for the output of the step
+// before `first`. Requires: 1 <= first <= last <= kStepCount.
 std::string RunSteps(std::string text, int first, int last, StepObserver* observer = nullptr);
 
 // Whether every byte was, to the patterns when they were compiled, a word character, a space or a
