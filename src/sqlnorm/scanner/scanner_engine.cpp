@@ -16,9 +16,9 @@
 namespace tarn::sqlnorm {
 namespace {
 
-// Quoted-statement unwrapping: what is left of a statement that is wholly enclosed in double
-// quotes: what stands between the first and the last, without the spaces behind the first. Any
-// other statement stays as it is.
+// Quoted-statement unwrapping: the part of a statement between double quotes at both of its ends,
+// without the spaces after the first. Any other statement stays as it is.
+//   " a "  ->  a and a blank
 std::string_view Unquote(const std::string& sql) noexcept {
   const char* const first = SkipSpaces(sql.c_str());
   if (*first != '"') return sql;
@@ -39,6 +39,7 @@ std::string NormalizeByScanner(const std::string& sql) {
 
   Text text{source.Data(), statement.size()};
   const Survey survey = SurveyText(text);
+  if (survey.row_end != nullptr) CutAfterFirstRow(text, survey.row_end);
   WorkingBuffer reprinted;
   if (survey.first_literal != nullptr) {
     text = CanonicalizeLiterals(text, survey.first_literal, reprinted);
