@@ -80,8 +80,7 @@ class TokenWriter {
 
   // The elements' visitor.
   const char* Word(const char* p, const char* end) {
-    const bool is_alias = *p == 't' && IsDigit(p[1]) && SkipDigits(p + 2) == end;
-    return is_alias ? Alias(p, end) : OrdinaryWord(p, end);
+    return IsAlias(p, end) ? Alias(p, end) : OrdinaryWord(p, end);
   }
   const char* Sign(const char* p, const char* taken) noexcept {
     switch (ClassOf(*p)) {
@@ -162,7 +161,7 @@ class TokenWriter {
 
   // Alias numbering.
   const char* Alias(const char* p, const char* end) {
-    const std::uint32_t number = aliases_.NumberOf({p, static_cast<std::size_t>(end - p)});
+    const std::uint32_t number = aliases_.NumberOf(p, end);
     MakeRoom(end);
     BeginToken();
     std::memcpy(out_, kAliasStem.data(), kAliasStem.size());
@@ -287,7 +286,7 @@ char* StripSingleAlias(char* begin, char* end) noexcept {
 }  // namespace
 
 std::string_view WriteTokens(Text text, OutputBuffer& output) {
-  AliasTable aliases;
+  AliasTable aliases(text.data + text.length);
   TokenWriter writer(text, output, aliases);
   VisitElements(text.data, text.length, writer);
   const char* begin = writer.Begin();
