@@ -142,8 +142,7 @@ class TokenWriter {
     const auto length = static_cast<std::size_t>(end - p);
     const std::uint64_t start = LoadEight(p);
     if (const Keyword* const keyword = FindKeyword(start, length)) {
-      const std::uint64_t capitals = ToUpper(start);
-      std::memcpy(out_, &capitals, sizeof capitals);
+      StoreEight(ToUpper(start), out_);
       if (keyword->swallows != 0) end = SkipSwallowed(*keyword, end);
     }
     out_ += length;
