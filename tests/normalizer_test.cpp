@@ -14,6 +14,7 @@
 #include <iostream>
 #include <iterator>
 #include <limits>
+#include <locale>
 #include <new>
 #include <sstream>
 #include <stdexcept>
@@ -271,6 +272,41 @@ TEST(GrowthCombinations, AreLinear) {
       return GrowCombination(static_cast<std::uint64_t>(number), length);
     };
     EXPECT_TRUE(GrowsLinearly(grow)) << "TARN_GROWTH_START=" << number;
+  }
+}
+
+class Grouping : public std::numpunct<char> {
+ public:
+  explicit Grouping(const char* grouping) : grouping_(grouping) {}
+
+ private:
+  char do_thousands_sep() const override { return ','; }
+  std::string do_grouping() const override { return grouping_; }
+
+  const char* const grouping_;
+};
+
+// Alias numbers alone follow the global locale, that of the call.
+TEST(AliasNumbers, AreGroupedAsTheGlobalLocaleGroups) {
+  struct Row {
+    const char* grouping;
+    const char* eleventh;
+    const char* last;
+  };
+  constexpr std::size_t kAliases = 1002;
+  std::string sql;
+  for (std::size_t i = 1; i <= kAliases; ++i) AppendNumbered("t#, ", i, sql);
+  const std::locale before;
+  for (const auto& [grouping, eleventh, last] :
+       {Row{"\3", "____t11,", "____t1,002,"}, Row{"\1", "____t1,1,", "____t1,0,0,2,"},
+        Row{"\2\1", "____t11,", "____t1,0,02,"}, Row{"", "____t11,", "____t1002,"},
+        Row{"\x7F", "____t11,", "____t1002,"}, Row{"\xFF", "____t11,", "____t1002,"}}) {
+    std::locale::global(std::locale(std::locale::classic(), new Grouping(grouping)));
+    const Comparison comparison = CompareEngines(sql);
+    const std::string text = NormalizeByScanner(sql);
+    std::locale::global(before);
+    EXPECT_EQ(comparison.outcome, Outcome::kSame);
+    EXPECT_THAT(text, testing::AllOf(testing::HasSubstr(eleventh), testing::EndsWith(last)));
   }
 }
 

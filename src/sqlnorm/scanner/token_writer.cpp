@@ -3,13 +3,12 @@
 #include <algorithm>
 #include <array>
 #include <bit>
-#include <charconv>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <limits>
 #include <string_view>
 
+#include "sqlnorm/scanner/alias_number.h"
 #include "sqlnorm/scanner/alias_table.h"
 #include "sqlnorm/scanner/byte_block.h"
 #include "sqlnorm/scanner/byte_class.h"
@@ -71,8 +70,8 @@ char* CopyLoosely(const char* from, const char* end, char* out) noexcept {
 // so that they live in registers. What is called out of line, the table of aliases, lies outside.
 class TokenWriter {
  public:
-  TokenWriter(Text text, OutputBuffer& output, AliasTable& aliases)
-      : text_end_(text.data + text.length), output_(output), aliases_(aliases) {
+  TokenWriter(Text text, OutputBuffer& output, AliasTable& aliases, AliasNumberPrinter& numbers)
+      : text_end_(text.data + text.length), output_(output), aliases_(aliases), numbers_(numbers) {
     // A token of one byte takes two with its blank, and the first one a blank before it.
     output_.Reserve(2 * text.length + kRoomForWord, 0);
     begin_ = out_ = output_.Data();
@@ -165,12 +164,7 @@ class TokenWriter {
     BeginToken();
     std::memcpy(out_, kAliasStem.data(), kAliasStem.size());
     out_ += kAliasStem.size();
-    if (number < 10) {
-      *out_++ = static_cast<char>('0' + number);
-    } else {
-      constexpr int kMostDigits = std::numeric_limits<std::uint32_t>::digits10 + 1;
-      out_ = std::to_chars(out_, out_ + kMostDigits, number).ptr;
-    }
+    out_ = numbers_.Print(number, out_);
     EndToken();
     return end;
   }
@@ -240,6 +234,7 @@ class TokenWriter {
   const char* const text_end_;
   OutputBuffer& output_;
   AliasTable& aliases_;
+  AliasNumberPrinter& numbers_;
   char* begin_;
   char* out_;
   Last last_ = Last::kNoToken;
@@ -286,7 +281,8 @@ char* StripSingleAlias(char* begin, char* end) noexcept {
 
 std::string_view WriteTokens(Text text, OutputBuffer& output) {
   AliasTable aliases(text.data + text.length);
-  TokenWriter writer(text, output, aliases);
+  AliasNumberPrinter numbers;
+  TokenWriter writer(text, output, aliases, numbers);
   VisitElements(text.data, text.length, writer);
   const char* begin = writer.Begin();
   const char* end = writer.End();
