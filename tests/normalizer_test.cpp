@@ -215,6 +215,23 @@ TEST_P(Growth, ScannerAllocatesNoMoreForMoreTokens) {
             ScannerAllocations(Grow(GetParam(), kLength)) + kListGrows);
 }
 
+// At most 20 bytes a byte, whatever the text. TARN_GROWTH_LENGTH asks for another length.
+void ExpectLittleMemory(const std::string& sql) {
+  constexpr std::size_t kMostPerByte = 20;
+  const PeakMemory peak;
+  try {
+    NormalizeByScanner(sql);
+  } catch (const boost::bad_lexical_cast&) {
+  }
+  EXPECT_LE(peak.Bytes(), kMostPerByte * sql.size());
+}
+
+TEST_P(Growth, TakesLittleMemory) {
+  for (const long length : {8L << 10, FromEnvironment("TARN_GROWTH_LENGTH", 64 << 10)}) {
+    ExpectLittleMemory(Grow(GetParam(), static_cast<std::size_t>(length)));
+  }
+}
+
 // Processor time, so that what else the machine does counts for little.
 double ProcessorSeconds() {
   timespec time{};
@@ -264,7 +281,7 @@ INSTANTIATE_TEST_SUITE_P(Families, Growth, testing::ValuesIn(GrowthFamilies()),
 
 // TARN_GROWTH_CASES asks for another number of combinations, TARN_GROWTH_START for the one to begin
 // with: what a failure names, and TARN_GROWTH_CASES=1, replays it.
-TEST(GrowthCombinations, AreLinear) {
+TEST(GrowthCombinations, AreLinearAndTakeLittleMemory) {
   const long start = FromEnvironment("TARN_GROWTH_START", 1);
   const long end = start + FromEnvironment("TARN_GROWTH_CASES", 200);
   for (long number = start; number < end; ++number) {
@@ -272,6 +289,7 @@ TEST(GrowthCombinations, AreLinear) {
       return GrowCombination(static_cast<std::uint64_t>(number), length);
     };
     EXPECT_TRUE(GrowsLinearly(grow)) << "TARN_GROWTH_START=" << number;
+    ExpectLittleMemory(grow(64 << 10));
   }
 }
 

@@ -28,10 +28,9 @@ std::string_view Unquote(const std::string& sql) noexcept {
   return {begin, static_cast<std::size_t>(last - begin)};
 }
 
-}  // namespace
-
-std::string NormalizeByScanner(const std::string& sql) {
-  const std::string_view statement = Unquote(sql);
+// Writes the canonical text of `statement` to `output`. The buffers of all texts in between are
+// released when it returns.
+std::string_view Normalize(std::string_view statement, OutputBuffer& output) {
   WorkingBuffer source;
   source.Reserve(statement.size() + kPadding, 0);
   std::memcpy(source.Data(), statement.data(), statement.size());
@@ -45,8 +44,14 @@ std::string NormalizeByScanner(const std::string& sql) {
     text = CanonicalizeLiterals(text, survey.first_literal, reprinted);
   }
   if (survey.Groups()) RewriteGroups(text, survey);
+  return WriteTokens(text, output);
+}
+
+}  // namespace
+
+std::string NormalizeByScanner(const std::string& sql) {
   OutputBuffer output;
-  return std::string(WriteTokens(text, output));
+  return std::string(Normalize(Unquote(sql), output));
 }
 
 }  // namespace tarn::sqlnorm
