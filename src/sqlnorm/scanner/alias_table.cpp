@@ -156,7 +156,7 @@ std::vector<std::uint32_t> FindFirstAppearances(const std::vector<const char*>& 
 void AliasTable::NumberRest(const char* begin) {
   AliasCollector collector;
   collector.aliases.reserve(kInPlace + CountAliasCandidates(begin, text_end_));
-  for (const std::string_view name : names_) collector.aliases.push_back(name.data());
+  for (const Name& name : names_) collector.aliases.push_back(name.text);
   VisitElements(begin, static_cast<std::size_t>(text_end_ - begin), collector);
   numbers_ = FindFirstAppearances(collector.aliases);
   count_ = 0;

@@ -36,17 +36,17 @@ class AliasTable {
   // last.
   std::uint32_t NumberOf(const char* begin, const char* end) {
     if (next_ != 0) return numbers_[next_++];
-    const std::string_view alias(begin, static_cast<std::size_t>(end - begin));
-    const std::uint64_t packed = Packed(alias);
+    const Name name{begin, static_cast<std::size_t>(end - begin)};
+    const std::uint64_t packed = Packed(name);
     for (std::uint32_t i = 0; i < count_; ++i) {
-      if (packed_[i] == packed && (alias.size() < kPackedBytes || names_[i] == alias)) return i + 1;
+      if (packed_[i] == packed && (name.length < kPackedBytes || names_[i] == name)) return i + 1;
     }
     if (count_ == kInPlace) {
       NumberRest(begin);
       return numbers_[next_++];
     }
     packed_[count_] = packed;
-    names_[count_] = alias;
+    names_[count_] = name;
     return ++count_;
   }
 
@@ -57,13 +57,23 @@ class AliasTable {
   static constexpr std::uint32_t kInPlace = 16;
   static constexpr std::size_t kPackedBytes = sizeof(std::uint64_t);
 
-  // The first eight bytes of a text as a number. A text of fewer ends with NUL bytes there, which
-  // no alias contains, so its number is its own.
-  static std::uint64_t Packed(std::string_view alias) noexcept {
-    const std::uint64_t bytes = LoadEight(alias.data());
-    if (alias.size() >= kPackedBytes) return bytes;
+  // Unlike std::string_view left uninitialised until it is needed.
+  struct Name {
+    const char* text;
+    std::size_t length;
+
+    bool operator==(const Name& other) const noexcept {
+      return std::string_view(text, length) == std::string_view(other.text, other.length);
+    }
+  };
+
+  // The first eight bytes of an alias as a number. Fewer are followed by NUL bytes there, which no
+  // alias contains, so that their number is theirs alone.
+  static std::uint64_t Packed(const Name& alias) noexcept {
+    const std::uint64_t bytes = LoadEight(alias.text);
+    if (alias.length >= kPackedBytes) return bytes;
     // Mask off the bytes after the alias.
-    return bytes & ((std::uint64_t{1} << (8 * alias.size())) - 1);
+    return bytes & ((std::uint64_t{1} << (8 * alias.length)) - 1);
   }
 
   // Numbers all aliases from `begin` to the end of the text.
@@ -72,7 +82,7 @@ class AliasTable {
   const char* const text_end_;
   std::uint32_t count_ = 0;
   std::array<std::uint64_t, kInPlace> packed_;
-  std::array<std::string_view, kInPlace> names_;
+  std::array<Name, kInPlace> names_;
   std::vector<std::uint32_t>
       numbers_;           // one for each of the first few, then for each alias in turn
   std::size_t next_ = 0;  // in numbers_; 0 while it is empty
