@@ -54,4 +54,10 @@ std::string NormalizeByScanner(const std::string& sql) {
   return std::string(Normalize(Unquote(sql), output));
 }
 
+void NormalizeInPlaceByScanner(std::string& sql) {
+  OutputBuffer output;
+  // Allocates, if it must, before it changes anything.
+  sql.assign(Normalize(Unquote(sql), output));
+}
+
 }  // namespace tarn::sqlnorm

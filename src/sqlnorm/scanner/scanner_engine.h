@@ -17,4 +17,8 @@ namespace tarn::sqlnorm {
 // global locale.
 std::string NormalizeByScanner(const std::string& sql);
 
+// The same, written over `sql`, which is unchanged if this throws. No string is allocated if the
+// text fits into the capacity of `sql`, which it keeps.
+void NormalizeInPlaceByScanner(std::string& sql);
+
 }  // namespace tarn::sqlnorm

@@ -123,6 +123,18 @@ class TokenWriter {
     last_ = Last::kToken;
   }
 
+  // Ends a word, and joins a dot directly between it and another word, the most frequent case of
+  // Dots.
+  const char* EndWord(const char* end) noexcept {
+    if (*end != '.' || !IsWord(end[1])) {
+      EndToken();
+      return end;
+    }
+    *out_++ = '.';
+    last_ = Last::kJoinedDots;
+    return end + 1;
+  }
+
   // A token of one or two signs.
   const char* Token(const char* p, std::size_t length) noexcept {
     BeginToken();
@@ -145,8 +157,7 @@ class TokenWriter {
       if (keyword->swallows != 0) end = SkipSwallowed(*keyword, end);
     }
     out_ += length;
-    EndToken();
-    return end;
+    return EndWord(end);
   }
 
   // INSERT keyword, DELETE keyword: INTO and FROM go if they follow.
@@ -165,8 +176,7 @@ class TokenWriter {
     std::memcpy(out_, kAliasStem.data(), kAliasStem.size());
     out_ += kAliasStem.size();
     out_ = numbers_.Print(number, out_);
-    EndToken();
-    return end;
+    return EndWord(end);
   }
 
   // Alone of all elements an alias may grow to more than twice its length and a blank: room for it,
