@@ -245,7 +245,7 @@ void PrintRatios(const std::vector<StatementSet>& sets, const Reporter& reporter
 
 constexpr std::array<std::int64_t, 4> kGrowthLengths{8 << 10, 64 << 10, 1 << 20, 16 << 20};
 
-// The family that stands for an ordinary text in the table of growth.
+// The family of ordinary text that the table of growth compares with.
 constexpr std::string_view kOrdinary = "Ordinary";
 
 // For each family and length the time of a byte, in multiples of that of an ordinary text as long.

@@ -62,7 +62,7 @@ const char* MatchParameterList(const char* p) noexcept {
   return *p == ')' ? p + 1 : nullptr;
 }
 
-// A text that shrinks while it is read: what is kept moves down over what was dropped.
+// A text that shrinks while it is read: parts that are kept move down over parts that were dropped.
 class Compaction {
  public:
   explicit Compaction(char* text) noexcept : out_(text), pending_(text) {}
@@ -75,8 +75,8 @@ class Compaction {
   }
   void DropTo(const char* p) noexcept { pending_ = p; }
 
-  // Keeps up to `p` and puts `inserted` before that part. At least as much must have been dropped,
-  // or be dropped next.
+  // Puts `inserted` before the part up to `p`, which it keeps. Requires: at least as many bytes
+  // have been dropped, or are dropped next.
   void InsertAndKeepTo(std::string_view inserted, const char* p) noexcept {
     char* const begin = out_;
     out_ += inserted.size();
