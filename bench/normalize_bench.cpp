@@ -20,6 +20,7 @@
 #include <numeric>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "sqlnorm/patterns/pattern_engine.h"
@@ -229,13 +230,14 @@ class Reporter : public benchmark::ConsoleReporter {
 // is the quotient of its columns.
 
 void PrintRatios(const std::vector<StatementSet>& sets, const Reporter& reporter) {
-  std::printf(
+  const char* heading =
       "\n| statements | bytes | patterns, ns | scanner, ns | scanner, MB/s | ratio |\n"
-      "|---|---|---|---|---|---|\n");
+      "|---|---|---|---|---|---|\n";
   for (const StatementSet& set : sets) {
     const double patterns = reporter.Least(set.name, kPatternsTime);
     const double scanner = reporter.Least(set.name, kScannerTime);
     if (scanner == 0) continue;
+    std::printf("%s", std::exchange(heading, ""));
     const double bytes =
         static_cast<double>(set.Bytes()) / static_cast<double>(set.statements.size());
     std::printf("| %s | %.0f | %.0f | %.1f | %.0f | %.0f |\n", set.name.c_str(), bytes, patterns,
@@ -248,23 +250,29 @@ constexpr std::array<std::int64_t, 4> kGrowthLengths{8 << 10, 64 << 10, 1 << 20,
 // The family of ordinary text that the table of growth compares with.
 constexpr std::string_view kOrdinary = "Ordinary";
 
-// For each family and length the time of a byte, in multiples of that of an ordinary text as long.
+// For each family and length the time of a byte, in multiples of that of an ordinary text as long,
+// and the greatest of each column.
 void PrintGrowth(const Reporter& reporter) {
-  std::printf(
-      "\n| times an ordinary text, a byte | 8 KB | 64 KB | 1 MB | 16 MB "
-      "|\n|---|---|---|---|---|\n");
   const auto time = [&reporter](std::string_view family, std::int64_t length) {
     return reporter.Least("growth/" + std::string(family), std::to_string(length));
   };
+  if (time(kOrdinary, kGrowthLengths.back()) == 0) return;
+  std::printf(
+      "\n| times an ordinary text | 8 KB | 64 KB | 1 MB | 16 MB |\n|---|---|---|---|---|\n");
+  const auto print = [](const std::string& name, const std::array<double, 4>& ratios) {
+    std::printf("| %s | %.1f | %.1f | %.1f | %.1f |\n", name.c_str(), ratios[0], ratios[1],
+                ratios[2], ratios[3]);
+  };
+  std::array<double, kGrowthLengths.size()> greatest{};
   for (const tarn::test::GrowthFamily& family : tarn::test::GrowthFamilies()) {
-    if (time(family.name, kGrowthLengths.back()) == 0) continue;
-    std::printf("| %s |", family.name.c_str());
-    for (const std::int64_t length : kGrowthLengths) {
-      const double ordinary = time(kOrdinary, length);
-      std::printf(" %.1f |", ordinary == 0 ? 0 : time(family.name, length) / ordinary);
+    std::array<double, kGrowthLengths.size()> ratios{};
+    for (std::size_t i = 0; i < ratios.size(); ++i) {
+      ratios[i] = time(family.name, kGrowthLengths[i]) / time(kOrdinary, kGrowthLengths[i]);
+      greatest[i] = std::max(greatest[i], ratios[i]);
     }
-    std::printf("\n");
+    if (ratios.back() != 0) print(family.name, ratios);
   }
+  print("the greatest", greatest);
 }
 
 int Run(int argc, char** argv) {
