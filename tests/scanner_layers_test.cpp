@@ -165,8 +165,9 @@ TEST(AliasTable, NumbersTextsInOrderOfFirstAppearance) {
     }
     std::string text;
     for (std::size_t n = below(3 * count); n != 0; --n) {
-      // The digits before "t" are a word of their own.
-      text += aliases[below(count)] + std::array{" ", ",", " 12", " xt1 ", ".t1_"}[below(5)];
+      // The digits before "t" are a word of their own; ":" and "\xB7" are nearly digits.
+      text += aliases[below(count)] +
+              std::array{" ", ",", " 12", " xt1 ", ".t1_", ":", "/", "\xB7"}[below(8)];
     }
     const std::size_t length = text.size();
     text.resize(length + kPadding);
