@@ -1,15 +1,16 @@
 // Both engines of the normalizer on the same statements, in one run; and the scanner on growing
 // ones.
 //
-// Prints Google Benchmark's table, with the ratio of the two engines behind every pair, and at the
-// end a table of all pairs. Times are the least of several repetitions, and the engines take turns,
-// so that a noisy machine troubles the ratio little. Options are Google Benchmark's own; with
+// Prints Google Benchmark's tables, and at the end the tables that the README quotes. Times are
+// processor time, the least of several repetitions. The engines take turns within a repetition, so
+// that a noisy machine troubles their ratio little. Options are Google Benchmark's own; with
 // --benchmark_out=FILE it writes JSON.
 #include <benchmark/benchmark.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cmath>
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -19,6 +20,7 @@
 #include <numeric>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "logs/reader.h"
@@ -29,14 +31,11 @@
 
 namespace {
 
-using Engine = std::string (*)(const std::string&);
+// Normalizes in place, as hosts call it.
+using Engine = void (*)(std::string&);
 
-std::string Patterns(const std::string& sql) { return tarn::sqlnorm::NormalizeByPatterns(sql); }
-std::string Scanner(const std::string& sql) { return tarn::sqlnorm::NormalizeByScanner(sql); }
-
-// What the names of a pair of benchmarks begin with.
-constexpr std::string_view kPatterns = "patterns/";
-constexpr std::string_view kScanner = "scanner/";
+void Patterns(std::string& sql) { sql = tarn::sqlnorm::NormalizeByPatterns(sql); }
+void Scanner(std::string& sql) { tarn::sqlnorm::NormalizeInPlaceByScanner(sql); }
 
 constexpr std::size_t kVariedStatements = 20'000;
 
@@ -74,6 +73,13 @@ std::string ManyRows() {
   return sql;
 }
 
+std::string ThousandRows(const std::string& row) {
+  constexpr int kRows = 1000;
+  std::string sql = "insert into orders (id, name, created, price) values " + row;
+  for (int i = 1; i < kRows; ++i) sql.append(", ").append(row);
+  return sql;
+}
+
 std::vector<StatementSet> Sets() {
   return {
       {"examples", ReadExamples()},
@@ -83,151 +89,215 @@ std::vector<StatementSet> Sets() {
         "t0.state = 3 order by t1.name"}},
       {"insert", {"insert into items (id, quantity, note) values (1, 3, 'gift wrap')"}},
       {"multi-row insert", {ManyRows()}},
+      {"1,000 rows", {ThousandRows("(1, 'name', '2026-11-24', 1.50)")}},
+      {"1,000 rows, calls", {ThousandRows("(1, 'name', NOW(), 1.50)")}},
       {"long IN list", {LongInList()}},
       {"decimals", {"update prices set low = 0.25, mean = 19.99, high = 2.5e3 where id = 7"}},
       {"aliases",
        {"select t3.a, t7.b, t9.c from x t3, y t7, z t9 where t3.k = t7.k and t7.k = t9.k"}},
-      // Many, and in random order: what a branch predictor can't learn.
+      // Many and in random order, which a branch predictor can't learn.
       {"varied", tarn::bench::VariedStatements(kVariedStatements)},
   };
 }
 
-void NormalizeAll(benchmark::State& state, const StatementSet& set, Engine engine) {
-  for (auto _ : state) {
-    for (const std::string& sql : set.statements) benchmark::DoNotOptimize(engine(sql));
+// Loads the first lines of a statement into the cache, so that a set larger than it measures an
+// engine and not the machine's memory. GCC may drop __builtin_prefetch.
+void Prefetch(const std::string& sql) {
+  constexpr std::size_t kLine = 64;
+  constexpr std::size_t kMost = 512;
+  for (std::size_t at = 0; at < std::min(sql.size(), kMost); at += kLine) {
+#ifdef __x86_64__
+    asm volatile("prefetcht0 %0" : : "m"(sql[at]));
+#else
+    __builtin_prefetch(&sql[at]);
+#endif
   }
+}
+
+void NormalizeAll(const StatementSet& set, Engine engine) {
+  const std::string* next = set.statements.data();
+  const std::string* const last = &set.statements.back();
+  std::string text;
+  for (const std::string& sql : set.statements) {
+    if (next != last) Prefetch(*++next);
+    text = sql;
+    engine(text);
+    benchmark::DoNotOptimize(text);
+  }
+}
+
+double ProcessorNanoseconds() {
+  timespec time{};
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+  return 1e9 * static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec);
+}
+
+// One engine on one set: as many passes at a time as make the clock's own cost negligible.
+class Stopwatch {
+ public:
+  Stopwatch(const StatementSet& set, Engine engine) : set_(set), engine_(engine) {
+    constexpr double kNanosecondsAtATime = 200'000;
+    NormalizeAll(set_, engine_);
+    const double pass = Time(1);
+    passes_ = std::max(1, static_cast<int>(kNanosecondsAtATime / pass));
+  }
+
+  void Run() {
+    total_ += Time(passes_);
+    passes_run_ += passes_;
+  }
+  double NanosecondsPerStatement() const {
+    return total_ / passes_run_ / static_cast<double>(set_.statements.size());
+  }
+
+ private:
+  double Time(int passes) {
+    const double begin = ProcessorNanoseconds();
+    for (int i = 0; i < passes; ++i) NormalizeAll(set_, engine_);
+    return ProcessorNanoseconds() - begin;
+  }
+
+  const StatementSet& set_;
+  const Engine engine_;
+  int passes_ = 1;
+  double total_ = 0;
+  double passes_run_ = 0;
+};
+
+// Names of counters, in nanoseconds a statement.
+constexpr const char* kPatternsTime = "patterns";
+constexpr const char* kScannerTime = "scanner";
+
+void CompareEngines(benchmark::State& state, const StatementSet& set) {
+  Stopwatch patterns(set, Patterns);
+  Stopwatch scanner(set, Scanner);
+  for (auto _ : state) {
+    patterns.Run();
+    scanner.Run();
+  }
+  state.counters[kPatternsTime] = patterns.NanosecondsPerStatement();
+  state.counters[kScannerTime] = scanner.NanosecondsPerStatement();
+}
+
+void NormalizeOnThreads(benchmark::State& state, const StatementSet& set) {
+  for (auto _ : state) NormalizeAll(set, Scanner);
   state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(set.Bytes()));
 }
 
 void NormalizeGrowing(benchmark::State& state, const tarn::test::GrowthFamily& family) {
   const std::string sql = Grow(family, static_cast<std::size_t>(state.range(0)));
-  for (auto _ : state) benchmark::DoNotOptimize(Scanner(sql));
+  std::string text;
+  for (auto _ : state) {
+    text = sql;
+    Scanner(text);
+    benchmark::DoNotOptimize(text);
+  }
   state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(sql.size()));
-  state.SetComplexityN(static_cast<benchmark::IterationCount>(sql.size()));
 }
 
-// The console's usual table, and the least time of each benchmark at each length kept.
+// The console's usual table, and the least times kept.
 class Reporter : public benchmark::ConsoleReporter {
  public:
   using ConsoleReporter::ConsoleReporter;
-  // Nanoseconds an iteration, by the statement's length (0 for benchmarks of one length).
-  using Times = std::map<std::int64_t, double>;
 
   void ReportRuns(const std::vector<Run>& runs) override {
     ConsoleReporter::ReportRuns(runs);
     for (const Run& run : runs) {
       if (run.run_type != Run::RT_Iteration || run.error_occurred) continue;
-      const double nanoseconds =
-          1e9 * run.real_accumulated_time / static_cast<double>(run.iterations);
-      const auto [entry, is_new] =
-          least_[run.run_name.function_name].try_emplace(run.complexity_n, nanoseconds);
-      entry->second = std::min(entry->second, nanoseconds);
+      const std::string name = run.run_name.function_name + '/' + run.run_name.args;
+      Keep(name, 1e9 * run.cpu_accumulated_time / static_cast<double>(run.iterations));
+      for (const auto& [counter, value] : run.counters) Keep(name + counter, value);
     }
-    // Aggregates are reported apart.
-    if (runs.front().run_type == Run::RT_Iteration) PrintRatio(runs.front().run_name.function_name);
   }
 
-  // Empty for a benchmark that has not run.
-  Times Least(const std::string& benchmark) const {
-    const auto found = least_.find(benchmark);
-    return found == least_.end() ? Times() : found->second;
+  // The least nanoseconds of a benchmark: of one of its counters, or of one of its arguments. 0 if
+  // it has not run.
+  double Least(const std::string& benchmark, const std::string& which) const {
+    const auto found = least_.find(benchmark + '/' + which);
+    return found == least_.end() ? 0 : found->second;
   }
 
  private:
-  // Behind the second of a pair.
-  void PrintRatio(const std::string& benchmark) const {
-    if (!benchmark.starts_with(kScanner)) return;
-    const std::string set = benchmark.substr(kScanner.size());
-    const Times patterns = Least(std::string(kPatterns) + set);
-    if (patterns.empty()) return;
-    std::printf("%s: the scanner is %.1f times as fast as the patterns\n", set.c_str(),
-                patterns.begin()->second / Least(benchmark).begin()->second);
+  void Keep(const std::string& name, double nanoseconds) {
+    double& least = least_.try_emplace(name, nanoseconds).first->second;
+    least = std::min(least, nanoseconds);
   }
 
-  std::map<std::string, Times> least_;
+  std::map<std::string, double> least_;
 };
 
+// The tables are those of the README: their columns are printed as they are quoted, and the ratio
+// is the quotient of its columns.
+
 void PrintRatios(const std::vector<StatementSet>& sets, const Reporter& reporter) {
-  std::printf("\n%-18s %10s %14s %14s %14s %8s\n", "statements", "bytes", "patterns ns",
-              "scanner ns", "scanner MB/s", "ratio");
+  const char* heading =
+      "\n| statements | bytes | patterns, ns | scanner, ns | scanner, MB/s | ratio |\n"
+      "|---|---|---|---|---|---|\n";
   for (const StatementSet& set : sets) {
-    const Reporter::Times patterns = reporter.Least(std::string(kPatterns) + set.name);
-    const Reporter::Times scanner = reporter.Least(std::string(kScanner) + set.name);
-    if (patterns.empty() || scanner.empty()) continue;
-    const double patterns_time = patterns.begin()->second;
-    const double scanner_time = scanner.begin()->second;
-    const auto count = static_cast<double>(set.statements.size());
-    const auto bytes = static_cast<double>(set.Bytes());
-    std::printf("%-18s %10.1f %14.1f %14.1f %14.1f %8.1f\n", set.name.c_str(), bytes / count,
-                patterns_time / count, scanner_time / count, 1e3 * bytes / scanner_time,
-                patterns_time / scanner_time);
+    const double patterns = reporter.Least(set.name, kPatternsTime);
+    const double scanner = reporter.Least(set.name, kScannerTime);
+    if (scanner == 0) continue;
+    std::printf("%s", std::exchange(heading, ""));
+    const double bytes =
+        static_cast<double>(set.Bytes()) / static_cast<double>(set.statements.size());
+    std::printf("| %s | %.0f | %.0f | %.1f | %.0f | %.0f |\n", set.name.c_str(), bytes, patterns,
+                scanner, 1e3 * bytes / scanner, patterns / scanner);
   }
-  std::printf("(bytes and nanoseconds per statement)\n");
 }
 
-// The k of time = c * length^k that fits best, by least squares of the logarithms.
-double FittedExponent(const Reporter::Times& times) {
-  const auto count = static_cast<double>(times.size());
-  double x_sum = 0;
-  double y_sum = 0;
-  double xx_sum = 0;
-  double xy_sum = 0;
-  for (const auto& [length, nanoseconds] : times) {
-    const double x = std::log(static_cast<double>(length));
-    const double y = std::log(nanoseconds);
-    x_sum += x;
-    y_sum += y;
-    xx_sum += x * x;
-    xy_sum += x * y;
-  }
-  return (count * xy_sum - x_sum * y_sum) / (count * xx_sum - x_sum * x_sum);
-}
+constexpr std::array<std::int64_t, 4> kGrowthLengths{8 << 10, 64 << 10, 1 << 20, 16 << 20};
 
+// The family of ordinary text that the table of growth compares with.
+constexpr std::string_view kOrdinary = "Ordinary";
+
+// For each family and length the time of a byte, in multiples of that of an ordinary text as long,
+// and the greatest of each column.
 void PrintGrowth(const Reporter& reporter) {
-  std::printf("\n%-18s %14s %14s %8s\n", "growth", "ns/byte, short", "ns/byte, long", "exponent");
+  const auto time = [&reporter](std::string_view family, std::int64_t length) {
+    return reporter.Least("growth/" + std::string(family), std::to_string(length));
+  };
+  if (time(kOrdinary, kGrowthLengths.back()) == 0) return;
+  std::printf(
+      "\n| times an ordinary text | 8 KB | 64 KB | 1 MB | 16 MB |\n|---|---|---|---|---|\n");
+  const auto print = [](const std::string& name, const std::array<double, 4>& ratios) {
+    std::printf("| %s | %.1f | %.1f | %.1f | %.1f |\n", name.c_str(), ratios[0], ratios[1],
+                ratios[2], ratios[3]);
+  };
+  std::array<double, kGrowthLengths.size()> greatest{};
   for (const tarn::test::GrowthFamily& family : tarn::test::GrowthFamilies()) {
-    const Reporter::Times times = reporter.Least("growth/" + family.name);
-    if (times.size() < 2) continue;
-    const auto per_byte = [](const auto& entry) {
-      return entry.second / static_cast<double>(entry.first);
-    };
-    std::printf("%-18s %14.2f %14.2f %8.2f\n", family.name.c_str(), per_byte(*times.begin()),
-                per_byte(*times.rbegin()), FittedExponent(times));
+    std::array<double, kGrowthLengths.size()> ratios{};
+    for (std::size_t i = 0; i < ratios.size(); ++i) {
+      ratios[i] = time(family.name, kGrowthLengths[i]) / time(kOrdinary, kGrowthLengths[i]);
+      greatest[i] = std::max(greatest[i], ratios[i]);
+    }
+    if (ratios.back() != 0) print(family.name, ratios);
   }
-  std::printf("(time grows with length^exponent: 1 is linear)\n");
+  print("the greatest", greatest);
 }
 
 int Run(int argc, char** argv) {
-  benchmark::Initialize(&argc, argv);
-  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 2;
+  // Defaults, before the options that may say otherwise.
+  std::string min_time = "--benchmark_min_time=0.05";
+  std::string repetitions = "--benchmark_repetitions=5";
+  std::vector<char*> arguments{argv[0], min_time.data(), repetitions.data()};
+  arguments.insert(arguments.end(), argv + 1, argv + argc);
+  int count = static_cast<int>(arguments.size());
+  arguments.push_back(nullptr);
+  benchmark::Initialize(&count, arguments.data());
+  if (benchmark::ReportUnrecognizedArguments(count, arguments.data())) return 2;
 
   const std::vector<StatementSet> sets = Sets();
-  constexpr int kRepetitions = 7;
-  constexpr double kSetSeconds = 0.05;
   for (const StatementSet& set : sets) {
-    for (const auto& [name, engine] : {std::pair<std::string_view, Engine>(kPatterns, Patterns),
-                                       std::pair<std::string_view, Engine>(kScanner, Scanner)}) {
-      benchmark::RegisterBenchmark((std::string(name) + set.name).c_str(), NormalizeAll, set,
-                                   engine)
-          ->Repetitions(kRepetitions)
-          ->MinTime(kSetSeconds)
-          ->ReportAggregatesOnly(false);
-    }
+    benchmark::RegisterBenchmark(set.name.c_str(), CompareEngines, set);
   }
   // Twice the statements a second on two threads: nothing is shared.
-  benchmark::RegisterBenchmark("threads/examples", NormalizeAll, sets.front(), Scanner)
+  benchmark::RegisterBenchmark("threads/examples", NormalizeOnThreads, sets.front())
       ->ThreadRange(1, 2)
-      ->MinTime(kSetSeconds)
       ->UseRealTime();
-  constexpr int kShortest = 1 << 10;
-  constexpr int kLongest = 1 << 20;
-  constexpr double kGrowthSeconds = 0.02;
   for (const tarn::test::GrowthFamily& family : tarn::test::GrowthFamilies()) {
-    benchmark::RegisterBenchmark(("growth/" + family.name).c_str(), NormalizeGrowing, family)
-        ->RangeMultiplier(4)
-        ->Range(kShortest, kLongest)
-        ->MinTime(kGrowthSeconds)
-        ->Complexity(benchmark::oN);
+    auto* const growth =
+        benchmark::RegisterBenchmark(("growth/" + family.name).c_str(), NormalizeGrowing, family);
+    for (const std::int64_t length : kGrowthLengths) growth->Arg(length);
   }
   Reporter reporter(isatty(STDOUT_FILENO) != 0 ? Reporter::OO_ColorTabular : Reporter::OO_Tabular);
   benchmark::RunSpecifiedBenchmarks(&reporter);

@@ -25,7 +25,7 @@ constexpr std::array kWords{
     "Graz", "gift", "express", "O Hara",   "%tea%", "green", "large", "b.smith@shop.example"};
 constexpr std::array kOperators{"=", "<", ">", "<=", ">=", "!=", "<>"};
 
-// What stands in a form for a part that differs from statement to statement:
+// The parts of a form that differ from statement to statement:
 //   {t} table  {c} column  {n} integer  {d} decimal  {h} hexadecimal  {w} quoted word
 //   {o} comparison operator  {v} any value  {N} integers, separated by commas
 //   {C} columns, separated by commas  {V} one row of values  {R} further rows  {P} parameters

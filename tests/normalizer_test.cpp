@@ -14,6 +14,7 @@
 #include <iostream>
 #include <iterator>
 #include <limits>
+#include <locale>
 #include <new>
 #include <sstream>
 #include <stdexcept>
@@ -207,14 +208,28 @@ long ScannerAllocations(const std::string& sql) {
 }
 
 TEST_P(Growth, ScannerAllocatesNoMoreForMoreTokens) {
-  // Long aliases are the exception: each costs a block.
-  const bool one_each = GetParam().name == "LongAliases";
-  const std::size_t length = one_each ? 200 : 10'000;
-  // The tree of short aliases grows now and then.
-  constexpr long kTreeGrows = 16;
-  const long more = one_each ? static_cast<long>(16 * length) : kTreeGrows;
-  EXPECT_LE(ScannerAllocations(Grow(GetParam(), 16 * length)),
-            ScannerAllocations(Grow(GetParam(), length)) + more);
+  constexpr std::size_t kLength = 10'000;
+  // The list of groups that aliases are sorted in grows now and then.
+  constexpr long kListGrows = 16;
+  EXPECT_LE(ScannerAllocations(Grow(GetParam(), 16 * kLength)),
+            ScannerAllocations(Grow(GetParam(), kLength)) + kListGrows);
+}
+
+// At most 20 bytes a byte, whatever the text. TARN_GROWTH_LENGTH asks for another length.
+void ExpectLittleMemory(const std::string& sql) {
+  constexpr std::size_t kMostPerByte = 20;
+  const PeakMemory peak;
+  try {
+    NormalizeByScanner(sql);
+  } catch (const boost::bad_lexical_cast&) {
+  }
+  EXPECT_LE(peak.Bytes(), kMostPerByte * sql.size());
+}
+
+TEST_P(Growth, TakesLittleMemory) {
+  for (const long length : {8L << 10, FromEnvironment("TARN_GROWTH_LENGTH", 64 << 10)}) {
+    ExpectLittleMemory(Grow(GetParam(), static_cast<std::size_t>(length)));
+  }
 }
 
 // Processor time, so that what else the machine does counts for little.
@@ -266,7 +281,7 @@ INSTANTIATE_TEST_SUITE_P(Families, Growth, testing::ValuesIn(GrowthFamilies()),
 
 // TARN_GROWTH_CASES asks for another number of combinations, TARN_GROWTH_START for the one to begin
 // with: what a failure names, and TARN_GROWTH_CASES=1, replays it.
-TEST(GrowthCombinations, AreLinear) {
+TEST(GrowthCombinations, AreLinearAndTakeLittleMemory) {
   const long start = FromEnvironment("TARN_GROWTH_START", 1);
   const long end = start + FromEnvironment("TARN_GROWTH_CASES", 200);
   for (long number = start; number < end; ++number) {
@@ -274,6 +289,42 @@ TEST(GrowthCombinations, AreLinear) {
       return GrowCombination(static_cast<std::uint64_t>(number), length);
     };
     EXPECT_TRUE(GrowsLinearly(grow)) << "TARN_GROWTH_START=" << number;
+    ExpectLittleMemory(grow(64 << 10));
+  }
+}
+
+class Grouping : public std::numpunct<char> {
+ public:
+  explicit Grouping(const char* grouping) : grouping_(grouping) {}
+
+ private:
+  char do_thousands_sep() const override { return ','; }
+  std::string do_grouping() const override { return grouping_; }
+
+  const char* const grouping_;
+};
+
+// Alias numbers alone follow the global locale, that of the call.
+TEST(AliasNumbers, AreGroupedAsTheGlobalLocaleGroups) {
+  struct Row {
+    const char* grouping;
+    const char* eleventh;
+    const char* last;
+  };
+  constexpr std::size_t kAliases = 1002;
+  std::string sql;
+  for (std::size_t i = 1; i <= kAliases; ++i) AppendNumbered("t#, ", i, sql);
+  const std::locale before;
+  for (const auto& [grouping, eleventh, last] :
+       {Row{"\3", "____t11,", "____t1,002,"}, Row{"\1", "____t1,1,", "____t1,0,0,2,"},
+        Row{"\2\1", "____t11,", "____t1,0,02,"}, Row{"", "____t11,", "____t1002,"},
+        Row{"\x7F", "____t11,", "____t1002,"}, Row{"\xFF", "____t11,", "____t1002,"}}) {
+    std::locale::global(std::locale(std::locale::classic(), new Grouping(grouping)));
+    const Comparison comparison = CompareEngines(sql);
+    const std::string text = NormalizeByScanner(sql);
+    std::locale::global(before);
+    EXPECT_EQ(comparison.outcome, Outcome::kSame);
+    EXPECT_THAT(text, testing::AllOf(testing::HasSubstr(eleventh), testing::EndsWith(last)));
   }
 }
 

@@ -406,9 +406,14 @@ TEST(NormalizeSQL, LeavesTheStatementWhereMemoryEnds) {
   const std::string statement =
       "\" select t7.id, 0.1 , 0xFF from orders t7, items t3 where (t7.id = t3.no and t3.n >= 2.50) "
       "and not (t3.id in (1, 2)) and e in (@p0, @p1) values (1, 10abc), (2, 3) t9  \"";
-  const Outputs before{statement, "", {}};
-  Operation(before, [](Outputs& out) { Product().NormalizeSQL(out.text); }).FailEverywhere();
-  Operation(before, [](Outputs& out) {
+  // And one that outgrows its own capacity and every buffer, with enough aliases to be sorted.
+  std::string growing;
+  for (int i = 0; i < 300; ++i) growing += "0.1,t1234567" + std::to_string(i) + ",";
+  for (const std::string& sql : {statement, growing}) {
+    const Outputs before{sql, "", {}};
+    Operation(before, [](Outputs& out) { Product().NormalizeSQL(out.text); }).FailEverywhere();
+  }
+  Operation({statement, "", {}}, [](Outputs& out) {
     out.text = sqlnorm::NormalizeByPatterns(out.text);
   }).FailEverywhere();
 }

@@ -5,9 +5,12 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <deque>
+#include <map>
+#include <random>
 #include <string>
 #include <string_view>
 #include <typeinfo>
@@ -125,27 +128,52 @@ TEST(Decimals, ArePrintedAsPrintfPrintsThem) {
     ASSERT_EQ(Reprinted(literal), Printed(literal)) << literal;
 }
 
-TEST(AliasTable, NumbersTextsInOrderOfFirstAppearance) {
-  // More than are kept in place, of every length around the eight bytes of a short one.
-  std::vector<std::string> aliases;
-  for (int i = 1; i <= 18; ++i) aliases.push_back('t' + std::to_string(i));
-  for (const char* alias : {"t0", "t00", "t01", "t000001", "t1234567", "t12345678", "t12345679",
-                            "t123456789", "t1234567890", "t9999999"}) {
-    aliases.emplace_back(alias);
-  }
-  for (const bool backwards : {false, true}) {
-    if (backwards) std::reverse(aliases.begin(), aliases.end());
-    // What follows an alias in the text must not matter. The table borrows the texts.
-    const std::array<std::string, 2> followers{",       ", "12345678"};
-    std::deque<std::string> texts;
-    AliasTable table;
-    for (const std::string& follower : followers) {
-      for (std::size_t i = 0; i < aliases.size(); ++i) {
-        const std::string_view text = texts.emplace_back(aliases[i] + follower);
-        EXPECT_EQ(table.NumberOf(text.substr(0, aliases[i].size())), i + 1) << aliases[i];
-      }
+// Asks a table for each alias of a text, and a map for the number that it must have.
+struct AliasNumbers {
+  const char* Word(const char* begin, const char* end) {
+    if (IsAlias(begin, end)) {
+      const std::string alias(begin, end);
+      const auto number = static_cast<std::uint32_t>(expected.size() + 1);
+      EXPECT_EQ(table.NumberOf(begin, end), expected.try_emplace(alias, number).first->second)
+          << alias;
     }
-    EXPECT_EQ(table.Count(), aliases.size());
+    return end;
+  }
+  static const char* Sign(const char* p, const char* /*taken*/) { return p + 1; }
+
+  AliasTable table;
+  std::map<std::string, std::uint32_t> expected;
+};
+
+TEST(AliasTable, NumbersTextsInOrderOfFirstAppearance) {
+  std::mt19937_64 random(1);
+  const auto below = [&random](std::size_t bound) { return random() % bound; };
+  const auto digits = [&below](std::size_t count) {
+    std::string text(count, '0');
+    for (char& digit : text) digit = static_cast<char>('0' + below(10));
+    return text;
+  };
+  constexpr int kTexts = 400;
+  for (int i = 0; i < kTexts; ++i) {
+    // Fewer and more than are compared one by one, and than are sorted by comparing; digits in
+    // common, up to the ends of chunks and beyond; one alias that is the begin of another.
+    const std::size_t count = std::array<std::size_t, 6>{1, 15, 16, 17, 90, 2000}[below(6)];
+    const std::string common = digits(std::array<std::size_t, 4>{0, 7, 8, 25}[below(4)]);
+    std::vector<std::string> aliases;
+    while (aliases.size() < count) {
+      aliases.push_back((below(3) == 0 ? "t" : "t" + common) + digits(1 + below(1 + below(20))));
+    }
+    std::string text;
+    for (std::size_t n = below(3 * count); n != 0; --n) {
+      // The digits before "t" are a word of their own; ":" and "\xB7" are nearly digits.
+      text += aliases[below(count)] +
+              std::array{" ", ",", " 12", " xt1 ", ".t1_", ":", "/", "\xB7"}[below(8)];
+    }
+    const std::size_t length = text.size();
+    text.resize(length + kPadding);
+    AliasNumbers numbers{AliasTable(text.data() + length), {}};
+    VisitElements(text.data(), length, numbers);
+    EXPECT_EQ(numbers.table.Count(), numbers.expected.size());
   }
 }
 

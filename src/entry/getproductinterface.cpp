@@ -70,7 +70,7 @@ bool CProductInterface_Tarn::GetDBType(std::string& dbType, const std::string& d
 }
 
 void CProductInterface_Tarn::NormalizeSQL(std::string& sql) {
-  sql = tarn::sqlnorm::NormalizeSQLText(sql);
+  tarn::sqlnorm::NormalizeSQLInPlace(sql);
 }
 
 // The host's way in: the same pointer on every call, to an object that lives as long as the library

@@ -12,7 +12,17 @@ Engine ChosenEngine() noexcept {
 }
 
 std::string NormalizeSQLText(const std::string& sql) {
-  return ChosenEngine() == Engine::kScanner ? NormalizeByScanner(sql) : NormalizeByPatterns(sql);
+  std::string text = sql;
+  NormalizeSQLInPlace(text);
+  return text;
+}
+
+void NormalizeSQLInPlace(std::string& sql) {
+  if (ChosenEngine() == Engine::kScanner) {
+    NormalizeInPlaceByScanner(sql);
+  } else {
+    sql = NormalizeByPatterns(sql);
+  }
 }
 
 }  // namespace tarn::sqlnorm

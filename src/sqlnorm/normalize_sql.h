@@ -4,14 +4,14 @@
 
 namespace tarn::sqlnorm {
 
-// The two ways to the same canonical text.
+// The two implementations of the same canonical text.
 enum class Engine {
   kScanner,   // hand-written, linear in the statement; classifies bytes under the classic locale
   kPatterns,  // the 23 regular expressions, which saw the global locale when the library was loaded
 };
 
-// The engine that NormalizeSQLText takes, settled when the library is loaded: the scanner, unless
-// the patterns were compiled under a locale whose classes of bytes are not those of the classic
+// The engine that the functions below use, decided when the library is loaded: the scanner, unless
+// the patterns were compiled under a locale that classifies some byte otherwise than the classic
 // one.
 Engine ChosenEngine() noexcept;
 
@@ -22,5 +22,10 @@ Engine ChosenEngine() noexcept;
 // and on the pattern engine std::runtime_error when the regular-expression library gives up on the
 // text. Thread-safe.
 std::string NormalizeSQLText(const std::string& sql);
+
+// Replaces `sql` by its canonical text. It is written after everything that can throw, so an
+// exception leaves it as it was. Under the scanner `sql` keeps its capacity: a host that stores
+// millions of short texts of long statements shrinks or copies them.
+void NormalizeSQLInPlace(std::string& sql);
 
 }  // namespace tarn::sqlnorm

@@ -20,6 +20,8 @@ constexpr char kFiller = '\xCC';
 
 struct State {
   std::atomic<long> live = 0;
+  std::atomic<std::size_t> live_bytes = 0;
+  std::atomic<std::size_t> peak_bytes = 0;
   // Allocations until the one that fails; not above 0: none does.
   long until_failure = 0;
   bool failed = false;
@@ -48,6 +50,8 @@ void* Allocate(std::size_t size) {
   void* block = FailsAboveMalloc() ? nullptr : std::malloc(size == 0 ? 1 : size);
   if (block == nullptr) throw std::bad_alloc();
   ++state.live;
+  state.live_bytes += malloc_usable_size(block);
+  if (state.live_bytes > state.peak_bytes) state.peak_bytes = state.live_bytes.load();
   // What lay there before the watch does not count.
   if (!state.secret.empty()) std::memset(block, 0, malloc_usable_size(block));
   return block;
@@ -56,6 +60,7 @@ void* Allocate(std::size_t size) {
 void Free(void* block) noexcept {
   if (block == nullptr) return;
   --state.live;
+  state.live_bytes -= malloc_usable_size(block);
   if (!state.secret.empty()) {
     const std::string_view bytes(static_cast<const char*>(block), malloc_usable_size(block));
     if (bytes.find(state.secret) != std::string_view::npos) ++state.with_secret;
@@ -92,6 +97,9 @@ void operator delete(void* block, std::size_t /*size*/) noexcept { Free(block); 
 namespace tarn::test {
 
 long LiveAllocations() noexcept { return state.live; }
+
+PeakMemory::PeakMemory() noexcept : before_(state.live_bytes) { state.peak_bytes = before_; }
+std::size_t PeakMemory::Bytes() const noexcept { return state.peak_bytes - before_; }
 
 FailNthAllocation::FailNthAllocation(long n) noexcept {
   state.until_failure = n;

@@ -2,12 +2,28 @@
 // sanitizer, every malloc on demand. While anything is failed or watched, one thread may run.
 #pragma once
 
+#include <cstddef>
 #include <string_view>
 
 namespace tarn::test {
 
 // Number of blocks allocated and not yet freed.
 long LiveAllocations() noexcept;
+
+// During its lifetime notes the most bytes that operator new has handed out at one time, beyond
+// those before.
+class PeakMemory {
+ public:
+  PeakMemory() noexcept;
+  PeakMemory(const PeakMemory&) = delete;
+  PeakMemory& operator=(const PeakMemory&) = delete;
+  ~PeakMemory() = default;
+
+  std::size_t Bytes() const noexcept;
+
+ private:
+  std::size_t before_;
+};
 
 // During its lifetime the `n`-th allocation (from 1) fails, once: operator new throws, malloc is
 // null.

@@ -50,11 +50,22 @@ inline void Repeat(std::string_view unit, std::size_t length, std::string& text)
   for (const std::size_t end = text.size() + length; text.size() < end;) text += unit;
 }
 
+// Appends the unit, with `number` for "#" and for each "~" a digit drawn for `number`: the same
+// number gives the same digits.
 inline void AppendNumbered(std::string_view unit, std::size_t number, std::string& text) {
-  const std::size_t mark = unit.find('#');
-  text += unit.substr(0, mark);
-  if (mark != std::string_view::npos) {
-    text.append(std::to_string(number)).append(unit.substr(mark + 1));
+  std::uint64_t drawn = number;
+  for (const char c : unit) {
+    if (c == '#') {
+      text += std::to_string(number);
+    } else if (c == '~') {
+      // The generator "splitmix64", which needs no start-up.
+      drawn += 0x9E3779B97F4A7C15;
+      std::uint64_t mixed = (drawn ^ (drawn >> 30)) * 0xBF58476D1CE4E5B9;
+      mixed = (mixed ^ (mixed >> 27)) * 0x94D049BB133111EB;
+      text += static_cast<char>('0' + (mixed ^ (mixed >> 31)) % 10);
+    } else {
+      text += c;
+    }
   }
 }
 
@@ -80,7 +91,7 @@ inline std::string GrowCombination(std::uint64_t number, std::size_t length) {
   std::string text;
   switch (how) {
     case 0:
-      // From two of them on, one behind the other.
+      // Two families or more pieces of them, one after the other.
       for (std::size_t i = 0; i < pieces; ++i) {
         text += Grow(i % 2 == 0 ? one : other, length / pieces);
       }
@@ -95,7 +106,7 @@ inline std::string GrowCombination(std::uint64_t number, std::size_t length) {
     default:
       // A long member among short ones.
       text = one.prefix;
-      Repeat(one.unit.substr(0, one.unit.find('#')), length / 2, text);
+      Repeat(one.unit.substr(0, one.unit.find_first_of("#~")), length / 2, text);
       return text + Grow(other, length / 2);
   }
 }

@@ -3,88 +3,89 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <map>
-#include <memory>
 #include <string_view>
 #include <vector>
 
 #include "sqlnorm/scanner/byte_block.h"
+#include "sqlnorm/scanner/byte_class.h"
 
 namespace tarn::sqlnorm {
 
+// Whether the word from `begin` to `end` is an alias: a lower-case "t" and digits.
+inline bool IsAlias(const char* begin, const char* end) noexcept {
+  // One branch for both bytes, since few words pass either test.
+  if ((static_cast<int>(*begin == 't') & static_cast<int>(IsDigit(begin[1]))) == 0) return false;
+  return SkipDigits(begin + 2) == end;
+}
+
 // Numbers the distinct aliases of one text from 1, in order of first appearance. Aliases are
-// compared as texts: "t1" and "t01" are two. The texts are borrowed and must outlive the table.
+// compared as texts: "t1" and "t01" are two.
 //
-// The first few short aliases are compared one by one. Further short ones go to a tree of digits,
-// long ones to an ordered map, so that whoever writes the text can't steer what a lookup costs: one
-// step a digit, or the logarithm of the number of long aliases times at most the alias's length.
+// The first few are compared one by one. When there are more, all aliases of the rest of the text
+// are collected and sorted once, and from then on a number is read from an array. So the text can't
+// steer the cost of a lookup, and the aliases' order in the text costs no cache misses.
 class AliasTable {
  public:
-  // The number of `alias`, a new one if it has not been seen. Requires: a "t" and digits, of which
-  // 8 bytes can be read at the first. Throws std::bad_alloc.
-  std::uint32_t NumberOf(std::string_view alias) {
-    if (alias.size() > sizeof(std::uint64_t)) return Number(FurtherAliases().long_ones[alias]);
-    const std::uint64_t packed = Packed(alias);
-    for (std::uint32_t i = 0; i < in_place_; ++i) {
-      if (packed_[i] == packed) return numbers_[i];
+  // Borrows the padded text that ends at `text_end`.
+  explicit AliasTable(const char* text_end) noexcept : text_end_(text_end) {}
+
+  // The number of the alias from `begin` to `end`, a new one if it has not been seen. Throws
+  // std::bad_alloc.
+  //
+  // Requires: called for each alias of the text that VisitElements visits, from the first to the
+  // last.
+  std::uint32_t NumberOf(const char* begin, const char* end) {
+    if (next_ != 0) return numbers_[next_++];
+    const Name name{begin, static_cast<std::size_t>(end - begin)};
+    const std::uint64_t packed = Packed(name);
+    for (std::uint32_t i = 0; i < count_; ++i) {
+      if (packed_[i] == packed && (name.length < kPackedBytes || names_[i] == name)) return i + 1;
     }
-    if (in_place_ == kInPlace) return Number(FurtherAliases().OfDigits(alias.substr(1)));
-    packed_[in_place_] = packed;
-    return Number(numbers_[in_place_++] = 0);
+    if (count_ == kInPlace) {
+      NumberRest(begin);
+      return numbers_[next_++];
+    }
+    packed_[count_] = packed;
+    names_[count_] = name;
+    return ++count_;
   }
 
-  // How many distinct aliases there have been.
+  // How many distinct aliases there have been, or, beyond the first few, there are in the text.
   std::uint32_t Count() const noexcept { return count_; }
 
  private:
   static constexpr std::uint32_t kInPlace = 16;
+  static constexpr std::size_t kPackedBytes = sizeof(std::uint64_t);
 
-  struct Further {
-    struct Node {
-      std::array<std::uint32_t, 10> next{};  // by the next digit; 0 where there is none
-      std::uint32_t number = 0;              // of the alias that ends here
-    };
+  // Unlike std::string_view left uninitialised until it is needed.
+  struct Name {
+    const char* text;
+    std::size_t length;
 
-    std::uint32_t& OfDigits(std::string_view digits) {
-      std::size_t at = 0;
-      for (const char digit : digits) {
-        const auto branch = static_cast<std::size_t>(digit - '0');
-        if (tree[at].next[branch] == 0) {
-          tree[at].next[branch] = static_cast<std::uint32_t>(tree.size());
-          tree.emplace_back();
-        }
-        at = tree[at].next[branch];
-      }
-      return tree[at].number;
+    bool operator==(const Name& other) const noexcept {
+      return std::string_view(text, length) == std::string_view(other.text, other.length);
     }
-
-    std::vector<Node> tree{1};
-    std::map<std::string_view, std::uint32_t> long_ones;
   };
 
-  Further& FurtherAliases() {
-    if (!further_) further_ = std::make_unique<Further>();
-    return *further_;
+  // The first eight bytes of an alias as a number. Fewer are followed by NUL bytes there, which no
+  // alias contains, so that their number is theirs alone.
+  static std::uint64_t Packed(const Name& alias) noexcept {
+    const std::uint64_t bytes = LoadEight(alias.text);
+    if (alias.length >= kPackedBytes) return bytes;
+    // Mask off the bytes after the alias.
+    return bytes & ((std::uint64_t{1} << (8 * alias.length)) - 1);
   }
 
-  // The number kept in `kept`, which is 0 for an alias that is new.
-  std::uint32_t Number(std::uint32_t& kept) noexcept {
-    if (kept == 0) kept = ++count_;
-    return kept;
-  }
+  // Numbers all aliases from `begin` to the end of the text.
+  void NumberRest(const char* begin);
 
-  // A text of up to 8 bytes as a number; an alias holds no NUL byte, so no two are the same.
-  static std::uint64_t Packed(std::string_view alias) noexcept {
-    // Those behind the alias go.
-    const std::size_t surplus_bits = 8 * (sizeof(std::uint64_t) - alias.size());
-    return LoadEight(alias.data()) << surplus_bits >> surplus_bits;
-  }
-
-  std::array<std::uint64_t, kInPlace> packed_;
-  std::array<std::uint32_t, kInPlace> numbers_;
-  std::uint32_t in_place_ = 0;
+  const char* const text_end_;
   std::uint32_t count_ = 0;
-  std::unique_ptr<Further> further_;
+  std::array<std::uint64_t, kInPlace> packed_;
+  std::array<Name, kInPlace> names_;
+  std::vector<std::uint32_t>
+      numbers_;           // one for each of the first few, then for each alias in turn
+  std::size_t next_ = 0;  // in numbers_; 0 while it is empty
 };
 
 }  // namespace tarn::sqlnorm

@@ -24,16 +24,27 @@ inline ByteBlock LoadBlock(const char* p) noexcept {
   return block;
 }
 
-// The eight bytes at `p` as one number, the first one lowest. Requires: they can be read, on a
-// little-endian processor.
+// Converts between eight bytes as the processor loads them and a number whose lowest byte is the
+// first one, whatever the processor's byte order.
+inline std::uint64_t FirstByteLowest(std::uint64_t bytes) noexcept {
+  return std::endian::native == std::endian::big ? __builtin_bswap64(bytes) : bytes;
+}
+
+// Loads the eight bytes at `p` as one number, the first one lowest. Requires: they can be read.
 inline std::uint64_t LoadEight(const char* p) noexcept {
   std::uint64_t bytes = 0;
   std::memcpy(&bytes, p, sizeof bytes);
-  return bytes;
+  return FirstByteLowest(bytes);
 }
 
-// Pads the text that ends at `end`. Not with std::memset, which compilers make a string instruction
-// of, and that takes longer to begin than this to end.
+// Stores a number as eight bytes, the lowest one first. Requires: they can be written.
+inline void StoreEight(std::uint64_t number, char* p) noexcept {
+  const std::uint64_t bytes = FirstByteLowest(number);
+  std::memcpy(p, &bytes, sizeof bytes);
+}
+
+// Pads the text that ends at `end`. Compilers make a string instruction of std::memset, which takes
+// longer to begin than this takes in all.
 inline void Pad(char* end) noexcept {
   static_assert(kPadding % sizeof(ByteBlock) == 0);
   constexpr ByteBlock kZero{};
@@ -51,13 +62,13 @@ inline std::uint32_t BitsOf(ByteBlock marks) noexcept {
   const auto gather = [](std::uint64_t half) {
     return static_cast<std::uint32_t>((half & 0x0101010101010101) * 0x0102040810204080 >> 56);
   };
-  std::uint64_t halves[2];
-  std::memcpy(halves, &marks, sizeof halves);
-  return gather(halves[0]) | gather(halves[1]) << 8;
+  char bytes[sizeof marks];
+  std::memcpy(bytes, &marks, sizeof marks);
+  return gather(LoadEight(bytes)) | gather(LoadEight(bytes + 8)) << 8;
 #endif
 }
 
-// What the bytes of a long block are: one bit for each, the first one lowest.
+// The classes of the 64 bytes of a long block: one bit for each byte, the first one lowest.
 struct BlockClasses {
   static constexpr std::size_t kBytes = 64;
 
@@ -66,7 +77,7 @@ struct BlockClasses {
   std::uint64_t spaces = 0;
 };
 
-// `bits` without those of places at or behind `length`.
+// `bits` without those of bytes at or after `length`.
 inline std::uint64_t BitsWithin(std::uint64_t bits, std::ptrdiff_t length) noexcept {
   constexpr auto kBytes = static_cast<std::ptrdiff_t>(BlockClasses::kBytes);
   return length < kBytes ? bits & ((std::uint64_t{1} << length) - 1) : bits;
@@ -87,15 +98,15 @@ inline BlockClasses ClassifyBlock(const char* p) noexcept {
   return classes;
 }
 
-// Marks parentheses, as MarkedBits and VisitMarks ask for.
+// Marks parentheses; a `match` for MarkedBits and VisitMarks.
 inline ByteBlock MarkParentheses(const char* q) noexcept {
   const ByteBlock block = LoadBlock(q);
   return (block == '(') | (block == ')');
 }
 
-// The bits of 64 places from `p` on: those that `match` marks. match(q) looks at the sixteen places
-// from q on, and a few behind them, and returns a ByteBlock. It must not mark NUL: then nothing is
-// found behind the end of a padded text.
+// The bits of those of the 64 bytes at `p` that `match` marks. match(q) looks at the sixteen bytes
+// at q, perhaps at a few after them, and returns a ByteBlock. It must not mark NUL, so that nothing
+// is found after the end of a padded text.
 template <typename Match>
 std::uint64_t MarkedBits(const char* p, Match match) noexcept {
   std::uint64_t bits = 0;
@@ -105,8 +116,8 @@ std::uint64_t MarkedBits(const char* p, Match match) noexcept {
   return bits;
 }
 
-// Calls visit(p) for the places of a padded text that `match` marks, from the first to the last.
-// It returns up to where it has dealt with the text, and marks before that are passed over.
+// Calls visit(p) for each byte of a padded text that `match` marks, from the first to the last.
+// visit returns the place up to which it has dealt with the text; marks before it are skipped.
 template <typename Match, typename Visit>
 void VisitMarks(const char* text, const char* end, Match match, Visit visit) {
   const char* done = text;

@@ -5,7 +5,7 @@
 
 namespace tarn::sqlnorm {
 
-// What a byte is to the scanner, whatever the process's locale: what it is under the classic one.
+// The class of a byte under the classic locale, whatever the process's locale is.
 enum class ByteClass : unsigned char {
   kLetter,  // A-Z, a-z and the underscore
   kDigit,   // 0-9
@@ -48,9 +48,8 @@ constexpr bool IsWord(char c) noexcept {
   return ClassOf(c) == ByteClass::kLetter || ClassOf(c) == ByteClass::kDigit;
 }
 
-// The scanner's texts are followed by this many bytes that may be read, all NUL: a text is read in
-// blocks of 64 bytes, and a few more behind the last. NUL is in no class that a run is made of, so
-// a run ends there at the latest.
+// 80 readable NUL bytes follow each of the scanner's texts: blocks of 64 bytes and a few bytes
+// after them overrun its end, and a NUL ends every run.
 inline constexpr std::size_t kPadding = 80;
 
 // The first byte at or after `p` that does not belong to the run. The text must be padded.
@@ -67,8 +66,8 @@ inline const char* SkipDigits(const char* p) noexcept {
   return p;
 }
 
-// Whether the letters of `lower`, in either case, stand at `p`. Requires: `lower` holds
-// lower-case letters only, and its length may be read at `p`.
+// Whether the letters of `lower` are at `p`, in either case. Requires: `lower` consists of
+// lower-case letters, and as many bytes can be read at `p`.
 template <std::size_t N>
 bool StandsAt(const char* p, const char (&lower)[N]) noexcept {
   for (std::size_t i = 0; i + 1 < N; ++i) {
@@ -77,14 +76,14 @@ bool StandsAt(const char* p, const char (&lower)[N]) noexcept {
   return true;
 }
 
-// The place behind the last byte before `p` that is no space. `begin` bounds the look back.
+// The end of the last byte before `p` that is no space, or `begin`, where the text begins.
 inline const char* SkipSpacesBack(const char* begin, const char* p) noexcept {
   while (p != begin && IsSpace(p[-1])) --p;
   return p;
 }
 
-// Where the word begins that ends at `p`, if it is `lower` in either case, as a whole word; or
-// null.
+// The begin of the word that ends at `p`, if that whole word is `lower` in either case; or null.
+// The text begins at `begin`.
 template <std::size_t N>
 const char* MatchWordBack(const char* begin, const char* p, const char (&lower)[N]) noexcept {
   constexpr std::ptrdiff_t kLength = N - 1;

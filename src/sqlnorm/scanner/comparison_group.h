@@ -30,41 +30,35 @@ inline const char* MatchComparisonOperator(const char* p) noexcept {
   }
 }
 
-struct ComparisonGroup {
-  const char* close = nullptr;  // its closing parenthesis; null if there is no group
-  bool has_decimal = false;     // whether an operand may be a decimal literal
-  bool may_become_one = false;  // whether there may be a group once literals are printed anew
-};
-
-// The group whose opening parenthesis `p` may be. Its closing one must follow the last operand
-// directly.
-inline ComparisonGroup MatchComparisonGroup(const char* p) noexcept {
-  ComparisonGroup group;
-  const auto match_operand = [&group](const char* begin) {
-    group.has_decimal |= *SkipDigits(begin) == '.';
-    return MatchOperand(begin);
-  };
-  p = match_operand(SkipSpaces(p + 1));
-  if (p == nullptr) return group;
-  // A literal may go on where an operand ends: with the sign of its exponent.
-  group.may_become_one = *p == '+' || *p == '-' || *p == '.';
-  for (;;) {
-    p = MatchComparisonOperator(SkipSpaces(p));
-    if (p == nullptr) return group;
-    group.may_become_one = true;
-    p = match_operand(SkipSpaces(p));
-    if (p == nullptr) return group;
-    if (*p == ')') break;
-    p = SkipSpaces(p);  // there are some, if a word follows
-    if (!StandsAt(p, "and") || !IsSpace(p[3])) return group;
-    p = match_operand(SkipSpaces(p + 3));
-    if (p == nullptr) return group;
-  }
-  group.close = p;
-  return group;
+// An operand, an operator and an operand.
+inline const char* MatchComparison(const char* p) noexcept {
+  p = MatchOperand(p);
+  if (p == nullptr) return nullptr;
+  p = MatchComparisonOperator(SkipSpaces(p));
+  return p == nullptr ? nullptr : MatchOperand(SkipSpaces(p));
 }
 
-// Blanks take the place of both parentheses.
-inline void OpenComparisonGroup(char* open, char* close) noexcept { *open = *close = ' '; }
+// The closing parenthesis of the group whose opening one is at `open`; or null if there is no
+// group. The closing one must follow the last operand directly: "( a = b)" is a group, "(a = b )"
+// is not.
+inline const char* MatchComparisonGroup(const char* open) noexcept {
+  const char* p = MatchComparison(SkipSpaces(open + 1));
+  while (p != nullptr && *p != ')') {
+    p = SkipSpaces(p);  // at least one: "and" would belong to the operand otherwise
+    if (!StandsAt(p, "and") || !IsSpace(p[3])) return nullptr;
+    p = MatchComparison(SkipSpaces(p + 3));
+  }
+  return p;
+}
+
+// Whether there may be a group at `open` once literals are printed anew: whether an operator
+// follows the first operand, or a character with which a literal goes on where an operand ends.
+//   (1.5e+3 = a)  ->  (1500 = a)
+inline bool MayBecomeComparisonGroup(const char* open) noexcept {
+  const char* const end = MatchOperand(SkipSpaces(open + 1));
+  if (end == nullptr) return false;
+  return *end == '+' || *end == '-' || *end == '.' ||
+         MatchComparisonOperator(SkipSpaces(end)) != nullptr;
+}
 
 }  // namespace tarn::sqlnorm

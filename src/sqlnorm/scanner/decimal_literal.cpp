@@ -16,6 +16,8 @@
 #include <string_view>
 #include <system_error>
 
+#include "sqlnorm/scanner/byte_block.h"
+
 namespace tarn::sqlnorm {
 namespace {
 
@@ -93,8 +95,7 @@ std::uint64_t ToDigits(std::uint64_t number) noexcept {
 // The digits of a mantissa that has no more than 15 of them, as a number.
 std::uint64_t DigitsOf(const DecimalLiteral& literal) noexcept {
   constexpr unsigned kBytes = 16;
-  Wide text = 0;
-  std::memcpy(&text, literal.begin, sizeof text);
+  const Wide text = LoadEight(literal.begin) | Wide{LoadEight(literal.begin + 8)} << 64;
   const auto before_dot = static_cast<unsigned>(literal.dot - literal.begin);
   const auto digits = static_cast<unsigned>(literal.exponent - literal.begin) - 1;
   const Wide without_dot =
@@ -172,16 +173,12 @@ char* ReprintShortDecimal(const DecimalLiteral& literal, char* out) noexcept {
   constexpr std::uint64_t kTenToEight = 100'000'000;
   const std::uint64_t second_eight = ToDigits(printed / kTenToEight % kTenToEight);
   const std::uint64_t third_eight = ToDigits(printed % kTenToEight);
-  const auto put = [](char* to, std::uint64_t eight) {
-    eight |= kAsciiDigits;
-    std::memcpy(to, &eight, sizeof eight);
-  };
   constexpr std::size_t kCopied = 24;
   char text[2 * kCopied] = "000";
   char* const first = text - kLeastExponent;
   *first = static_cast<char>('0' + printed / kPowersOfTen[kPrecision - 1]);
-  put(first + 1, second_eight);
-  put(first + 9, third_eight);
+  StoreEight(second_eight | kAsciiDigits, first + 1);
+  StoreEight(third_eight | kAsciiDigits, first + 9);
 
   // Of these, what is printed begins with the digit before the dot and ends with the last but 0.
   const int leading_zeros = std::max(-exponent, 0);

@@ -1,4 +1,4 @@
-// Where the words and the single signs of a text begin and end, and nothing else.
+// Finds the words and the single signs of a text.
 //
 // A word is a run of letters, digits and underscores, except that the digits that a word begins
 // with are a word of their own (digit-letter split). A sign is any other byte that is no white
@@ -9,8 +9,9 @@
 //   visitor.Word(begin, end)    a word
 //   visitor.Sign(sign, taken)   a sign, of one byte; between `taken` and it there are only spaces
 //
-// Both return up to where the visitor has taken the text: the element's end, or a later place that
-// lies in no word. Elements that begin before it are passed over. Requires: the text is padded.
+// Both return the place up to which the visitor has taken the text: the element's end, or a later
+// place that is not within a word. Elements that begin before it are skipped. Requires: the text is
+// padded.
 #pragma once
 
 #include <bit>
@@ -22,12 +23,12 @@
 
 namespace tarn::sqlnorm {
 
-// Where the word that begins at `p` ends.
+// The end of the word that begins at `p`.
 inline const char* WordEnd(const char* p) noexcept {
   return IsDigit(*p) ? SkipDigits(p) : SkipWord(p);
 }
 
-// Byte by byte: what the other one must do.
+// The plain form, byte by byte, which tests compare with the fast one below.
 template <typename Visitor>
 void VisitElementsPlainly(const char* text, std::size_t length, Visitor& visitor) {
   const char* const end = text + length;
@@ -38,20 +39,20 @@ void VisitElementsPlainly(const char* text, std::size_t length, Visitor& visitor
   }
 }
 
-// Read off masks of 64 bytes, so that neither the length of a word nor that of white space costs a
-// branch that can't be predicted. One bit a byte, here drawn with the first byte on the left:
+// Finds elements by masks of 64 bytes, so that neither the length of a word nor that of white space
+// costs an unpredictable branch. The masks have one bit a byte, drawn here with the first byte on
+// the left:
 //
 //   text             select  a1, 10x, b_2 <= c
 //   words            111111  11  111  111    1
 //   digits                    1  11     1
 //   first of words   1       1   1    1      1
 //   leading digits               11
-//   splits                         1               a word behind its leading digits
+//   splits                         1               a word after its leading digits
 //   begins           1       1 1 1 11 1   11 1     of words and signs
 //
-// A word that crosses the end of a block is followed byte by byte. The next block's masks don't
-// know of it, but whatever they mark in it lies before the place up to which the text has been
-// taken.
+// A word that crosses the end of a block is followed byte by byte. The next block's masks may mark
+// bytes of that word, but these are before the place up to which the text has been taken.
 template <typename Visitor>
 void VisitElements(const char* text, std::size_t length, Visitor& visitor) {
   const char* const end = text + length;
@@ -59,9 +60,9 @@ void VisitElements(const char* text, std::size_t length, Visitor& visitor) {
   for (const char* block = text; block < end; block += BlockClasses::kBytes) {
     const auto [words, digits, spaces] = ClassifyBlock(block);
     const std::uint64_t first_of_words = words & ~(words << 1);
-    // One, added to the first digit of a run, carries to the place behind the last.
-    const std::uint64_t behind_leading_digits = (digits + (first_of_words & digits)) & ~digits;
-    const std::uint64_t splits = behind_leading_digits & words;
+    // One, added to the first digit of a run, carries to the byte after the last.
+    const std::uint64_t after_leading_digits = (digits + (first_of_words & digits)) & ~digits;
+    const std::uint64_t splits = after_leading_digits & words;
     const std::uint64_t word_ends = ~words | splits;
     std::uint64_t begins = BitsWithin(first_of_words | splits | ~(words | spaces), end - block);
     for (; begins != 0; begins &= begins - 1) {
@@ -72,9 +73,9 @@ void VisitElements(const char* text, std::size_t length, Visitor& visitor) {
         taken = visitor.Sign(p, taken);
         continue;
       }
-      const std::uint64_t ends_behind = word_ends >> at >> 1;
-      const char* word_end = p + 1 + std::countr_zero(ends_behind);
-      if (ends_behind == 0) [[unlikely]]
+      const std::uint64_t ends_after = word_ends >> at >> 1;
+      const char* word_end = p + 1 + std::countr_zero(ends_after);
+      if (ends_after == 0) [[unlikely]]
         word_end = WordEnd(p);
       taken = visitor.Word(p, word_end);
     }

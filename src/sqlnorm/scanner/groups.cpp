@@ -7,6 +7,7 @@
 #include "sqlnorm/scanner/byte_block.h"
 #include "sqlnorm/scanner/byte_class.h"
 #include "sqlnorm/scanner/comparison_group.h"
+#include "sqlnorm/scanner/literals.h"
 
 namespace tarn::sqlnorm {
 namespace {
@@ -19,10 +20,10 @@ void VisitOpening(const char* text, const char* end, Visit visit) {
   VisitMarks(text, end, MarkOpening, visit);
 }
 
-// The Match functions take the place where something may begin and return the place after it, or
-// null if it is not there.
+// The Match functions take the place where something may begin. They return the place after it, or
+// null if it is not there; or they tell whether it is there.
 
-// What of "operand IN (list))" the rewrite keeps.
+// The parts of "operand IN (list))" that the rewrite keeps.
 struct NegatedInList {
   const char* operand;
   const char* operand_end;
@@ -31,7 +32,7 @@ struct NegatedInList {
   const char* end;  // after the outer closing parenthesis
 };
 
-// `p` is where the operand may stand.
+// `p` is where the operand may begin.
 bool MatchNegatedInList(const char* p, const char* end, NegatedInList& found) noexcept {
   found.operand = SkipSpaces(p);
   found.operand_end = MatchOperand(found.operand);
@@ -61,7 +62,7 @@ const char* MatchParameterList(const char* p) noexcept {
   return *p == ')' ? p + 1 : nullptr;
 }
 
-// A text that shrinks while it is read: what is kept moves down over what was dropped.
+// A text that shrinks while it is read: parts that are kept move down over parts that were dropped.
 class Compaction {
  public:
   explicit Compaction(char* text) noexcept : out_(text), pending_(text) {}
@@ -74,8 +75,8 @@ class Compaction {
   }
   void DropTo(const char* p) noexcept { pending_ = p; }
 
-  // Keeps up to `p` and puts `inserted` before that part. At least as much must have been dropped,
-  // or be dropped next.
+  // Puts `inserted` before the part up to `p`, which it keeps. Requires: at least as many bytes
+  // have been dropped, or are dropped next.
   void InsertAndKeepTo(std::string_view inserted, const char* p) noexcept {
     char* const begin = out_;
     out_ += inserted.size();
@@ -95,27 +96,23 @@ class Compaction {
   const char* pending_;
 };
 
-// Comparison-group unwrapping, of the groups behind the first `passed_over` opening parentheses.
-void OpenComparisonGroups(char* text, const char* end, std::size_t passed_over) noexcept {
-  VisitOpening(text, end, [text, &passed_over](const char* p) {
-    if (passed_over != 0) {
-      --passed_over;
-      return p + 1;
-    }
-    const char* const close = MatchComparisonGroup(p).close;
+// Comparison-group unwrapping: blanks replace both parentheses of a group.
+void OpenComparisonGroups(char* text, const char* end) noexcept {
+  VisitOpening(text, end, [text](const char* p) {
+    const char* const close = MatchComparisonGroup(p);
     if (close == nullptr) return p + 1;
-    OpenComparisonGroup(text + (p - text), text + (close - text));
+    text[p - text] = text[close - text] = ' ';
     return close + 1;
   });
 }
 
-// The other rewrites take the end of the text and return the new one.
+// The other rewrites take the end of the text and return its new end.
 
 // Negated IN-list rewrite.
 char* RewriteNegatedInLists(char* text, char* end) noexcept {
   Compaction compaction(text);
   VisitOpening(text, end, [&](const char* p) {
-    // A rewrite ends with a parenthesis, so that no keyword reaches into what it has moved.
+    // A rewrite ends with a parenthesis, so no keyword begins in the part that it has moved.
     const char* const keyword = MatchWordBack(text, SkipSpacesBack(text, p), "not");
     NegatedInList found{};
     if (keyword == nullptr || !MatchNegatedInList(p + 1, end, found)) return p + 1;
@@ -144,7 +141,7 @@ char* DeleteParameterLists(char* text, char* end) noexcept {
 }
 
 // Multi-row VALUES truncation: a row ends at its first closing parenthesis, whatever opens before.
-char* CutBehindFirstRow(char* text, char* end) noexcept {
+char* TruncateAfterFirstRow(char* text, char* end) noexcept {
   bool row_begun = false;
   char* row_end = end;
   VisitMarks(text, end, MarkParentheses, [&](const char* p) -> const char* {
@@ -166,19 +163,26 @@ char* CutBehindFirstRow(char* text, char* end) noexcept {
 
 }  // namespace
 
+void CutAfterFirstRow(Text& text, const char* row_end) {
+  const auto length = static_cast<std::size_t>(row_end - text.data);
+  CheckDecimalRanges(row_end, text.length - length);
+  text.length = length;
+  Pad(text.data + length);
+}
+
 void RewriteGroups(Text& text, const Survey& survey) noexcept {
   char* const begin = text.data;
   char* end = begin + text.length;
-  if (survey.comparisons) OpenComparisonGroups(begin, end, survey.before_comparisons);
+  if (survey.comparisons) OpenComparisonGroups(begin, end);
   if (survey.negations) end = RewriteNegatedInLists(begin, end);
   bool rows = survey.rows;
   if (survey.parameters) {
     char* const before = end;
     end = DeleteParameterLists(begin, end);
-    // What a deleted list stood between has become adjacent.
+    // The parts before and after a deleted list have become adjacent.
     rows = rows || end != before;
   }
-  if (rows) end = CutBehindFirstRow(begin, end);
+  if (rows) end = TruncateAfterFirstRow(begin, end);
   text.length = static_cast<std::size_t>(end - begin);
 }
 

@@ -3,6 +3,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <stdexcept>
 #include <string_view>
 
 namespace tarn::sqlnorm {
@@ -10,9 +11,10 @@ namespace tarn::sqlnorm {
 namespace internal {
 
 inline constexpr std::uint64_t kFoldCase = 0x2020202020202020;
-inline constexpr std::size_t kLetterMask = 0x1F;  // tells letters apart, ignoring their case
+inline constexpr std::size_t kLetterMask =
+    0x1F;  // of a letter: its number in the alphabet, in either case
 
-// Up to eight letters as one number, the first letter in the lowest byte.
+// Up to seven letters as one number, the first one lowest.
 constexpr std::uint64_t Packed(std::string_view letters) noexcept {
   std::uint64_t packed = 0;
   for (std::size_t i = 0; i < letters.size(); ++i) {
@@ -23,27 +25,28 @@ constexpr std::uint64_t Packed(std::string_view letters) noexcept {
 
 }  // namespace internal
 
-// A word that is written in capitals.
+// A word that is written in capitals, of at most seven letters.
 struct Keyword {
   std::size_t length = 0;      // in bytes
   std::uint64_t letters = 1;   // in lower case; 1 is no word
   std::uint64_t mask = 0;      // of the bytes that are letters
-  std::uint64_t swallows = 0;  // the word of four letters that goes if it follows; or 0
+  std::uint64_t swallows = 0;  // a word of four letters that is dropped if it follows; or 0
 };
 
 namespace internal {
 
-// The keywords by their initials. A keyword that this table cannot hold stops the build: one of
-// eight letters or more, for its mask would overflow, one that shares its initial with another, and
-// one that swallows a word of other than four letters.
-inline constexpr std::array<Keyword, kLetterMask + 1> kKeywords = [] {
+// The keywords by their initials, which all differ.
+inline constexpr std::array<Keyword, kLetterMask + 1> kKeywords = []() consteval {
   std::array<Keyword, kLetterMask + 1> keywords{};
   const auto add = [&](std::string_view word, std::string_view swallows = "") {
     const std::uint64_t letters = Packed(word);
     Keyword& keyword = keywords[letters & kLetterMask];
-    if (word.empty() || word.size() >= sizeof letters) throw "a keyword of eight letters or more";
-    if (keyword.length != 0) throw "two keywords with one initial";
-    if (!swallows.empty() && swallows.size() != 4) throw "a swallowed word has four letters";
+    // Evaluated by the compiler, so that a throw stops the build.
+    if (word.empty() || word.size() > 7)
+      throw std::length_error("a keyword has one to seven letters");
+    if (keyword.length != 0) throw std::logic_error("two keywords of one initial");
+    if (!swallows.empty() && swallows.size() != 4)
+      throw std::length_error("it swallows four letters");
     keyword = {word.size(), letters, (std::uint64_t{1} << 8 * word.size()) - 1, Packed(swallows)};
   };
   add("insert", "into");
@@ -54,11 +57,12 @@ inline constexpr std::array<Keyword, kLetterMask + 1> kKeywords = [] {
   add("where");
   add("values");
   return keywords;
-}();
+}
+();
 
 }  // namespace internal
 
-// Eight letters in lower case, or in capitals. Bytes that are no letters change, too.
+// Eight bytes in lower case and in capitals. Requires: the bytes that count are letters.
 constexpr std::uint64_t ToLower(std::uint64_t letters) noexcept {
   return letters | internal::kFoldCase;
 }
@@ -66,8 +70,8 @@ constexpr std::uint64_t ToUpper(std::uint64_t letters) noexcept {
   return letters & ~internal::kFoldCase;
 }
 
-// The keyword that is spelled by a word of `length` bytes, of which `start` holds the first eight;
-// null if it is none. LoadEight gives `start`.
+// The keyword that equals a word, in either case, or null. `start` is the word's first eight bytes,
+// or fewer and bytes after it, and `length` its length.
 inline const Keyword* FindKeyword(std::uint64_t start, std::size_t length) noexcept {
   const std::uint64_t lower = ToLower(start);
   const Keyword& keyword = internal::kKeywords[lower & internal::kLetterMask];

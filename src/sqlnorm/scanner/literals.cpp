@@ -16,17 +16,17 @@ constexpr bool IsHexDigit(char c) noexcept {
   return IsDigit(c) || static_cast<unsigned char>((c | 0x20) - 'a') < 6;
 }
 
-// Where the exponent at `p` ends, sign and digits included; `p` itself if there is none.
+// The end of the exponent at `p`, sign and digits included; `p` itself if there is none.
 const char* SkipExponent(const char* p) noexcept {
   if ((*p | 0x20) != 'e') return p;
   const char* const digits = p[1] == '+' || p[1] == '-' ? p + 2 : p + 1;
   return IsDigit(*digits) ? SkipDigits(digits) : p;
 }
 
-// The Match functions are given the character that gives a literal away and tell whether it does:
-// between characters that belong to no word.
+// The Match functions take the dot or the x, and return whether a whole literal surrounds it,
+// between bytes that belong to no word.
 
-// Decimal-literal canonicalization: digits.digits, perhaps with an exponent.
+// Decimal-literal canonicalization: digits.digits, with or without an exponent.
 bool MatchDecimal(const char* text, const char* dot, DecimalLiteral& literal) noexcept {
   const char* begin = dot;
   while (begin != text && IsDigit(begin[-1])) --begin;
@@ -42,7 +42,8 @@ struct HexLiteral {
   const char* end;
 };
 
-// Hexadecimal-literal conversion: 0x and one to eight digits. Of more it looks at one.
+// Hexadecimal-literal conversion: 0x and one to eight digits. It reads at most nine, so that a long
+// number costs no more.
 bool MatchHex(const char* text, const char* x, HexLiteral& literal) noexcept {
   constexpr std::ptrdiff_t kMostDigits = 8;
   const char* const digits = x + 1;
@@ -59,13 +60,14 @@ char* PrintHex(const HexLiteral& literal, char* out) noexcept {
   return std::to_chars(out, out + kRoomForDecimal, value).ptr;
 }
 
-// Prints the literals among the candidates that it is handed, each behind what precedes it.
+// Copies a text, and prints anew those of its candidates that are literals.
 class Reprinter {
  public:
   Reprinter(Text source, WorkingBuffer& output) noexcept
       : source_(source), copied_(source.data), output_(output) {}
 
-  // Returns up to where the text has been dealt with.
+  // Takes a byte that MarkLiteralCandidates marks. Returns the place up to which it has dealt with
+  // the text.
   const char* Candidate(const char* p) {
     DecimalLiteral decimal{};
     HexLiteral hex{};
@@ -83,7 +85,7 @@ class Reprinter {
     return copied_;
   }
 
-  // The whole text, its literals printed anew: the source itself if there were none.
+  // The whole text with its literals printed anew, or the source itself if there were none.
   Text Finish() noexcept {
     if (out_ == nullptr) return source_;
     out_ = std::copy(copied_, End(), out_);
@@ -92,7 +94,7 @@ class Reprinter {
   }
 
  private:
-  // There is room then for a literal and for all the rest as it stands.
+  // Copies the text before `p`. The buffer then has space for a literal and for the unchanged rest.
   void CopyUpTo(const char* p) {
     const std::size_t used = out_ == nullptr ? 0 : static_cast<std::size_t>(out_ - output_.Data());
     const std::size_t needed =
@@ -104,9 +106,9 @@ class Reprinter {
   const char* End() const noexcept { return source_.data + source_.length; }
 
   Text source_;
-  const char* copied_;  // up to where the source has been copied
+  const char* copied_;  // the end of the part of the source that has been copied
   WorkingBuffer& output_;
-  char* out_ = nullptr;  // before the first literal
+  char* out_ = nullptr;  // the end of the output; null before the first literal
 };
 
 }  // namespace

@@ -7,8 +7,9 @@
 
 namespace tarn::sqlnorm {
 
-// Marks what a literal may hang on: a digit before a dot and another digit, or before an x. Digits
-// are told by their upper half, which they share with : ; < = > and ?; a closer look follows.
+// Marks each byte that may be the last digit before the dot of a decimal or the 0 before the x of a
+// hexadecimal. It tests only the upper half of a byte, which digits share with : ; < = > and ?, so
+// that it marks some bytes needlessly: "<.5" for example.
 inline ByteBlock MarkLiteralCandidates(const char* q) noexcept {
   const auto is_digit = [](ByteBlock block) { return (block & 0xF0) == 0x30; };
   const ByteBlock next = LoadBlock(q + 1);
@@ -19,14 +20,14 @@ inline ByteBlock MarkLiteralCandidates(const char* q) noexcept {
 // Prints every decimal and hexadecimal literal of the padded text `source` anew: a decimal as its
 // value in double precision with up to 17 significant digits ("%.17g" of the classic locale), a
 // hexadecimal as its value in decimal. Returns the new text, padded: `source` itself if it has no
-// literal, else one that lies in `output`. One pass. Throws boost::bad_lexical_cast for a decimal
-// beyond the range of double, std::bad_alloc.
+// literal, otherwise one in `output`. One pass. Throws boost::bad_lexical_cast for a decimal beyond
+// the range of double, std::bad_alloc.
 //
-// Requires: `first` is not behind the first literal.
+// Requires: no literal's candidate, as MarkLiteralCandidates marks them, is before `first`.
 Text CanonicalizeLiterals(Text source, const char* first, WorkingBuffer& output);
 
 // Throws boost::bad_lexical_cast if a decimal of the padded text is beyond the range of double.
-// Requires: the text is the rest of one that was cut behind a byte that belongs to no word.
+// Requires: the byte before the text belongs to no word, as a parenthesis.
 void CheckDecimalRanges(const char* text, std::size_t length);
 
 }  // namespace tarn::sqlnorm

@@ -16,9 +16,9 @@
 namespace tarn::sqlnorm {
 namespace {
 
-// Quoted-statement unwrapping: what is left of a statement that is wholly enclosed in double
-// quotes: what stands between the first and the last, without the spaces behind the first. Any
-// other statement stays as it is.
+// Quoted-statement unwrapping: the part of a statement between double quotes at both of its ends,
+// without the spaces after the first. Any other statement stays as it is.
+//   " a "  ->  a and a blank
 std::string_view Unquote(const std::string& sql) noexcept {
   const char* const first = SkipSpaces(sql.c_str());
   if (*first != '"') return sql;
@@ -28,10 +28,9 @@ std::string_view Unquote(const std::string& sql) noexcept {
   return {begin, static_cast<std::size_t>(last - begin)};
 }
 
-}  // namespace
-
-std::string NormalizeByScanner(const std::string& sql) {
-  const std::string_view statement = Unquote(sql);
+// Writes the canonical text of `statement` to `output`. The buffers of all texts in between are
+// released when it returns.
+std::string_view Normalize(std::string_view statement, OutputBuffer& output) {
   WorkingBuffer source;
   source.Reserve(statement.size() + kPadding, 0);
   std::memcpy(source.Data(), statement.data(), statement.size());
@@ -39,13 +38,26 @@ std::string NormalizeByScanner(const std::string& sql) {
 
   Text text{source.Data(), statement.size()};
   const Survey survey = SurveyText(text);
+  if (survey.row_end != nullptr) CutAfterFirstRow(text, survey.row_end);
   WorkingBuffer reprinted;
   if (survey.first_literal != nullptr) {
     text = CanonicalizeLiterals(text, survey.first_literal, reprinted);
   }
   if (survey.Groups()) RewriteGroups(text, survey);
+  return WriteTokens(text, output);
+}
+
+}  // namespace
+
+std::string NormalizeByScanner(const std::string& sql) {
   OutputBuffer output;
-  return std::string(WriteTokens(text, output));
+  return std::string(Normalize(Unquote(sql), output));
+}
+
+void NormalizeInPlaceByScanner(std::string& sql) {
+  OutputBuffer output;
+  // Allocates, if it must, before it changes anything.
+  sql.assign(Normalize(Unquote(sql), output));
 }
 
 }  // namespace tarn::sqlnorm

@@ -6,14 +6,19 @@
 
 namespace tarn::sqlnorm {
 
-// As NormalizeByPatterns, on these terms: bytes are classified and numbers read and printed under
-// the classic locale, whatever the process has set; and a statement that makes the
-// regular-expression library give up is no exception here.
+// As NormalizeByPatterns, but bytes are classified and literals read and printed under the classic
+// locale, whatever the process has set. Only the aliases' numbers follow the global C++ locale of
+// the call, in their digit grouping. A statement on which the regular-expression library gives up
+// is no exception here.
 //
 // Throws boost::bad_lexical_cast for a decimal literal beyond the range of double, std::bad_alloc.
-// Allocates the result and, for a long statement, a few buffers that grow with it; besides for
-// aliases beyond the first sixteen, and for each that is longer than eight bytes. Thread-safe: it
-// reads nothing but its argument and constants.
+// Allocates the result; for a long statement a few buffers that grow with it; and a few more if it
+// has more than sixteen distinct aliases. Thread-safe: it reads its argument, constants and the
+// global locale.
 std::string NormalizeByScanner(const std::string& sql);
+
+// The same, written over `sql`, which is unchanged if this throws. No string is allocated if the
+// text fits into the capacity of `sql`, which it keeps.
+void NormalizeInPlaceByScanner(std::string& sql);
 
 }  // namespace tarn::sqlnorm

@@ -1,7 +1,6 @@
 #include "sqlnorm/scanner/survey.h"
 
 #include <bit>
-#include <cstddef>
 #include <cstdint>
 
 #include "sqlnorm/scanner/byte_block.h"
@@ -12,38 +11,36 @@
 namespace tarn::sqlnorm {
 namespace {
 
-// What parentheses tell, from the first to the last.
+// Decides, for each parenthesis from the first to the last, which rewrites may apply.
 class ParenthesisSurvey {
  public:
-  ParenthesisSurvey(char* text, Survey& survey) noexcept : text_(text), survey_(survey) {}
+  ParenthesisSurvey(const char* text, Survey& survey) noexcept : text_(text), survey_(survey) {}
 
-  void Opening(char* p) noexcept {
-    // Another parenthesis within a row may be rewritten.
-    survey_.rows |= row_ != nullptr;
-    row_ = nullptr;
-    const ComparisonGroup group = MatchComparisonGroup(p);
-    if (group.close != nullptr && !group.has_decimal && !survey_.comparisons) {
-      OpenComparisonGroup(p, text_ + (group.close - text_));
-      return;
-    }
-    survey_.comparisons |= group.may_become_one;
-    // Whether a group opens is told by the text as it came: those before the first that has to wait
-    // are settled, and those behind it wait as well.
-    survey_.before_comparisons += survey_.comparisons ? 0 : 1;
-    const bool parameter = *SkipSpaces(p + 1) == '@';
-    survey_.parameters |= parameter;
+  void Opening(const char* p) noexcept {
     const char* const before = SkipSpacesBack(text_, p);
-    if (MatchWordBack(text_, before, "not") != nullptr) survey_.negations = true;
+    const bool comparison = MayBecomeComparisonGroup(p);
+    const bool negation = MatchWordBack(text_, before, "not") != nullptr;
+    const bool parameter = *SkipSpaces(p + 1) == '@';
+    survey_.comparisons |= comparison;
+    survey_.negations |= negation;
+    survey_.parameters |= parameter;
+    const bool plain = !comparison && !negation && !parameter;
+    if (row_ != nullptr) {
+      // A row that another rewrite may change before truncation sees it is no longer certain. Any
+      // other parenthesis within the row, such as a call's, changes nothing.
+      if (plain) return;
+      survey_.rows = true;
+      row_ = nullptr;
+    }
     if (const char* const keyword = MatchWordBack(text_, before, "values")) {
-      // A parameter list before the keyword would go, and join it to another word.
-      const bool plain =
-          !group.may_become_one && !parameter && (keyword == text_ || keyword[-1] != ')');
-      survey_.rows |= !plain;
-      row_ = plain ? p : nullptr;
+      // The removal of a parameter list before the keyword would join it to another word.
+      const bool certain = plain && (keyword == text_ || keyword[-1] != ')');
+      survey_.rows |= !certain;
+      row_ = certain ? p : nullptr;
     }
   }
 
-  // Whether all that follows `p` will be cut off.
+  // Whether truncation is certain to remove everything after the closing parenthesis at `p`.
   bool Closing(const char* p) noexcept {
     const bool ends_row = row_ != nullptr && p != row_ + 1;
     row_ = nullptr;
@@ -51,36 +48,29 @@ class ParenthesisSurvey {
   }
 
  private:
-  char* const text_;
+  const char* const text_;
   Survey& survey_;
-  const char* row_ = nullptr;  // where a row has begun that nothing but its end may change
+  const char* row_ = nullptr;  // the opening parenthesis of a row that only truncation may change
 };
-
-void CutAt(const char* p, Text& text) {
-  const auto length = static_cast<std::size_t>(p - text.data);
-  CheckDecimalRanges(p, text.length - length);
-  text.length = length;
-  Pad(text.data + length);
-}
 
 }  // namespace
 
-Survey SurveyText(Text& text) {
+Survey SurveyText(const Text& text) noexcept {
   Survey survey;
   ParenthesisSurvey parentheses(text.data, survey);
-  char* const end = text.data + text.length;
-  for (char* block = text.data; block < end; block += BlockClasses::kBytes) {
+  const char* const end = text.data + text.length;
+  for (const char* block = text.data; block < end; block += BlockClasses::kBytes) {
     if (survey.first_literal == nullptr) {
       const std::uint64_t marks = MarkedBits(block, MarkLiteralCandidates);
       if (marks != 0) survey.first_literal = block + std::countr_zero(marks);
     }
     std::uint64_t marks = MarkedBits(block, MarkParentheses);
     for (; marks != 0; marks &= marks - 1) {
-      char* const p = block + std::countr_zero(marks);
+      const char* const p = block + std::countr_zero(marks);
       if (*p == '(') {
         parentheses.Opening(p);
-      } else if (*p == ')' && parentheses.Closing(p)) {  // not one of an opened group
-        CutAt(p + 1, text);
+      } else if (parentheses.Closing(p)) {
+        survey.row_end = p + 1;
         return survey;
       }
     }

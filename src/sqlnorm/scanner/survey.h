@@ -1,29 +1,28 @@
 #pragma once
 
-#include <cstddef>
-
 #include "sqlnorm/scanner/text_buffer.h"
 
 namespace tarn::sqlnorm {
 
-// Which rewrites may have something to do: never too few.
+// Which rewrites may apply to a statement. A flag may be set needlessly, but is never missing.
 struct Survey {
-  const char* first_literal = nullptr;  // the first place that a literal may hang on
-  bool comparisons = false;             // comparison-group unwrapping, of groups that hold decimals
-  std::size_t before_comparisons = 0;   // opening parentheses before the first of these
+  const char* first_literal = nullptr;  // no literal begins before it; null if there is none
+  bool comparisons = false;             // comparison-group unwrapping
   bool negations = false;               // negated IN-list rewrite
   bool parameters = false;              // parameter-list removal
   bool rows = false;                    // multi-row VALUES truncation
 
-  // Whether any rewrite of parentheses may.
+  // The end of the first VALUES row, if it is certain already that truncation removes everything
+  // after it; or null. The flags then describe the text up to it only.
+  //   insert into t values (1, now()), (2, now())
+  //                                 ^ after the first closing parenthesis, a comma follows
+  const char* row_end = nullptr;
+
+  // Whether any rewrite of parentheses may apply.
   bool Groups() const noexcept { return comparisons || negations || parameters || rows; }
 };
 
-// Looks at a statement before anything of it is rewritten, and does right away what is certain then
-// already: it opens the comparison groups that no literal can change, and cuts a VALUES clause
-// behind its first row, so that the other rows cost no more than a look at their decimals. The text
-// is padded, before and after. One pass. Throws boost::bad_lexical_cast if what is cut off holds a
-// decimal beyond the range of double.
-Survey SurveyText(Text& text);
+// Reads a padded statement once, before anything is rewritten, and changes nothing. Never throws.
+Survey SurveyText(const Text& text) noexcept;
 
 }  // namespace tarn::sqlnorm

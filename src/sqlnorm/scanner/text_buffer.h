@@ -7,8 +7,8 @@
 
 namespace tarn::sqlnorm {
 
-// Bytes of a text in the making: on the stack while there are few, in one heap block beyond. The
-// content is uninitialised where nothing has been written.
+// The bytes of a text while it is written: on the stack while there are few, else in one heap
+// block. Bytes that have not been written are uninitialised.
 template <std::size_t kInlineCapacity>
 class TextBuffer {
  public:
@@ -20,8 +20,8 @@ class TextBuffer {
   char* Data() noexcept { return data_; }
   std::size_t Capacity() const noexcept { return capacity_; }
 
-  // Makes room for `capacity` bytes in all, keeping the first `used`. May move the data. Throws
-  // std::bad_alloc.
+  // Provides space for `capacity` bytes in all and keeps the first `used`. May move the data.
+  // Throws std::bad_alloc, the buffer unchanged.
   void Reserve(std::size_t capacity, std::size_t used) {
     if (capacity <= capacity_) return;
     std::unique_ptr<char[]> block(new char[capacity]);
@@ -39,16 +39,15 @@ class TextBuffer {
   std::size_t capacity_ = kInlineCapacity;
 };
 
-// A text being rewritten, padded (see kPadding). The bytes belong to a buffer.
+// A text that is being rewritten, padded (see kPadding). A buffer owns the bytes.
 struct Text {
   char* data;
   std::size_t length;
 };
 
-// One text of up to about a kilobyte, and one of up to two, need no heap block.
+// A statement of up to about a kilobyte needs no heap block.
 #ifdef TARN_INLINE_CAPACITY
-// Fuzzers and a sanitizer's test: next to nothing is on the stack, so that whatever runs over the
-// end of a buffer is seen.
+// For fuzzers and sanitizers: next to nothing is on the stack, so that they see each overrun.
 using WorkingBuffer = TextBuffer<TARN_INLINE_CAPACITY>;
 using OutputBuffer = TextBuffer<TARN_INLINE_CAPACITY>;
 #else

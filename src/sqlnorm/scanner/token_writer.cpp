@@ -3,13 +3,12 @@
 #include <algorithm>
 #include <array>
 #include <bit>
-#include <charconv>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <limits>
 #include <string_view>
 
+#include "sqlnorm/scanner/alias_number.h"
 #include "sqlnorm/scanner/alias_table.h"
 #include "sqlnorm/scanner/byte_block.h"
 #include "sqlnorm/scanner/byte_class.h"
@@ -22,9 +21,10 @@ namespace {
 constexpr std::string_view kAliasStem = "____t";
 constexpr std::string_view kFirstAlias = "____t1";
 
-// Room behind the text written: for what the search for a name reads there, and besides for one
-// name and what a copy may write beyond its word.
-constexpr std::size_t kRoomForWord = kPadding + 48;
+// Free bytes required after the text written: the padding that StripSingleAlias reads, one alias
+// with its blanks, and the bytes that CopyLoosely may write after its word.
+constexpr std::size_t kSpaceForWord = kPadding + 48;
+static_assert(kSpaceForWord >= kPadding + 1 + kAliasStem.size() + kMostAliasNumber + 1 + 16);
 
 bool IsTwoCharacterOperator(const char* p) noexcept {
   return p[1] == '=' ? ClassOf(*p) == ByteClass::kAngle : (*p == '<' && p[1] == '>');
@@ -44,8 +44,9 @@ bool IsTokenAt(const char* p) noexcept {
   }
 }
 
-// Whether, once tokens are spaced and runs of spaces are one blank, a blank follows `p`, which is
-// just after a dot.
+// Whether a blank follows the dot before `p` once tokens are spaced and white space is collapsed.
+//   a.b  ->  a . b    yes: a token follows
+//   a.*  ->  a .*     no
 bool IsBlankAfter(const char* p) noexcept {
   const char* const next = SkipSpaces(p);
   return IsTokenAt(next) || next - p > 1 || (next - p == 1 && *p == ' ');
@@ -64,24 +65,23 @@ char* CopyLoosely(const char* from, const char* end, char* out) noexcept {
   }
 }
 
-// Writes the elements that it is handed, spaced: a token is followed by a blank, and by a blank
-// only.
+// Writes the elements that it visits, spaced: exactly one blank follows each token.
 //
-// The members change with every element: the writer is a local object that is inlined as a whole,
-// so that they live in registers. What is called out of line, the table of aliases, lies outside.
+// The members change with every element. The writer is a local object whose functions are all
+// inlined, so the compiler keeps the members in registers. The table and the printer of aliases,
+// which have functions of their own out of line, are therefore no members.
 class TokenWriter {
  public:
-  TokenWriter(Text text, OutputBuffer& output, AliasTable& aliases)
-      : text_end_(text.data + text.length), output_(output), aliases_(aliases) {
+  TokenWriter(Text text, OutputBuffer& output, AliasTable& aliases, AliasNumberPrinter& numbers)
+      : text_end_(text.data + text.length), output_(output), aliases_(aliases), numbers_(numbers) {
     // A token of one byte takes two with its blank, and the first one a blank before it.
-    output_.Reserve(2 * text.length + kRoomForWord, 0);
+    output_.Reserve(2 * text.length + kSpaceForWord, 0);
     begin_ = out_ = output_.Data();
   }
 
   // The elements' visitor.
   const char* Word(const char* p, const char* end) {
-    const bool is_alias = *p == 't' && IsDigit(p[1]) && SkipDigits(p + 2) == end;
-    return is_alias ? Alias(p, end) : OrdinaryWord(p, end);
+    return IsAlias(p, end) ? Alias(p, end) : OrdinaryWord(p, end);
   }
   const char* Sign(const char* p, const char* taken) noexcept {
     switch (ClassOf(*p)) {
@@ -98,24 +98,24 @@ class TokenWriter {
     }
   }
 
-  // What has been written.
+  // The text written so far.
   char* Begin() const noexcept { return begin_; }
   char* End() const noexcept { return out_; }
 
  private:
-  // What was written last.
+  // The last element written.
   enum class Last {
-    kNoToken,        // what follows may need a blank before it
-    kToken,          // a token, and the blank behind it
-    kAttachedComma,  // the same, and the comma took the blank before it away
-    kJoinedDots,     // dots that took the blanks on both sides away
+    kNoToken,        // no token, or none yet: a token that follows needs a blank before it
+    kToken,          // a token and the blank after it
+    kAttachedComma,  // a comma that removed the blank before it, and the blank after it
+    kJoinedDots,     // dots that removed the blanks on both sides
   };
 
   // The rules. Each writes what begins at `p` and returns up to where it has taken the text, which
   // was taken up to `taken` before.
 
-  // Token spacing, here and in what follows: a blank before a token, unless there is one behind the
-  // last, and a blank behind it.
+  // Token spacing, for all kinds of tokens: a blank before a token, unless the last element wrote
+  // one after it, and a blank after it.
   void BeginToken() noexcept {
     *out_ = ' ';
     out_ += last_ == Last::kNoToken ? 1 : 0;
@@ -123,6 +123,18 @@ class TokenWriter {
   void EndToken() noexcept {
     *out_++ = ' ';
     last_ = Last::kToken;
+  }
+
+  // Ends a word, and joins a dot directly between it and another word, the most frequent case of
+  // Dots.
+  const char* EndWord(const char* end) noexcept {
+    if (*end != '.' || !IsWord(end[1])) {
+      EndToken();
+      return end;
+    }
+    *out_++ = '.';
+    last_ = Last::kJoinedDots;
+    return end + 1;
   }
 
   // A token of one or two signs.
@@ -143,13 +155,11 @@ class TokenWriter {
     const auto length = static_cast<std::size_t>(end - p);
     const std::uint64_t start = LoadEight(p);
     if (const Keyword* const keyword = FindKeyword(start, length)) {
-      const std::uint64_t capitals = ToUpper(start);
-      std::memcpy(out_, &capitals, sizeof capitals);
+      StoreEight(ToUpper(start), out_);
       if (keyword->swallows != 0) end = SkipSwallowed(*keyword, end);
     }
     out_ += length;
-    EndToken();
-    return end;
+    return EndWord(end);
   }
 
   // INSERT keyword, DELETE keyword: INTO and FROM go if they follow.
@@ -162,34 +172,29 @@ class TokenWriter {
 
   // Alias numbering.
   const char* Alias(const char* p, const char* end) {
-    const std::uint32_t number = aliases_.NumberOf({p, static_cast<std::size_t>(end - p)});
-    MakeRoom(end);
+    const std::uint32_t number = aliases_.NumberOf(p, end);
+    ReserveForAlias(end);
     BeginToken();
     std::memcpy(out_, kAliasStem.data(), kAliasStem.size());
     out_ += kAliasStem.size();
-    if (number < 10) {
-      *out_++ = static_cast<char>('0' + number);
-    } else {
-      constexpr int kMostDigits = std::numeric_limits<std::uint32_t>::digits10 + 1;
-      out_ = std::to_chars(out_, out_ + kMostDigits, number).ptr;
-    }
-    EndToken();
-    return end;
+    out_ = numbers_.Print(number, out_);
+    return EndWord(end);
   }
 
-  // Alone of all elements an alias may grow to more than twice its length and a blank: room for it,
-  // and for all that stands behind `end`.
-  void MakeRoom(const char* end) {
+  // Reserves space for an alias that ends at `end` and for all elements after it. No other element
+  // grows to more than twice its length and a blank.
+  void ReserveForAlias(const char* end) {
     const auto used = static_cast<std::size_t>(out_ - begin_);
-    const std::size_t needed = used + 2 * static_cast<std::size_t>(text_end_ - end) + kRoomForWord;
+    const std::size_t needed = used + 2 * static_cast<std::size_t>(text_end_ - end) + kSpaceForWord;
     if (needed <= output_.Capacity()) return;
     output_.Reserve(needed + needed / 2, used);
     begin_ = output_.Data();
     out_ = begin_ + used;
   }
 
-  // Comma attaching: a comma between two blanks follows what precedes it directly, unless the first
-  // of them is the blank behind another attached comma.
+  // Comma attaching: a comma between two blanks loses the first, unless that is the blank after
+  // another attached comma.
+  //   a , b  ->  a, b        a , , b  ->  a, , b
   const char* Comma(const char* p) noexcept {
     const bool attach = last_ == Last::kNoToken || last_ == Last::kToken;
     if (last_ == Last::kToken) --out_;
@@ -209,7 +214,9 @@ class TokenWriter {
     if (join) {
       --out_;
       if (last_ == Last::kAttachedComma) {
-        // The blank was the comma's before it was the dot's: the comma is not attached after all.
+        // Dots are joined before commas are attached, so this blank was gone when it was the
+        // comma's turn: the comma keeps the blank before it.
+        //   a , . b  ->  a ,.b
         out_[-1] = ' ';
         *out_++ = ',';
       }
@@ -220,7 +227,7 @@ class TokenWriter {
     return after;
   }
 
-  // Of < > ! only what makes two characters is a token.
+  // != >= <= <> are tokens; a single < > ! is not.
   const char* Operator(const char* p, const char* taken) noexcept {
     return IsTwoCharacterOperator(p) ? Token(p, 2) : Other(p, taken);
   }
@@ -232,8 +239,8 @@ class TokenWriter {
     return p + 1;
   }
 
-  // Whitespace collapse: the spaces before a sign at `p` that is no token, as one blank if there
-  // are several. Behind a token there is a blank already.
+  // Whitespace collapse, before a sign at `p` that is no token: several spaces become one blank,
+  // and a single one stays as it is. After a token there is a blank already.
   void Spaces(const char* p, const char* taken) noexcept {
     if (last_ != Last::kNoToken || p == taken) return;
     *out_++ = p - taken == 1 ? *taken : ' ';
@@ -242,6 +249,7 @@ class TokenWriter {
   const char* const text_end_;
   OutputBuffer& output_;
   AliasTable& aliases_;
+  AliasNumberPrinter& numbers_;
   char* begin_;
   char* out_;
   Last last_ = Last::kNoToken;
@@ -252,12 +260,13 @@ ByteBlock MarkFirstAliases(const char* q) noexcept {
          (LoadBlock(q + 5) == '1') & (LoadBlock(q + 1) == '_') & (LoadBlock(q + 2) == '_');
 }
 
-// Single-alias stripping: takes the one alias of a padded text out of qualified names and "AS"
-// declarations, in place, and returns the text's new end. In such a text no two spaces follow each
+// Single-alias stripping: removes the one alias of a padded text from qualified names and "AS"
+// declarations, in place, and returns the text's new end. Requires: no two spaces follow each
 // other.
+//   SELECT ____t1.a FROM tab AS ____t1  ->  SELECT a FROM tab
 char* StripSingleAlias(char* begin, char* end) noexcept {
   char* out = begin;
-  const char* kept = begin;  // the text from here on has been neither kept nor dropped
+  const char* kept = begin;  // the text before it has been copied or dropped
   const auto keep_up_to = [&](const char* p) {
     const auto count = static_cast<std::size_t>(p - kept);
     std::memmove(out, kept, count);
@@ -287,8 +296,9 @@ char* StripSingleAlias(char* begin, char* end) noexcept {
 }  // namespace
 
 std::string_view WriteTokens(Text text, OutputBuffer& output) {
-  AliasTable aliases;
-  TokenWriter writer(text, output, aliases);
+  AliasTable aliases(text.data + text.length);
+  AliasNumberPrinter numbers;
+  TokenWriter writer(text, output, aliases, numbers);
   VisitElements(text.data, text.length, writer);
   const char* begin = writer.Begin();
   const char* end = writer.End();

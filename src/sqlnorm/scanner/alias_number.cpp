@@ -1,0 +1,23 @@
+#include "sqlnorm/scanner/alias_number.h"
+
+#include <algorithm>
+#include <boost/lexical_cast.hpp>
+#include <charconv>
+#include <cstdint>
+#include <locale>
+#include <string>
+
+namespace tarn::sqlnorm {
+
+char* AliasNumberPrinter::PrintLong(std::uint32_t number, char* out) {
+  if (grouping_ == Grouping::kUnknown) {
+    const std::locale locale;
+    const bool groups = !std::use_facet<std::numpunct<char>>(locale).grouping().empty();
+    grouping_ = groups ? Grouping::kOfLocale : Grouping::kNone;
+  }
+  if (grouping_ == Grouping::kNone) return std::to_chars(out, out + kMostAliasNumber, number).ptr;
+  const auto grouped = boost::lexical_cast<std::string>(number);
+  return std::copy(grouped.begin(), grouped.end(), out);
+}
+
+}  // namespace tarn::sqlnorm
