@@ -297,6 +297,7 @@ int Run(int argc, char** argv) {
   for (const tarn::test::GrowthFamily& family : tarn::test::GrowthFamilies()) {
     auto* const growth =
         benchmark::RegisterBenchmark(("growth/" + family.name).c_str(), NormalizeGrowing, family);
+    growth->Repetitions(2);
     for (const std::int64_t length : kGrowthLengths) growth->Arg(length);
   }
   Reporter reporter(isatty(STDOUT_FILENO) != 0 ? Reporter::OO_ColorTabular : Reporter::OO_Tabular);
