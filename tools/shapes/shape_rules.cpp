@@ -339,7 +339,8 @@ void ShapeWriter::AddWord(std::string_view word) {
   Spoil();
   Write(word);
   const std::size_t begin = shape_.size() - word.size();
-  for (std::size_t at = begin; at < shape_.size(); ++at) shape_[at] = Lower(shape_[at]);
+  char* const written = shape_.data() + begin;
+  std::transform(written, written + word.size(), written, Lower);
   const bool qualified = last_ == Last::kDot;
   const std::uint16_t traits =
       qualified ? 0 : kVocabulary.TraitsOf(std::string_view(shape_).substr(begin));
@@ -505,7 +506,8 @@ void ShapeWriter::Spoil() noexcept {
 void ShapeWriter::Write(std::string_view token, bool attached) {
   if (!attached && !shape_.empty()) {
     const char before = shape_.back();
-    const bool begins = before == '(' || before == '[' || before == '.' || shape_.ends_with("::");
+    const bool begins = before == '(' || before == '[' || before == '.' ||
+                        (before == ':' && shape_.ends_with("::"));
     if (!begins) shape_ += ' ';
   }
   shape_ += token;

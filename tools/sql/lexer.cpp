@@ -1,5 +1,6 @@
 #include "sql/lexer.h"
 
+#include <array>
 #include <cstddef>
 #include <string_view>
 
@@ -20,41 +21,61 @@ constexpr std::string_view kLongSigns[] = {
     "<=>", "->>", "#>>", "!~*", "<=", ">=", "<>", "!=", "||", "&&",
     "<<",  ">>",  "::",  ":=",  "->", "=>", "..", "#>", "!~", "~*"};
 
+// The bytes that are at `place` in one of the long signs.
+constexpr std::array<bool, 256> BytesOfLongSigns(std::size_t place) {
+  std::array<bool, 256> bytes{};
+  for (const std::string_view sign : kLongSigns)
+    bytes[static_cast<unsigned char>(sign[place])] = true;
+  return bytes;
+}
+constexpr std::array<bool, 256> kFirstOfLongSigns = BytesOfLongSigns(0);
+constexpr std::array<bool, 256> kSecondOfLongSigns = BytesOfLongSigns(1);
+
 }  // namespace
 
 Token Lexer::Next() {
-  while (PassBlanks()) {
-  }
+  PassBlanks();
   begin_ = at_;
-  if (at_ >= sql_.size()) return {};
+  if (at_ == sql_.size()) return {};
   const char c = sql_[at_];
-  if (c == '\'' || c == '"' || c == '`' || c == '$') {
-    const std::size_t size = opaque_.Open(sql_, at_, true);
-    if (size != 0) return TakeOpaque(at_ + size);
+  if (IsDigit(c)) return TakeNumber();
+  if (c != '$' && IsWord(c)) return TakeWord();
+  switch (c) {
+    case '\'':
+    case '"':
+    case '`':
+    case '$':
+      if (const std::size_t size = opaque_.Open(sql_, at_, true); size != 0) {
+        return TakeOpaque(at_ + size);
+      }
+      return c == '$' ? TakeDollar() : TakeSign();
+    case '.':
+      return IsDigit(At(at_ + 1)) ? TakeNumber() : TakeSign();
+    case '@':
+      return TakeVariable();
+    case '?':
+      return Take(TokenKind::kParameter, at_ + 1);
+    default:
+      return TakeSign();
   }
-  if (IsDigit(c) || (c == '.' && IsDigit(At(at_ + 1)))) return TakeNumber();
-  if (c == '@') return TakeVariable();
-  if (c == '$') return TakeDollar();
-  if (IsWord(c)) return TakeWord();
-  if (c == '?') return Take(TokenKind::kParameter, at_ + 1);
-  return TakeSign();
 }
 
-// Passes over blanks, and over a comment after them; false when there is none.
-bool Lexer::PassBlanks() {
-  while (IsBlank(At(at_))) ++at_;
-  const char c = At(at_);
-  if (c != '-' && c != '/' && c != '#' && c != '*') return false;
-  const std::size_t size = opaque_.Open(sql_, at_, true);
-  if (size == 0) return false;
-  at_ += size;
-  if (opaque_.Kind() != Opaque::kNone) {
-    at_ = opaque_.Pass(sql_, at_, true);
-  } else if (opaque_.InExecutableComment()) {
-    // The version that it is for.
-    at_ = EndOfDigits(at_);
+// Passes over blanks and comments.
+void Lexer::PassBlanks() {
+  for (;;) {
+    while (at_ < sql_.size() && IsBlank(sql_[at_])) ++at_;
+    const char c = At(at_);
+    if (c != '-' && c != '/' && c != '#' && c != '*') return;
+    const std::size_t size = opaque_.Open(sql_, at_, true);
+    if (size == 0) return;
+    at_ += size;
+    if (opaque_.Kind() != Opaque::kNone) {
+      at_ = opaque_.Pass(sql_, at_, true);
+    } else if (opaque_.InExecutableComment()) {
+      // The version that it is for.
+      at_ = EndOfDigits(at_);
+    }
   }
-  return true;
 }
 
 Token Lexer::Take(TokenKind kind, std::size_t end) noexcept {
@@ -89,8 +110,7 @@ Token Lexer::TakeWord() {
   const Token word = Take(TokenKind::kWord, end);
   if (first != '_' || !rules_.character_sets || word.text.size() == 1) return word;
   // A text may be after the name of its character set.
-  while (PassBlanks()) {
-  }
+  PassBlanks();
   const char next = Lower(At(at_));
   const char second = Lower(At(at_ + 1));
   const bool text = next == '\'' || next == '"' ||
@@ -141,7 +161,8 @@ Token Lexer::TakeSign() {
     const std::size_t end = EndOfName(at_ + 1);
     if (!within && end > at_ + 1) return Take(TokenKind::kParameter, end);
   }
-  if (std::string_view("<>=!-|&:.#~").find(c) != std::string_view::npos) {
+  const auto next = static_cast<unsigned char>(At(at_ + 1));
+  if (kFirstOfLongSigns[static_cast<unsigned char>(c)] && kSecondOfLongSigns[next]) {
     for (const std::string_view sign : kLongSigns) {
       // The asterisk may close the comment.
       if (sign.back() == '*' && opaque_.InExecutableComment()) continue;

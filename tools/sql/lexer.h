@@ -44,7 +44,7 @@ class Lexer {
   Token Next();
 
  private:
-  bool PassBlanks();
+  void PassBlanks();
   Token Take(TokenKind kind, std::size_t end) noexcept;
   Token TakeOpaque(std::size_t begin);
   Token TakeWord();
