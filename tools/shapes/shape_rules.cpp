@@ -526,6 +526,8 @@ ShapeMaker::ShapeMaker(const ShapeOptions& options)
 ShapeMaker::~ShapeMaker() = default;
 
 const std::string& ShapeMaker::MakeShape(std::string_view statement) {
+  // Hardly a shape is longer.
+  buffers_->shape.reserve(statement.size());
   ShapeWriter writer(options_, buffers_->shape, buffers_->levels);
   Lexer lexer(statement, options_.dialect);
   for (Token token = lexer.Next(); token.kind != TokenKind::kEnd; token = lexer.Next()) {
