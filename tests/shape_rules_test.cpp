@@ -53,6 +53,19 @@ TEST(ShapeRules, FoldDigitsOfNamesOnRequest) {
   EXPECT_EQ(folded("savepoint s1; select 2fa"), "savepoint ?; SELECT ?fa");
 }
 
+// Lists are folded to some depth alone, so that the memory is bounded.
+TEST(ShapeRules, AreTheSameAfterParenthesesOfAnyDepth) {
+  for (const std::size_t depth : {1UL, 100UL, 9'000UL, 20'000UL}) {
+    const std::string open(depth, '(');
+    const std::string close(depth, ')');
+    const std::string inner = depth < 10'000 ? "a, ARRAY[2, 3], (4, 5)" : "a, ARRAY[2]";
+    const std::string shape =
+        ShapeOf("(1, 2), " + open + inner + close + ", f(6, 7)", Dialect::kMysql);
+    const std::string folded = depth < 10'000 ? "a, array[?, ...], (?, ...)" : "a, array[?]";
+    EXPECT_EQ(shape, "(?, ...), " + open + folded + close + ", f(?, ...)") << depth;
+  }
+}
+
 class RandomShapes : public testing::TestWithParam<Dialect> {
  protected:
   static constexpr std::uint64_t kStatements = 3000;

@@ -47,7 +47,8 @@ constexpr WordList kWordLists[] = {
      "if ilike in intersect interval into is join lateral like limit mod not offset on or over "
      "regexp return returning rlike select set similar some then to union using values when where "
      "with xor"},
-    {kBeforeValue, "binary escape fetch materialized maxvalue minvalue print top"},
+    {kBeforeValue,
+     "binary call do elsif escape fetch materialized maxvalue minvalue print top until while"},
     {kReserved,
      "array asc authorization both cast check collate column constraint create cross current_date "
      "current_role current_time current_timestamp current_user declare desc drop end false fetch "
@@ -262,8 +263,7 @@ void ShapeWriter::AddValue(Last kind) {
 // NULL, TRUE and FALSE are values where a value may be:
 //   x = null, y is null  ->  x = ?, y is null
 bool ShapeWriter::IsValueWord(std::string_view word) const noexcept {
-  constexpr std::size_t kShortest = 4;
-  if (word.size() < kShortest || word.size() > kShortest + 1) return false;
+  // Most words are none of them.
   const char first = Lower(word[0]);
   if (first != 'n' && first != 't' && first != 'f') return false;
   const bool null = EqualIgnoringCase(word, "null");
@@ -279,7 +279,6 @@ void ShapeWriter::AddUnarySign(std::string_view sign) {
   if (!AfterUnarySigns()) signs_begin_ = shape_.size();
   Write(sign);
   last_ = Last::kSign;
-  context_ = 0;
 }
 
 // A list of values, or of such lists, becomes one that tells no length:
