@@ -102,9 +102,10 @@ class Vocabulary {
   static constexpr std::size_t kSlots = 512;
 
   static constexpr std::size_t Hash(std::string_view word) noexcept {
-    const auto byte = [word](std::size_t at) { return static_cast<unsigned char>(word[at]); };
-    return (word.size() * 77U + byte(0) * 5U + byte(1) * 47U + byte(word.size() - 1) * 131U) %
-           kSlots;
+    const auto byte = [word](std::size_t at) -> std::size_t {
+      return static_cast<unsigned char>(word[at]);
+    };
+    return (word.size() * 77 + byte(0) * 5 + byte(1) * 47 + byte(word.size() - 1) * 131) % kSlots;
   }
   static constexpr std::size_t Next(std::size_t slot) noexcept { return (slot + 1) % kSlots; }
 

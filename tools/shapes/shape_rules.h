@@ -27,6 +27,8 @@ struct ShapeOptions {
 class ShapeMaker {
  public:
   explicit ShapeMaker(const ShapeOptions& options);
+  ShapeMaker(const ShapeMaker&) = delete;
+  ShapeMaker& operator=(const ShapeMaker&) = delete;
   ~ShapeMaker();
 
   // The result is valid until the next call, which nothing of this one has an effect on.
