@@ -39,7 +39,6 @@ class SqlSplitter final : public Splitter {
     CountLinesTo(std::max(counted_, done));
     counted_ -= done;
     position_ -= done;
-    opened_at_ -= std::min(opened_at_, done);
     // What is dropped of a line that is code alone are blanks.
     if (line_begin_ != kNoPlace) line_begin_ -= std::min(line_begin_, done);
     begin_ = 0;

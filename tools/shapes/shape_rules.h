@@ -1,6 +1,5 @@
 #pragma once
 
-#include <memory>
 #include <string>
 #include <string_view>
 
@@ -26,19 +25,14 @@ struct ShapeOptions {
 // std::bad_alloc alone. An object serves one thread at a time.
 class ShapeMaker {
  public:
-  explicit ShapeMaker(const ShapeOptions& options);
-  ShapeMaker(const ShapeMaker&) = delete;
-  ShapeMaker& operator=(const ShapeMaker&) = delete;
-  ~ShapeMaker();
+  explicit ShapeMaker(const ShapeOptions& options) : options_(options) {}
 
   // The result is valid until the next call, which nothing of this one has an effect on.
   const std::string& MakeShape(std::string_view statement);
 
  private:
-  struct Buffers;
-
   ShapeOptions options_;
-  std::unique_ptr<Buffers> buffers_;
+  std::string shape_;
 };
 
 }  // namespace tarn::host
