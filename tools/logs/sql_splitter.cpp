@@ -47,8 +47,7 @@ class SqlSplitter final : public Splitter {
 
   std::string Problem() const override {
     std::string problem = delimiter_problem_;
-    const bool comment =
-        opaque_.Kind() == Opaque::kBlockComment || opaque_.InExecutableComment();
+    const bool comment = opaque_.Kind() == Opaque::kBlockComment || opaque_.InExecutableComment();
     if (comment || opaque_.Kind() == Opaque::kText || opaque_.Kind() == Opaque::kName) {
       if (!problem.empty()) problem += "; ";
       problem += std::string("ends inside a ") + (comment ? "comment" : "quote") +
@@ -157,33 +156,33 @@ class SqlSplitter final : public Splitter {
     if (rest.size() <= kDelimiter.size()) return last_ ? PassOther() : Step::kWait;
     if (!IsBlank(rest[size])) return PassOther();
     in_delimiter_line_ = true;
+    new_delimiter_.clear();
+    delimiter_ends_ = false;
     position_ += size;
+    begin_ = position_;
     return Step::kChanged;
   }
 
+  // Keeps no more of the line than a delimiter may have.
   bool PassDelimiterLine() {
     // MySQL's own client takes up to 15 bytes.
     constexpr std::size_t kLongest = 64;
-    std::size_t end = text_.find('\n', position_);
-    if (end == kNoPlace) {
-      position_ = text_.size();
-      if (!last_) return false;
-      end = text_.size();
-    }
-    constexpr std::size_t kKeyword = 9;
-    const std::string_view line = Trimmed(text_.substr(begin_ + kKeyword, end - begin_ - kKeyword));
-    const std::string_view delimiter = line.substr(0, line.find_first_of(" \t"));
-    if (delimiter.size() > kLongest) {
-      CountLinesTo(std::max(counted_, begin_));
-      if (delimiter_problem_.empty()) {
-        delimiter_problem_ = "the delimiter in line " + std::to_string(line_) +
-                             " is longer than 64 bytes and was ignored";
-      }
-    } else if (!delimiter.empty()) {
-      SetDelimiter(delimiter);
+    const std::size_t end = std::min(text_.find('\n', position_), text_.size());
+    for (; position_ < end && !delimiter_ends_; ++position_) {
+      const char c = text_[position_];
+      delimiter_ends_ = IsBlank(c) ? !new_delimiter_.empty() : new_delimiter_.size() > kLongest;
+      if (!IsBlank(c)) new_delimiter_ += c;
     }
     position_ = begin_ = end;
+    if (end == text_.size() && !last_) return false;
     in_delimiter_line_ = false;
+    if (new_delimiter_.size() > kLongest) {
+      CountLinesTo(std::max(counted_, end));
+      delimiter_problem_ = "the delimiter in line " + std::to_string(line_) +
+                           " is longer than 64 bytes and was ignored";
+    } else if (!new_delimiter_.empty()) {
+      SetDelimiter(new_delimiter_);
+    }
     return true;
   }
 
@@ -235,6 +234,8 @@ class SqlSplitter final : public Splitter {
   Found* found_ = nullptr;
 
   bool in_delimiter_line_ = false;
+  std::string new_delimiter_;
+  bool delimiter_ends_ = false;
   std::string delimiter_problem_;
   // Where the quote or comment that is open begins, and in which line; 0 until that is counted.
   std::size_t opened_at_ = 0;
