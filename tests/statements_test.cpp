@@ -11,7 +11,6 @@
 #include <ctime>
 #include <memory>
 #include <random>
-#include <set>
 #include <sstream>
 #include <string>
 #include <string_view>
@@ -22,10 +21,9 @@
 #include "logs/reader.h"
 #include "logs/sql_splitter.h"
 #include "shapes/keyed_hash.h"
-#include "shapes/statement_folder.h"
+#include "shapes/shape_rules.h"
 #include "shapes/time_statistics.h"
 #include "sql/errors.h"
-#include "sqlnorm/normalize_sql.h"
 #include "support/case_file.h"
 #include "support/run_program.h"
 #include "support/surroundings.h"
@@ -63,33 +61,6 @@ namespace {
 
 using namespace tarn::host;
 using ::testing::HasSubstr;
-
-std::string ShapeOf(StatementFolder& folder, const std::string& statement) {
-  std::string shape = sqlnorm::NormalizeSQLText(folder.Fold(statement));
-  StatementFolder::ShowPlaces(shape);
-  return shape;
-}
-
-class Folding : public testing::TestWithParam<CaseRow> {};
-
-TEST_P(Folding, UnitesWhatAPersonWould) {
-  const std::string& label = GetParam().label;
-  StatementFolder folder(Dialects().at(label.substr(label.find(' ') + 1)));
-  std::vector<std::string> statements = GetParam().texts;
-  std::set<std::string> shapes;
-  if (GetParam().section == "Apart") {
-    for (const std::string& statement : statements) shapes.insert(ShapeOf(folder, statement));
-    EXPECT_EQ(shapes.size(), statements.size()) << testing::PrintToString(shapes);
-    return;
-  }
-  const std::string shape = statements.back();
-  if (statements.size() > 1) statements.pop_back();
-  for (const std::string& statement : statements) {
-    EXPECT_EQ(ShapeOf(folder, statement), shape) << statement;
-  }
-}
-
-INSTANTIATE_TEST_SUITE_P(Cases, Folding, testing::ValuesIn(ReadCases("folding.txt")), CaseName);
 
 // Hands out `content` at most `step` bytes at a time.
 class Trickle final : public InputWaiter {
@@ -176,7 +147,7 @@ TEST(Statements, TakeTimeLinearInTheirLength) {
     const std::clock_t start = std::clock();
     searched = 0;
     for (const auto& [name, dialect] : Dialects()) {
-      StatementFolder(dialect).Fold(text);
+      ShapeMaker({.dialect = dialect}).MakeShape(text);
       for (const auto& splitter :
            {MakeSqlSplitter(dialect), MakeSlowLogSplitter(), MakeGeneralLogSplitter(),
             MakeCsvLogSplitter(), MakeSeparatorSplitter('\0')}) {

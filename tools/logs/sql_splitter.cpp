@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "sql/dialect.h"
+#include "sql/opaque.h"
 #include "sql/text.h"
 
 namespace tarn::host {
@@ -16,38 +17,21 @@ namespace {
 
 class SqlSplitter final : public Splitter {
  public:
-  explicit SqlSplitter(Dialect dialect) : dialect_(dialect) { SetDelimiter(";"); }
+  explicit SqlSplitter(Dialect dialect) : rules_(RulesOf(dialect)), opaque_(dialect) {
+    SetDelimiter(";");
+  }
 
   std::size_t Split(std::string_view text, bool last, Found& found) override {
     text_ = text;
     last_ = last;
     found_ = &found;
     // Each of these stops short when it needs a byte that has not arrived.
-    bool more = true;
-    while (more) {
-      switch (state_) {
-        case State::kCode:
-          more = PassCode();
-          break;
-        case State::kQuote:
-          more = PassQuote();
-          break;
-        case State::kDollarQuote:
-          more = PassUpTo(dollar_tag_);
-          break;
-        case State::kLineComment:
-          more = PassUpTo("\n");
-          break;
-        case State::kBlockComment:
-          more = PassBlockComment();
-          break;
-        case State::kDelimiterLine:
-          more = PassDelimiterLine();
-          break;
-      }
+    while (opaque_.Kind() != Opaque::kNone ? PassOpaque()
+           : in_delimiter_line_            ? PassDelimiterLine()
+                                           : PassCode()) {
     }
     if (last) {
-      if (state_ == State::kCode) EndOwnLine(text.size());
+      if (opaque_.Kind() == Opaque::kNone) EndOwnLine(text.size());
       Finish(text.size(), text.size());
     }
     ResolveOpening();
@@ -55,7 +39,6 @@ class SqlSplitter final : public Splitter {
     CountLinesTo(std::max(counted_, done));
     counted_ -= done;
     position_ -= done;
-    opened_at_ -= std::min(opened_at_, done);
     // What is dropped of a line that is code alone are blanks.
     if (line_begin_ != kNoPlace) line_begin_ -= std::min(line_begin_, done);
     begin_ = 0;
@@ -63,16 +46,17 @@ class SqlSplitter final : public Splitter {
   }
 
   std::string Problem() const override {
-    const char* what = nullptr;
-    if (state_ == State::kBlockComment) what = "comment";
-    if (state_ == State::kQuote || state_ == State::kDollarQuote) what = "quote";
-    if (what == nullptr) return {};
-    return std::string("ends inside a ") + what + " that begins in line " +
-           std::to_string(opened_line_);
+    std::string problem = delimiter_problem_;
+    const bool comment = opaque_.Kind() == Opaque::kBlockComment || opaque_.InExecutableComment();
+    if (comment || opaque_.Kind() == Opaque::kText || opaque_.Kind() == Opaque::kName) {
+      if (!problem.empty()) problem += "; ";
+      problem += std::string("ends inside a ") + (comment ? "comment" : "quote") +
+                 " that begins in line " + std::to_string(opened_line_);
+    }
+    return problem;
   }
 
  private:
-  enum class State { kCode, kQuote, kDollarQuote, kLineComment, kBlockComment, kDelimiterLine };
   static constexpr std::size_t kNoPlace = std::string_view::npos;
 
   void SetDelimiter(std::string_view delimiter) {
@@ -80,13 +64,11 @@ class SqlSplitter final : public Splitter {
     stops_ = {};
     for (const char c : std::string_view("'\"-/")) StopAt(c);
     StopAt(delimiter_[0]);
-    if (dialect_ == Dialect::kMysql) {
-      for (const char c : std::string_view("`#")) StopAt(c);
-    } else if (dialect_ == Dialect::kAnsi) {
-      StopAt('\n');
-    } else {
-      StopAt('$');
-    }
+    if (rules_.backquoted_names) StopAt('`');
+    if (rules_.hash_comments) StopAt('#');
+    if (rules_.executable_comments) StopAt('*');
+    if (rules_.dollar_quotes) StopAt('$');
+    if (rules_.go_lines) StopAt('\n');
   }
 
   void StopAt(char c) noexcept { stops_[static_cast<unsigned char>(c)] = true; }
@@ -99,7 +81,7 @@ class SqlSplitter final : public Splitter {
           begin_ = ++position_;
           continue;
         }
-        if (!blank_so_far_ || Lower(c) != 'd' || dialect_ != Dialect::kMysql) {
+        if (!blank_so_far_ || Lower(c) != 'd' || !rules_.delimiter_lines) {
           blank_so_far_ = false;
           do {
             ++position_;
@@ -119,8 +101,10 @@ class SqlSplitter final : public Splitter {
   // Looks at the byte `c` at which reading stopped.
   Step PassStop(char c) {
     const std::string_view rest = text_.substr(position_);
-    if (c == delimiter_[0]) {
-      if (!last_ && rest.size() < delimiter_.size()) return Step::kWait;
+    if (c == delimiter_[0] && !opaque_.InExecutableComment()) {
+      if (!last_ && rest.size() < delimiter_.size() && delimiter_.starts_with(rest)) {
+        return Step::kWait;
+      }
       if (rest.starts_with(delimiter_)) {
         line_begin_ = kNoPlace;
         Finish(position_, position_ + delimiter_.size());
@@ -131,23 +115,21 @@ class SqlSplitter final : public Splitter {
       PassLineEnd();
       return Step::kOn;
     }
-    if (c == '-' || c == '/' || c == '#') return PassCommentSign(rest);
-    if (c == '$') return PassDollar(rest);
-    if (c == 'd' || c == 'D') return PassLetterD(rest);
-    if (c == '\'' || c == '"' || c == '`') {
-      escapes_ = Escapes(c);
-      quote_ = c;
-      return Enter(State::kQuote, 1);
+    if (blank_so_far_ && Lower(c) == 'd' && rules_.delimiter_lines) return PassLetterD(rest);
+    const bool was_executable = opaque_.InExecutableComment();
+    const std::size_t size = opaque_.Open(text_.substr(begin_), position_ - begin_, last_);
+    if (size == OpaqueReader::kUndecided) return Step::kWait;
+    if (size == 0) return PassOther();
+    line_begin_ = kNoPlace;
+    const bool comment =
+        opaque_.Kind() == Opaque::kLineComment || opaque_.Kind() == Opaque::kBlockComment;
+    if (!was_executable) {
+      opened_at_ = position_;
+      opened_line_ = 0;
     }
-    return PassOther();
-  }
-
-  // Whether a backslash escapes in what the quote at the position opens.
-  bool Escapes(char quote) const noexcept {
-    if (dialect_ != Dialect::kPostgres) return dialect_ == Dialect::kMysql && quote != '`';
-    const std::string_view before = text_.substr(begin_, position_ - begin_);
-    return quote == '\'' && !before.empty() && Lower(before.back()) == 'e' &&
-           (before.size() == 1 || !IsWord(before[before.size() - 2]));
+    if (!comment) blank_so_far_ = false;
+    position_ += size;
+    return opaque_.Kind() == Opaque::kNone ? Step::kOn : Step::kChanged;
   }
 
   // The byte is one like any other.
@@ -157,71 +139,50 @@ class SqlSplitter final : public Splitter {
     return Step::kOn;
   }
 
-  Step PassCommentSign(std::string_view rest) {
-    constexpr std::string_view kLongest = "/*M!";
-    const bool undecided = rest == "-" || (rest == "--" && dialect_ == Dialect::kMysql) ||
-                           (rest.size() < kLongest.size() && kLongest.starts_with(rest));
-    if (undecided && !last_) return Step::kWait;
-    if (BeginsLineComment(rest, dialect_)) return EnterComment(State::kLineComment, 1);
-    if (!rest.starts_with("/*")) return PassOther();
-    depth_ = 1;
-    if (BeginsExecutableComment(rest, dialect_)) return Enter(State::kBlockComment, 2);
-    return EnterComment(State::kBlockComment, 2);
-  }
-
-  Step EnterComment(State state, std::size_t size) noexcept {
-    const bool blank = blank_so_far_;
-    Enter(state, size);
-    blank_so_far_ = blank;
-    return Step::kChanged;
-  }
-
-  Step Enter(State state, std::size_t size) noexcept {
-    state_ = state;
-    opened_at_ = position_;
-    opened_line_ = 0;
-    blank_so_far_ = false;
-    line_begin_ = kNoPlace;
-    position_ += size;
-    return Step::kChanged;
-  }
-
-  Step PassDollar(std::string_view rest) {
-    if (position_ > begin_ && IsWord(text_[position_ - 1])) return PassOther();
-    const std::size_t size = DollarTagSize(rest);
-    if (size == kUnfinishedTag) {
-      if (!last_) return Step::kWait;
-      return PassOther();
-    }
-    if (size == 0) return PassOther();
-    dollar_tag_ = rest.substr(0, size);
-    return Enter(State::kDollarQuote, size);
+  bool PassOpaque() {
+    const bool line_comment = opaque_.Kind() == Opaque::kLineComment;
+    const std::size_t end = begin_ + opaque_.Pass(text_.substr(begin_), position_ - begin_, last_);
+    position_ = end;
+    if (blank_so_far_) begin_ = position_;
+    if (opaque_.Kind() != Opaque::kNone) return false;
+    if (line_comment) line_begin_ = position_;
+    return true;
   }
 
   Step PassLetterD(std::string_view rest) {
     constexpr std::string_view kDelimiter = "delimiter";
-    if (!blank_so_far_) return PassOther();
     const std::size_t size = std::min(rest.size(), kDelimiter.size());
     if (!EqualIgnoringCase(rest.substr(0, size), kDelimiter.substr(0, size))) return PassOther();
     if (rest.size() <= kDelimiter.size()) return last_ ? PassOther() : Step::kWait;
     if (!IsBlank(rest[size])) return PassOther();
-    EnterComment(State::kDelimiterLine, size);
+    in_delimiter_line_ = true;
+    new_delimiter_.clear();
+    delimiter_ends_ = false;
+    position_ += size;
+    begin_ = position_;
     return Step::kChanged;
   }
 
+  // Keeps no more of the line than a delimiter may have.
   bool PassDelimiterLine() {
-    std::size_t end = text_.find('\n', position_);
-    if (end == kNoPlace) {
-      position_ = text_.size();
-      if (!last_) return false;
-      end = text_.size();
+    // MySQL's own client takes up to 15 bytes.
+    constexpr std::size_t kLongest = 64;
+    const std::size_t end = std::min(text_.find('\n', position_), text_.size());
+    for (; position_ < end && !delimiter_ends_; ++position_) {
+      const char c = text_[position_];
+      delimiter_ends_ = IsBlank(c) ? !new_delimiter_.empty() : new_delimiter_.size() > kLongest;
+      if (!IsBlank(c)) new_delimiter_ += c;
     }
-    constexpr std::size_t kKeyword = 9;
-    const std::string_view line = Trimmed(text_.substr(begin_ + kKeyword, end - begin_ - kKeyword));
-    const std::string_view delimiter = line.substr(0, line.find_first_of(" \t"));
-    if (!delimiter.empty()) SetDelimiter(delimiter);
     position_ = begin_ = end;
-    state_ = State::kCode;
+    if (end == text_.size() && !last_) return false;
+    in_delimiter_line_ = false;
+    if (new_delimiter_.size() > kLongest) {
+      CountLinesTo(std::max(counted_, end));
+      delimiter_problem_ = "the delimiter in line " + std::to_string(line_) +
+                           " is longer than 64 bytes and was ignored";
+    } else if (!new_delimiter_.empty()) {
+      SetDelimiter(new_delimiter_);
+    }
     return true;
   }
 
@@ -233,72 +194,9 @@ class SqlSplitter final : public Splitter {
   }
 
   void EndOwnLine(std::size_t end) {
-    if (dialect_ != Dialect::kAnsi || line_begin_ == kNoPlace) return;
+    if (!rules_.go_lines || line_begin_ == kNoPlace) return;
     const std::string_view line = Trimmed(text_.substr(line_begin_, end - line_begin_));
     if (line == "/" || EqualIgnoringCase(line, "go")) Finish(line_begin_, end);
-  }
-
-  // A doubled quote stands for itself.
-  bool PassQuote() {
-    while (position_ < text_.size()) {
-      const char c = text_[position_];
-      if (c == '\\' && escapes_) {
-        if (position_ + 1 == text_.size()) return false;
-        position_ += 2;
-      } else if (c == quote_) {
-        if (position_ + 1 == text_.size() && !last_) return false;
-        if (text_.substr(position_ + 1, 1) == std::string_view(&quote_, 1)) {
-          position_ += 2;
-          continue;
-        }
-        ++position_;
-        state_ = State::kCode;
-        return true;
-      } else {
-        ++position_;
-      }
-    }
-    return false;
-  }
-
-  bool PassBlockComment() {
-    const bool nests = dialect_ == Dialect::kPostgres;
-    for (;;) {
-      const std::size_t found = text_.find_first_of(nests ? "*/" : "*", position_);
-      if (found == kNoPlace || found + 1 == text_.size()) {
-        position_ = found == kNoPlace ? text_.size() : found;
-        if (blank_so_far_) begin_ = position_;
-        return false;
-      }
-      const std::string_view two = text_.substr(found, 2);
-      position_ = found + 1;
-      if (two == "*/") {
-        ++position_;
-        if (--depth_ == 0) break;
-      } else if (nests && two == "/*") {
-        ++position_;
-        ++depth_;
-      }
-    }
-    if (blank_so_far_) begin_ = position_;
-    state_ = State::kCode;
-    return true;
-  }
-
-  // To the end of a line comment or a dollar quote.
-  bool PassUpTo(std::string_view end) {
-    const std::size_t found = text_.find(end, position_);
-    if (found == kNoPlace) {
-      // The first bytes of `end` may be there already.
-      position_ = std::max(position_, text_.size() - std::min(end.size() - 1, text_.size()));
-      if (blank_so_far_) begin_ = position_;
-      return false;
-    }
-    position_ = found + end.size();
-    if (state_ == State::kLineComment && dialect_ == Dialect::kAnsi) line_begin_ = position_;
-    if (blank_so_far_) begin_ = position_;
-    state_ = State::kCode;
-    return true;
   }
 
   // Ends the statement at `end`; the next begins at `next`.
@@ -311,7 +209,8 @@ class SqlSplitter final : public Splitter {
   }
 
   void ResolveOpening() {
-    if (state_ == State::kCode || opened_line_ != 0) return;
+    const bool open = opaque_.Kind() != Opaque::kNone || opaque_.InExecutableComment();
+    if (!open || opened_line_ != 0) return;
     CountLinesTo(opened_at_);
     opened_line_ = line_;
   }
@@ -323,7 +222,8 @@ class SqlSplitter final : public Splitter {
     counted_ = end;
   }
 
-  Dialect dialect_;
+  const DialectRules& rules_;
+  OpaqueReader opaque_;
   std::string delimiter_;
   // The bytes at which reading code has to stop and look.
   std::array<bool, 256> stops_{};
@@ -333,11 +233,10 @@ class SqlSplitter final : public Splitter {
   bool last_ = false;
   Found* found_ = nullptr;
 
-  State state_ = State::kCode;
-  char quote_ = '\0';
-  bool escapes_ = false;
-  std::string dollar_tag_;
-  std::uint64_t depth_ = 0;
+  bool in_delimiter_line_ = false;
+  std::string new_delimiter_;
+  bool delimiter_ends_ = false;
+  std::string delimiter_problem_;
   // Where the quote or comment that is open begins, and in which line; 0 until that is counted.
   std::size_t opened_at_ = 0;
   std::uint64_t opened_line_ = 0;

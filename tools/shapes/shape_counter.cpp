@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "plugin/normalize_call.h"
-#include "shapes/statement_folder.h"
+#include "shapes/shape_rules.h"
 
 namespace tarn::host {
 namespace {
@@ -28,7 +28,7 @@ void AddTimes(ShapeCount& count, const std::optional<LogTime>& first,
 class Worker {
  public:
   Worker(impl_dao::CProductInterface& product, const CountOptions& options) : product_(product) {
-    if (options.folding) folder_.emplace(*options.folding);
+    if (options.folding) shapes_.emplace(ShapeOptions{.dialect = *options.folding});
   }
 
   ShapeCount Count(const BatchSource& source) {
@@ -44,14 +44,16 @@ class Worker {
 
  private:
   void Add(std::string_view statement, const Execution& execution, std::uint64_t position) {
-    // What the product refuses in a statement is refused in its shape as well.
-    text_ = folder_ && !DecimalBeyondDouble(statement) ? folder_->Fold(statement) : statement;
-    if (auto reason = CallNormalize(product_, text_)) {
-      ++count_.failed;
-      if (!count_.first_failure) count_.first_failure = {position, *std::move(reason)};
-      return;
+    if (shapes_) {
+      text_ = shapes_->MakeShape(statement);
+    } else {
+      text_ = statement;
+      if (auto reason = CallNormalize(product_, text_)) {
+        ++count_.failed;
+        if (!count_.first_failure) count_.first_failure = {position, *std::move(reason)};
+        return;
+      }
     }
-    if (folder_) StatementFolder::ShowPlaces(text_);
     ++count_.counted;
     Shape& shape = count_.shapes[text_];
     if (++shape.count == 1) {
@@ -64,7 +66,7 @@ class Worker {
   }
 
   impl_dao::CProductInterface& product_;
-  std::optional<StatementFolder> folder_;
+  std::optional<ShapeMaker> shapes_;
   std::string text_;
   ShapeCount count_;
 };

@@ -45,7 +45,7 @@ struct ShapeCount {
 };
 
 struct CountOptions {
-  // The dialect to fold statements in (see StatementFolder); without one, those meet that share
+  // The dialect to make shapes in (see ShapeMaker); without one, those meet that share
   // their canonical text.
   std::optional<Dialect> folding;
   unsigned threads = 1;

@@ -1,42 +1,49 @@
 #include "sql/dialect.h"
 
+#include <array>
 #include <cstddef>
 #include <map>
 #include <string>
-#include <string_view>
-
-#include "sql/text.h"
 
 namespace tarn::host {
+namespace {
+
+// In the order of the enumerators.
+constexpr std::array<DialectRules, 3> kRules{{
+    {.name = "mysql",
+     .double_quoted_texts = true,
+     .backquoted_names = true,
+     .backslash_escapes = true,
+     .character_sets = true,
+     .hash_comments = true,
+     .spaced_dashes = true,
+     .executable_comments = true,
+     .value_is_values = true,
+     .delimiter_lines = true},
+    {.name = "ansi", .unicode_prefix = true, .go_lines = true},
+    {.name = "postgres",
+     .escape_prefix = true,
+     .dollar_quotes = true,
+     .unicode_prefix = true,
+     .nested_comments = true,
+     .grouped_digits = true},
+}};
+
+}  // namespace
+
+const DialectRules& RulesOf(Dialect dialect) noexcept {
+  return kRules[static_cast<std::size_t>(dialect)];
+}
 
 const std::map<std::string, Dialect>& Dialects() {
-  static const std::map<std::string, Dialect> kDialects{
-      {"mysql", Dialect::kMysql}, {"ansi", Dialect::kAnsi}, {"postgres", Dialect::kPostgres}};
+  static const std::map<std::string, Dialect> kDialects = [] {
+    std::map<std::string, Dialect> dialects;
+    for (std::size_t i = 0; i < kRules.size(); ++i) {
+      dialects.emplace(kRules[i].name, static_cast<Dialect>(i));
+    }
+    return dialects;
+  }();
   return kDialects;
-}
-
-bool BeginsLineComment(std::string_view rest, Dialect dialect) noexcept {
-  if (dialect != Dialect::kMysql) return rest.starts_with("--");
-  if (rest.starts_with('#')) return true;
-  // "5--1" is an expression to MySQL.
-  constexpr char kFirstPrinted = '!';
-  return rest.starts_with("--") &&
-         (rest.size() == 2 || (rest[2] >= '\0' && rest[2] < kFirstPrinted));
-}
-
-bool BeginsExecutableComment(std::string_view rest, Dialect dialect) noexcept {
-  return dialect == Dialect::kMysql && (rest.starts_with("/*!") || rest.starts_with("/*M!"));
-}
-
-std::size_t DollarTagSize(std::string_view rest) noexcept {
-  // Longer names than PostgreSQL's would only be looked through again and again.
-  constexpr std::size_t kLongestTag = 64;
-  for (std::size_t i = 1; i < rest.size(); ++i) {
-    if (rest[i] == '$') return i + 1;
-    if (i == kLongestTag) return 0;
-    if (!IsWord(rest[i]) || (i == 1 && IsDigit(rest[i]))) return 0;
-  }
-  return kUnfinishedTag;
 }
 
 }  // namespace tarn::host

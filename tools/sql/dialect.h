@@ -1,13 +1,12 @@
 #pragma once
 
-#include <cstddef>
 #include <map>
 #include <string>
 #include <string_view>
 
 namespace tarn::host {
 
-// Whose SQL it is: what bounds quotes, comments and statements.
+// Whose SQL it is: what bounds quotes, comments and statements. DialectRules has the differences.
 //
 // kMysql: ' and " quote texts, in which a backslash takes the next character with it, and ` names;
 //   comments are "-- ", "#" and /* */, while /*! ... */ is code. A line "DELIMITER x" makes x end
@@ -17,21 +16,41 @@ namespace tarn::host {
 // kPostgres: as kAnsi but for those lines; in E'...' a backslash escapes, $tag$ ... $tag$ quotes,
 //   and comments nest.
 //
-// A doubled quote stands for itself in all of them.
+// A doubled quote represents itself in all of them.
 enum class Dialect { kMysql, kAnsi, kPostgres };
+
+// A new dialect is an enumerator and a row of the table in dialect.cpp.
+struct DialectRules {
+  const char* name;
+
+  // Quotes.
+  bool double_quoted_texts = false;  // "a" is a text, not a name
+  bool backquoted_names = false;     // `a`
+  bool backslash_escapes = false;    // 'it\'s'
+  bool escape_prefix = false;        // E'it\'s'
+  bool dollar_quotes = false;        // $tag$it's$tag$
+  bool unicode_prefix = false;       // U&'\0061', U&"\0061"
+  bool character_sets = false;       // _utf8'a'
+
+  // Comments.
+  bool hash_comments = false;        // # to the line's end
+  bool spaced_dashes = false;        // "-- " begins a comment, "5--1" is an expression
+  bool executable_comments = false;  // /*!40101 code */, /*M! code */
+  bool nested_comments = false;      // /* /* */ */
+
+  // Numbers and words.
+  bool grouped_digits = false;   // 1_000_000
+  bool value_is_values = false;  // INSERT INTO o VALUE (1), (2)
+
+  // Ends of statements.
+  bool delimiter_lines = false;  // DELIMITER //
+  bool go_lines = false;         // GO, or /, on a line of its own
+};
+
+// Of static storage duration.
+const DialectRules& RulesOf(Dialect dialect) noexcept;
 
 // The dialects by the names that a person gives them.
 const std::map<std::string, Dialect>& Dialects();
-
-// Whether a comment that the line's end ends begins with `rest`, which may end behind "--".
-bool BeginsLineComment(std::string_view rest, Dialect dialect) noexcept;
-
-// Whether `rest` begins with what looks like a comment, but is code to MySQL or MariaDB.
-bool BeginsExecutableComment(std::string_view rest, Dialect dialect) noexcept;
-
-// The size of the dollar quote's opening tag that `rest` begins with, 0 when it is none, or
-// kUnfinishedTag when more bytes must tell.
-inline constexpr std::size_t kUnfinishedTag = std::string_view::npos;
-std::size_t DollarTagSize(std::string_view rest) noexcept;
 
 }  // namespace tarn::host

@@ -29,11 +29,6 @@ inline constexpr std::array<bool, 256> kWordBytes = [] {
 // A letter, a digit, "_", "$", or a byte of a character beyond ASCII.
 inline bool IsWord(char c) noexcept { return kWordBytes[static_cast<unsigned char>(c)]; }
 
-// Whether the product takes `c` for part of a word, whoever's SQL it is.
-inline bool IsProductWord(char c) noexcept {
-  return IsWord(c) && c != '$' && static_cast<unsigned char>(c) < 0x80;
-}
-
 // `text` without blanks at its ends.
 std::string_view Trimmed(std::string_view text) noexcept;
 

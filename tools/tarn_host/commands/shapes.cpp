@@ -190,10 +190,10 @@ void AddShapesCommand(CommandLine& line) {
   AddPluginOption(command, options->plugin);
   command.Footer(
       "Statements are of one shape when they differ in values, in the length of lists of them, in\n"
-      "the number of VALUES rows, in comments, case and spacing, and in what the canonical text\n"
-      "unites. Where the input is a log that tells times, they are summed up. Statements that "
-      "fail\n"
-      "are left out and reported. Ctrl-C ends the input: what was counted so far is printed.\n\n"
+      "the number of VALUES rows, in numbers of savepoints, cursors and prepared statements, in\n"
+      "comments, case and spacing. Where the input is a log that tells times, they are summed up.\n"
+      "With --exact, statements that fail are left out and reported. Ctrl-C ends the input: what\n"
+      "was counted so far is printed.\n\n"
       "Examples:\n"
       "  tarn_host shapes statements.sql\n"
       "  tarn_host shapes --input=slowlog --top 10 mysql-slow.log.1.gz\n"

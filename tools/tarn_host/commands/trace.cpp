@@ -94,7 +94,7 @@ int Trace(const TraceOptions& options) {
   } catch (const std::exception& error) {
     output.Flush();
     ReportError("trace: step " + std::to_string(printer.LastStep() + 1) + ": " +
-                DecimalBeyondDouble(input).value_or(error.what()));
+                NormalizeFailure(error));
     return kExitFailed;
   }
   table.Row("result", result);

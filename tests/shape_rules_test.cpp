@@ -1,0 +1,127 @@
+// Which statements are of one shape.
+#include "shapes/shape_rules.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "sql/text.h"
+#include "support/case_file.h"
+#include "support/drawn_statements.h"
+#include "support/random_statements.h"
+
+namespace tarn::test {
+namespace {
+
+using namespace tarn::host;
+
+std::string ShapeOf(const std::string& statement, Dialect dialect, bool fold_digits = false) {
+  return ShapeMaker({.dialect = dialect, .fold_digits = fold_digits}).MakeShape(statement);
+}
+
+class Shapes : public testing::TestWithParam<CaseRow> {};
+
+TEST_P(Shapes, MeetOrStayApart) {
+  const std::string& label = GetParam().label;
+  const Dialect dialect = Dialects().at(label.substr(label.find(' ') + 1));
+  const std::vector<std::string>& statements = GetParam().texts;
+  if (GetParam().section == "Meet") {
+    for (const std::string& statement : statements) {
+      if (&statement == &statements.back() && statements.size() > 1) break;
+      EXPECT_EQ(ShapeOf(statement, dialect), statements.back()) << statement;
+    }
+    return;
+  }
+  std::map<std::string, std::string> known;
+  for (const std::string& statement : statements) {
+    const auto [other, fresh] = known.emplace(ShapeOf(statement, dialect), statement);
+    EXPECT_TRUE(fresh) << other->second << "\n" << statement << "\n" << other->first;
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Cases, Shapes, testing::ValuesIn(ReadCases("shape_rules.txt")), CaseName);
+
+TEST(ShapeRules, FoldDigitsOfNamesOnRequest) {
+  const auto folded = [](const std::string& sql) { return ShapeOf(sql, Dialect::kMysql, true); };
+  EXPECT_EQ(folded("select a_1b from orders_2024_11, `Log 7`.x__3_ where @v2 = 5"),
+            "SELECT a_?b FROM orders_?, `Log ?`.x__?_ WHERE @v? = ?");
+  EXPECT_EQ(folded("savepoint s1; select 2fa"), "savepoint ?; SELECT ?fa");
+}
+
+// Lists are folded to some depth alone, so that the memory is bounded.
+TEST(ShapeRules, AreTheSameAfterParenthesesOfAnyDepth) {
+  for (const std::size_t depth : {1UL, 100UL, 9'000UL, 20'000UL}) {
+    const std::string open(depth, '(');
+    const std::string close(depth, ')');
+    const std::string inner = depth < 10'000 ? "a, ARRAY[2, 3], (4, 5)" : "a, ARRAY[2]";
+    const std::string shape =
+        ShapeOf("(1, 2), " + open + inner + close + ", f(6, 7)", Dialect::kMysql);
+    const std::string folded = depth < 10'000 ? "a, array[?, ...], (?, ...)" : "a, array[?]";
+    EXPECT_EQ(shape, "(?, ...), " + open + folded + close + ", f(?, ...)") << depth;
+  }
+}
+
+class RandomShapes : public testing::TestWithParam<Dialect> {
+ protected:
+  static constexpr std::uint64_t kStatements = 3000;
+};
+
+// The words of a shape, with a name in quotes or a sign for one.
+bool HasWord(const std::string& shape, const std::string& word) {
+  for (std::size_t at = shape.find(word); at != std::string::npos; at = shape.find(word, at + 1)) {
+    const std::size_t end = at + word.size();
+    if ((at == 0 || !IsWord(shape[at - 1])) && (end == shape.size() || !IsWord(shape[end]))) {
+      return true;
+    }
+  }
+  return false;
+}
+
+TEST_P(RandomShapes, TellAllButValues) {
+  ShapeMaker used({.dialect = GetParam()});
+  for (std::uint64_t number = 0; number < kStatements; ++number) {
+    DrawnStatement statement(GetParam(), number);
+    const std::string first = statement.Write();
+    const std::string shape = ShapeOf(first, GetParam());
+    for (int i = 0; i < 3; ++i) {
+      const std::string other = statement.Write();
+      ASSERT_EQ(used.MakeShape(other), shape) << "statement " << number << "\n"
+                                              << first << "\n"
+                                              << other;
+    }
+    std::string lower = shape;
+    std::transform(lower.begin(), lower.end(), lower.begin(), Lower);
+    for (const std::string& word : statement.Words()) {
+      ASSERT_TRUE(HasWord(lower, word)) << word << "\n" << first << "\n" << shape;
+    }
+    statement.ChangeOne();
+    ASSERT_NE(used.MakeShape(statement.Write()), shape) << "statement " << number << "\n" << first;
+  }
+}
+
+TEST_P(RandomShapes, DependOnNoStatementBefore) {
+  RandomStatements random(static_cast<std::uint64_t>(GetParam()) + 1);
+  ShapeMaker used({.dialect = GetParam()});
+  for (std::uint64_t number = 0; number < kStatements; ++number) {
+    const std::string sql = random.Next();
+    const std::string shape = ShapeOf(sql, GetParam());
+    ASSERT_EQ(used.MakeShape(sql), shape) << sql;
+    // A sign takes two bytes at most, with its blank, and what a list adds it takes from its
+    // values.
+    ASSERT_LE(shape.size(), 3 * sql.size()) << sql;
+  }
+}
+
+std::string NameOf(const testing::TestParamInfo<Dialect>& info) { return RulesOf(info.param).name; }
+
+INSTANTIATE_TEST_SUITE_P(Dialects, RandomShapes,
+                         testing::Values(Dialect::kMysql, Dialect::kAnsi, Dialect::kPostgres),
+                         NameOf);
+
+}  // namespace
+}  // namespace tarn::test
