@@ -87,7 +87,7 @@ Token Lexer::Take(TokenKind kind, std::size_t end) noexcept {
   return token;
 }
 
-// `begin` is after what opens the part.
+// `begin` is after the part's opening mark.
 Token Lexer::TakeOpaque(std::size_t begin) {
   const TokenKind kind =
       opaque_.Kind() == Opaque::kText ? TokenKind::kText : TokenKind::kQuotedName;
