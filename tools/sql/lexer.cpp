@@ -114,7 +114,7 @@ Token Lexer::TakeWord() {
   const char next = Lower(At(at_));
   const char second = Lower(At(at_ + 1));
   const bool text = next == '\'' || next == '"' ||
-                    ((next == 'x' || next == 'b' || next == 'n') && second == '\'') ||
+                    ((next == 'x' || next == 'b') && second == '\'') ||
                     (next == '0' && (second == 'x' || second == 'b'));
   return text ? Next() : word;
 }
