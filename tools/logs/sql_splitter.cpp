@@ -39,7 +39,7 @@ class SqlSplitter final : public Splitter {
     CountLinesTo(std::max(counted_, done));
     counted_ -= done;
     position_ -= done;
-    // What is dropped of a line that is code alone are blanks.
+    // Of a line that is code alone, nothing but blanks is dropped.
     if (line_begin_ != kNoPlace) line_begin_ -= std::min(line_begin_, done);
     begin_ = 0;
     return done;

@@ -17,7 +17,7 @@ namespace {
 
 constexpr std::string_view kPlaceholder = "?";
 
-// What the rules know of a word. Bits.
+// Properties of a word that the rules look at, as bits.
 enum WordTraits : std::uint16_t {
   kCapitals = 1U << 0U,     // written in capitals, as the product does
   kBeforeValue = 1U << 1U,  // a value may follow, so that a sign belongs to it
@@ -131,7 +131,7 @@ enum class Last : unsigned char {
 // How far the rows of a VALUES are.
 enum class Rows : unsigned char { kNone, kExpected, kWithin, kAfter, kComma };
 
-// What is open: a pair of parentheses, the brackets of an ARRAY, or the statement itself.
+// An open pair of parentheses, the open brackets of an ARRAY, or the statement itself.
 struct Level {
   // Where in the shape the first element and the first row end; 0 before.
   std::size_t first_end = 0;
@@ -164,7 +164,7 @@ class ShapeWriter {
 
   void Add(const Token& token) {
     if (token.Is(';')) {
-      // The last one goes.
+      // A last semicolon goes.
       semicolon_ = !shape_.empty();
       return;
     }

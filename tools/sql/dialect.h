@@ -6,7 +6,8 @@
 
 namespace tarn::host {
 
-// Whose SQL it is: what bounds quotes, comments and statements. DialectRules has the differences.
+// Whose SQL it is, as far as quotes, comments and the ends of statements depend on it. DialectRules
+// has the differences.
 //
 // kMysql: ' and " quote texts, in which a backslash takes the next character with it, and ` names;
 //   comments are "-- ", "#" and /* */, while /*! ... */ is code. A line "DELIMITER x" makes x end

@@ -87,7 +87,7 @@ Token Lexer::Take(TokenKind kind, std::size_t end) noexcept {
   return token;
 }
 
-// `begin` is after what opens the part.
+// `begin` is after the part's opening mark.
 Token Lexer::TakeOpaque(std::size_t begin) {
   const TokenKind kind =
       opaque_.Kind() == Opaque::kText ? TokenKind::kText : TokenKind::kQuotedName;
@@ -114,7 +114,7 @@ Token Lexer::TakeWord() {
   const char next = Lower(At(at_));
   const char second = Lower(At(at_ + 1));
   const bool text = next == '\'' || next == '"' ||
-                    ((next == 'x' || next == 'b' || next == 'n') && second == '\'') ||
+                    ((next == 'x' || next == 'b') && second == '\'') ||
                     (next == '0' && (second == 'x' || second == 'b'));
   return text ? Next() : word;
 }

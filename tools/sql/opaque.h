@@ -26,8 +26,9 @@ class OpaqueReader {
   // Returned by Open when bytes that are still to come decide.
   static constexpr std::size_t kUndecided = std::string_view::npos;
 
-  // The size of what opens a part at text[at], 0 when nothing does there. The bytes before may
-  // matter: E in E'...', a in a$b$. `last`: no bytes follow the text.
+  // Opens the part that begins at text[at]. Returns the size of its opening mark, 0 when no part
+  // begins there. The two bytes before may matter: E in E'...', a in a$b$. `last`: no bytes follow
+  // the text.
   //
   // Requires: `at` is within the text; no part is open.
   std::size_t Open(std::string_view text, std::size_t at, bool last);
@@ -35,10 +36,10 @@ class OpaqueReader {
   // Reads on in the open part. Returns the place after its end, the part being closed then, or the
   // place to go on from when more bytes are there. When none are, that is the end of the text.
   //
-  // Requires: a part is open, and `at` is after what opened it or what the last call returned.
+  // Requires: a part is open, and `at` is after its opening mark or as the last call returned it.
   std::size_t Pass(std::string_view text, std::size_t at, bool last);
 
-  // What is open; kNone also between the marks of an executable comment.
+  // The kind of the open part; kNone also between the marks of an executable comment.
   Opaque Kind() const noexcept { return kind_; }
   bool InExecutableComment() const noexcept { return in_executable_; }
 
