@@ -293,6 +293,37 @@ TEST(Tool, TakesInputThatArrivesInPieces) {
   }
 }
 
+// Wherever it is; and by exit, since a parent program does not see a shell's 130.
+TEST(Interrupt, EndsTheToolByExit) {
+  const TemporaryFolder folder;
+  const std::string fifo = folder.Path("fifo");
+  ASSERT_EQ(mkfifo(fifo.c_str(), S_IRWXU), 0);
+  for (const char* command : {"normalize", "shapes"}) {
+    RunningProgram tool({TARN_HOST_PATH, command, fifo});
+    ASSERT_TRUE(tool.AwaitHandlerOf(SIGINT));
+    tool.Signal(SIGINT);
+    const RunResult result = tool.Wait();
+    EXPECT_EQ(result.exit_code, 130) << command;
+    EXPECT_FALSE(result.ended_by_signal) << command;
+  }
+}
+
+// The first ends the input; the report then waits for a reader that does not come.
+TEST(Interrupt, EndsTheReportAtTheSecondTime) {
+  int ends[2];
+  ASSERT_EQ(pipe2(ends, O_CLOEXEC | O_NONBLOCK), 0);
+  const OwnedFd read_end(ends[0]);
+  const OwnedFd write_end(ends[1]);
+  const std::string block(4096, 'x');
+  while (write(write_end.Get(), block.data(), block.size()) > 0) {
+  }
+  fcntl(write_end.Get(), F_SETFL, O_WRONLY);
+  RunningProgram tool({TARN_HOST_PATH, "shapes"}, {.input = "a", .output_fd = write_end.Get()});
+  ASSERT_TRUE(tool.AwaitHandlerOf(SIGINT));
+  for (; tool.Running(); usleep(20'000)) tool.Signal(SIGINT);
+  EXPECT_EQ(tool.Wait().exit_code, 130);
+}
+
 #ifdef TARN_FREED_SECRETS_PATH
 // From standard input to the configuration and back: no block of memory is given back with the
 // password in it.
