@@ -15,6 +15,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
+#include <functional>
 #include <iterator>
 #include <sstream>
 #include <stdexcept>
@@ -32,6 +34,7 @@ namespace tarn::test {
 namespace {
 
 using ::testing::AllOf;
+using ::testing::AnyOf;
 using ::testing::ContainsRegex;
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
@@ -179,10 +182,61 @@ TEST(Trace, RefusesWhatNobodyWouldRead) {
 
 TEST(Check, OutlivesALibraryThatExits) {
   const RunResult result =
-      Tool({"check", TARN_WRONG_PLUGIN_PATH}, {.environment = {"WRONG_PLUGIN_EXITS=1"}});
+      Tool({"check", TARN_WRONG_PLUGIN_PATH}, {.environment = {"WRONG_PLUGIN_DOES=exit"}});
   EXPECT_EQ(result.exit_code, 1);
   EXPECT_THAT(result.output,
               EndsWith("FAIL  leaves its process running: it ended with exit code 0\n"));
+}
+
+TEST(Check, KeepsItsStreamsFromTheLibrary) {
+  for (const char* deed : {"fork", "print"}) {
+    const RunResult result =
+        RunProgram({"timeout", "20", "/bin/sh", "-c", "\"$0\" check \"$1\" 2>&1 | cat",
+                    TARN_HOST_PATH, TARN_WRONG_PLUGIN_PATH},
+                   {.environment = {std::string("WRONG_PLUGIN_DOES=") + deed}});
+    EXPECT_EQ(result.exit_code, 0) << deed;
+    EXPECT_THAT(result.output, AllOf(Not(HasSubstr("everything")), HasSubstr("FAIL  unloads")));
+  }
+}
+
+TEST(Check, WaitsForNoLibraryForEver) {
+  const TemporaryFolder folder;
+  // It would be opened before any code of the library runs.
+  const std::string plugin = folder.Path("libtarn_interface_for_vesta.so");
+  std::filesystem::copy_file(TARN_PLUGIN_PATH, plugin);
+  ASSERT_EQ(mkfifo(folder.Path("libtarn_platform_standin.so").c_str(), S_IRWXU), 0);
+  const std::string stay = "WRONG_PLUGIN_DOES=" + folder.Path("number");
+  for (const std::string& library : {plugin, std::string(TARN_WRONG_PLUGIN_PATH)}) {
+    const RunResult result = Tool({"check", library, "--timeout=1"}, {.environment = {stay}});
+    EXPECT_EQ(result.exit_code, kFailed);
+    EXPECT_THAT(result.output,
+                EndsWith("FAIL  ends in time: still running after 1 s (see --timeout)\n"));
+  }
+}
+
+TEST(Check, TakesTheLibrarysProcessWithIt) {
+  const TemporaryFolder folder;
+  const std::string file = folder.Path("number");
+  for (const int signal : {SIGINT, SIGKILL}) {
+    std::filesystem::remove(file);
+    RunningProgram tool({TARN_HOST_PATH, "check", TARN_WRONG_PLUGIN_PATH},
+                        {.environment = {"WRONG_PLUGIN_DOES=" + file}});
+    pid_t child = 0;
+    while (child == 0 && tool.Running()) std::ifstream(file) >> child;
+    ASSERT_GT(child, 0);
+    tool.Signal(signal);
+    EXPECT_EQ(tool.Wait().exit_code, 128 + signal);
+    // Whose parent is another now; it may stay a zombie.
+    std::string state = "?";
+    for (int round = 0; round < 1000 && state != "Z" && !state.empty(); ++round) {
+      usleep(10'000);
+      state.clear();
+      std::ifstream status("/proc/" + std::to_string(child) + "/stat");
+      for (int field = 0; field < 3; ++field) status >> state;
+      if (!status) state.clear();
+    }
+    EXPECT_THAT(state, AnyOf("Z", "")) << signal;
+  }
 }
 
 TEST(Check, CallsNoOperationOfATableThatIsNotWhole) {
@@ -197,54 +251,146 @@ TEST(Check, CallsNoOperationOfATableThatIsNotWhole) {
   }
 }
 
-// The plug-in's file with a section of the type `type` made over by `change`.
-template <typename Change>
-OwnedFd Crafted(Elf64_Word type, Change change) {
-  const OwnedFd plugin(open(TARN_PLUGIN_PATH, O_RDONLY | O_CLOEXEC));
-  std::string bytes = Content(plugin.Get());
-  Elf64_Ehdr header;
-  std::memcpy(&header, bytes.data(), sizeof header);
-  std::vector<Elf64_Shdr> sections(header.e_shnum);
-  char* const table = bytes.data() + header.e_shoff;
-  std::memcpy(sections.data(), table, sections.size() * sizeof(Elf64_Shdr));
-  for (Elf64_Shdr& section : sections) {
-    if (section.sh_type == type) change(section, sections, bytes);
+// The parts of a library's file that the dynamic loader reads, to be made over.
+struct ElfParts {
+  std::string bytes;
+  Elf64_Ehdr header{};
+  std::vector<Elf64_Phdr> segments;
+  std::vector<Elf64_Dyn> dynamic;
+
+  Elf64_Phdr& Segment(Elf64_Word type, std::ptrdiff_t index = 0) {
+    const auto is_it = [type](const Elf64_Phdr& it) { return it.p_type == type; };
+    return *(std::find_if(segments.begin(), segments.end(), is_it) + index);
   }
-  std::memcpy(table, sections.data(), sections.size() * sizeof(Elf64_Shdr));
-  return ScratchFile(bytes);
+  Elf64_Dyn& Entry(Elf64_Sxword tag) {
+    return *std::find_if(dynamic.begin(), dynamic.end(),
+                         [tag](const Elf64_Dyn& it) { return it.d_tag == tag; });
+  }
+  Elf64_Xword& Value(Elf64_Sxword tag) { return Entry(tag).d_un.d_val; }
+  // Of a table in the first segment, in which an address is an offset in the file.
+  Elf64_Word* Words(Elf64_Sxword tag) { return reinterpret_cast<Elf64_Word*>(&bytes[Value(tag)]); }
+};
+
+using Change = std::function<void(ElfParts&)>;
+
+OwnedFd Crafted(const char* path, const Change& change) {
+  const OwnedFd file(open(path, O_RDONLY | O_CLOEXEC));
+  ElfParts parts;
+  parts.bytes = Content(file.Get());
+  const auto copy = [&parts](auto* to, std::size_t offset, std::size_t count) {
+    std::memcpy(to, &parts.bytes[offset], count * sizeof *to);
+  };
+  copy(&parts.header, 0, 1);
+  const std::size_t table = parts.header.e_phoff;
+  parts.segments.resize(parts.header.e_phnum);
+  copy(parts.segments.data(), table, parts.segments.size());
+  const Elf64_Phdr place = parts.Segment(PT_DYNAMIC);
+  parts.dynamic.resize(place.p_filesz / sizeof(Elf64_Dyn));
+  copy(parts.dynamic.data(), place.p_offset, parts.dynamic.size());
+  change(parts);
+  std::memcpy(&parts.bytes[place.p_offset], parts.dynamic.data(), place.p_filesz);
+  std::memcpy(&parts.bytes[table], parts.segments.data(),
+              parts.segments.size() * sizeof(Elf64_Phdr));
+  std::memcpy(parts.bytes.data(), &parts.header, sizeof parts.header);
+  return ScratchFile(parts.bytes);
+}
+
+// Gives the library a segment more, of that content, which holds the dynamic section.
+void AddDynamicSection(ElfParts& parts, const std::vector<Elf64_Dyn>& entries) {
+  constexpr Elf64_Addr kAddress = 1U << 30U;
+  const std::size_t size = entries.size() * sizeof(Elf64_Dyn);
+  Elf64_Phdr& segment = parts.Segment(PT_GNU_STACK);
+  segment = parts.Segment(PT_LOAD);
+  segment.p_offset = parts.bytes.size();
+  segment.p_vaddr = kAddress;
+  segment.p_filesz = segment.p_memsz = size;
+  parts.Segment(PT_DYNAMIC).p_vaddr = kAddress;
+  parts.bytes.append(reinterpret_cast<const char*>(entries.data()), size);
 }
 
 // A file must decide neither where the reader looks nor what it costs.
 TEST(Check, RefusesCraftedTables) {
-  using Sections = std::vector<Elf64_Shdr>;
-  const OwnedFd plugin(open(TARN_PLUGIN_PATH, O_RDONLY | O_CLOEXEC));
-  const OwnedFd files[] = {
-      // Cut within its header, and before its tables.
-      ScratchFile(Content(plugin.Get()).substr(0, sizeof(Elf64_Ehdr) - 1)),
-      ScratchFile(Content(plugin.Get()).substr(0, sizeof(Elf64_Ehdr))),
-      Crafted(SHT_DYNSYM, [](Elf64_Shdr& it, Sections& all, auto&) { all.back() = it; }),
-      Crafted(SHT_DYNAMIC, [](Elf64_Shdr& it, Sections& all, auto&) { all.back() = it; }),
-      Crafted(SHT_DYNSYM, [](Elf64_Shdr& it, Sections&, auto&) { it.sh_size = ~0ULL; }),
-      Crafted(SHT_DYNSYM, [](Elf64_Shdr& it, Sections&, auto&) { it.sh_offset = ~0ULL - 7; }),
-      Crafted(SHT_DYNSYM, [](Elf64_Shdr& it, Sections&, auto&) { it.sh_link = 60'000; }),
-      Crafted(SHT_DYNAMIC,
-              [](Elf64_Shdr& it, Sections& all, auto&) { all[it.sh_link].sh_offset = ~0ULL; }),
-      Crafted(SHT_DYNAMIC,
-              [](Elf64_Shdr& it, Sections& all, auto&) { all[it.sh_link].sh_size = 1; }),
-      Crafted(
-          SHT_DYNAMIC,
-          [](auto&, auto&, std::string& bytes) { bytes[offsetof(Elf64_Ehdr, e_type)] = ET_EXEC; }),
-      // A name that never ends.
-      Crafted(SHT_DYNAMIC, [](Elf64_Shdr& it, Sections& all, std::string& bytes) {
-        std::fill_n(bytes.begin() + static_cast<std::ptrdiff_t>(all[it.sh_link].sh_offset),
-                    all[it.sh_link].sh_size, 'x');
-      })};
-  for (const OwnedFd& file : files) {
+  const std::pair<const char*, Change> rows[] = {
+      {"program headers", [](ElfParts& it) { it.header.e_phoff = ~0ULL - 7; }},
+      {"size of a header", [](ElfParts& it) { it.header.e_phentsize = 1; }},
+      {"type", [](ElfParts& it) { it.header.e_type = ET_EXEC; }},
+      {"no dynamic section", [](ElfParts& it) { it.Segment(PT_DYNAMIC).p_type = PT_NULL; }},
+      {"dynamic section", [](ElfParts& it) { it.Segment(PT_DYNAMIC).p_vaddr = ~0ULL; }},
+      {"end of memory", [](ElfParts& it) { it.Segment(PT_LOAD, 1).p_memsz = ~0ULL; }},
+      {"end of the file", [](ElfParts& it) { it.Segment(PT_LOAD, 1).p_offset = ~0ULL - 4095; }},
+      {"size in the file", [](ElfParts& it) { it.Segment(PT_LOAD).p_filesz = ~0ULL; }},
+      {"one page for two", [](ElfParts& it) { it.Segment(PT_LOAD, 1).p_vaddr = 0; }},
+      {"names", [](ElfParts& it) { it.Value(DT_STRTAB) = 1ULL << 62U; }},
+      {"symbols", [](ElfParts& it) { it.Value(DT_SYMTAB) = ~0ULL; }},
+      {"no symbols", [](ElfParts& it) { it.Entry(DT_SYMTAB).d_tag = DT_DEBUG; }},
+      {"hash table", [](ElfParts& it) { it.Value(DT_GNU_HASH) = ~0ULL - 7; }},
+      {"buckets", [](ElfParts& it) { it.Words(DT_GNU_HASH)[0] = ~0U; }},
+      {"bucket before the table", [](ElfParts& it) { it.Words(DT_GNU_HASH)[1] = ~0U; }},
+      {"symbol past DT_HASH",
+       [](ElfParts& it) {
+         it.Entry(DT_GNU_HASH).d_tag = DT_HASH;
+         it.Words(DT_HASH)[1] = 1;
+       }},
+      {"name without an end",
+       [](ElfParts& it) {
+         const std::size_t end = it.Segment(PT_LOAD).p_filesz;
+         it.bytes[end - 1] = 'x';
+         it.Value(DT_SONAME) = end - 1 - it.Value(DT_STRTAB);
+       }},
+      {"many names",
+       [](ElfParts& it) {
+         AddDynamicSection(it, std::vector<Elf64_Dyn>(1 << 20, {DT_SONAME, {}}));
+       }},
+  };
+  for (const auto& [name, change] : rows) {
+    const OwnedFd file = Crafted(TARN_PLUGIN_PATH, change);
     const RunResult result = Tool({"check", "/dev/stdin"}, {.input_fd = file.Get()});
-    EXPECT_EQ(result.exit_code, 2) << result.output;
-    EXPECT_THAT(result.errors, AllOf(IsOneErrorLine(),
-                                     ContainsRegex("damaged ELF file|not an ELF shared object\n")));
+    EXPECT_EQ(result.exit_code, 2) << name << ": " << result.output;
+    EXPECT_THAT(result.errors,
+                AllOf(IsOneErrorLine(), ContainsRegex("damaged ELF file|not an ELF shared object")))
+        << name;
   }
+  const OwnedFd plugin(open(TARN_PLUGIN_PATH, O_RDONLY | O_CLOEXEC));
+  for (const std::size_t size : {sizeof(Elf64_Ehdr) - 1, sizeof(Elf64_Ehdr)}) {
+    const OwnedFd cut = ScratchFile(Content(plugin.Get()).substr(0, size));
+    EXPECT_THAT(Tool({"check", "/dev/stdin"}, {.input_fd = cut.Get()}).errors,
+                HasSubstr("damaged ELF file"));
+  }
+}
+
+// What the loader ignores hides nothing, and what it looks at counts.
+TEST(Check, ReadsWhatTheLoaderReads) {
+  const auto facts = [](const char* path, const Change& change) {
+    return Tool({"check", "/dev/stdin"}, {.input_fd = Crafted(path, change).Get()}).output;
+  };
+  const std::string more =
+      "FAIL  exports the entry function alone: GetProductInterfaceForVESTA, _ZT";
+  EXPECT_THAT(facts(TARN_WRONG_PLUGIN_PATH,
+                    [](ElfParts& it) { it.header.e_shoff = it.header.e_shnum = 0; }),
+              AllOf(HasSubstr(more), HasSubstr("FAIL  has no unique symbols: pinned")));
+  // The first symbol is nobody's, so that the second needs an import made findable.
+  EXPECT_THAT(facts(TARN_PLUGIN_PATH,
+                    [](ElfParts& it) {
+                      auto* symbols = reinterpret_cast<Elf64_Sym*>(it.Words(DT_SYMTAB));
+                      symbols[1].st_value = 1;
+                    }),
+              HasSubstr("FAIL  exports the entry function alone: "));
+  // Of two entries of one tag, the later.
+  EXPECT_THAT(facts(TARN_PLUGIN_PATH,
+                    [](ElfParts& it) {
+                      AddDynamicSection(it, {it.Entry(DT_STRTAB),
+                                             it.Entry(DT_SONAME),
+                                             {DT_SONAME, {it.Value(DT_NEEDED)}},
+                                             {DT_NULL, {}}});
+                    }),
+              AllOf(HasSubstr("FAIL  soname: libboost"),
+                    HasSubstr("FAIL  exports the entry function alone: none")));
+  EXPECT_THAT(facts(TARN_PLUGIN_PATH,
+                    [](ElfParts& it) {
+                      AddDynamicSection(
+                          it, {it.Entry(DT_STRTAB), {DT_FLAGS_1, {DF_1_NODELETE}}, {DT_NULL, {}}});
+                    }),
+              HasSubstr("FAIL  allows unloading: DF_1_NODELETE"));
 }
 
 // "secret" under algorithm 18 and a key of 64 "a".
