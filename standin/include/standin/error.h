@@ -8,7 +8,8 @@ namespace tarn::standin {
 // What went wrong; those of the cipher as QuillAESCipher::decryptEx returns them.
 enum class Code : unsigned int {
   kSuccess = 0,
-  // The system configuration, or the setting asked for, is missing or unfit. No code of the cipher.
+  // The system configuration, the setting asked for or a number of the process is missing or unfit.
+  // No code of the cipher.
   kConfiguration = 1,
   kUnknownAlgorithm = 701,
   kKeyFileNotNamed = 702,
