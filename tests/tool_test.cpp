@@ -18,6 +18,7 @@
 #include <fstream>
 #include <functional>
 #include <iterator>
+#include <optional>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -26,6 +27,7 @@
 #include <utility>
 #include <vector>
 
+#include "sql/errors.h"
 #include "support/case_file.h"
 #include "support/surroundings.h"
 #include "support/tool.h"
@@ -493,16 +495,100 @@ TEST(Passwords, AreWipedBehindEveryCommand) {
 }
 #endif
 
-// `encrypt` on a terminal of its own.
-class EncryptOnATerminal : public testing::Test {
- protected:
-  EncryptOnATerminal() {
+// A terminal: a program writes to one end, and the test reads the other.
+class PseudoTerminal {
+ public:
+  PseudoTerminal() {
     grantpt(own_end_.Get());
     unlockpt(own_end_.Get());
   }
 
+  int OwnEnd() const noexcept { return own_end_.Get(); }
+  OwnedFd ProgramsEnd() const {
+    return OwnedFd(open(ptsname(own_end_.Get()), O_RDWR | O_NOCTTY | O_CLOEXEC));
+  }
+
+  // Everything up to the end of the last program that has it open.
+  std::string Screen() const {
+    std::string screen;
+    char block[4096];
+    for (ssize_t got = 0; (got = read(own_end_.Get(), block, sizeof block)) > 0;) {
+      screen.append(block, static_cast<std::size_t>(got));
+    }
+    return screen;
+  }
+
+ private:
+  const OwnedFd own_end_{posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC)};
+};
+
+// Whatever strangers wrote: statements, names, files, libraries.
+TEST(Terminal, ObeysNoStranger) {
+  const std::string bad = "a\x1B]0;b\x07\x7F\xC2\x9B\x9B\r";
+  const TemporaryFolder folder;
+  const std::string path = folder.Write("key" + bad, "x");
+  const std::string library = folder.Path(bad);
+  std::ofstream(library, std::ios::binary)
+      << Content(Crafted(TARN_PLUGIN_PATH, [&](ElfParts& it) {
+                   const auto name = it.Value(DT_STRTAB) + it.Value(DT_NEEDED);
+                   it.bytes.replace(name, bad.size(), bad);
+                 }).Get());
+  folder.Write("sys.json",
+               R"({"databases": {"db": [{"type": "\u009b\u001b", "user": "\u0007\u007f",)"
+               R"( "password": ""}]}})");
+  const std::vector<std::string> commands[] = {{"normalize"},
+                                               {"normalize", "--pairs"},
+                                               {"normalize", "--input=lines", "--pairs"},
+                                               {"normalize", "--input=nul"},
+                                               {"normalize", "--dialect=" + bad},
+                                               {"normalize", bad},
+                                               {"trace"},
+                                               {"trace", bad},
+                                               {"shapes", "--examples"},
+                                               {"shapes", "--exact"},
+                                               {"shapes", "--json"},
+                                               {"map", bad},
+                                               {"map", "0", "--plugin", path},
+                                               {"check", library},
+                                               {"check", path},
+                                               {"config", "db"},
+                                               {"config", "db", "--json"},
+                                               {"config", bad},
+                                               {"keygen", path},
+                                               {"encrypt", "--key", path},
+                                               {bad}};
+  for (const std::vector<std::string>& command : commands) {
+    const PseudoTerminal terminal;
+    std::vector<std::string> words{"/bin/sh", "-c", "exec \"$@\" 2>&1", "sh", TARN_HOST_PATH};
+    words.insert(words.end(), command.begin(), command.end());
+    std::optional<OwnedFd> end = terminal.ProgramsEnd();
+    RunningProgram tool(words, {.input = bad + "\n;1.0e999" + bad,
+                                .environment = {"NO_COLOR=1", "TARN_LOG_LEVEL=debug",
+                                                "TARN_SYS_CONF=" + folder.Path("sys.json"),
+                                                "TARN_KEY_FILE=" + path},
+                                .output_fd = end->Get()});
+    end.reset();
+    std::string screen = terminal.Screen();
+    tool.Wait();
+    // The terminal itself begins lines so.
+    for (std::size_t at = 0; (at = screen.find("\r\n", at)) != std::string::npos;)
+      screen.erase(at, 1);
+    std::erase(screen, '\0');
+    EXPECT_NE(screen, "");
+    EXPECT_EQ(host::Printable(screen), screen) << testing::PrintToString(command);
+  }
+}
+
+// Elsewhere bytes are kept.
+TEST(Normalize, WritesBytesAsTheyAre) {
+  EXPECT_EQ(Tool({"normalize"}, {.input = "\x1B\xC2\x9B\x9B"}).output, "\x1B\xC2\x9B\x9B;\n");
+}
+
+// `encrypt` on a terminal of its own.
+class EncryptOnATerminal : public testing::Test {
+ protected:
   RunningProgram Start() {
-    const OwnedFd end(open(ptsname(own_end_.Get()), O_RDWR | O_NOCTTY | O_CLOEXEC));
+    const OwnedFd end = terminal_.ProgramsEnd();
     return RunningProgram({"/usr/bin/setsid", "--ctty", TARN_HOST_PATH, "encrypt", "--key",
                            folder_.Write("some.key", std::string(64, 'a')), "--algorithm=18"},
                           {.input_fd = end.Get()});
@@ -513,13 +599,14 @@ class EncryptOnATerminal : public testing::Test {
     std::string asked;
     while (asked.find("Password: ") == std::string::npos) {
       char block[256];
-      const ssize_t got = read(own_end_.Get(), block, sizeof block);
+      const ssize_t got = read(terminal_.OwnEnd(), block, sizeof block);
       if (got <= 0) throw std::runtime_error("the program has gone after: " + asked);
       asked.append(block, static_cast<std::size_t>(got));
     }
     screen_ += asked;
     while (Echoes()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    ASSERT_EQ(write(own_end_.Get(), keys.data(), keys.size()), static_cast<ssize_t>(keys.size()));
+    ASSERT_EQ(write(terminal_.OwnEnd(), keys.data(), keys.size()),
+              static_cast<ssize_t>(keys.size()));
   }
 
   RunResult Enter(const std::string& password, const std::string& again) {
@@ -531,12 +618,12 @@ class EncryptOnATerminal : public testing::Test {
 
   bool Echoes() const {
     termios settings{};
-    tcgetattr(own_end_.Get(), &settings);
+    tcgetattr(terminal_.OwnEnd(), &settings);
     return (settings.c_lflag & ECHO) != 0;
   }
 
   const TemporaryFolder folder_;
-  const OwnedFd own_end_{posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC)};
+  const PseudoTerminal terminal_;
   std::string screen_;
 };
 
@@ -560,7 +647,7 @@ TEST_F(EncryptOnATerminal, TurnsTheEchoOnWhenInterrupted) {
   const std::jthread again([this](const std::stop_token& stop) {
     while (!stop.stop_requested()) {
       std::this_thread::sleep_for(std::chrono::milliseconds(100));
-      if (write(own_end_.Get(), "\x03", 1) != 1) return;
+      if (write(terminal_.OwnEnd(), "\x03", 1) != 1) return;
     }
   });
   EXPECT_EQ(tool.Wait().exit_code, 130);

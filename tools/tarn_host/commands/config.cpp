@@ -158,7 +158,7 @@ void PrintTable(const Answers& answers, const std::string& password, Output& out
   for (auto& [label, value] : rows) {
     // No blanks at a line's end where there is no value.
     if (!value.empty()) label.resize(width, ' ');
-    output.Write(label + OneLine(value) + '\n');
+    output.Write(OneLine(label) + OneLine(value) + '\n');
   }
 }
 
