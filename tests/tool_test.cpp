@@ -594,19 +594,22 @@ class EncryptOnATerminal : public testing::Test {
                           {.input_fd = end.Get()});
   }
 
-  // Types `keys` once the program has asked and turned the echo off.
-  void Answer(const std::string& keys) {
+  // Waits for a question, with the echo off.
+  void AwaitQuestion() {
     std::string asked;
-    while (asked.find("Password: ") == std::string::npos) {
+    while (!asked.ends_with(": ")) {
       char block[256];
       const ssize_t got = read(terminal_.OwnEnd(), block, sizeof block);
       if (got <= 0) throw std::runtime_error("the program has gone after: " + asked);
       asked.append(block, static_cast<std::size_t>(got));
     }
     screen_ += asked;
-    while (Echoes()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    ASSERT_EQ(write(terminal_.OwnEnd(), keys.data(), keys.size()),
-              static_cast<ssize_t>(keys.size()));
+    EXPECT_FALSE(Echoes());
+  }
+
+  void Answer(const std::string& keys) {
+    AwaitQuestion();
+    ASSERT_EQ(write(terminal_.OwnEnd(), keys.data(), keys.size()), std::ssize(keys));
   }
 
   RunResult Enter(const std::string& password, const std::string& again) {
@@ -640,18 +643,37 @@ TEST_F(EncryptOnATerminal, RefusesASlip) {
   EXPECT_THAT(result.errors, HasSubstr("tarn_host: encrypt:"));
 }
 
-TEST_F(EncryptOnATerminal, TurnsTheEchoOnWhenInterrupted) {
+TEST_F(EncryptOnATerminal, TurnsTheEchoOnWhateverEndsIt) {
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGALRM, SIGUSR1, SIGRTMIN}) {
+    RunningProgram tool = Start();
+    AwaitQuestion();
+    tool.Signal(signal);
+    EXPECT_EQ(tool.Wait().exit_code, 128 + signal);
+    EXPECT_TRUE(Echoes()) << signal;
+  }
   RunningProgram tool = Start();
   Answer("\x03");
-  // Between turning the echo off and reading, the library only takes note of the signal.
-  const std::jthread again([this](const std::stop_token& stop) {
-    while (!stop.stop_requested()) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(100));
-      if (write(terminal_.OwnEnd(), "\x03", 1) != 1) return;
-    }
-  });
   EXPECT_EQ(tool.Wait().exit_code, 130);
   EXPECT_TRUE(Echoes());
+}
+
+// A process that nobody could wake, since its parent is in another session, is not stopped; a shell
+// stands for the one at the terminal.
+TEST_F(EncryptOnATerminal, IsSuspendedWithTheEchoOn) {
+  const std::string state = folder_.Path("state");
+  const OwnedFd end = terminal_.ProgramsEnd();
+  RunningProgram shell(
+      {"/usr/bin/setsid", "--ctty", "/bin/bash", "-mc",
+       "\"$0\" encrypt --key \"$1\" --algorithm=18; stty -a <&0 >\"$2\"; fg >/dev/null",
+       TARN_HOST_PATH, folder_.Write("some.key", std::string(64, 'a')), state},
+      {.input_fd = end.Get()});
+  Answer("\x1A");
+  Answer("secret\n");
+  Answer("secret\n");
+  EXPECT_EQ(shell.Wait().output, kEncipheredSecret);
+  std::ifstream settings(state);
+  const std::string text{std::istreambuf_iterator<char>(settings), {}};
+  EXPECT_THAT(text, HasSubstr(" echo "));
 }
 
 }  // namespace

@@ -41,12 +41,12 @@ void ExitOnInterrupt() noexcept {
   action.sa_handler = OnSignal;
   action.sa_flags = SA_RESTART;
   sigaction(SIGINT, &action, nullptr);
-  sigaction(SIGALRM, &action, nullptr);
 }
 
 InterruptWatch::InterruptWatch() : event_fd_(eventfd(0, EFD_CLOEXEC)) {
   if (event_fd_ < 0) throw ToolError(SystemReason("eventfd", errno));
   assert(watching_fd == kNowhere);
+  std::signal(SIGALRM, OnSignal);
   watching_fd = event_fd_;
 }
 
