@@ -110,7 +110,7 @@ TEST(Tool, EndsInSilenceWhenTheReaderGoesAway) {
 // Whatever the tool opens must not take the number of a standard stream.
 TEST(Tool, ReportsClosedStreams) {
   const auto run = [](const std::string& command) {
-    return RunProgram({"/bin/sh", "-c", TARN_HOST_PATH " " + command});
+    return RunProgram({"/bin/sh", "-c", "\"$0\" " + command, TARN_HOST_PATH});
   };
   EXPECT_EQ(run("shapes <&-").errors, "tarn_host: standard input: Bad file descriptor\n");
   EXPECT_EQ(run("map 0 >&-").errors,
@@ -124,8 +124,9 @@ TEST(Tool, TellsItsVersionAndHelpsWithExamples) {
 }
 
 TEST(Tool, EndsWithTheWorstOfItsExitCodes) {
-  const RunResult result = RunProgram(
-      {"/bin/sh", "-c", TARN_HOST_PATH " normalize /no/such - 2>&1"}, {.input = "a;x=1.0e999;b"});
+  const RunResult result =
+      RunProgram({"/bin/sh", "-c", "\"$0\" normalize /no/such - 2>&1", TARN_HOST_PATH},
+                 {.input = "a;x=1.0e999;b"});
   EXPECT_EQ(result.exit_code, kTrouble);
   // On a screen that shows both streams, in order.
   EXPECT_THAT(result.output, ContainsRegex("/no/such.*\na;\n.*statement 2"));
@@ -154,24 +155,27 @@ TEST(Tool, CheckTellsWhatIsWrongWithALibrary) {
       HasSubstr("FAIL  MapErrorCode"));
 }
 
-// The tool brings no platform along that could stand in for the missing one.
+// The tool brings no platform along that could take the place of the missing one, whose name is one
+// that no system has installed.
 TEST(Plugins, FindTheirPlatformThemselves) {
   const TemporaryFolder folder;
-  const std::string alone = folder.Path("libtarn_interface_for_vesta.so");
-  std::filesystem::copy_file(TARN_PLUGIN_PATH, alone);
+  const std::string platform = "libtarn_platform_missing.so";
+  const OwnedFd plugin(open(TARN_PLUGIN_PATH, O_RDONLY | O_CLOEXEC));
+  std::string bytes = Content(plugin.Get());
+  bytes.replace(bytes.find("libtarn_platform_standin.so"), platform.size(), platform);
+  const std::string alone = folder.Write("libtarn_interface_for_vesta.so", bytes);
   RunResult result = Tool({"check", alone});
   EXPECT_EQ(result.exit_code, 1);
   EXPECT_THAT(result.output, AllOf(HasSubstr("FAIL  loads: "),
-                                   HasSubstr("FAIL  finds libtarn_platform_standin.so: not found"),
+                                   HasSubstr("FAIL  finds " + platform + ": not found"),
                                    ContainsRegex("pass  finds libstdc")));
-  const std::string damaged = folder.Write("libtarn_platform_standin.so", "no library");
-  EXPECT_THAT(Tool({"check", alone}).output,
-              HasSubstr("pass  finds libtarn_platform_standin.so: " + damaged));
+  const std::string damaged = folder.Write(platform, "no library");
+  EXPECT_THAT(Tool({"check", alone}).output, HasSubstr("pass  finds " + platform + ": " + damaged));
   std::filesystem::remove(damaged);
   for (const char* command : {"map", "config", "normalize", "shapes"}) {
     result = Tool({command, "0", "--plugin", alone});
     EXPECT_EQ(result.exit_code, 2);
-    EXPECT_THAT(result.errors, AllOf(IsOneErrorLine(), HasSubstr("libtarn_platform_standin.so")));
+    EXPECT_THAT(result.errors, AllOf(IsOneErrorLine(), HasSubstr(platform)));
   }
 }
 
@@ -477,12 +481,14 @@ TEST(Interrupt, EndsTheReportAtTheSecondTime) {
 // password in it.
 TEST(Passwords, AreWipedBehindEveryCommand) {
   const TemporaryFolder folder;
+  // The loader takes a blank in a name for the end of it.
+  const std::string preload = folder.Path("freed_secrets.so");
+  std::filesystem::copy_file(TARN_FREED_SECRETS_PATH, preload);
   const std::string secret = "correct horse battery staple";
-  RunOptions options{
-      .input = secret + "\r\n",
-      .environment = {"LD_PRELOAD=" TARN_FREED_SECRETS_PATH, "FREED_SECRET=" + secret,
-                      "TARN_SYS_CONF=" + folder.Path("sys.json"),
-                      "TARN_KEY_FILE=" + folder.Write("key", std::string(64, 'a'))}};
+  RunOptions options{.input = secret + "\r\n",
+                     .environment = {"LD_PRELOAD=" + preload, "FREED_SECRET=" + secret,
+                                     "TARN_SYS_CONF=" + folder.Path("sys.json"),
+                                     "TARN_KEY_FILE=" + folder.Write("key", std::string(64, 'a'))}};
   std::string text = Tool({"encrypt"}, options).output;
   ASSERT_GT(text.size(), secret.size());
   text.pop_back();
