@@ -53,16 +53,20 @@ pinned:
 
 namespace {
 
+// Writes the number of its process to the file that WRONG_PLUGIN_FILE names, and stays.
+void Stay() {
+  std::ofstream(std::getenv("WRONG_PLUGIN_FILE")) << getpid() << std::endl;
+  sleep(60);
+  _exit(0);
+}
+
 void Misbehave(const std::string& deed) {
   if (deed == "exit") std::exit(0);
+  if (deed == "stay") Stay();
   // Leaves a process with all its streams.
-  if (deed == "fork" && fork() == 0) sleep(60);
-  if (deed == "print") std::puts("pass  everything: yes");
-  // Writes the number of its process to the file of that name and stays.
-  if (deed.starts_with('/')) {
-    std::ofstream(deed) << getpid() << std::endl;
-    sleep(60);
-  }
+  if (deed == "fork" && fork() == 0) Stay();
+  std::fputs("pass  everything: yes", stderr);
+  std::puts("pass  everything: yes");
 }
 
 }  // namespace

@@ -46,8 +46,8 @@ void ExitOnInterrupt() noexcept {
 InterruptWatch::InterruptWatch() : event_fd_(eventfd(0, EFD_CLOEXEC)) {
   if (event_fd_ < 0) throw ToolError(SystemReason("eventfd", errno));
   assert(watching_fd == kNowhere);
-  std::signal(SIGALRM, OnSignal);
   watching_fd = event_fd_;
+  std::signal(SIGALRM, OnSignal);
 }
 
 InterruptWatch::~InterruptWatch() {

@@ -108,14 +108,15 @@ class PlatformWarnings {
   }
 
   // The first warning that tells why an answer can't be had; empty where all can. The plug-in tries
-  // a password with two algorithms. One warning of the cipher is of the algorithm that it was not
-  // enciphered with; of two, the other tells what is wrong.
+  // a password with two algorithms: that it was enciphered with another one is no cause, unless it
+  // is so for both.
   std::string FirstCause() const {
-    const bool deciphered = std::count_if(warnings_.begin(), warnings_.end(), OfTheCipher) < 2;
-    const auto cause =
-        std::find_if(warnings_.begin(), warnings_.end(), [deciphered](const Warning& it) {
-          return !OfTheCipher(it) || (!deciphered && it.code != standin::Code::kOtherAlgorithm);
-        });
+    const auto of_other = [](const Warning& it) {
+      return it.code == standin::Code::kOtherAlgorithm;
+    };
+    const bool of_neither = std::count_if(warnings_.begin(), warnings_.end(), of_other) > 1;
+    const auto cause = std::find_if(warnings_.begin(), warnings_.end(),
+                                    [&](const Warning& it) { return of_neither || !of_other(it); });
     return cause == warnings_.end() ? "" : cause->message;
   }
 
@@ -124,10 +125,6 @@ class PlatformWarnings {
     standin::Code code;
     std::string message;
   };
-
-  static bool OfTheCipher(const Warning& warning) {
-    return warning.code != standin::Code::kConfiguration;
-  }
 
   static void Add(void* context, standin::Code code, const char* message) {
     static_cast<PlatformWarnings*>(context)->warnings_.push_back({code, message});
