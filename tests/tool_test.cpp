@@ -35,7 +35,6 @@ namespace tarn::test {
 namespace {
 
 using ::testing::AllOf;
-using ::testing::AnyOf;
 using ::testing::ContainsRegex;
 using ::testing::EndsWith;
 using ::testing::HasSubstr;

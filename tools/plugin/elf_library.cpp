@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <map>
 #include <string>
 #include <type_traits>
@@ -102,7 +103,7 @@ class ElfImage {
   void ReadHeaders() {
     Elf64_Ehdr header{};
     ReadInto(&header, std::min<std::uint64_t>(size_, sizeof header), 0);
-    if (!std::equal(ELFMAG, ELFMAG + SELFMAG, header.e_ident)) Fail("not an ELF file");
+    if (std::memcmp(header.e_ident, ELFMAG, SELFMAG) != 0) Fail("not an ELF file");
     if (header.e_ident[EI_CLASS] != ELFCLASS64 || header.e_ident[EI_DATA] != ELFDATA2LSB) {
       Fail("not a 64-bit little-endian ELF file");
     }
