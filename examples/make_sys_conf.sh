@@ -30,10 +30,10 @@ tarn_host=$1 key_file=$2 sample=$3 output=$4
 
 # A new file of its owner's, whatever lies in the folder.
 umask 077
-unfinished=$(mktemp "$output.XXXXXX")
-trap 'rm -f "$unfinished"' EXIT
+unfinished=$(mktemp -- "$output.XXXXXX")
+trap 'rm -f -- "$unfinished"' EXIT
 trap 'exit 130' HUP INT TERM
-[ -e "$key_file" ] || "$tarn_host" keygen "$key_file"
+[ -e "$key_file" ] || "$tarn_host" keygen -- "$key_file"
 
 # A JSON text up to its closing quote.
 text='\(\([^"\\]\|\\.\)*\)'
@@ -56,9 +56,9 @@ while IFS= read -r line || [ -n "$line" ]; do
     *\\*) fail "$sample: only \\\" and \\\\ may be escaped in a password" ;;
     esac
     enciphered=$(printf '%s\n' "$escaped" | sed 's/\\\(["\\]\)/\1/g' |
-      "$tarn_host" encrypt --algorithm "$algorithm" --key "$key_file")
+      "$tarn_host" encrypt --algorithm "$algorithm" "--key=$key_file")
     line=$before\"$enciphered\"$after
   done
   printf '%s\n' "$line"
 done <"$sample" >"$unfinished"
-mv -T "$unfinished" "$output"
+mv -T -- "$unfinished" "$output"

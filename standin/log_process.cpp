@@ -1,21 +1,31 @@
-// Records go to standard error, one line each, with "-" for the code of a record that has none:
+// Records go to standard error, one line and one write each, with "-" for the code of a record that
+// has none:
 //
 //   LEVEL CODE FILE:LINE FUNCTION: MESSAGE
 //
 // TARN_LOG_LEVEL holds the least severe level that is written ("error", "warn", "debug") or "off";
 // "warn" when unset. It is looked up for each record, and a word that is none of these is reported
 // once.
+//
+// There is no lock, which a forked child might inherit held. Lines of up to PIPE_BUF bytes stay
+// whole between threads and processes; a longer one may mix with others in a pipe. While a pipe is
+// full, the caller waits for its reader, and nobody else does unless it has a record to write, too.
+// Where the reader has gone, the record is lost and the process goes on.
 #include "platform/log_process.h"
 
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
-#include <mutex>
+#include <ctime>
 #include <string>
 #include <string_view>
+
+#include "sql/errors.h"
 
 namespace {
 
@@ -23,32 +33,44 @@ namespace {
 enum Level : std::ptrdiff_t { kOff, kError, kWarn, kDebug };
 constexpr std::array<std::string_view, 4> kLevelWords{"off", "error", "warn", "debug"};
 
-// The text with every control character as "\xHH", so that it can neither end the line nor steer a
-// terminal. Other bytes pass as they are: no character set is implied.
 std::string Visible(const char* text) {
-  constexpr std::string_view kHexDigits = "0123456789abcdef";
-  constexpr unsigned char kDelete = 0x7f;
-  std::string visible;
-  for (const char c : std::string_view(text == nullptr ? "(null)" : text)) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (byte < ' ' || byte == kDelete) {
-      visible += {'\\', 'x', kHexDigits[byte >> 4U], kHexDigits[byte & 0xfU]};
-    } else {
-      visible += c;
-    }
-  }
-  return visible;
+  return tarn::host::OneLine(text == nullptr ? "(null)" : text);
 }
+
+// Keeps SIGPIPE from the process while this thread writes to a pipe that nobody reads. A signal
+// that was waiting before still is.
+class BrokenPipeGuard {
+ public:
+  BrokenPipeGuard() noexcept {
+    sigset_t waiting;
+    sigpending(&waiting);
+    was_waiting_ = sigismember(&waiting, SIGPIPE) == 1;
+    sigemptyset(&pipe_signal_);
+    sigaddset(&pipe_signal_, SIGPIPE);
+    pthread_sigmask(SIG_BLOCK, &pipe_signal_, &old_mask_);
+  }
+  BrokenPipeGuard(const BrokenPipeGuard&) = delete;
+  BrokenPipeGuard& operator=(const BrokenPipeGuard&) = delete;
+  ~BrokenPipeGuard() {
+    const timespec at_once{};
+    // Takes the signal, where the write has raised it.
+    if (!was_waiting_) TEMP_FAILURE_RETRY(sigtimedwait(&pipe_signal_, nullptr, &at_once));
+    pthread_sigmask(SIG_SETMASK, &old_mask_, nullptr);
+  }
+
+ private:
+  sigset_t pipe_signal_;
+  sigset_t old_mask_;
+  bool was_waiting_;
+};
 
 // `mark` is the level and the code.
 void Write(const std::string& mark, const char* message, const LocationInfo& location) {
   const std::string line = mark + ' ' + Visible(location.File()) + ':' +
                            std::to_string(location.Line()) + ' ' + Visible(location.Function()) +
                            ": " + Visible(message) + '\n';
-  // Keeps the lines of several threads apart, since a line may take several writes. Processes that
-  // share a pipe have no lock in common: lines of more than PIPE_BUF bytes may mix.
-  static constinit std::mutex output_lock;
-  const std::lock_guard lock(output_lock);
+  const BrokenPipeGuard guard;
+  // The system takes all at once, unless a signal comes or its disk is full.
   for (std::string_view rest(line); !rest.empty();) {
     const ssize_t written = TEMP_FAILURE_RETRY(write(STDERR_FILENO, rest.data(), rest.size()));
     // There is nowhere left to say that the log is lost.
@@ -66,12 +88,12 @@ void Log(Level level, const std::string& mark, const char* message, const Locati
   auto most = std::find(kLevelWords.begin(), kLevelWords.end(), wanted) - kLevelWords.begin();
   if (most > kDebug) {
     most = kWarn;
-    static constinit std::once_flag reported;
-    std::call_once(reported, [&] {
+    static constinit std::atomic_flag reported;
+    if (!reported.test_and_set()) {
       const std::string trouble = std::string("TARN_LOG_LEVEL: \"") + wanted +
                                   "\" is none of off, error, warn, debug; warn is used";
       Write("WARN -", trouble.c_str(), LocationInfo("log_process.cpp", "Log", __LINE__));
-    });
+    }
   }
   if (level <= most) Write(mark, message, location);
   errno = caller_errno;

@@ -1,7 +1,7 @@
 #include "platform/quill_aes_cipher.h"
 
-#include "platform/log_process.h"
 #include "standin/password_cipher.h"
+#include "standin/warning.h"
 
 // The key is that of the file named by TARN_KEY_FILE, read for each call; codes are those of
 // Code. On failure `plainText` is as it was and a warning tells the reason. Any thread may call.
@@ -15,7 +15,7 @@ unsigned int QuillAESCipher::decryptEx(const std::string& cipherText, std::strin
     plainText.assign(reinterpret_cast<const char*>(password.data()), password.size());
     return static_cast<unsigned int>(Code::kSuccess);
   } catch (const Error& error) {
-    LogProcess::Warn(error.what(), LocationInfo("quill_aes_cipher.cpp", __func__, __LINE__));
+    Warn(error, LocationInfo("quill_aes_cipher.cpp", __func__, __LINE__));
     return static_cast<unsigned int>(error.code);
   }
 }

@@ -10,11 +10,12 @@
 #include <string>
 #include <string_view>
 
-#include "platform/log_process.h"
+#include "standin/warning.h"
 
 namespace {
 
 unsigned int FromEnvironment(const char* variable, unsigned int fallback, const char* function) {
+  using namespace tarn::standin;
   const char* const value = std::getenv(variable);
   if (value == nullptr) return fallback;
   const char* const end = value + std::string_view(value).size();
@@ -24,7 +25,7 @@ unsigned int FromEnvironment(const char* variable, unsigned int fallback, const 
   const std::string message = std::string(variable) + ": \"" + value +
                               "\" is no unsigned 32-bit decimal number; " +
                               std::to_string(fallback) + " is used";
-  LogProcess::Warn(message.c_str(), LocationInfo("quill_process.cpp", function, __LINE__));
+  Warn(Error(Code::kConfiguration, message), LocationInfo("quill_process.cpp", function, __LINE__));
   return fallback;
 }
 

@@ -10,7 +10,8 @@
 #include <string>
 #include <system_error>
 
-#include "standin/password_cipher.h"
+#include "standin/error.h"
+#include "standin/secret_bytes.h"
 
 namespace tarn::standin {
 

@@ -4,19 +4,22 @@
 //                            "port": 3306, "service": "…"}, …], …}}
 //
 // The place in a database's list is its index. Every getter reads the file afresh. A lookup that
-// finds nothing usable writes one warning that names what is missing. Any thread may call.
+// finds nothing usable writes one warning that names what is missing, or the key on the way to the
+// setting that is there twice, since readers of JSON differ in which of the two counts. Any thread
+// may call.
 #include "platform/sys_conf_reader.h"
 
 #include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <type_traits>
 
-#include "platform/log_process.h"
 #include "regular_file.h"
+#include "standin/warning.h"
 
 namespace {
 
@@ -54,6 +57,8 @@ Value Find(const std::string& database, unsigned int index, const std::string& k
   const std::array<std::string, kSetting + 1> keys{"", "databases", database, "", key};
   // The last step that the file holds.
   std::size_t reached = kRoot;
+  // A key that the way leads through a second time.
+  std::optional<std::string> twice;
   json found;
   // How many containers on the way are open, and whether what comes next within them is on it.
   std::size_t on_way = 0;
@@ -74,6 +79,7 @@ Value Find(const std::string& database, unsigned int index, const std::string& k
       fits = position++ == index;
     }
     if (!fits) return false;
+    if (is_key && reached >= step && !twice) twice = keys.at(step);
     reached = std::max(reached, step);
     if (step == kSetting && !is_key) found = value;
     if (step == kSetting || event != (step == kDatabase ? json::parse_event_t::array_start
@@ -95,6 +101,7 @@ Value Find(const std::string& database, unsigned int index, const std::string& k
   const std::string named = path + ": database \"" + database + "\"";
   const std::string entry = std::to_string(index);
   const std::string setting = named + ", entry " + entry + ": \"" + key + "\"";
+  require(!twice, path + ": \"" + twice.value_or("") + "\" is there twice");
   require(reached >= kDatabases, path + ": no object \"databases\"");
   require(reached >= kDatabase, named + " is not configured");
   require(reached >= kEntry, named + " has no entry " + entry);
@@ -117,7 +124,7 @@ Value Get(const std::string& database, unsigned int index, const std::string& ke
   try {
     return Find<Value>(database, index, key);
   } catch (const Error& error) {
-    LogProcess::Warn(error.what(), LocationInfo("sys_conf_reader.cpp", getter, __LINE__));
+    Warn(error, LocationInfo("sys_conf_reader.cpp", getter, __LINE__));
     return Value();
   }
 }

@@ -107,37 +107,45 @@ TEST(Shapes, PrintWhatTheyHaveOnCtrlC) {
   EXPECT_THAT(result.errors, AllOf(IsOneErrorLine(), HasSubstr("interrupted")));
 }
 
+// The paths that commands name, which a shell would part at blanks.
+const std::vector<std::string> kPaths{"TOOL=" TARN_HOST_PATH, "EXAMPLES=" TARN_EXAMPLES};
+
 // What `command`, run by a shell, shows on a terminal of 60 columns.
 std::string OnATerminal(const std::string& command) {
-  return RunProgram({"/usr/bin/script", "-qec", "stty cols 60; " + command, "/dev/null"},
-                    {.environment = {"TERM=xterm", "NO_COLOR="}})
+  RunOptions options{.environment = kPaths};
+  options.environment.insert(options.environment.end(), {"TERM=xterm", "NO_COLOR="});
+  return RunProgram({"/usr/bin/script", "-qec", "stty cols 60; " + command, "/dev/null"}, options)
       .output;
 }
 
+RunResult InAPipe(const std::string& command) {
+  return RunProgram({"/bin/sh", "-c", command}, {.environment = kPaths});
+}
+
 TEST(Terminal, ShowsColoursUnlessTheyAreUnwelcome) {
-  const std::string command = TARN_HOST_PATH " normalize --pairs " TARN_EXAMPLES "/statements.sql";
+  const std::string command = "\"$TOOL\" normalize --pairs \"$EXAMPLES/statements.sql\"";
   EXPECT_THAT(OnATerminal(command), HasSubstr("\x1B[1;32m"));
   EXPECT_THAT(OnATerminal("NO_COLOR=1 " + command), Not(HasSubstr("\x1B")));
   EXPECT_THAT(OnATerminal("TERM=dumb " + command), Not(HasSubstr("\x1B")));
-  EXPECT_THAT(RunProgram({"/bin/sh", "-c", command}).output, Not(HasSubstr("\x1B")));
+  EXPECT_THAT(InAPipe(command).output, Not(HasSubstr("\x1B")));
 }
 
 TEST(Terminal, IsFittedByTheTable) {
-  const std::string command = TARN_HOST_PATH " shapes --input=slowlog " TARN_EXAMPLES "/slow.log";
+  const std::string command = "\"$TOOL\" shapes --input=slowlog \"$EXAMPLES/slow.log\"";
   const std::string shown = OnATerminal(command);
   EXPECT_THAT(shown,
               HasSubstr("\r\n     SELECT customer_id, sum(total) FROM orders WHERE cre...\r\n"));
-  EXPECT_THAT(RunProgram({"/bin/sh", "-c", command}).output, HasSubstr("group by customer_id\n"));
+  EXPECT_THAT(InAPipe(command).output, HasSubstr("group by customer_id\n"));
 }
 
 // Progress is for a terminal: with a pipe for input it has no end to show.
 TEST(Terminal, ShowsProgressThereAlone) {
   for (const char* tool : {" shapes", " normalize >/dev/null"}) {
     const std::string command =
-        std::string("(echo 'a;'; sleep 0.7; echo 'b;'; sleep 0.2) | " TARN_HOST_PATH) + tool;
+        std::string("(echo 'a;'; sleep 0.7; echo 'b;'; sleep 0.2) | \"$TOOL\"") + tool;
     EXPECT_THAT(OnATerminal(command), HasSubstr("\r0 MiB, 2 statements\x1B[K\r\x1B[K")) << tool;
     EXPECT_THAT(OnATerminal("stty cols 19; " + command), HasSubstr("\r0 MiB, 2 statem...\x1B[K"));
-    EXPECT_EQ(RunProgram({"/bin/sh", "-c", command}).errors, "") << tool;
+    EXPECT_EQ(InAPipe(command).errors, "") << tool;
   }
 }
 

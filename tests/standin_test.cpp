@@ -1,13 +1,16 @@
 // The stand-in of the product platform: log, system configuration, cipher, process and reflection.
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <openssl/err.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <filesystem>
 #include <map>
 #include <new>
@@ -54,8 +57,8 @@ TARN_TEST_OVERRIDE ssize_t read(int descriptor, void* buffer, size_t size) {
   return syscall(SYS_read, descriptor, buffer, std::min(size, faults.longest_read));
 }
 TARN_TEST_OVERRIDE ssize_t write(int descriptor, const void* buffer, size_t size) {
-  // So that other threads come between the pieces of a line.
-  if (size > faults.longest_write) std::this_thread::yield();
+  // So that other threads come between the writes of a line, if there were several.
+  std::this_thread::yield();
   size = faults.write ? 0 : std::min(size, faults.longest_write);
   return Result(faults.write, syscall(SYS_write, descriptor, buffer, size));
 }
@@ -166,8 +169,6 @@ TEST_F(Log, NamesAnUnknownLevelOnce) {
 TEST_F(Log, KeepsTheLinesOfThreadsWhole) {
   constexpr int kRecords = 200;
   constexpr std::size_t kLength = 1000;
-  // More than one write a line.
-  faults.longest_write = kLength / 3;
   const StandardError log;
   std::vector<std::jthread> threads;
   for (const char letter : {'a', 'b', 'c', 'd'}) {
@@ -182,6 +183,60 @@ TEST_F(Log, KeepsTheLinesOfThreadsWhole) {
   for (std::string line; std::getline(lines, line);) {
     ASSERT_EQ(line, "WARN - file.cpp:7 Function: " + std::string(kLength, line.back()));
   }
+}
+
+// Whether a child process, in which `act` is called, ends by itself.
+template <typename Act>
+bool ChildEnds(Act act) {
+  const pid_t child = fork();
+  if (child == 0) {
+    alarm(20);
+    act();
+    _exit(0);
+  }
+  int status = -1;
+  return waitpid(child, &status, 0) == child && status == 0;
+}
+
+// A child that other threads' records were under way at the birth of must not wait for them.
+TEST_F(Log, ServesForkedChildren) {
+  constexpr int kChildren = 50;
+  const ScopedVariable level("TARN_LOG_LEVEL", "unknown");
+  const StandardError log;
+  std::vector<std::jthread> threads;
+  for (int i = 0; i < 4; ++i) {
+    threads.emplace_back([](const std::stop_token& stop) {
+      while (!stop.stop_requested()) LogProcess::Warn("busy", kHere);
+    });
+  }
+  for (int i = 0; i < kChildren; ++i) {
+    ASSERT_TRUE(ChildEnds([] { LogProcess::Warn("child", kHere); })) << i;
+  }
+  threads.clear();
+  EXPECT_THAT(log.Text(), HasSubstr("child"));
+}
+
+TEST_F(Log, OutlivesItsReader) {
+  int ends[2];
+  ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+  syscall(SYS_close, ends[0]);
+  EXPECT_TRUE(ChildEnds([&ends] {
+    dup2(ends[1], STDERR_FILENO);
+    sigset_t signals;
+    LogProcess::Warn("lost", kHere);
+    sigpending(&signals);
+    if (sigismember(&signals, SIGPIPE) != 0) _exit(1);
+    // One that was waiting before is the host's.
+    sigaddset(&signals, SIGPIPE);
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    raise(SIGPIPE);
+    LogProcess::Warn("lost", kHere);
+    sigpending(&signals);
+    if (sigismember(&signals, SIGPIPE) != 1) _exit(1);
+    pthread_sigmask(SIG_BLOCK, nullptr, &signals);
+    if (sigismember(&signals, SIGPIPE) != 1) _exit(1);
+  }));
+  syscall(SYS_close, ends[1]);
 }
 
 using SysConf = Standin;
@@ -398,9 +453,10 @@ TEST_F(Standin, SampleConfigurationIsMadeWholeOrNotAtAll) {
   for (const char* link : {"sys.json", "sys.json.new"}) {
     fs::create_symlink("victim", folder_.Path(link));
   }
-  const auto makes = [&](const std::string& sample) {
-    return RunProgram({std::string(TARN_EXAMPLES) + "/make_sys_conf.sh", TARN_HOST_PATH, "run.key",
-                       sample, "sys.json"},
+  const auto makes = [&](const std::string& sample, const std::string& key = "run.key",
+                         const std::string& output = "sys.json") {
+    return RunProgram({std::string(TARN_EXAMPLES) + "/make_sys_conf.sh", TARN_HOST_PATH, key,
+                       sample, output},
                       {.folder = folder_.Path("")})
                .exit_code == 0;
   };
@@ -421,6 +477,9 @@ TEST_F(Standin, SampleConfigurationIsMadeWholeOrNotAtAll) {
   EXPECT_EQ(fs::symlink_status(folder_.Path("sys.json")).permissions(), fs::perms(0600));
   // Two keys, the sample, the configuration, and the other link.
   EXPECT_EQ(Entries(folder_.Path("")), 5);
+  // Names that look like options are none.
+  EXPECT_TRUE(makes(TARN_EXAMPLES "/sys_conf.json", "-k.key", "-o.json"));
+  EXPECT_EQ(Entries(folder_.Path("")), 7);
 }
 
 }  // namespace

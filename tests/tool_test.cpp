@@ -9,21 +9,24 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
 #include <csignal>
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
+#include <functional>
 #include <iterator>
+#include <optional>
 #include <sstream>
 #include <stdexcept>
 #include <string>
 #include <string_view>
-#include <thread>
+#include <tuple>
 #include <utility>
 #include <vector>
 
+#include "sql/errors.h"
 #include "support/case_file.h"
 #include "support/surroundings.h"
 #include "support/tool.h"
@@ -105,7 +108,7 @@ TEST(Tool, EndsInSilenceWhenTheReaderGoesAway) {
 // Whatever the tool opens must not take the number of a standard stream.
 TEST(Tool, ReportsClosedStreams) {
   const auto run = [](const std::string& command) {
-    return RunProgram({"/bin/sh", "-c", TARN_HOST_PATH " " + command});
+    return RunProgram({"/bin/sh", "-c", "\"$0\" " + command, TARN_HOST_PATH});
   };
   EXPECT_EQ(run("shapes <&-").errors, "tarn_host: standard input: Bad file descriptor\n");
   EXPECT_EQ(run("map 0 >&-").errors,
@@ -119,8 +122,9 @@ TEST(Tool, TellsItsVersionAndHelpsWithExamples) {
 }
 
 TEST(Tool, EndsWithTheWorstOfItsExitCodes) {
-  const RunResult result = RunProgram(
-      {"/bin/sh", "-c", TARN_HOST_PATH " normalize /no/such - 2>&1"}, {.input = "a;x=1.0e999;b"});
+  const RunResult result =
+      RunProgram({"/bin/sh", "-c", "\"$0\" normalize /no/such - 2>&1", TARN_HOST_PATH},
+                 {.input = "a;x=1.0e999;b"});
   EXPECT_EQ(result.exit_code, kTrouble);
   // On a screen that shows both streams, in order.
   EXPECT_THAT(result.output, ContainsRegex("/no/such.*\na;\n.*statement 2"));
@@ -149,24 +153,27 @@ TEST(Tool, CheckTellsWhatIsWrongWithALibrary) {
       HasSubstr("FAIL  MapErrorCode"));
 }
 
-// The tool brings no platform along that could stand in for the missing one.
+// The tool brings no platform along that could take the place of the missing one, whose name is one
+// that no system has installed.
 TEST(Plugins, FindTheirPlatformThemselves) {
   const TemporaryFolder folder;
-  const std::string alone = folder.Path("libtarn_interface_for_vesta.so");
-  std::filesystem::copy_file(TARN_PLUGIN_PATH, alone);
+  const std::string platform = "libtarn_platform_missing.so";
+  const OwnedFd plugin(open(TARN_PLUGIN_PATH, O_RDONLY | O_CLOEXEC));
+  std::string bytes = Content(plugin.Get());
+  bytes.replace(bytes.find("libtarn_platform_standin.so"), platform.size(), platform);
+  const std::string alone = folder.Write("libtarn_interface_for_vesta.so", bytes);
   RunResult result = Tool({"check", alone});
   EXPECT_EQ(result.exit_code, 1);
   EXPECT_THAT(result.output, AllOf(HasSubstr("FAIL  loads: "),
-                                   HasSubstr("FAIL  finds libtarn_platform_standin.so: not found"),
+                                   HasSubstr("FAIL  finds " + platform + ": not found"),
                                    ContainsRegex("pass  finds libstdc")));
-  const std::string damaged = folder.Write("libtarn_platform_standin.so", "no library");
-  EXPECT_THAT(Tool({"check", alone}).output,
-              HasSubstr("pass  finds libtarn_platform_standin.so: " + damaged));
+  const std::string damaged = folder.Write(platform, "no library");
+  EXPECT_THAT(Tool({"check", alone}).output, HasSubstr("pass  finds " + platform + ": " + damaged));
   std::filesystem::remove(damaged);
   for (const char* command : {"map", "config", "normalize", "shapes"}) {
     result = Tool({command, "0", "--plugin", alone});
     EXPECT_EQ(result.exit_code, 2);
-    EXPECT_THAT(result.errors, AllOf(IsOneErrorLine(), HasSubstr("libtarn_platform_standin.so")));
+    EXPECT_THAT(result.errors, AllOf(IsOneErrorLine(), HasSubstr(platform)));
   }
 }
 
@@ -179,10 +186,75 @@ TEST(Trace, RefusesWhatNobodyWouldRead) {
 
 TEST(Check, OutlivesALibraryThatExits) {
   const RunResult result =
-      Tool({"check", TARN_WRONG_PLUGIN_PATH}, {.environment = {"WRONG_PLUGIN_EXITS=1"}});
+      Tool({"check", TARN_WRONG_PLUGIN_PATH}, {.environment = {"WRONG_PLUGIN_DOES=exit"}});
   EXPECT_EQ(result.exit_code, 1);
   EXPECT_THAT(result.output,
               EndsWith("FAIL  leaves its process running: it ended with exit code 0\n"));
+}
+
+// The number of the process that the wrong plug-in wrote to `file`; 0 if `tool` ends without.
+pid_t NumberIn(const std::string& file, const RunningProgram& tool) {
+  pid_t number = 0;
+  while (number == 0 && tool.Running()) std::ifstream(file) >> number;
+  return number;
+}
+
+// Whether that process, of which this one is not the parent, comes to its end.
+bool Ends(pid_t process) {
+  for (int round = 0; round < 1000; ++round) {
+    std::ifstream status("/proc/" + std::to_string(process) + "/stat");
+    std::string state;
+    for (int field = 0; field < 3; ++field) status >> state;
+    // A zombie is nobody's yet.
+    if (!status || state == "Z") return true;
+    usleep(10'000);
+  }
+  return false;
+}
+
+TEST(Check, KeepsItsStreamsFromTheLibraryAndEndsWhatThatLeaves) {
+  const TemporaryFolder folder;
+  const std::string file = folder.Path("number");
+  RunningProgram tool({"timeout", "20", "/bin/sh", "-c", "\"$0\" check \"$1\" 2>&1 | cat",
+                       TARN_HOST_PATH, TARN_WRONG_PLUGIN_PATH},
+                      {.environment = {"WRONG_PLUGIN_DOES=fork", "WRONG_PLUGIN_FILE=" + file}});
+  const RunResult result = tool.Wait();
+  EXPECT_EQ(result.exit_code, 0);
+  EXPECT_THAT(result.output, AllOf(Not(HasSubstr("everything")), HasSubstr("FAIL  unloads")));
+  pid_t number = 0;
+  std::ifstream(file) >> number;
+  // It may have been ended before it could write.
+  EXPECT_TRUE(number == 0 || Ends(number));
+}
+
+TEST(Check, WaitsForNoLibraryForEver) {
+  const TemporaryFolder folder;
+  // It would be opened before any code of the library runs.
+  const std::string plugin = folder.Path("libtarn_interface_for_vesta.so");
+  std::filesystem::copy_file(TARN_PLUGIN_PATH, plugin);
+  ASSERT_EQ(mkfifo(folder.Path("libtarn_platform_standin.so").c_str(), S_IRWXU), 0);
+  for (const std::string& library : {plugin, std::string(TARN_WRONG_PLUGIN_PATH)}) {
+    const RunResult result = Tool(
+        {"check", library, "--timeout=1"},
+        {.environment = {"WRONG_PLUGIN_DOES=stay", "WRONG_PLUGIN_FILE=" + folder.Path("number")}});
+    EXPECT_EQ(result.exit_code, kFailed);
+    EXPECT_THAT(result.output,
+                EndsWith("FAIL  ends in time: still running after 1 s (see --timeout)\n"));
+  }
+}
+
+TEST(Check, TakesTheLibrarysProcessWithIt) {
+  const TemporaryFolder folder;
+  for (const int signal : {SIGINT, SIGKILL}) {
+    const std::string file = folder.Path(std::to_string(signal));
+    RunningProgram tool({TARN_HOST_PATH, "check", TARN_WRONG_PLUGIN_PATH},
+                        {.environment = {"WRONG_PLUGIN_DOES=stay", "WRONG_PLUGIN_FILE=" + file}});
+    const pid_t child = NumberIn(file, tool);
+    ASSERT_GT(child, 0);
+    tool.Signal(signal);
+    EXPECT_EQ(tool.Wait().exit_code, 128 + signal);
+    EXPECT_TRUE(Ends(child)) << signal;
+  }
 }
 
 TEST(Check, CallsNoOperationOfATableThatIsNotWhole) {
@@ -197,54 +269,149 @@ TEST(Check, CallsNoOperationOfATableThatIsNotWhole) {
   }
 }
 
-// The plug-in's file with a section of the type `type` made over by `change`.
-template <typename Change>
-OwnedFd Crafted(Elf64_Word type, Change change) {
-  const OwnedFd plugin(open(TARN_PLUGIN_PATH, O_RDONLY | O_CLOEXEC));
-  std::string bytes = Content(plugin.Get());
-  Elf64_Ehdr header;
-  std::memcpy(&header, bytes.data(), sizeof header);
-  std::vector<Elf64_Shdr> sections(header.e_shnum);
-  char* const table = bytes.data() + header.e_shoff;
-  std::memcpy(sections.data(), table, sections.size() * sizeof(Elf64_Shdr));
-  for (Elf64_Shdr& section : sections) {
-    if (section.sh_type == type) change(section, sections, bytes);
+// The parts of a library's file that the dynamic loader reads, to be made over.
+struct ElfParts {
+  std::string bytes;
+  Elf64_Ehdr header{};
+  std::vector<Elf64_Phdr> segments;
+  std::vector<Elf64_Dyn> dynamic;
+
+  Elf64_Phdr& Segment(Elf64_Word type, std::ptrdiff_t index = 0) {
+    const auto is_it = [type](const Elf64_Phdr& it) { return it.p_type == type; };
+    return *(std::find_if(segments.begin(), segments.end(), is_it) + index);
   }
-  std::memcpy(table, sections.data(), sections.size() * sizeof(Elf64_Shdr));
-  return ScratchFile(bytes);
+  Elf64_Dyn& Entry(Elf64_Sxword tag) {
+    return *std::find_if(dynamic.begin(), dynamic.end(),
+                         [tag](const Elf64_Dyn& it) { return it.d_tag == tag; });
+  }
+  Elf64_Xword& Value(Elf64_Sxword tag) { return Entry(tag).d_un.d_val; }
+  // Of a table in the first segment, in which an address is an offset in the file.
+  Elf64_Word* Words(Elf64_Sxword tag) { return reinterpret_cast<Elf64_Word*>(&bytes[Value(tag)]); }
+};
+
+using Change = std::function<void(ElfParts&)>;
+
+OwnedFd Crafted(const char* path, const Change& change) {
+  const OwnedFd file(open(path, O_RDONLY | O_CLOEXEC));
+  ElfParts parts;
+  parts.bytes = Content(file.Get());
+  const auto copy = [&parts](auto* to, std::size_t offset, std::size_t count) {
+    std::memcpy(to, &parts.bytes[offset], count * sizeof *to);
+  };
+  copy(&parts.header, 0, 1);
+  const std::size_t table = parts.header.e_phoff;
+  parts.segments.resize(parts.header.e_phnum);
+  copy(parts.segments.data(), table, parts.segments.size());
+  const Elf64_Phdr place = parts.Segment(PT_DYNAMIC);
+  parts.dynamic.resize(place.p_filesz / sizeof(Elf64_Dyn));
+  copy(parts.dynamic.data(), place.p_offset, parts.dynamic.size());
+  change(parts);
+  std::memcpy(&parts.bytes[place.p_offset], parts.dynamic.data(), place.p_filesz);
+  std::memcpy(&parts.bytes[table], parts.segments.data(),
+              parts.segments.size() * sizeof(Elf64_Phdr));
+  std::memcpy(parts.bytes.data(), &parts.header, sizeof parts.header);
+  return ScratchFile(parts.bytes);
+}
+
+// Gives the library a segment more, of that content, which holds the dynamic section.
+void AddDynamicSection(ElfParts& parts, const std::vector<Elf64_Dyn>& entries) {
+  constexpr Elf64_Addr kAddress = 1U << 30U;
+  const std::size_t size = entries.size() * sizeof(Elf64_Dyn);
+  Elf64_Phdr& segment = parts.Segment(PT_GNU_STACK);
+  segment = parts.Segment(PT_LOAD);
+  segment.p_offset = parts.bytes.size();
+  segment.p_vaddr = kAddress;
+  segment.p_filesz = segment.p_memsz = size;
+  parts.Segment(PT_DYNAMIC).p_vaddr = kAddress;
+  parts.bytes.append(reinterpret_cast<const char*>(entries.data()), size);
 }
 
 // A file must decide neither where the reader looks nor what it costs.
 TEST(Check, RefusesCraftedTables) {
-  using Sections = std::vector<Elf64_Shdr>;
-  const OwnedFd plugin(open(TARN_PLUGIN_PATH, O_RDONLY | O_CLOEXEC));
-  const OwnedFd files[] = {
-      // Cut within its header, and before its tables.
-      ScratchFile(Content(plugin.Get()).substr(0, sizeof(Elf64_Ehdr) - 1)),
-      ScratchFile(Content(plugin.Get()).substr(0, sizeof(Elf64_Ehdr))),
-      Crafted(SHT_DYNSYM, [](Elf64_Shdr& it, Sections& all, auto&) { all.back() = it; }),
-      Crafted(SHT_DYNAMIC, [](Elf64_Shdr& it, Sections& all, auto&) { all.back() = it; }),
-      Crafted(SHT_DYNSYM, [](Elf64_Shdr& it, Sections&, auto&) { it.sh_size = ~0ULL; }),
-      Crafted(SHT_DYNSYM, [](Elf64_Shdr& it, Sections&, auto&) { it.sh_offset = ~0ULL - 7; }),
-      Crafted(SHT_DYNSYM, [](Elf64_Shdr& it, Sections&, auto&) { it.sh_link = 60'000; }),
-      Crafted(SHT_DYNAMIC,
-              [](Elf64_Shdr& it, Sections& all, auto&) { all[it.sh_link].sh_offset = ~0ULL; }),
-      Crafted(SHT_DYNAMIC,
-              [](Elf64_Shdr& it, Sections& all, auto&) { all[it.sh_link].sh_size = 1; }),
-      Crafted(
-          SHT_DYNAMIC,
-          [](auto&, auto&, std::string& bytes) { bytes[offsetof(Elf64_Ehdr, e_type)] = ET_EXEC; }),
-      // A name that never ends.
-      Crafted(SHT_DYNAMIC, [](Elf64_Shdr& it, Sections& all, std::string& bytes) {
-        std::fill_n(bytes.begin() + static_cast<std::ptrdiff_t>(all[it.sh_link].sh_offset),
-                    all[it.sh_link].sh_size, 'x');
-      })};
-  for (const OwnedFd& file : files) {
+  const std::pair<const char*, Change> rows[] = {
+      {"program headers", [](ElfParts& it) { it.header.e_phoff = ~0ULL - 7; }},
+      {"size of a header", [](ElfParts& it) { it.header.e_phentsize = 1; }},
+      {"type", [](ElfParts& it) { it.header.e_type = ET_EXEC; }},
+      {"no dynamic section", [](ElfParts& it) { it.Segment(PT_DYNAMIC).p_type = PT_NULL; }},
+      {"dynamic section", [](ElfParts& it) { it.Segment(PT_DYNAMIC).p_vaddr = ~0ULL; }},
+      {"end of memory", [](ElfParts& it) { it.Segment(PT_LOAD, 1).p_memsz = ~0ULL; }},
+      {"end of the file", [](ElfParts& it) { it.Segment(PT_LOAD, 1).p_offset = ~0ULL - 4095; }},
+      {"size in the file", [](ElfParts& it) { it.Segment(PT_LOAD).p_filesz = ~0ULL; }},
+      {"segment past the file's end",
+       [](ElfParts& it) { it.Segment(PT_LOAD, 3).p_offset = it.bytes.size() - 1; }},
+      {"more in the file than in memory", [](ElfParts& it) { it.Segment(PT_LOAD).p_memsz = 1; }},
+      {"one page for two", [](ElfParts& it) { it.Segment(PT_LOAD, 1).p_vaddr = 0; }},
+      {"names", [](ElfParts& it) { it.Value(DT_STRTAB) = 1ULL << 62U; }},
+      {"symbols", [](ElfParts& it) { it.Value(DT_SYMTAB) = ~0ULL; }},
+      {"no symbols", [](ElfParts& it) { it.Entry(DT_SYMTAB).d_tag = DT_DEBUG; }},
+      {"hash table", [](ElfParts& it) { it.Value(DT_GNU_HASH) = ~0ULL - 7; }},
+      {"buckets", [](ElfParts& it) { it.Words(DT_GNU_HASH)[0] = ~0U; }},
+      {"bucket before the table", [](ElfParts& it) { ++it.Words(DT_GNU_HASH)[1]; }},
+      {"symbol past DT_HASH",
+       [](ElfParts& it) {
+         it.Entry(DT_GNU_HASH).d_tag = DT_HASH;
+         it.Words(DT_HASH)[1] = 1;
+       }},
+      {"name without an end",
+       [](ElfParts& it) {
+         const std::size_t end = it.Segment(PT_LOAD).p_filesz;
+         it.bytes[end - 1] = 'x';
+         it.Value(DT_SONAME) = end - 1 - it.Value(DT_STRTAB);
+       }},
+      {"many names",
+       [](ElfParts& it) {
+         AddDynamicSection(it, std::vector<Elf64_Dyn>(1 << 20, {DT_SONAME, {}}));
+       }},
+  };
+  for (const auto& [name, change] : rows) {
+    const OwnedFd file = Crafted(TARN_PLUGIN_PATH, change);
     const RunResult result = Tool({"check", "/dev/stdin"}, {.input_fd = file.Get()});
-    EXPECT_EQ(result.exit_code, 2) << result.output;
-    EXPECT_THAT(result.errors, AllOf(IsOneErrorLine(),
-                                     ContainsRegex("damaged ELF file|not an ELF shared object\n")));
+    EXPECT_EQ(result.exit_code, 2) << name << ": " << result.output;
+    EXPECT_THAT(result.errors,
+                AllOf(IsOneErrorLine(), ContainsRegex("damaged ELF file|not an ELF shared object")))
+        << name;
   }
+  const OwnedFd plugin(open(TARN_PLUGIN_PATH, O_RDONLY | O_CLOEXEC));
+  for (const std::size_t size : {sizeof(Elf64_Ehdr) - 1, sizeof(Elf64_Ehdr)}) {
+    const OwnedFd cut = ScratchFile(Content(plugin.Get()).substr(0, size));
+    EXPECT_THAT(Tool({"check", "/dev/stdin"}, {.input_fd = cut.Get()}).errors,
+                HasSubstr("damaged ELF file"));
+  }
+}
+
+// What the loader ignores hides nothing, and what it looks at counts.
+TEST(Check, ReadsWhatTheLoaderReads) {
+  const auto facts = [](const char* path, const Change& change) {
+    return Tool({"check", "/dev/stdin"}, {.input_fd = Crafted(path, change).Get()}).output;
+  };
+  const std::string more =
+      "FAIL  exports the entry function alone: GetProductInterfaceForVESTA, _ZT";
+  EXPECT_THAT(facts(TARN_WRONG_PLUGIN_PATH,
+                    [](ElfParts& it) { it.header.e_shoff = it.header.e_shnum = 0; }),
+              AllOf(HasSubstr(more), HasSubstr("FAIL  has no unique symbols: pinned")));
+  // The first symbol is nobody's, so that the second needs an import made findable.
+  EXPECT_THAT(facts(TARN_PLUGIN_PATH,
+                    [](ElfParts& it) {
+                      auto* symbols = reinterpret_cast<Elf64_Sym*>(it.Words(DT_SYMTAB));
+                      symbols[1].st_value = 1;
+                    }),
+              HasSubstr("FAIL  exports the entry function alone: "));
+  // Of two entries of one tag, the later.
+  EXPECT_THAT(facts(TARN_PLUGIN_PATH,
+                    [](ElfParts& it) {
+                      AddDynamicSection(it, {it.Entry(DT_STRTAB),
+                                             it.Entry(DT_SONAME),
+                                             {DT_SONAME, {it.Value(DT_NEEDED)}},
+                                             {DT_NULL, {}}});
+                    }),
+              AllOf(HasSubstr("FAIL  soname: lib"),
+                    HasSubstr("FAIL  exports the entry function alone: none")));
+  EXPECT_THAT(facts(TARN_PLUGIN_PATH,
+                    [](ElfParts& it) {
+                      AddDynamicSection(
+                          it, {it.Entry(DT_STRTAB), {DT_FLAGS_1, {DF_1_NODELETE}}, {DT_NULL, {}}});
+                    }),
+              HasSubstr("FAIL  allows unloading: DF_1_NODELETE"));
 }
 
 // "secret" under algorithm 18 and a key of 64 "a".
@@ -293,17 +460,53 @@ TEST(Tool, TakesInputThatArrivesInPieces) {
   }
 }
 
+// Wherever it is; and by exit, since a parent program does not see a shell's 130.
+TEST(Interrupt, EndsTheToolByExit) {
+  const TemporaryFolder folder;
+  const std::string fifo = folder.Path("fifo");
+  ASSERT_EQ(mkfifo(fifo.c_str(), S_IRWXU), 0);
+  // The signal that is caught last once the tool is ready, and the report.
+  for (const auto& [command, last, output] :
+       {std::tuple("normalize", SIGINT, ""), {"shapes", SIGALRM, "0 statements, 0 shapes\n"}}) {
+    RunningProgram tool({TARN_HOST_PATH, command, fifo});
+    ASSERT_TRUE(tool.AwaitHandlerOf(last));
+    tool.Signal(SIGINT);
+    const RunResult result = tool.Wait();
+    EXPECT_EQ(result.exit_code, 130) << command;
+    EXPECT_FALSE(result.ended_by_signal) << command;
+    EXPECT_EQ(result.output, output);
+  }
+}
+
+// The first ends the input; the report then waits for a reader that does not come.
+TEST(Interrupt, EndsTheReportAtTheSecondTime) {
+  int ends[2];
+  ASSERT_EQ(pipe2(ends, O_CLOEXEC | O_NONBLOCK), 0);
+  const OwnedFd read_end(ends[0]);
+  const OwnedFd write_end(ends[1]);
+  const std::string block(4096, 'x');
+  while (write(write_end.Get(), block.data(), block.size()) > 0) {
+  }
+  fcntl(write_end.Get(), F_SETFL, O_WRONLY);
+  RunningProgram tool({TARN_HOST_PATH, "shapes"}, {.input = "a", .output_fd = write_end.Get()});
+  ASSERT_TRUE(tool.AwaitHandlerOf(SIGINT));
+  for (; tool.Running(); usleep(20'000)) tool.Signal(SIGINT);
+  EXPECT_EQ(tool.Wait().exit_code, 130);
+}
+
 #ifdef TARN_FREED_SECRETS_PATH
 // From standard input to the configuration and back: no block of memory is given back with the
 // password in it.
 TEST(Passwords, AreWipedBehindEveryCommand) {
   const TemporaryFolder folder;
+  // The loader takes a blank in a name for the end of it.
+  const std::string preload = folder.Path("freed_secrets.so");
+  std::filesystem::copy_file(TARN_FREED_SECRETS_PATH, preload);
   const std::string secret = "correct horse battery staple";
-  RunOptions options{
-      .input = secret + "\r\n",
-      .environment = {"LD_PRELOAD=" TARN_FREED_SECRETS_PATH, "FREED_SECRET=" + secret,
-                      "TARN_SYS_CONF=" + folder.Path("sys.json"),
-                      "TARN_KEY_FILE=" + folder.Write("key", std::string(64, 'a'))}};
+  RunOptions options{.input = secret + "\r\n",
+                     .environment = {"LD_PRELOAD=" + preload, "FREED_SECRET=" + secret,
+                                     "TARN_SYS_CONF=" + folder.Path("sys.json"),
+                                     "TARN_KEY_FILE=" + folder.Write("key", std::string(64, 'a'))}};
   std::string text = Tool({"encrypt"}, options).output;
   ASSERT_GT(text.size(), secret.size());
   text.pop_back();
@@ -316,33 +519,121 @@ TEST(Passwords, AreWipedBehindEveryCommand) {
 }
 #endif
 
-// `encrypt` on a terminal of its own.
-class EncryptOnATerminal : public testing::Test {
- protected:
-  EncryptOnATerminal() {
+// A terminal: a program writes to one end, and the test reads the other.
+class PseudoTerminal {
+ public:
+  PseudoTerminal() {
     grantpt(own_end_.Get());
     unlockpt(own_end_.Get());
   }
 
+  int OwnEnd() const noexcept { return own_end_.Get(); }
+  OwnedFd ProgramsEnd() const {
+    return OwnedFd(open(ptsname(own_end_.Get()), O_RDWR | O_NOCTTY | O_CLOEXEC));
+  }
+
+  // Everything up to the end of the last program that has it open.
+  std::string Screen() const {
+    std::string screen;
+    char block[4096];
+    for (ssize_t got = 0; (got = read(own_end_.Get(), block, sizeof block)) > 0;) {
+      screen.append(block, static_cast<std::size_t>(got));
+    }
+    return screen;
+  }
+
+ private:
+  const OwnedFd own_end_{posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC)};
+};
+
+// Whatever strangers wrote: statements, names, files, libraries.
+TEST(Terminal, ObeysNoStranger) {
+  const std::string bad = "a\x1B]0;b\x07\x7F\xC2\x9B\x9B\r";
+  const TemporaryFolder folder;
+  const std::string path = folder.Write("key" + bad, "x");
+  const std::string library = folder.Path(bad);
+  std::ofstream(library, std::ios::binary)
+      << Content(Crafted(TARN_PLUGIN_PATH, [&](ElfParts& it) {
+                   const auto name = it.Value(DT_STRTAB) + it.Value(DT_NEEDED);
+                   it.bytes.replace(name, bad.size(), bad);
+                 }).Get());
+  folder.Write("sys.json",
+               R"({"databases": {"db": [{"type": "\u009b\u001b", "user": "\u0007\u007f",)"
+               R"( "password": ""}]}})");
+  const std::vector<std::string> commands[] = {{"normalize"},
+                                               {"normalize", "--pairs"},
+                                               {"normalize", "--input=lines", "--pairs"},
+                                               {"normalize", "--input=nul"},
+                                               {"normalize", "--dialect=" + bad},
+                                               {"normalize", bad},
+                                               {"trace"},
+                                               {"trace", bad},
+                                               {"shapes", "--examples"},
+                                               {"shapes", "--exact"},
+                                               {"shapes", "--json"},
+                                               {"map", bad},
+                                               {"map", "0", "--plugin", path},
+                                               {"check", library},
+                                               {"check", path},
+                                               {"config", "db"},
+                                               {"config", "db", "--json"},
+                                               {"config", bad},
+                                               {"keygen", path},
+                                               {"encrypt", "--key", path},
+                                               {bad}};
+  for (const std::vector<std::string>& command : commands) {
+    const PseudoTerminal terminal;
+    std::vector<std::string> words{"/bin/sh", "-c", "exec \"$@\" 2>&1", "sh", TARN_HOST_PATH};
+    words.insert(words.end(), command.begin(), command.end());
+    std::optional<OwnedFd> end = terminal.ProgramsEnd();
+    RunningProgram tool(words, {.input = bad + "\n;1.0e999" + bad,
+                                .environment = {"NO_COLOR=1", "TARN_LOG_LEVEL=debug",
+                                                "TARN_SYS_CONF=" + folder.Path("sys.json"),
+                                                "TARN_KEY_FILE=" + path},
+                                .output_fd = end->Get()});
+    end.reset();
+    std::string screen = terminal.Screen();
+    tool.Wait();
+    // The terminal itself begins lines so.
+    for (std::size_t at = 0; (at = screen.find("\r\n", at)) != std::string::npos;)
+      screen.erase(at, 1);
+    std::erase(screen, '\0');
+    EXPECT_NE(screen, "");
+    EXPECT_EQ(host::Printable(screen), screen) << testing::PrintToString(command);
+  }
+}
+
+// Elsewhere bytes are kept.
+TEST(Normalize, WritesBytesAsTheyAre) {
+  EXPECT_EQ(Tool({"normalize"}, {.input = "\x1B\xC2\x9B\x9B"}).output, "\x1B\xC2\x9B\x9B;\n");
+}
+
+// `encrypt` on a terminal of its own.
+class EncryptOnATerminal : public testing::Test {
+ protected:
   RunningProgram Start() {
-    const OwnedFd end(open(ptsname(own_end_.Get()), O_RDWR | O_NOCTTY | O_CLOEXEC));
+    const OwnedFd end = terminal_.ProgramsEnd();
     return RunningProgram({"/usr/bin/setsid", "--ctty", TARN_HOST_PATH, "encrypt", "--key",
                            folder_.Write("some.key", std::string(64, 'a')), "--algorithm=18"},
                           {.input_fd = end.Get()});
   }
 
-  // Types `keys` once the program has asked and turned the echo off.
-  void Answer(const std::string& keys) {
+  // Waits for a question, with the echo off.
+  void AwaitQuestion() {
     std::string asked;
-    while (asked.find("Password: ") == std::string::npos) {
+    while (!asked.ends_with(": ")) {
       char block[256];
-      const ssize_t got = read(own_end_.Get(), block, sizeof block);
+      const ssize_t got = read(terminal_.OwnEnd(), block, sizeof block);
       if (got <= 0) throw std::runtime_error("the program has gone after: " + asked);
       asked.append(block, static_cast<std::size_t>(got));
     }
     screen_ += asked;
-    while (Echoes()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    ASSERT_EQ(write(own_end_.Get(), keys.data(), keys.size()), static_cast<ssize_t>(keys.size()));
+    EXPECT_FALSE(Echoes());
+  }
+
+  void Answer(const std::string& keys) {
+    AwaitQuestion();
+    ASSERT_EQ(write(terminal_.OwnEnd(), keys.data(), keys.size()), std::ssize(keys));
   }
 
   RunResult Enter(const std::string& password, const std::string& again) {
@@ -354,12 +645,12 @@ class EncryptOnATerminal : public testing::Test {
 
   bool Echoes() const {
     termios settings{};
-    tcgetattr(own_end_.Get(), &settings);
+    tcgetattr(terminal_.OwnEnd(), &settings);
     return (settings.c_lflag & ECHO) != 0;
   }
 
   const TemporaryFolder folder_;
-  const OwnedFd own_end_{posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC)};
+  const PseudoTerminal terminal_;
   std::string screen_;
 };
 
@@ -376,18 +667,37 @@ TEST_F(EncryptOnATerminal, RefusesASlip) {
   EXPECT_THAT(result.errors, HasSubstr("tarn_host: encrypt:"));
 }
 
-TEST_F(EncryptOnATerminal, TurnsTheEchoOnWhenInterrupted) {
+TEST_F(EncryptOnATerminal, TurnsTheEchoOnWhateverEndsIt) {
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGALRM, SIGUSR1, SIGRTMIN}) {
+    RunningProgram tool = Start();
+    AwaitQuestion();
+    tool.Signal(signal);
+    EXPECT_EQ(tool.Wait().exit_code, 128 + signal);
+    EXPECT_TRUE(Echoes()) << signal;
+  }
   RunningProgram tool = Start();
   Answer("\x03");
-  // Between turning the echo off and reading, the library only takes note of the signal.
-  const std::jthread again([this](const std::stop_token& stop) {
-    while (!stop.stop_requested()) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(100));
-      if (write(own_end_.Get(), "\x03", 1) != 1) return;
-    }
-  });
   EXPECT_EQ(tool.Wait().exit_code, 130);
   EXPECT_TRUE(Echoes());
+}
+
+// A process that nobody could wake, since its parent is in another session, is not stopped; a shell
+// stands for the one at the terminal.
+TEST_F(EncryptOnATerminal, IsSuspendedWithTheEchoOn) {
+  const std::string state = folder_.Path("state");
+  const OwnedFd end = terminal_.ProgramsEnd();
+  RunningProgram shell(
+      {"/usr/bin/setsid", "--ctty", "/bin/bash", "-mc",
+       "\"$0\" encrypt --key \"$1\" --algorithm=18; stty -a <&0 >\"$2\"; fg >/dev/null",
+       TARN_HOST_PATH, folder_.Write("some.key", std::string(64, 'a')), state},
+      {.input_fd = end.Get()});
+  Answer("\x1A");
+  Answer("secret\n");
+  Answer("secret\n");
+  EXPECT_EQ(shell.Wait().output, kEncipheredSecret);
+  std::ifstream settings(state);
+  const std::string text{std::istreambuf_iterator<char>(settings), {}};
+  EXPECT_THAT(text, HasSubstr(" echo "));
 }
 
 }  // namespace

@@ -19,6 +19,7 @@ name=$(dpkg-deb -f "$deb" Package)
 [ "$(id -u)" = 0 ] || skipped "not root"
 [ -n "${TARN_TEST_DPKG:-}" ] || skipped "TARN_TEST_DPKG is not set"
 ! installed || skipped "$name is installed"
+! ldconfig -p | grep -q 'libtarn_' || skipped "the product is installed without a package"
 
 trap 'dpkg --purge "$name" >/dev/null 2>&1' EXIT
 dpkg -i "$deb" >/dev/null

@@ -68,8 +68,9 @@ mv "$scratch/c_value.h" "$scratch/include/platform"
 { configure "$by_library" "$by_headers" &&
   "$cmake" --build "$scratch/build" >>"$scratch/log" 2>&1; } || fail "$(cat "$scratch/log")"
 ninja -C "$scratch/build" -t deps >"$scratch/deps"
-grep -q "$scratch/include/platform/c_value.h" "$scratch/deps" || fail "no dependencies recorded"
-! grep "$source/include/platform" "$scratch/deps" || fail "a declaration of the stand-in is used"
+# Of a path with a quote, ninja records only what comes after it.
+grep -qF "${scratch##*\'}/include/platform/c_value.h" "$scratch/deps" || fail "no dependencies recorded"
+! grep -F "${source##*\'}/include/platform" "$scratch/deps" || fail "a declaration of the stand-in is used"
 
 plugin=$scratch/build/lib/libtarn_interface_for_vesta.so
 ! readelf -Wd "$plugin" | grep -E 'R(UN)?PATH.*(\[|:)(:|\])' || fail "the current folder is searched"

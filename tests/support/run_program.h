@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstddef>
+#include <fstream>
 #include <iostream>
 #include <string>
 #include <string_view>
@@ -78,6 +79,7 @@ struct RunResult {
   int exit_code;  // 128 plus the signal's number when a signal ended the program.
   std::string output;
   std::string errors;
+  bool ended_by_signal = false;
 };
 
 // Prints the last run of a program when a check of its test fails.
@@ -135,8 +137,17 @@ class RunningProgram {
     std::vector<char*> pointers;
     for (std::string& word : words) pointers.push_back(word.data());
     pointers.push_back(nullptr);
+    // A test that a shell runs in the background has inherited an ignored SIGINT.
+    posix_spawnattr_t attributes;
+    posix_spawnattr_init(&attributes);
+    sigset_t defaults;
+    sigemptyset(&defaults);
+    sigaddset(&defaults, SIGINT);
+    posix_spawnattr_setsigdefault(&attributes, &defaults);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF);
     const int error =
-        posix_spawn(&pid_, words[0].c_str(), &actions, nullptr, pointers.data(), environ);
+        posix_spawn(&pid_, words[0].c_str(), &actions, &attributes, pointers.data(), environ);
+    posix_spawnattr_destroy(&attributes);
     posix_spawn_file_actions_destroy(&actions);
     if (error != 0) throw std::system_error(error, std::generic_category(), words[0]);
   }
@@ -150,6 +161,27 @@ class RunningProgram {
 
   void Signal(int signal) const noexcept { kill(pid_, signal); }
 
+  bool Running() const noexcept {
+    siginfo_t info{};
+    return waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+           info.si_pid == 0;
+  }
+
+  // Waits until the program catches `signal` itself; false if it ends before that.
+  bool AwaitHandlerOf(int signal) const {
+    for (;;) {
+      std::ifstream status("/proc/" + std::to_string(pid_) + "/status");
+      std::string word;
+      while (status >> word && word != "SigCgt:") {
+        if (word == "(zombie)") return false;
+      }
+      if (!(status >> word)) return false;
+      if ((std::stoull(word, nullptr, 16) >> static_cast<unsigned>(signal - 1) & 1U) != 0)
+        return true;
+      usleep(1000);
+    }
+  }
+
   // Waits for the end. To be called once.
   RunResult Wait() {
     int status = 0;
@@ -157,7 +189,7 @@ class RunningProgram {
     }
     pid_ = 0;
     const int exit_code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-    RunResult result{exit_code, Content(output_.Get()), Content(errors_.Get())};
+    RunResult result{exit_code, Content(output_.Get()), Content(errors_.Get()), !WIFEXITED(status)};
     LastRun::Instance().Keep(command_, result);
     return result;
   }

@@ -1,6 +1,7 @@
 // What code under test finds around it: variables, files, standard error.
 #pragma once
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -74,6 +75,8 @@ class TemporaryFolder {
 class StandardError {
  public:
   StandardError() : file_(ScratchFile()), old_(dup(STDERR_FILENO)) {
+    // As a log's file is opened: each write goes to the end, whoever else writes.
+    fcntl(file_.Get(), F_SETFL, O_APPEND);
     dup2(file_.Get(), STDERR_FILENO);
   }
   StandardError(const StandardError&) = delete;

@@ -1,8 +1,12 @@
 // A library that a host must not load, wrong in every way that still lets it be examined, on a
 // platform of its own.
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
+#include <fstream>
 #include <map>
 #include <stdexcept>
 #include <string>
@@ -47,9 +51,29 @@ pinned:
     .text
 )");
 
+namespace {
+
+// Writes the number of its process to the file that WRONG_PLUGIN_FILE names, and stays.
+void Stay() {
+  std::ofstream(std::getenv("WRONG_PLUGIN_FILE")) << getpid() << std::endl;
+  sleep(60);
+  _exit(0);
+}
+
+void Misbehave(const std::string& deed) {
+  if (deed == "exit") std::exit(0);
+  if (deed == "stay") Stay();
+  // Leaves a process with all its streams.
+  if (deed == "fork" && fork() == 0) Stay();
+  std::fputs("pass  everything: yes", stderr);
+  std::puts("pass  everything: yes");
+}
+
+}  // namespace
+
 extern "C" __attribute__((visibility("default"))) impl_dao::CProductInterface*
 GetProductInterfaceForVESTA() {
-  if (std::getenv("WRONG_PLUGIN_EXITS") != nullptr) std::exit(0);
+  if (const char* const deed = std::getenv("WRONG_PLUGIN_DOES")) Misbehave(deed);
   static WrongProduct products[2];
   static unsigned calls = 0;
   // A dispatch table that lacks an entry, the first of which is the type information; or no object.

@@ -28,8 +28,12 @@ constexpr std::string_view kGzipMagic = "\x1F\x8B";
 Input::Input(const std::string& file, InputWaiter* waiter)
     : name_(file == kStandardInput ? "standard input" : file),
       waiter_(waiter),
-      fd_(file == kStandardInput ? STDIN_FILENO : open(file.c_str(), O_RDONLY | O_CLOEXEC)) {
+      fd_(file == kStandardInput
+              ? STDIN_FILENO
+              // Without O_NONBLOCK the call itself would wait for a FIFO's writer.
+              : open(file.c_str(), O_RDONLY | O_CLOEXEC | (waiter != nullptr ? O_NONBLOCK : 0))) {
   if (fd_ < 0) throw InputError(SystemReason(name_, errno));
+  if (waiter != nullptr && fd_ != STDIN_FILENO) fcntl(fd_, F_SETFL, O_RDONLY);
 }
 
 Input::~Input() {

@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <map>
 #include <string>
 #include <type_traits>
 #include <vector>
@@ -19,62 +20,116 @@
 namespace tarn::host {
 namespace {
 
-// Far above any library's, and small enough to be read by whoever asks.
-constexpr std::uint64_t kMaxTableBytes = std::uint64_t{64} << 20U;
+// Far above any library's.
+constexpr std::uint64_t kMaxDynamicEntries = 4096;
 constexpr std::uint64_t kMaxNameBytes = std::uint64_t{16} << 10U;
 constexpr std::size_t kMaxNeeded = 256;
+// How many entries of a table are in memory at once.
+constexpr std::uint64_t kBlock = 4096;
 constexpr std::size_t kMaxShownSymbols = 5;
 
-// An ELF file, every access to which is checked. What it holds is not trusted.
-class ElfFile {
+// An ELF shared object's file, as the dynamic loader puts it into memory. Every access is checked;
+// the content is not trusted.
+class ElfImage {
  public:
-  explicit ElfFile(const std::string& path)
+  explicit ElfImage(const std::string& path)
       : path_(path),
         // A FIFO without a writer would block otherwise.
         fd_(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC)) {
     if (fd_ < 0) throw InputError(SystemReason(path_, errno));
-    struct stat status {};
-    if (fstat(fd_, &status) == 0 && S_ISREG(status.st_mode)) {
+    try {
+      struct stat status {};
+      if (fstat(fd_, &status) != 0 || !S_ISREG(status.st_mode)) Fail("not a regular file");
       size_ = static_cast<std::uint64_t>(status.st_size);
-    } else {
+      ReadHeaders();
+    } catch (...) {
       close(fd_);
-      Fail("not a regular file");
+      throw;
     }
   }
-  ElfFile(const ElfFile&) = delete;
-  ElfFile& operator=(const ElfFile&) = delete;
-  ~ElfFile() { close(fd_); }
-
-  std::uint64_t Size() const noexcept { return size_; }
+  ElfImage(const ElfImage&) = delete;
+  ElfImage& operator=(const ElfImage&) = delete;
+  ~ElfImage() { close(fd_); }
 
   [[noreturn]] void Fail(const char* reason) const { throw InputError(path_ + ": " + reason); }
+  void Require(bool sound) const {
+    if (!sound) Fail("damaged ELF file");
+  }
 
-  // The table of T that lies at `offset`, `bytes` long.
+  Elf64_Addr DynamicSection() const noexcept { return dynamic_section_; }
+
+  // `count` objects of T at `address`, or as many as the file has from there on.
   template <typename T>
-  std::vector<T> Table(std::uint64_t offset, std::uint64_t bytes) const {
+  std::vector<T> UpTo(std::uint64_t count, Elf64_Addr address) const {
     static_assert(std::is_trivially_copyable_v<T>);
-    if (offset > size_ || bytes > size_ - offset) Fail("damaged ELF file");
-    if (bytes > kMaxTableBytes) Fail("a table of more than 64 MiB");
-    std::vector<T> table(bytes / sizeof(T));
-    ReadInto(table.data(), table.size() * sizeof(T), offset);
+    for (const Elf64_Phdr& segment : segments_) {
+      if (address < segment.p_vaddr || address - segment.p_vaddr >= segment.p_filesz) continue;
+      const std::uint64_t offset = address - segment.p_vaddr;
+      std::vector<T> objects(std::min(count, (segment.p_filesz - offset) / sizeof(T)));
+      ReadInto(objects.data(), objects.size() * sizeof(T), segment.p_offset + offset);
+      return objects;
+    }
+    return {};
+  }
+
+  template <typename T>
+  std::vector<T> Table(std::uint64_t count, Elf64_Addr address) const {
+    std::vector<T> table = UpTo<T>(count, address);
+    Require(table.size() == count);
     return table;
   }
-  template <typename T>
-  std::vector<T> Table(const Elf64_Shdr& section) const {
-    return Table<T>(section.sh_offset, section.sh_size);
+
+  // Calls `take` with each of the `count` objects of T at `address` until it returns false.
+  template <typename T, typename Take>
+  void ForEach(std::uint64_t count, Elf64_Addr address, Take take) const {
+    for (std::uint64_t done = 0; done < count;) {
+      const auto block = UpTo<T>(std::min(kBlock, count - done), address + done * sizeof(T));
+      Require(!block.empty());
+      for (const T& object : block) {
+        if (!take(object)) return;
+      }
+      done += block.size();
+    }
   }
 
-  // The text at `offset` of the string table that `section` describes.
-  std::string Text(const Elf64_Shdr& section, std::uint64_t offset) const {
-    if (section.sh_offset > size_ || offset >= section.sh_size) Fail("damaged ELF file");
-    const std::vector<char> bytes =
-        Table<char>(section.sh_offset + offset, std::min(section.sh_size - offset, kMaxNameBytes));
+  std::string Text(Elf64_Addr address) const {
+    const std::vector<char> bytes = UpTo<char>(kMaxNameBytes, address);
     const auto end = std::find(bytes.begin(), bytes.end(), '\0');
-    if (end == bytes.end()) Fail("damaged ELF file: a name without an end");
+    Require(end != bytes.end());
     return {bytes.begin(), end};
   }
 
  private:
+  void ReadHeaders() {
+    Elf64_Ehdr header{};
+    ReadInto(&header, std::min<std::uint64_t>(size_, sizeof header), 0);
+    if (std::memcmp(header.e_ident, ELFMAG, SELFMAG) != 0) Fail("not an ELF file");
+    if (header.e_ident[EI_CLASS] != ELFCLASS64 || header.e_ident[EI_DATA] != ELFDATA2LSB) {
+      Fail("not a 64-bit little-endian ELF file");
+    }
+    if (header.e_type != ET_DYN) Fail("not an ELF shared object");
+    Require(header.e_phentsize == sizeof(Elf64_Phdr) && size_ >= sizeof header);
+    std::vector<Elf64_Phdr> headers(header.e_phnum);
+    const std::uint64_t bytes = headers.size() * sizeof(Elf64_Phdr);
+    Require(header.e_phoff <= size_ && bytes <= size_ - header.e_phoff);
+    ReadInto(headers.data(), bytes, header.e_phoff);
+
+    const auto page = static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE));
+    std::uint64_t mapped_end = 0;
+    for (const Elf64_Phdr& it : headers) {
+      // The last of several counts.
+      if (it.p_type == PT_DYNAMIC) dynamic_section_ = it.p_vaddr;
+      if (it.p_type != PT_LOAD) continue;
+      Require(it.p_filesz <= it.p_memsz && it.p_memsz <= ~it.p_vaddr - page &&
+              it.p_offset <= size_ && it.p_filesz <= size_ - it.p_offset);
+      // Of two segments in one page the later would hide the earlier.
+      Require(it.p_vaddr / page >= mapped_end);
+      mapped_end = (it.p_vaddr + it.p_memsz + page - 1) / page;
+      segments_.push_back(it);
+    }
+    if (dynamic_section_ == 0) Fail("not an ELF shared object: it has no dynamic section");
+  }
+
   void ReadInto(void* to, std::size_t size, std::uint64_t offset) const {
     auto* rest = static_cast<char*>(to);
     while (size > 0) {
@@ -91,89 +146,109 @@ class ElfFile {
   std::string path_;
   int fd_;
   std::uint64_t size_ = 0;
+  std::vector<Elf64_Phdr> segments_;
+  Elf64_Addr dynamic_section_ = 0;
 };
 
+// The values of the dynamic section by their tags. Of a tag that comes twice, the later counts.
+using DynamicValues = std::map<Elf64_Sxword, Elf64_Xword>;
+
+// How many symbols the table at DT_GNU_HASH leads to: up to the end of the chain that begins last.
+std::uint64_t CountByGnuHash(const ElfImage& image, Elf64_Addr hash) {
+  enum Head { kBuckets, kFirstSymbol, kBloomWords, kBloomShift, kHeadWords };
+  const auto head = image.Table<Elf64_Word>(kHeadWords, hash);
+  const Elf64_Addr buckets = hash + kHeadWords * sizeof(Elf64_Word) +
+                             std::uint64_t{head[kBloomWords]} * sizeof(Elf64_Xword);
+  std::uint64_t last = 0;
+  image.ForEach<Elf64_Word>(head[kBuckets], buckets, [&](Elf64_Word bucket) {
+    image.Require(bucket == 0 || bucket >= head[kFirstSymbol]);
+    last = std::max<std::uint64_t>(last, bucket);
+    return true;
+  });
+  if (last == 0) return 0;
+  const Elf64_Addr chain =
+      buckets + (head[kBuckets] + last - head[kFirstSymbol]) * sizeof(Elf64_Word);
+  image.ForEach<Elf64_Word>(~0U, chain, [&last](Elf64_Word word) {
+    ++last;
+    return (word & 1U) == 0;
+  });
+  return last;
+}
+
+// How many symbols the table at DT_HASH leads to.
+std::uint64_t CountByHash(const ElfImage& image, Elf64_Addr hash) {
+  enum Head { kBuckets, kSymbols, kHeadWords };
+  const auto head = image.Table<Elf64_Word>(kHeadWords, hash);
+  image.ForEach<Elf64_Word>(std::uint64_t{head[kBuckets]} + head[kSymbols],
+                            hash + kHeadWords * sizeof(Elf64_Word), [&](Elf64_Word symbol) {
+                              image.Require(symbol < head[kSymbols]);
+                              return true;
+                            });
+  return head[kSymbols];
+}
+
+// Whether the loader gives the symbol to whoever asks for it by name.
 bool IsExported(const Elf64_Sym& symbol) noexcept {
-  const unsigned binding = ELF64_ST_BIND(symbol.st_info);
   const unsigned visibility = ELF64_ST_VISIBILITY(symbol.st_other);
-  return symbol.st_shndx != SHN_UNDEF && binding != STB_LOCAL &&
+  return (symbol.st_shndx != SHN_UNDEF || symbol.st_value != 0) &&
+         ELF64_ST_BIND(symbol.st_info) != STB_LOCAL &&
          (visibility == STV_DEFAULT || visibility == STV_PROTECTED);
 }
 
-std::vector<Elf64_Shdr> ReadSections(const ElfFile& file) {
-  const auto magic = file.Table<char>(0, std::min<std::uint64_t>(SELFMAG, file.Size()));
-  if (std::string(magic.begin(), magic.end()) != ELFMAG) file.Fail("not an ELF file");
-  const Elf64_Ehdr header = file.Table<Elf64_Ehdr>(0, sizeof(Elf64_Ehdr)).front();
-  if (header.e_ident[EI_CLASS] != ELFCLASS64 || header.e_ident[EI_DATA] != ELFDATA2LSB) {
-    file.Fail("not a 64-bit little-endian ELF file");
+void ReadSymbols(const ElfImage& image, const DynamicValues& values, ElfLibrary& library) {
+  // Without a table of hashes, nothing is found. DT_HASH counts where there is no other.
+  std::uint64_t count = 0;
+  if (const auto gnu_hash = values.find(DT_GNU_HASH); gnu_hash != values.end()) {
+    count = CountByGnuHash(image, gnu_hash->second);
+  } else if (const auto hash = values.find(DT_HASH); hash != values.end()) {
+    count = CountByHash(image, hash->second);
   }
-  if (header.e_type != ET_DYN) file.Fail("not an ELF shared object");
-  if (header.e_shnum != 0 && header.e_shentsize != sizeof(Elf64_Shdr)) {
-    file.Fail("damaged ELF file");
-  }
-  return file.Table<Elf64_Shdr>(header.e_shoff, header.e_shnum * sizeof(Elf64_Shdr));
-}
-
-// The one section of that type, or null.
-const Elf64_Shdr* OnlySection(const ElfFile& file, const std::vector<Elf64_Shdr>& sections,
-                              std::uint32_t type) {
-  const Elf64_Shdr* only = nullptr;
-  for (const Elf64_Shdr& section : sections) {
-    if (section.sh_type != type) continue;
-    // Each of them could name the same bytes, any number of times.
-    if (only != nullptr) file.Fail("damaged ELF file: two tables where one belongs");
-    if (section.sh_link >= sections.size()) file.Fail("damaged ELF file");
-    only = &section;
-  }
-  return only;
+  if (count == 0) return;
+  image.Require(values.contains(DT_SYMTAB) && values.contains(DT_STRTAB));
+  const auto add = [&](SymbolNames& names, const Elf64_Sym& symbol) {
+    if (++names.count > kMaxShownSymbols) return;
+    names.first.push_back(image.Text(values.at(DT_STRTAB) + symbol.st_name));
+  };
+  image.ForEach<Elf64_Sym>(count, values.at(DT_SYMTAB), [&](const Elf64_Sym& symbol) {
+    if (!IsExported(symbol)) return true;
+    add(library.exported, symbol);
+    if (ELF64_ST_BIND(symbol.st_info) == STB_GNU_UNIQUE) add(library.unique, symbol);
+    return true;
+  });
 }
 
 }  // namespace
 
 ElfLibrary ReadElfLibrary(const std::string& path) {
-  const ElfFile file(path);
-  const std::vector<Elf64_Shdr> sections = ReadSections(file);
+  const ElfImage image(path);
+  DynamicValues values;
+  std::vector<Elf64_Xword> needed;
+  bool at_end = false;
+  for (const Elf64_Dyn& entry : image.UpTo<Elf64_Dyn>(kMaxDynamicEntries, image.DynamicSection())) {
+    at_end = entry.d_tag == DT_NULL;
+    if (at_end) break;
+    values[entry.d_tag] = entry.d_un.d_val;
+    if (entry.d_tag == DT_NEEDED) needed.push_back(entry.d_un.d_val);
+  }
+  image.Require(at_end);
+  const Elf64_Xword flags = values[DT_FLAGS_1];
+  if ((flags & DF_1_PIE) != 0) image.Fail("an executable, not a shared object");
+  if (needed.size() > kMaxNeeded) image.Fail("it needs more than 256 libraries");
+
   ElfLibrary library;
-
-  const Elf64_Shdr* const dynamic = OnlySection(file, sections, SHT_DYNAMIC);
-  if (dynamic == nullptr) file.Fail("not an ELF shared object: it has no dynamic section");
-  const auto text_of = [&](const Elf64_Dyn& entry) {
-    return file.Text(sections[dynamic->sh_link], entry.d_un.d_val);
-  };
-  for (const Elf64_Dyn& entry : file.Table<Elf64_Dyn>(*dynamic)) {
-    switch (entry.d_tag) {
-      case DT_NEEDED:
-        if (library.needed.size() == kMaxNeeded) file.Fail("it needs more than 256 libraries");
-        library.needed.push_back(text_of(entry));
-        break;
-      case DT_SONAME:
-        library.soname = text_of(entry);
-        break;
-      case DT_RUNPATH:
-      case DT_RPATH:
-        library.search_path = text_of(entry);
-        break;
-      case DT_FLAGS_1:
-        if ((entry.d_un.d_val & DF_1_PIE) != 0) file.Fail("an executable, not a shared object");
-        library.no_delete = (entry.d_un.d_val & DF_1_NODELETE) != 0;
-        break;
-      default:
-        break;
-    }
-    if (entry.d_tag == DT_NULL) break;
+  library.no_delete = (flags & DF_1_NODELETE) != 0;
+  for (const Elf64_Xword name : needed) {
+    library.needed.push_back(image.Text(values[DT_STRTAB] + name));
   }
-
-  if (const Elf64_Shdr* const symbols = OnlySection(file, sections, SHT_DYNSYM)) {
-    const auto add = [&](SymbolNames& names, const Elf64_Sym& symbol) {
-      if (++names.count > kMaxShownSymbols) return;
-      names.first.push_back(file.Text(sections[symbols->sh_link], symbol.st_name));
-    };
-    for (const Elf64_Sym& symbol : file.Table<Elf64_Sym>(*symbols)) {
-      if (!IsExported(symbol)) continue;
-      add(library.exported, symbol);
-      if (ELF64_ST_BIND(symbol.st_info) == STB_GNU_UNIQUE) add(library.unique, symbol);
+  if (const auto name = values.find(DT_SONAME); name != values.end()) {
+    library.soname = image.Text(values[DT_STRTAB] + name->second);
+  }
+  for (const Elf64_Sxword tag : {DT_RPATH, DT_RUNPATH}) {
+    if (const auto folders = values.find(tag); folders != values.end()) {
+      library.search_path = image.Text(values[DT_STRTAB] + folders->second);
     }
   }
+  ReadSymbols(image, values, library);
   return library;
 }
 

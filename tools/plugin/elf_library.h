@@ -13,9 +13,10 @@ struct SymbolNames {
   std::size_t count = 0;
 };
 
-// What the file of a shared library says of itself, read without loading it.
+// What the file of a shared library says to the dynamic loader, read without loading it.
 struct ElfLibrary {
-  // What the library offers to others, and which of that is unique in a process, which pins it.
+  // The symbols that others can find in the library, and those of them that are unique in a
+  // process, which pin the library there.
   SymbolNames exported;
   SymbolNames unique;
   // The libraries it asks for.
@@ -27,9 +28,14 @@ struct ElfLibrary {
   bool no_delete = false;
 };
 
-// Reads the 64-bit little-endian ELF shared object at `path`. Reads only what it tells of, so that
-// whoever made the file does not decide on time and memory. Throws InputError when the file can't
-// be read, is no regular file, is something else, is damaged, or has tables beyond all measure.
+// Reads the 64-bit little-endian ELF shared object at `path` by what the dynamic loader reads: the
+// program headers, the dynamic section at its address in memory, and the symbols that the hash
+// table leads to. Section headers, which the loader ignores, may be forged or absent. Relocations,
+// which can change all of that while the library is loaded, are not applied.
+//
+// Time and memory are bounded whatever the file holds: a table is read once, in blocks. Throws
+// InputError when the file can't be read, is no regular file, is something else, is damaged, or has
+// more than 4,096 dynamic entries or 256 needed libraries.
 ElfLibrary ReadElfLibrary(const std::string& path);
 
 }  // namespace tarn::host

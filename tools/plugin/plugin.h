@@ -8,6 +8,9 @@
 
 namespace tarn::host {
 
+// The plug-in's file name, which is its soname too.
+inline constexpr const char* kPluginFile = "libtarn_interface_for_vesta.so";
+
 // The one function that a plug-in exports: it takes nothing and returns the product.
 inline constexpr const char* kEntryFunction = "GetProductInterfaceForVESTA";
 using EntryFunction = impl_dao::CProductInterface*();

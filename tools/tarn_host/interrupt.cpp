@@ -1,45 +1,78 @@
 #include "tarn_host/interrupt.h"
 
 #include <poll.h>
-#include <pthread.h>
-#include <sys/signalfd.h>
+#include <sys/eventfd.h>
 #include <unistd.h>
 
 #include <array>
+#include <atomic>
+#include <cassert>
 #include <cerrno>
 #include <csignal>
 
 #include "tarn_host/errors.h"
+#include "tarn_host/exit_code.h"
 
 namespace tarn::host {
+namespace {
 
-InterruptWatch::InterruptWatch() {
-  sigset_t interrupt;
-  sigemptyset(&interrupt);
-  sigaddset(&interrupt, SIGINT);
-  signal_fd_ = signalfd(-1, &interrupt, SFD_CLOEXEC);
-  if (signal_fd_ < 0) throw ToolError(SystemReason("signalfd", errno));
-  pthread_sigmask(SIG_BLOCK, &interrupt, &old_mask_);
+// Where the next Ctrl-C is to be reported: the watch's descriptor, or kNowhere, which ends the
+// process. A signal handler has nothing else to go by.
+constexpr int kNowhere = -1;
+std::atomic<int> watching_fd{kNowhere};
+static_assert(std::atomic<int>::is_always_lock_free);
+
+void OnSignal(int signal) {
+  const int fd = signal == SIGINT ? watching_fd.exchange(kNowhere) : kNowhere;
+  if (fd == kNowhere) _exit(kExitInterrupted);
+  const int caller_errno = errno;
+  eventfd_write(fd, 1);
+  alarm(InterruptWatch::kGraceSeconds);
+  errno = caller_errno;
+}
+
+}  // namespace
+
+void ExitOnInterrupt() noexcept {
+  struct sigaction action {};
+  sigaction(SIGINT, nullptr, &action);
+  if (action.sa_handler == SIG_IGN) return;
+  action = {};
+  action.sa_handler = OnSignal;
+  action.sa_flags = SA_RESTART;
+  sigaction(SIGINT, &action, nullptr);
+}
+
+InterruptWatch::InterruptWatch() : event_fd_(eventfd(0, EFD_CLOEXEC)) {
+  if (event_fd_ < 0) throw ToolError(SystemReason("eventfd", errno));
+  assert(watching_fd == kNowhere);
+  watching_fd = event_fd_;
+  std::signal(SIGALRM, OnSignal);
 }
 
 InterruptWatch::~InterruptWatch() {
-  pthread_sigmask(SIG_SETMASK, &old_mask_, nullptr);
-  close(signal_fd_);
+  Stop();
+  close(event_fd_);
+}
+
+void InterruptWatch::Stop() noexcept {
+  if (stopped_) return;
+  stopped_ = true;
+  interrupted_ = watching_fd.exchange(kNowhere) == kNowhere;
+  alarm(0);
 }
 
 bool InterruptWatch::Wait(int fd) {
-  std::array<pollfd, 2> watched{{{signal_fd_, POLLIN, 0}, {fd, POLLIN, 0}}};
-  while (!interrupted_ && watched[1].revents == 0) {
-    if (poll(watched.data(), watched.size(), -1) < 0 && errno != EINTR) {
-      throw ToolError(SystemReason("poll", errno));
-    }
-    if (watched[0].revents != 0) {
-      // Taken off the queue, it does not end the process later.
-      signalfd_siginfo signal;
-      interrupted_ = read(signal_fd_, &signal, sizeof signal) == sizeof signal;
-    }
+  std::array<pollfd, 2> watched{{{event_fd_, POLLIN, 0}, {fd, POLLIN, 0}}};
+  while (poll(watched.data(), watched.size(), -1) < 0) {
+    if (errno != EINTR) throw ToolError(SystemReason("poll", errno));
   }
-  return !interrupted_;
+  // The event is never taken, so that it counts ever after.
+  return watched[0].revents == 0;
+}
+
+bool InterruptWatch::Interrupted() const noexcept {
+  return stopped_ ? interrupted_ : watching_fd == kNowhere;
 }
 
 }  // namespace tarn::host

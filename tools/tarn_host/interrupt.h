@@ -1,15 +1,23 @@
 #pragma once
 
-#include <csignal>
-
 #include "logs/input.h"
 
 namespace tarn::host {
 
-// Turns Ctrl-C into the end of the input, for as long as it lives. Create it before any thread, so
-// that all threads leave the signal to it; one at a time in a process.
+// From now on Ctrl-C ends the process at once with kExitInterrupted, by exit rather than by the
+// signal, so that whoever started it sees that status. Where the process was started with the
+// signal ignored, that stays. To be called once, before any thread is started.
+void ExitOnInterrupt() noexcept;
+
+// Turns the first Ctrl-C into the end of the input, for as long as it lives; a second one ends the
+// process at once, and so does the first after kGraceSeconds, if the watch lives that long.
+// Requires: ExitOnInterrupt was called, and no other watch is alive. Any thread may call
+// Interrupted.
 class InterruptWatch final : public InputWaiter {
  public:
+  // How long what is in hand may take after Ctrl-C.
+  static constexpr unsigned kGraceSeconds = 2;
+
   // Throws ToolError.
   InterruptWatch();
   InterruptWatch(const InterruptWatch&) = delete;
@@ -19,11 +27,17 @@ class InterruptWatch final : public InputWaiter {
   // Waits until `fd` can be read; false, now and ever after, once Ctrl-C was pressed.
   bool Wait(int fd) override;
 
-  bool Interrupted() const noexcept { return interrupted_; }
+  // Whether Ctrl-C was pressed.
+  bool Interrupted() const noexcept;
+
+  // Ends the watch before the object's end: from now on Ctrl-C ends the process at once again.
+  // Interrupted stays as it is. To be called when there is no more input, before output that may
+  // block.
+  void Stop() noexcept;
 
  private:
-  sigset_t old_mask_;
-  int signal_fd_;
+  int event_fd_;
+  bool stopped_ = false;
   bool interrupted_ = false;
 };
 

@@ -7,6 +7,7 @@
 #include "tarn_host/commands.h"
 #include "tarn_host/errors.h"
 #include "tarn_host/exit_code.h"
+#include "tarn_host/interrupt.h"
 #include "tarn_host/output.h"
 
 namespace {
@@ -47,6 +48,7 @@ void OpenStandardStreams() {
 
 int main(int argc, char** argv) {
   OpenStandardStreams();
+  ExitOnInterrupt();
   // A reader that goes away shows as a failed write.
   std::signal(SIGPIPE, SIG_IGN);
   try {

@@ -5,6 +5,8 @@
 #include <string>
 #include <system_error>
 
+#include "plugin/plugin.h"
+
 namespace tarn::host {
 namespace {
 

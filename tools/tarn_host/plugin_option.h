@@ -6,9 +6,6 @@
 
 namespace tarn::host {
 
-// The plug-in's file name, which is its soname too.
-inline constexpr const char* kPluginFile = "libtarn_interface_for_vesta.so";
-
 // The library that belongs to this tool: `file` beside the executable, in ../lib or in
 // ../lib/<multiarch>, the first that exists. Otherwise `file` itself, for the dynamic loader to
 // search.

@@ -16,6 +16,7 @@
 
 #include "plugin/normalize_call.h"
 #include "tarn_host/errors.h"
+#include "tarn_host/json.h"
 
 namespace tarn::host {
 namespace {
@@ -208,10 +209,9 @@ void PrintJson(const ShapeCount& count, const ReportOptions& options,
     }
     return json;
   };
-  // Statements are bytes, JSON is UTF-8: what is not becomes U+FFFD.
   const auto text = [](const Json& json, int levels) {
     constexpr int kIndent = 2;
-    std::string lines = json.dump(kIndent, ' ', false, Json::error_handler_t::replace);
+    std::string lines = JsonText(json);
     const std::string indent(static_cast<std::size_t>(levels * kIndent), ' ');
     for (std::size_t at = 0; (at = lines.find('\n', at)) != std::string::npos; ++at) {
       lines.insert(at + 1, indent);

@@ -1,32 +1,26 @@
-#include "tarn_host/commands.h"
-
-#include <cxxabi.h>
-#include <dlfcn.h>
 #include <fcntl.h>
-#include <link.h>
+#include <poll.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <exception>
-#include <filesystem>
-#include <limits>
 #include <memory>
-#include <sstream>
 #include <string>
 #include <string_view>
-#include <system_error>
-#include <typeinfo>
-#include <vector>
 
 #include "plugin/elf_library.h"
-#include "plugin/normalize_call.h"
-#include "plugin/plugin.h"
+#include "plugin/plugin_check.h"
+#include "tarn_host/commands.h"
 #include "tarn_host/errors.h"
 #include "tarn_host/exit_code.h"
 #include "tarn_host/output.h"
@@ -35,31 +29,28 @@
 namespace tarn::host {
 namespace {
 
-constexpr std::size_t kSlots = 9;
-constexpr std::string_view kProductType = "CProductInterface_Tarn";
-constexpr const char* kSampleStatement =
-    "select t3.a, 1.50 from tab t3 where (t3.id = 0x1F and t3.b >= 2.5E3)";
-constexpr std::string_view kSampleCanonical =
-    "SELECT a, 1.5 FROM tab ____t1 WHERE id = 31 and b >= 2500";
+constexpr std::uint64_t kMaxSeconds = 86'400;
+
+struct CheckOptions {
+  std::string library;
+  std::uint64_t seconds = 10;
+};
 
 // Prints one line a fact.
 class FactSheet {
  public:
   explicit FactSheet(Output& output) : output_(output) {}
 
-  void Add(bool holds, std::string_view fact, std::string_view detail) {
-    const bool coloured = output_.Coloured();
-    if (coloured) output_.Write(holds ? "\x1B[32m" : "\x1B[1;31m");
-    output_.Write(holds ? "pass" : "FAIL");
-    if (coloured) output_.Write("\x1B[0m");
-    output_.Write("  ");
-    output_.Write(fact);
-    output_.Write(": ");
-    output_.Write(OneLine(detail));
-    output_.Write("\n");
-    // What the library does next may end the process.
+  void Head(std::string_view text) { output_.Write(std::string(text) + ":\n"); }
+
+  void Add(const Fact& fact) {
+    const std::string_view word = fact.holds ? "pass" : "FAIL";
+    const std::string_view colour = fact.holds ? "\x1B[32m" : "\x1B[1;31m";
+    std::string line(word);
+    if (output_.Coloured()) line = std::string(colour) + line + "\x1B[0m";
+    output_.Write(line + "  " + OneLine(fact.name) + ": " + OneLine(fact.detail) + '\n');
     output_.Flush();
-    all_hold_ = all_hold_ && holds;
+    all_hold_ = all_hold_ && fact.holds;
   }
 
   bool AllHold() const noexcept { return all_hold_; }
@@ -69,225 +60,181 @@ class FactSheet {
   bool all_hold_ = true;
 };
 
-// The first few names, and how many more there are.
-std::string Listed(const SymbolNames& names) {
-  if (names.count == 0) return "none";
-  std::string text;
-  for (const std::string& name : names.first) text += (text.empty() ? "" : ", ") + name;
-  const std::size_t more = names.count - names.first.size();
-  return more == 0 ? text : text + " and " + std::to_string(more) + " more";
-}
+// What the child process sends: a line for each fact, "+NAME\tDETAIL" or "-NAME\tDETAIL", and this
+// line at its end, since its exit code might be the library's.
+constexpr std::string_view kEnd = ".";
 
-void CheckFile(const ElfLibrary& library, FactSheet& facts) {
-  facts.Add(library.exported.count == 1 && library.exported.first.front() == kEntryFunction,
-            "exports the entry function alone", Listed(library.exported));
-  facts.Add(library.unique.count == 0, "has no unique symbols", Listed(library.unique));
-  facts.Add(!library.no_delete, "allows unloading", library.no_delete ? "DF_1_NODELETE" : "yes");
-  facts.Add(library.soname == kPluginFile, "soname", library.soname.value_or("none"));
-}
-
-// The loaded library that `name` stands for, where the process has one.
-LibraryHandle LoadedLibrary(const std::string& name) {
-  return LibraryHandle(dlopen(name.c_str(), RTLD_LAZY | RTLD_NOLOAD));
-}
-
-// What the loaded library at `path` needs, found as the dynamic loader did.
-void CheckNeeded(const ElfLibrary& library, FactSheet& facts) {
-  for (const std::string& name : library.needed) {
-    const LibraryHandle handle = LoadedLibrary(name);
-    link_map* map = nullptr;
-    const bool found = handle && dlinfo(handle.get(), RTLD_DI_LINKMAP, &map) == 0;
-    facts.Add(found, "finds " + name, found ? map->l_name : "not found");
+void Send(int to_parent, const std::string& line) {
+  const std::string bytes = line + '\n';
+  if (write(to_parent, bytes.data(), bytes.size()) != static_cast<ssize_t>(bytes.size())) {
+    _exit(kExitTrouble);
   }
 }
 
-// What the library at `path`, which can't be loaded, needs: each looked for where the dynamic
-// loader would, so that all that is missing shows at once.
-void CheckNeededOfUnloadable(const std::string& path, const ElfLibrary& library, FactSheet& facts) {
-  std::vector<std::filesystem::path> folders;
-  std::istringstream search_path(library.search_path);
-  for (std::string folder; std::getline(search_path, folder, ':');) {
-    for (const std::string_view origin : {"$ORIGIN", "${ORIGIN}"}) {
-      if (!folder.starts_with(origin)) continue;
-      folder.replace(0, origin.size(), std::filesystem::path(path).parent_path().string());
-    }
-    folders.emplace_back(folder);
+// Checks the library in this process, a child of `parent`, and ends it.
+[[noreturn]] void CheckAndExit(const std::string& path, const ElfLibrary& library, int to_parent,
+                               pid_t parent) {
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
+  if (getppid() != parent) _exit(kExitTrouble);
+  // Neither the library nor what it starts gets the tool's terminal or a stream that someone waits
+  // for the end of.
+  setsid();
+  const int nothing = open("/dev/null", O_RDWR | O_CLOEXEC);
+  for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) dup2(nothing, stream);
+  for (const int signal : {SIGINT, SIGALRM}) std::signal(signal, SIG_DFL);
+  try {
+    CheckLoaded(path, library, [to_parent](const Fact& fact) {
+      Send(to_parent, (fact.holds ? '+' : '-') + OneLine(fact.name) + '\t' + OneLine(fact.detail));
+    });
+    Send(to_parent, std::string(kEnd));
+  } catch (const std::exception& error) {
+    Send(to_parent, "-examination\t" + OneLine(error.what()));
   }
-  for (const std::string& name : library.needed) {
-    std::string where;
-    for (const auto& folder : folders) {
-      std::error_code error;
-      if (where.empty() && std::filesystem::is_regular_file(folder / name, error)) {
-        where = (folder / name).string();
+  _exit(kExitSuccess);
+}
+
+// A process that loads the library and tells of it, ended with the object and with all that it has
+// started in its session.
+class Examiner {
+ public:
+  // Nothing may be buffered for output. Throws ToolError.
+  Examiner(const std::string& path, const ElfLibrary& library) {
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0) throw ToolError(SystemReason("check", errno));
+    from_child_ = ends[0];
+    const pid_t parent = getpid();
+    child_ = fork();
+    if (child_ == 0) CheckAndExit(path, library, ends[1], parent);
+    const int error = errno;
+    close(ends[1]);
+    if (child_ > 0) ended_fd_ = static_cast<int>(syscall(SYS_pidfd_open, child_, 0));
+    if (ended_fd_ >= 0) return;
+    const std::string reason = SystemReason("check", child_ > 0 ? errno : error);
+    End();
+    throw ToolError(reason);
+  }
+  Examiner(const Examiner&) = delete;
+  Examiner& operator=(const Examiner&) = delete;
+  ~Examiner() { End(); }
+
+  // Adds the facts that the process tells, for so many seconds at most.
+  void AddFacts(std::uint64_t seconds, FactSheet& facts) {
+    constexpr const char* kLeavesRunning = "leaves its process running";
+    // Far more than all facts take.
+    constexpr std::size_t kMaxBytes = std::size_t{1} << 20U;
+    const auto end = Clock::now() + std::chrono::seconds(seconds);
+    std::string heard;
+    std::size_t total = 0;
+    while (Await(end)) {
+      std::array<char, 4096> block{};
+      const ssize_t got = read(from_child_, block.data(), block.size());
+      if (got <= 0) break;
+      total += static_cast<std::size_t>(got);
+      heard.append(block.data(), static_cast<std::size_t>(got));
+      for (std::size_t line = 0; (line = heard.find('\n')) != std::string::npos;) {
+        if (heard.compare(0, line, kEnd) == 0) return;
+        AddFact(heard.substr(0, line), facts);
+        heard.erase(0, line + 1);
+      }
+      if (total > kMaxBytes) {
+        facts.Add({false, kLeavesRunning, "it tells more than there is to tell"});
+        return;
       }
     }
-    if (where.empty() && LibraryHandle(dlopen(name.c_str(), RTLD_LAZY))) where = "yes";
-    facts.Add(!where.empty(), "finds " + name, where.empty() ? "not found" : where);
-  }
-}
-
-// Where a loaded library lies in memory.
-class LibraryRange {
- public:
-  // `inside` is an address of the library.
-  explicit LibraryRange(const void* inside) noexcept : base_(BaseOf(inside)) {}
-
-  bool Has(const void* address) const noexcept {
-    return base_ != nullptr && BaseOf(address) == base_;
+    if (Clock::now() >= end) {
+      facts.Add({false, "ends in time",
+                 "still running after " + std::to_string(seconds) + " s (see --timeout)"});
+    } else {
+      facts.Add({false, kLeavesRunning, HowItEnded(End())});
+    }
   }
 
  private:
-  static const void* BaseOf(const void* address) noexcept {
-    Dl_info info;
-    return address != nullptr && dladdr(address, &info) != 0 ? info.dli_fbase : nullptr;
+  using Clock = std::chrono::steady_clock;
+
+  // Waits for something to read; false at `end`, or when the process has ended and told all.
+  bool Await(Clock::time_point end) {
+    std::array<pollfd, 2> watched{{{from_child_, POLLIN, 0}, {ended_fd_, POLLIN, 0}}};
+    for (;;) {
+      const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()).count();
+      if (left <= 0) return false;
+      const int ready = poll(watched.data(), watched.size(), static_cast<int>(left));
+      if (ready < 0 && errno != EINTR) throw ToolError(SystemReason("poll", errno));
+      if (ready <= 0) continue;
+      if ((watched[0].revents & POLLIN) != 0) return true;
+      if (watched[1].revents != 0) return false;
+      // Its end of the pipe is closed, and it runs on.
+      watched[0].fd = -1;
+    }
   }
 
-  const void* base_;
+  static void AddFact(const std::string& line, FactSheet& facts) {
+    const std::size_t tab = std::min(line.find('\t'), line.size());
+    const std::size_t name = std::min<std::size_t>(1, tab);
+    facts.Add({line.starts_with('+'), line.substr(name, tab - name),
+               tab < line.size() ? line.substr(tab + 1) : ""});
+  }
+
+  static std::string HowItEnded(int status) {
+    if (WIFEXITED(status)) {
+      return "it ended with exit code " + std::to_string(WEXITSTATUS(status));
+    }
+    return std::string("it died: ") + strsignal(WTERMSIG(status));
+  }
+
+  // Ends the process and gives back everything. Returns the process's status.
+  int End() noexcept {
+    if (from_child_ < 0) return 0;
+    int status = 0;
+    if (child_ > 0) {
+      // Its number is not given to another before it is waited for.
+      kill(-child_, SIGKILL);
+      kill(child_, SIGKILL);
+      while (waitpid(child_, &status, 0) < 0 && errno == EINTR) {
+      }
+    }
+    close(from_child_);
+    if (ended_fd_ >= 0) close(ended_fd_);
+    from_child_ = -1;
+    return status;
+  }
+
+  int from_child_ = -1;
+  int ended_fd_ = -1;
+  pid_t child_ = -1;
 };
 
-// Whether the object's dispatch table is whole, so that its operations may be called.
-bool CheckDispatchTable(const impl_dao::CProductInterface& product, const LibraryRange& range,
-                        FactSheet& facts) {
-  const char* const fact = "dispatch table";
-  // The type information stands right before the first slot.
-  constexpr std::size_t kEntries = kSlots + 1;
-  const void* const* table = nullptr;
-  if (!range.Has(&product)) {
-    facts.Add(false, fact, "the object lies outside the library");
-    return false;
-  }
-  std::memcpy(&table, static_cast<const void*>(&product), sizeof table);
-  if (!range.Has(table) || !range.Has(table - 1) || !range.Has(table + kSlots - 1)) {
-    facts.Add(false, fact, "it lies outside the library");
-    return false;
-  }
-  for (std::size_t entry = 0; entry < kEntries; ++entry) {
-    if (!range.Has(*(table - 1 + entry))) {
-      facts.Add(false, fact,
-                entry == 0 ? "no type information"
-                           : "slot " + std::to_string(entry) + " points outside the library");
-      return false;
-    }
-  }
-  facts.Add(true, fact, "nine slots, all within the library");
-  return true;
-}
-
-void CheckTypeName(const impl_dao::CProductInterface& product, FactSheet& facts) {
-  const char* const mangled = typeid(product).name();
-  const std::unique_ptr<char, decltype(&std::free)> name(
-      abi::__cxa_demangle(mangled, nullptr, nullptr, nullptr), &std::free);
-  const std::string_view shown = name ? name.get() : mangled;
-  facts.Add(shown == kProductType, "type", shown);
-}
-
-void CheckOperations(impl_dao::CProductInterface& product, FactSheet& facts) {
-  constexpr std::int64_t kGenericError = 0xB000013;
-  bool maps = product.MapErrorCode(0) == 0;
-  for (const int status :
-       {1, -1, std::numeric_limits<int>::max(), std::numeric_limits<int>::min()}) {
-    maps = maps && product.MapErrorCode(status) == kGenericError;
-  }
-  facts.Add(maps, "MapErrorCode",
-            maps ? "0 for 0, 0xB000013 otherwise" : "not 0 for 0 and 0xB000013 otherwise");
-
-  std::string sql = kSampleStatement;
-  const auto reason = CallNormalize(product, sql);
-  facts.Add(!reason && sql == kSampleCanonical, "NormalizeSQL", reason ? *reason : sql);
-}
-
-// Everything that asks the library itself. Throws PluginError when it can't be loaded or has no
-// entry function; it is unloaded again in any case.
-void CheckLoaded(const std::string& path, const ElfLibrary& library, FactSheet& facts) {
-  const Plugin plugin(path);
-  facts.Add(true, "loads", path);
-  CheckNeeded(library, facts);
-
-  const bool same = plugin.Entry()() == &plugin.Product();
-  facts.Add(same, "entry function",
-            same ? "one pointer on two calls" : "two pointers on two calls");
-  const LibraryRange range(reinterpret_cast<const void*>(&plugin.Entry()));
-  if (!CheckDispatchTable(plugin.Product(), range, facts)) return;
-  CheckTypeName(plugin.Product(), facts);
-  CheckOperations(plugin.Product(), facts);
-}
-
-void CheckInThisProcess(const std::string& path, const ElfLibrary& library, FactSheet& facts) {
-  try {
-    CheckLoaded(path, library, facts);
-    const bool still_there = IsLoaded(path);
-    facts.Add(!still_there, "unloads", still_there ? "still in the process" : "yes");
-  } catch (const PluginError& error) {
-    facts.Add(false, "loads", error.what());
-    CheckNeededOfUnloadable(path, library, facts);
-  }
-}
-
-std::string HowItEnded(int status) {
-  if (WIFEXITED(status)) return "it ended with exit code " + std::to_string(WEXITSTATUS(status));
-  return std::string("it died: ") + strsignal(WTERMSIG(status));
-}
-
-// As a shell reports it.
-constexpr unsigned char kExitReaderGone = 128 + SIGPIPE;
-
-// Goes on with `facts` in a child process, since a library may well end the process that loads it.
-// Nothing may be buffered in `facts`. Returns the exit code.
-int CheckInAChild(const std::string& path, const ElfLibrary& library, FactSheet& facts) {
-  // The child's verdict is a byte here, not its exit code, which the library could choose.
-  int verdict[2];
-  if (pipe2(verdict, O_CLOEXEC | O_NONBLOCK) != 0) throw ToolError(SystemReason("check", errno));
-  const pid_t child = fork();
-  if (child < 0) throw ToolError(SystemReason("check", errno));
-  if (child == 0) {
-    unsigned char exit_code = kExitTrouble;
-    try {
-      CheckInThisProcess(path, library, facts);
-      exit_code = facts.AllHold() ? kExitSuccess : kExitFailed;
-    } catch (const ReaderGone&) {
-      exit_code = kExitReaderGone;
-    } catch (const std::exception& error) {
-      ReportError(error.what());
-    }
-    _exit(write(verdict[1], &exit_code, 1) == 1 ? exit_code : kExitTrouble);
-  }
-  int status = 0;
-  while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
-  }
-  unsigned char exit_code = 0;
-  const bool has_verdict = read(verdict[0], &exit_code, 1) == 1;
-  close(verdict[0]);
-  close(verdict[1]);
-  if (has_verdict) return exit_code;
-  facts.Add(false, "leaves its process running", HowItEnded(status));
-  return kExitFailed;
-}
-
-int Check(const std::string& name) {
-  const std::string path = ChosenPlugin(name);
+int Check(const CheckOptions& options) {
+  const std::string path = ChosenPlugin(options.library);
   const ElfLibrary library = ReadElfLibrary(path);
   Output output;
   FactSheet facts(output);
-  CheckFile(library, facts);
-  return CheckInAChild(path, library, facts);
+  facts.Head("read from the file");
+  for (const Fact& fact : CheckFile(library)) facts.Add(fact);
+  facts.Head("told by a process that has loaded it");
+  output.Flush();
+  Examiner(path, library).AddFacts(options.seconds, facts);
+  return facts.AllHold() ? kExitSuccess : kExitFailed;
 }
 
 }  // namespace
 
 void AddCheckCommand(CommandLine& line) {
-  const auto library = std::make_shared<std::string>();
+  const auto options = std::make_shared<CheckOptions>();
   Command command = line.Add("check", "Tell whether a library is fit to be loaded into a host",
-                             [library] { return Check(*library); });
-  command.NameArgument("LIBRARY", *library,
+                             [options] { return Check(*options); });
+  command.NameArgument("LIBRARY", options->library,
                        "The library's file; by default the one beside the tool",
                        Presence::kOptional);
+  command.Count("--timeout", options->seconds, kMaxSeconds,
+                "Give the library N seconds to be loaded and to answer (default: 10)");
   command.Footer(
-      "Prints one line a fact, \"pass\" or \"FAIL\"; the exit code is 1 when any fails. The "
-      "library\n"
-      "is loaded and called: don't check one that you don't trust.\n\n"
+      "Prints one line a fact, \"pass\" or \"FAIL\"; the exit code is 1 when any fails. The facts\n"
+      "that the file tells come first. For the others the library is loaded and called, in a\n"
+      "process of its own: its code can forge them, so don't check one that you don't trust.\n\n"
       "Examples:\n"
       "  tarn_host check\n"
-      "  tarn_host check ./libtarn_interface_for_vesta.so");
+      "  tarn_host check --timeout=60 ./libtarn_interface_for_vesta.so");
 }
 
 }  // namespace tarn::host

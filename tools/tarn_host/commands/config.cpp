@@ -1,8 +1,6 @@
 #include "tarn_host/commands.h"
 
 #include <dlfcn.h>
-#include <fcntl.h>
-#include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -10,13 +8,10 @@
 #include <cstddef>
 #include <cstdlib>
 #include <exception>
-#include <istream>
 #include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
-#include <sstream>
 #include <string>
-#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -24,9 +19,10 @@
 #include "plugin/elf_library.h"
 #include "plugin/platform_module.h"
 #include "plugin/plugin.h"
-#include "standin/password_cipher.h"
+#include "standin/warning.h"
 #include "tarn_host/errors.h"
 #include "tarn_host/exit_code.h"
+#include "tarn_host/json.h"
 #include "tarn_host/output.h"
 #include "tarn_host/plugin_option.h"
 
@@ -97,92 +93,45 @@ class SharedPlatform {
   const PlatformModule* module_ = nullptr;
 };
 
-// The product log of some calls, kept from standard error, where the stand-in platform writes it:
-//
-//   LEVEL CODE FILE:LINE FUNCTION: MESSAGE
-//
-// A person who sees the answers needs no record, and one who sees none needs the first cause.
-class KeptLog {
+// What the stand-in platform warns of while this object lives; nothing on another platform.
+class PlatformWarnings {
  public:
-  // Keeps warnings and errors even where TARN_LOG_LEVEL asks for less. Throws ToolError.
-  KeptLog()
-      : records_(memfd_create("product log", MFD_CLOEXEC)),
-        standard_error_(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0)) {
-    if (const char* level = std::getenv(kLevelVariable)) asked_ = level;
-    if (asked_.empty() || asked_ == "off" || asked_ == "error") {
-      setenv(kLevelVariable, "warn", 1);
-    }
-    if (records_ < 0 || standard_error_ < 0 || dup2(records_, STDERR_FILENO) < 0) {
-      const int error = errno;
-      Close();
-      throw ToolError(SystemReason("product log", error));
-    }
+  explicit PlatformWarnings(const Plugin& plugin)
+      : observe_(reinterpret_cast<standin::ObserveWarnings*>(
+            dlsym(plugin.Handle(), standin::kObserveWarnings))) {
+    if (observe_ != nullptr) observe_(&PlatformWarnings::Add, this);
   }
-  KeptLog(const KeptLog&) = delete;
-  KeptLog& operator=(const KeptLog&) = delete;
-  ~KeptLog() {
-    dup2(standard_error_, STDERR_FILENO);
-    Close();
+  PlatformWarnings(const PlatformWarnings&) = delete;
+  PlatformWarnings& operator=(const PlatformWarnings&) = delete;
+  ~PlatformWarnings() {
+    if (observe_ != nullptr) observe_(nullptr, nullptr);
   }
 
-  // Passes on to standard error what TARN_LOG_LEVEL asked for. Returns the message of the first
-  // record in which the platform, not the plug-in, warns of something. A password is tried with two
-  // algorithms: where it has been `deciphered`, the cipher's warning is of the one that failed, and
-  // that it is for the other algorithm is no cause where that one fails for another reason.
-  std::string FirstCause(bool deciphered) const {
-    constexpr std::string_view kPluginSource = "getproductinterface.cpp:";
-    constexpr std::string_view kLogSource = "log_process.cpp:";
-    constexpr std::string_view kCipherSource = "quill_aes_cipher.cpp:";
-    const std::string other_algorithm =
-        std::to_string(static_cast<unsigned int>(standin::Code::kOtherAlgorithm));
-    std::string cause;
-    std::string cause_if_no_other;
-    bool is_new = false;
-    std::istringstream records(Records());
-    for (std::string record; std::getline(records, record);) {
-      std::istringstream fields(record);
-      std::string level;
-      std::string code;
-      std::string source;
-      std::string function;
-      std::string message;
-      fields >> level >> code >> source >> function >> std::ws;
-      std::getline(fields, message);
-      const bool of_no_account = source.starts_with(kPluginSource) ||
-                                 source.starts_with(kLogSource) ||
-                                 (deciphered && source.starts_with(kCipherSource));
-      // The plug-in logs the cipher's code after the cipher's own record.
-      if (is_new && source.starts_with(kPluginSource) && code == other_algorithm) {
-        cause_if_no_other = std::exchange(cause, {});
-      }
-      is_new = level != "DEBUG" && !of_no_account && cause.empty();
-      if (is_new) cause = message;
-      if (asked_.empty() || asked_ == "off" || (asked_ == "error" && level != "ERROR")) continue;
-      Output log(standard_error_, "standard error");
-      log.Write(record + '\n');
-    }
-    return cause.empty() ? cause_if_no_other : cause;
+  // The first warning that tells why an answer can't be had; empty where all can. The plug-in tries
+  // a password with two algorithms: that it was enciphered with another one is no cause, unless it
+  // is so for both.
+  std::string FirstCause() const {
+    const auto of_other = [](const Warning& it) {
+      return it.code == standin::Code::kOtherAlgorithm;
+    };
+    const bool of_neither = std::count_if(warnings_.begin(), warnings_.end(), of_other) > 1;
+    const auto cause = std::find_if(warnings_.begin(), warnings_.end(),
+                                    [&](const Warning& it) { return of_neither || !of_other(it); });
+    return cause == warnings_.end() ? "" : cause->message;
   }
 
  private:
-  static constexpr const char* kLevelVariable = "TARN_LOG_LEVEL";
+  struct Warning {
+    standin::Code code;
+    std::string message;
+  };
 
-  std::string Records() const {
-    const off_t size = lseek(records_, 0, SEEK_END);
-    std::string records(static_cast<std::size_t>(std::max<off_t>(size, 0)), '\0');
-    const ssize_t got = pread(records_, records.data(), records.size(), 0);
-    records.resize(static_cast<std::size_t>(std::max<ssize_t>(got, 0)));
-    return records;
+  static void Add(void* context, standin::Code code, const char* message) {
+    static_cast<PlatformWarnings*>(context)->warnings_.push_back({code, message});
   }
 
-  void Close() const noexcept {
-    close(records_);
-    close(standard_error_);
-  }
-
-  int records_;
-  int standard_error_;
-  std::string asked_;
+  standin::ObserveWarnings* observe_;
+  std::vector<Warning> warnings_;
 };
 
 // Why the plug-in can't read the application configuration that the environment names; empty if it
@@ -206,7 +155,7 @@ void PrintTable(const Answers& answers, const std::string& password, Output& out
   for (auto& [label, value] : rows) {
     // No blanks at a line's end where there is no value.
     if (!value.empty()) label.resize(width, ' ');
-    output.Write(label + OneLine(value) + '\n');
+    output.Write(OneLine(label) + OneLine(value) + '\n');
   }
 }
 
@@ -222,33 +171,30 @@ void PrintJson(const std::string& database, const Answers& answers, const std::s
                                   {"properties", nlohmann::ordered_json::object()}};
   if (password != nullptr) document["password"] = *password;
   for (const auto& [name, value] : answers.properties) document["properties"][name] = value;
-  constexpr int kIndent = 2;
-  // A configuration may hold bytes that are not UTF-8; JSON can't, so they become U+FFFD.
-  output.Write(document.dump(kIndent, ' ', false, nlohmann::json::error_handler_t::replace) + '\n');
+  output.Write(JsonText(document) + '\n');
 }
 
 int Config(const ConfigOptions& options) {
   const std::string path = ChosenPlugin(options.plugin);
   const Plugin plugin(path);
   const SharedPlatform platform(plugin, path);
+  // A person who sees the answers needs no log, and one who sees none gets the first cause.
+  const char* const level = std::getenv("TARN_LOG_LEVEL");
+  if (level == nullptr || *level == '\0') setenv("TARN_LOG_LEVEL", "off", 1);
   impl_dao::CProductInterface& product = plugin.Product();
+  const PlatformWarnings warnings(plugin);
   Answers answers;
   dbconfig::WipedString password;
   std::string cause;
-  {
-    const KeptLog log;
-    std::string thrown;
-    try {
-      product.GetDBType(answers.type, options.database);
-      product.GetDBUserAndPassword(answers.user, password.Text(), options.database);
-      product.GetDBConnectAddress(answers.address, options.database);
-      platform.ReadProperties(product, answers.properties);
-    } catch (const std::exception& error) {
-      thrown = error.what();
-    }
-    cause = log.FirstCause(!password.Text().empty());
-    if (cause.empty()) cause = thrown;
+  try {
+    product.GetDBType(answers.type, options.database);
+    product.GetDBUserAndPassword(answers.user, password.Text(), options.database);
+    product.GetDBConnectAddress(answers.address, options.database);
+    platform.ReadProperties(product, answers.properties);
+  } catch (const std::exception& error) {
+    cause = error.what();
   }
+  if (const std::string first = warnings.FirstCause(); !first.empty()) cause = first;
   if (cause.empty()) cause = AppConfTrouble();
   if (!cause.empty()) {
     ReportError("config: " + options.database + ": " + cause);

@@ -1,6 +1,5 @@
 #include "tarn_host/commands.h"
 
-#include <openssl/ui.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -8,12 +7,12 @@
 #include <cstddef>
 #include <map>
 #include <memory>
-#include <optional>
 #include <string>
 
 #include "standin/password_cipher.h"
 #include "tarn_host/errors.h"
 #include "tarn_host/exit_code.h"
+#include "tarn_host/hidden_input.h"
 #include "tarn_host/output.h"
 #include "tarn_host/plugin_option.h"
 
@@ -31,16 +30,16 @@ struct EncryptOptions {
 // With room for a byte too many, so that a long password is refused rather than cut.
 constexpr std::size_t kRoom = standin::kMaxPasswordBytes + 1;
 
-// The first line of standard input, without its end: a newline, after a carriage return or not.
+// The first line of what `fd` gives, without its end: a newline, after a carriage return or not.
 // Throws ToolError.
-std::optional<SecretBytes> ReadLine() {
+SecretBytes ReadLine(int fd) {
   // The carriage return belongs to no password and must not make one too long.
   SecretBytes line(kRoom + 1);
   auto filled = line.begin();
   auto end = filled;
   while (filled != line.end() && end == filled) {
-    const ssize_t got = TEMP_FAILURE_RETRY(
-        read(STDIN_FILENO, &*filled, static_cast<std::size_t>(line.end() - filled)));
+    const ssize_t got =
+        TEMP_FAILURE_RETRY(read(fd, &*filled, static_cast<std::size_t>(line.end() - filled)));
     if (got < 0) throw ToolError(SystemReason("standard input", errno));
     if (got == 0) break;
     filled += got;
@@ -51,19 +50,14 @@ std::optional<SecretBytes> ReadLine() {
   return line;
 }
 
-// Asks twice on the terminal, without echo; none when interrupted. Whatever ends the question, a
-// signal too, OpenSSL turns the echo on again. Throws ToolError.
-std::optional<SecretBytes> AskTerminal() {
-  constexpr int kInterrupted = -2;
-  // UI_UTIL_read_pw wants a second buffer and a NUL in either.
-  SecretBytes password(kRoom);
-  SecretBytes again(kRoom);
-  const int result = UI_UTIL_read_pw(reinterpret_cast<char*>(password.data()),
-                                     reinterpret_cast<char*>(again.data()), static_cast<int>(kRoom),
-                                     "Password: ", 1);
-  if (result == kInterrupted) return std::nullopt;
-  if (result != 0) throw ToolError("encrypt: no password could be read, or the two differ");
-  password.erase(std::find(password.begin(), password.end(), '\0'), password.end());
+// Asks twice on the terminal, without echo. Throws ToolError.
+SecretBytes AskTerminal() {
+  HiddenInput input;
+  input.Ask("Password: ");
+  SecretBytes password = ReadLine(input.Fd());
+  if (password.empty()) return password;
+  input.Ask("The same again: ");
+  if (ReadLine(input.Fd()) != password) throw ToolError("encrypt: the two passwords differ");
   return password;
 }
 
@@ -71,11 +65,10 @@ int Encrypt(const EncryptOptions& options) {
   // Before the question: a password typed in vain would be annoying.
   const CipherKey key = options.key_file.empty() ? CipherKey::FromEnvironment()
                                                  : CipherKey::FromFile(options.key_file);
-  const auto password = isatty(STDIN_FILENO) == 1 ? AskTerminal() : ReadLine();
-  if (!password) return kExitInterrupted;
-  if (password->empty()) throw ToolError("encrypt: standard input holds no password");
+  const SecretBytes password = isatty(STDIN_FILENO) == 1 ? AskTerminal() : ReadLine(STDIN_FILENO);
+  if (password.empty()) throw ToolError("encrypt: standard input holds no password");
   Output output;
-  output.Write(standin::EncryptPassword(*password, options.algorithm, key) + '\n');
+  output.Write(standin::EncryptPassword(password, options.algorithm, key) + '\n');
   output.Flush();
   return kExitSuccess;
 }

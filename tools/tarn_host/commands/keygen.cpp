@@ -3,7 +3,7 @@
 #include <memory>
 #include <string>
 
-#include "standin/password_cipher.h"
+#include "standin/key_file.h"
 #include "tarn_host/exit_code.h"
 #include "tarn_host/plugin_option.h"
 

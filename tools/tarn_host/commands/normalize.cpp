@@ -37,13 +37,13 @@ class CanonicalPrinter {
   void Print(std::string_view statement, std::string_view canonical) {
     const bool nul = options_.input.format == StatementFormat::kNul;
     if (options_.pairs && nul) {
-      output_.Write(statement);
+      output_.WriteUntrusted(statement);
       output_.Write(kNul);
     } else if (options_.pairs) {
-      output_.Write(statement);
+      output_.WriteUntrusted(statement);
       output_.Write(output_.Coloured() ? "\n\x1B[1;32m=>\x1B[0m " : "\n=> ");
     }
-    output_.Write(canonical);
+    output_.WriteUntrusted(canonical);
     if (nul) {
       output_.Write(kNul);
     } else if (options_.pairs) {

@@ -139,6 +139,7 @@ int Shapes(const ShapesOptions& options) {
       CountShapes([&queue](StatementBatch& batch,
                            std::uint64_t& position) { return queue.Next(batch, position); },
                   plugin.Product(), counting);
+  watch.Stop();
   queue.ClearProgress();
   if (watch.Interrupted()) {
     queue.AddProblem("shapes: interrupted; this is what was counted so far", kExitInterrupted);

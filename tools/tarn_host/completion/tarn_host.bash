@@ -57,7 +57,7 @@ _tarn_host() {
       _tarn_host_files "$word" '*'
       return
       ;;
-    --top | --min-count | --threads)
+    --top | --min-count | --threads | --timeout)
       return
       ;;
   esac
@@ -71,7 +71,8 @@ _tarn_host() {
     map | trace) options='--plugin --help' ;;
     config) options='--json --show-password --plugin --help' ;;
     encrypt) options='--algorithm --key --help' ;;
-    check | keygen) options='--help' ;;
+    check) options='--timeout --help' ;;
+    keygen) options='--help' ;;
   esac
   if [[ $word == -* ]]; then
     COMPREPLY=($(compgen -W "$options" -- "$word"))
