@@ -10,7 +10,6 @@
 #include <charconv>
 #include <cstddef>
 #include <cstdint>
-#include <map>
 #include <string>
 
 #include "sqlnorm/scanner/scanner_engine.h"
@@ -28,15 +27,18 @@ std::to_chars_result WrappedPrint(char* first, char* last, double value, std::ch
   return result;
 }
 
-using Node = std::_Rb_tree_node_base;
-void Insert(bool left, Node* node, Node* parent, Node& header) asm(
-    "__real__ZSt29_Rb_tree_insert_and_rebalancebPSt18_Rb_tree_node_baseS0_RS_");
-void WrappedInsert(bool left, Node* node, Node* parent, Node& header) asm(
-    "__wrap__ZSt29_Rb_tree_insert_and_rebalancebPSt18_Rb_tree_node_baseS0_RS_");
+// Compiled without the sanitizer, since it asks the C++ library's locale, and prints through it.
+char* PrintLong(void* self, std::uint32_t number,
+                char* out) asm("__real__ZN4tarn7sqlnorm18AliasNumberPrinter9PrintLongEjPc");
+char* WrappedPrintLong(void* self, std::uint32_t number,
+                       char* out) asm("__wrap__ZN4tarn7sqlnorm18AliasNumberPrinter9PrintLongEjPc");
 
-void WrappedInsert(bool left, Node* node, Node* parent, Node& header) {
-  Insert(left, node, parent, header);
-  __msan_unpoison(node, sizeof *node);
+char* WrappedPrintLong(void* self, std::uint32_t number, char* out) {
+  char* end = PrintLong(self, number, out);
+  __msan_unpoison(&end, sizeof end);
+  __msan_unpoison(self, sizeof(int));
+  __msan_unpoison(out, static_cast<std::size_t>(end - out));
+  return end;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {

@@ -11,6 +11,12 @@ Engine ChosenEngine() noexcept {
   return PatternsSawClassicClasses() ? Engine::kScanner : Engine::kPatterns;
 }
 
+void NormalizeInPlaceByScanner(std::string& sql) {
+  OutputBuffer output;
+  // Allocates, if it must, before it changes anything.
+  sql.assign(NormalizeInto(sql, output));
+}
+
 std::string NormalizeSQLText(const std::string& sql) {
   std::string text = sql;
   NormalizeSQLInPlace(text);

@@ -1,11 +1,11 @@
 #include "sqlnorm/scanner/alias_number.h"
 
 #include <algorithm>
+#include <array>
 #include <boost/lexical_cast.hpp>
 #include <charconv>
 #include <cstdint>
 #include <locale>
-#include <string>
 
 namespace tarn::sqlnorm {
 
@@ -16,8 +16,9 @@ char* AliasNumberPrinter::PrintLong(std::uint32_t number, char* out) {
     grouping_ = groups ? Grouping::kOfLocale : Grouping::kNone;
   }
   if (grouping_ == Grouping::kNone) return std::to_chars(out, out + kMostAliasNumber, number).ptr;
-  const auto grouped = boost::lexical_cast<std::string>(number);
-  return std::copy(grouped.begin(), grouped.end(), out);
+  // Ends with a NUL byte.
+  const auto grouped = boost::lexical_cast<std::array<char, kMostAliasNumber + 1>>(number);
+  return std::copy(grouped.begin(), std::find(grouped.begin(), grouped.end(), '\0'), out);
 }
 
 }  // namespace tarn::sqlnorm

@@ -49,15 +49,13 @@ std::string_view Normalize(std::string_view statement, OutputBuffer& output) {
 
 }  // namespace
 
-std::string NormalizeByScanner(const std::string& sql) {
-  OutputBuffer output;
-  return std::string(Normalize(Unquote(sql), output));
+std::string_view NormalizeInto(const std::string& sql, OutputBuffer& output) {
+  return Normalize(Unquote(sql), output);
 }
 
-void NormalizeInPlaceByScanner(std::string& sql) {
+std::string NormalizeByScanner(const std::string& sql) {
   OutputBuffer output;
-  // Allocates, if it must, before it changes anything.
-  sql.assign(Normalize(Unquote(sql), output));
+  return std::string(NormalizeInto(sql, output));
 }
 
 }  // namespace tarn::sqlnorm

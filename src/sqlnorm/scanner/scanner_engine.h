@@ -3,6 +3,9 @@
 #pragma once
 
 #include <string>
+#include <string_view>
+
+#include "sqlnorm/scanner/text_buffer.h"
 
 namespace tarn::sqlnorm {
 
@@ -17,8 +20,14 @@ namespace tarn::sqlnorm {
 // global locale.
 std::string NormalizeByScanner(const std::string& sql);
 
+// The same, as a view of `output`.
+std::string_view NormalizeInto(const std::string& sql, OutputBuffer& output);
+
 // The same, written over `sql`, which is unchanged if this throws. No string is allocated if the
 // text fits into the capacity of `sql`, which it keeps.
+//
+// Defined outside this folder: instrumented for MemorySanitizer, std::string::assign would replace
+// the one that the fuzzer's own code uses.
 void NormalizeInPlaceByScanner(std::string& sql);
 
 }  // namespace tarn::sqlnorm
