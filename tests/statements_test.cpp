@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <ctime>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <random>
 #include <set>
 #include <sstream>
@@ -29,6 +30,7 @@
 #include "support/case_file.h"
 #include "support/run_program.h"
 #include "support/surroundings.h"
+#include "tarn_host/json.h"
 #include "tarn_host/output.h"
 
 namespace {
@@ -256,10 +258,24 @@ TEST(Output, FitsLinesByCharacters) {
   EXPECT_EQ(Fitted("abc", 0), "abc");
 }
 
-TEST(OneLine, ShowsControlCharactersOfBothRanges) {
+TEST(OneLine, ShowsControlCharactersOfEveryKind) {
   EXPECT_EQ(OneLine("a\n\t\r\x1B\x7F"), "a\\n\\t\\r\\x1B\\x7F");
+  EXPECT_EQ(Printable("a\n\t\r\x1B"), "a\n\t\\r\\x1B");
   EXPECT_EQ(OneLine("\xC2\x80\xC2\x9F\xC2\xA0\xC3\x80"), "\\xC2\\x80\\xC2\\x9F\xC2\xA0\xC3\x80");
-  EXPECT_EQ(OneLine("\x9B\xC2"), "\x9B\xC2");
+  EXPECT_EQ(OneLine("\xC2"), "\xC2");
+  // Part of a character, alone, and after the rest of one that is cut or in an overlong form.
+  EXPECT_EQ(OneLine("\xE2\x82\x9B\xF0\x9F\x98\x80"), "\xE2\x82\x9B\xF0\x9F\x98\x80");
+  EXPECT_EQ(OneLine("\x9B"), "\\x9B");
+  EXPECT_EQ(OneLine("\xC3\x9B\x9B"), "\xC3\x9B\\x9B");
+  EXPECT_EQ(OneLine("\xE2\x82\x1B"), "\xE2\\x82\\x1B");
+  EXPECT_EQ(OneLine("\xE0\x82\x9B"), "\xE0\\x82\\x9B");
+  EXPECT_EQ(OneLine("\xED\xA0\x80"), "\xED\xA0\\x80");
+  EXPECT_EQ(OneLine("\xF4\x90\x80\x80\xE2\x82"), "\xF4\\x90\\x80\\x80\xE2\\x82");
+}
+
+TEST(JsonText, EscapesWhatATerminalObeys) {
+  EXPECT_EQ(JsonText("\x1B\x7F\xC2\x80\xC2\x9F\xC2\xA0\xC3\x80\x9B\xE2\x82\x9B"),
+            "\"\\u001b\\u007f\\u0080\\u009f\xC2\xA0\xC3\x80\xEF\xBF\xBD\xE2\x82\x9B\"");
 }
 
 }  // namespace

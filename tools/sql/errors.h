@@ -21,8 +21,13 @@ std::string SystemReason(std::string_view name, int error);
 // "`input`: statement `number`: `reason`".
 std::string StatementReason(std::string_view input, std::uint64_t number, std::string_view reason);
 
-// `text` on one line: control characters, those beyond ASCII in UTF-8 included, become "\n", "\t",
-// "\r" or bytes such as "\x1B"; all other bytes stay.
+// `text` with every control character made visible: "\n", "\t", "\r" or bytes such as "\x1B".
+// Control characters are those of ASCII, U+0080 to U+009F in UTF-8, and a byte of 0x80 to 0x9F that
+// is part of no valid UTF-8, which some terminals obey, too. All other bytes stay.
+// OneLine("a\n\x9B") is "a\\n\\x9B".
 std::string OneLine(std::string_view text);
+
+// As OneLine, but newlines and tabs stay: for a text of several lines on a terminal.
+std::string Printable(std::string_view text);
 
 }  // namespace tarn::host

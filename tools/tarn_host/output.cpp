@@ -52,7 +52,7 @@ std::string Fitted(std::string_view text, std::size_t width) {
 Output::Output() : Output(STDOUT_FILENO, "standard output") {}
 
 Output::Output(int fd, std::string name)
-    : fd_(fd), name_(std::move(name)), coloured_(WantsColour(fd)) {}
+    : fd_(fd), name_(std::move(name)), terminal_(isatty(fd) == 1), coloured_(WantsColour(fd)) {}
 
 std::size_t Output::Width() const noexcept { return TerminalWidth(fd_); }
 
@@ -68,6 +68,14 @@ Output::~Output() {
 void Output::Write(std::string_view bytes) {
   buffer_ += bytes;
   if (buffer_.size() >= kBufferSize) Flush();
+}
+
+void Output::WriteUntrusted(std::string_view text) {
+  if (terminal_) {
+    Write(Printable(text));
+  } else {
+    Write(text);
+  }
 }
 
 void Output::Flush() {

@@ -22,6 +22,10 @@ class Output {
   void Write(std::string_view bytes);
   void Flush();
 
+  // Writes text that a stranger wrote: on a terminal as Printable makes it, elsewhere as it is. A
+  // character must not be split between two calls. Throws as Write does.
+  void WriteUntrusted(std::string_view text);
+
   // Whether colours are welcome: the stream is a terminal, NO_COLOR is unset or empty, and TERM
   // does not say "dumb".
   bool Coloured() const noexcept { return coloured_; }
@@ -33,6 +37,7 @@ class Output {
   int fd_;
   std::string name_;
   std::string buffer_;
+  bool terminal_;
   bool coloured_;
 };
 
