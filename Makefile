@@ -3,7 +3,8 @@
 BUILD_PACKAGES = g++ cmake ninja-build libboost-dev libboost-regex-dev libace-dev libcli11-dev \
                  nlohmann-json3-dev libssl-dev zlib1g-dev
 DEB_PACKAGES   = dpkg-dev file
-TEST_PACKAGES  = $(BUILD_PACKAGES) $(DEB_PACKAGES) libgtest-dev libgmock-dev binutils clang
+TEST_PACKAGES  = $(BUILD_PACKAGES) $(DEB_PACKAGES) libgtest-dev libgmock-dev binutils clang \
+                 parallel
 BENCH_PACKAGES = $(BUILD_PACKAGES) libbenchmark-dev
 FUZZ_PACKAGES  = $(BUILD_PACKAGES) clang libclang-rt-14-dev
 LINT_PACKAGES  = $(TEST_PACKAGES) $(BENCH_PACKAGES) clang-format clang-tidy
@@ -37,6 +38,8 @@ run: release
 	@$(TARN_HOST) trace "select t3.name, 1.50 from customers t3 where (t3.id = 0x1F)"
 	@echo && echo "The shapes of a log:"
 	@$(TARN_HOST) shapes --top 5 --input=slowlog examples/slow.log
+	@echo && echo "The shape with the slowest statement:"
+	@$(TARN_HOST) shapes --top 1 --sort=max --examples --input=slowlog examples/slow.log
 	@echo && echo "What a host learns of the database \"orders\":"
 	@examples/make_sys_conf.sh $(TARN_HOST) $(RELEASE)/run.key examples/sys_conf.json $(RELEASE)/sys_conf.json
 	@TARN_SYS_CONF=$(RELEASE)/sys_conf.json TARN_KEY_FILE=$(RELEASE)/run.key \

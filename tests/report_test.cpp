@@ -7,8 +7,11 @@
 
 #include <csignal>
 #include <cstddef>
+#include <filesystem>
+#include <fstream>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "support/surroundings.h"
@@ -97,6 +100,37 @@ TEST(Shapes, AddUpReports) {
   EXPECT_EQ(comparison["changes"][0]["before"]["mean_seconds"], 1.5);
   EXPECT_EQ(comparison["changes"][1]["change"], "gone");
   EXPECT_FALSE(comparison["changes"][1].contains("after"));
+}
+
+// The commands that the manual shows for several processes, as a person types them.
+TEST(Shapes, AddUpReportsAsTheManualSays) {
+  std::ifstream manual(TARN_MANUAL);
+  std::vector<std::string> commands;
+  const std::string_view kCommand = ".Dl $ ";
+  for (std::string line; std::getline(manual, line) && commands.size() < 2;) {
+    if (line.starts_with(std::string(kCommand) + "parallel") || commands.size() == 1) {
+      commands.push_back(line.substr(kCommand.size()));
+    }
+  }
+  ASSERT_EQ(commands.size(), 2);
+  const TemporaryFolder folder;
+  for (int number = 0; number < 8; ++number) {
+    folder.Write(std::to_string(number) + ".log", "# Query_time: 0." + std::to_string(number) +
+                                                      "\nselect " +
+                                                      std::to_string(number * number % 7) + ";\n");
+  }
+  const auto run = [&folder](const std::string& command) {
+    const std::string path = std::filesystem::path(TARN_HOST_PATH).parent_path();
+    return RunProgram(
+        {"/bin/sh", "-c", command},
+        {.environment = {"PATH=" + path + ":/usr/bin:/bin", "HOME=" + folder.Path("")},
+         .folder = folder.Path("")});
+  };
+  EXPECT_EQ(run(commands[0]).exit_code, 0);
+  const RunResult added = run(commands[1]);
+  EXPECT_EQ(added.output, run("tarn_host shapes --input=slowlog *.log").output);
+  EXPECT_THAT(added.output, HasSubstr("8 statements, 1 shape\n"));
+  EXPECT_EQ(added.errors, "");
 }
 
 TEST(Shapes, PrintWhatTheyHaveOnCtrlC) {

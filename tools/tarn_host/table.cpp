@@ -106,8 +106,8 @@ std::vector<Column> ColumnsOf(const Ranking& ranking) {
 class Frame {
  public:
   // `width` is the terminal's, 0 for none.
-  Frame(const Ranking& ranking, std::size_t width)
-      : ranking_(ranking), columns_(ColumnsOf(ranking)) {
+  Frame(const Ranking& ranking, bool grouped, std::size_t width)
+      : ranking_(ranking), columns_(ColumnsOf(ranking)), grouped_(grouped) {
     if (width == 0) return;
     constexpr std::size_t kFixed = 23 + 2 + 16;
     constexpr std::size_t kRoomForShape = 26;
@@ -131,7 +131,9 @@ class Frame {
   std::string Head() const {
     std::string head = Formatted("%4s %9s %8s", "rank", "count", "share");
     for (const Column& column : columns_) head += ' ' + RightAligned(column.title, column.width);
-    return head + Formatted("  %-16s%s", "id", narrow_ ? "" : "  shape");
+    head += Formatted("  %-16s", "id");
+    if (narrow_) return head;
+    return head + (grouped_ ? "  group  shape" : "  shape");
   }
 
   // `rank` may be empty.
@@ -149,6 +151,7 @@ class Frame {
  private:
   const Ranking& ranking_;
   std::vector<Column> columns_;
+  bool grouped_;
   bool narrow_ = false;
 };
 
@@ -204,7 +207,9 @@ void PrintTable(const ShapeCount& count, const TableOptions& options, Output& ou
   print(head);
   if (count.shapes.empty()) return;
 
-  const Frame frame(ranking, width);
+  const bool grouped = std::any_of(count.shapes.begin(), count.shapes.end(),
+                                   [](const ShapeEntry& one) { return !one.first.group.empty(); });
+  const Frame frame(ranking, grouped, width);
   print(frame.Head());
   std::size_t rank = 0;
   for (const ShapeEntry* entry : ranking.shown) {

@@ -234,12 +234,22 @@ class FileCounter {
       problems_.Add("shapes: " + option + " left out " + std::to_string(number) +
                         (number == 1 ? " statement" : " statements") +
                         ", of which the log does not tell the " + detail,
-                    count.counted == 0 ? kExitFailed : kExitSuccess);
+                    kExitSuccess);
     };
     untold(count.without_time, options_.since.empty() ? "--until" : "--since", "time");
     for (std::size_t i = 0; i < kDetails; ++i) {
       const char* const name = NameOf(static_cast<Detail>(i));
       untold(count.without_detail.at(i), std::string("--") + name, name);
+    }
+    if (count.counted == 0 && counting_.filter.Active()) {
+      problems_.Add("shapes: no statement is of the time, user, db and host asked for",
+                    kExitFailed);
+    }
+    if (options_.table.rank.order == ShapeOrder::kRows && count.counted > 0 &&
+        std::all_of(count.shapes.begin(), count.shapes.end(), [](const auto& entry) {
+          return !entry.second.rows_examined && !entry.second.rows_sent;
+        })) {
+      problems_.Add("shapes: --sort=rows: the log tells no rows", kExitFailed);
     }
     if (options_.rule.group_by && count.counted > 0 &&
         std::all_of(count.shapes.begin(), count.shapes.end(),
