@@ -93,7 +93,7 @@ std::vector<Column> ColumnsOf(const Ranking& ranking) {
         {kRowColumns[i].first, kRowColumns[i].second,
          [value](const Counters& counters) { return NumberOrDash(counters.*value); }});
   }
-  if (ranking.all.lock_microseconds) {
+  if (ranking.all.lock_microseconds.value_or(0) > 0) {
     columns.push_back({"lock", kTimeWidth, [](const Counters& counters) {
                          const auto& lock = counters.lock_microseconds;
                          return lock ? Duration(*lock) : "-";

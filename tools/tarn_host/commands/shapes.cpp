@@ -226,24 +226,25 @@ class FileCounter {
     return total;
   }
 
-  // Reports statements that failed or that a filter could not judge.
+  // Reports statements that failed, and questions to which the logs have no answer.
   void ReportLeftOut(const ShapeCount& count) {
-    const auto untold = [this, &count](std::uint64_t number, const std::string& option,
-                                       const std::string& detail) {
+    const int exit_code = count.counted == 0 ? kExitFailed : kExitSuccess;
+    bool untold = false;
+    const auto report = [&](std::uint64_t number, const std::string& option, const char* detail) {
       if (number == 0) return;
+      untold = true;
       problems_.Add("shapes: " + option + " left out " + std::to_string(number) +
                         (number == 1 ? " statement" : " statements") +
                         ", of which the log does not tell the " + detail,
-                    kExitSuccess);
+                    exit_code);
     };
-    untold(count.without_time, options_.since.empty() ? "--until" : "--since", "time");
+    report(count.without_time, options_.since.empty() ? "--until" : "--since", "time");
     for (std::size_t i = 0; i < kDetails; ++i) {
       const char* const name = NameOf(static_cast<Detail>(i));
-      untold(count.without_detail.at(i), std::string("--") + name, name);
+      report(count.without_detail.at(i), std::string("--") + name, name);
     }
-    if (count.counted == 0 && counting_.filter.Active()) {
-      problems_.Add("shapes: no statement is of the time, user, db and host asked for",
-                    kExitFailed);
+    if (count.counted == 0 && counting_.filter.Active() && !untold) {
+      problems_.Add("shapes: no statement is of the time, user, db and host asked for", exit_code);
     }
     if (options_.table.rank.order == ShapeOrder::kRows && count.counted > 0 &&
         std::all_of(count.shapes.begin(), count.shapes.end(), [](const auto& entry) {
