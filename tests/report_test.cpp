@@ -22,6 +22,7 @@ namespace {
 
 using ::testing::HasSubstr;
 using ::testing::Not;
+using ::testing::StartsWith;
 
 TEST(Normalize, TakesStatementsLongerThanABlock) {
   const std::string word(std::size_t{1} << 20U, 'a');
@@ -45,8 +46,8 @@ TEST(Shapes, TellInJsonWhatALogTells) {
   EXPECT_EQ(report["statements"], 41);
   EXPECT_EQ(report["failed"], 0);
   EXPECT_EQ(report["shape_count"], 7);
-  EXPECT_EQ(report["first_time"], "2026-11-24T09:05:29");
-  EXPECT_EQ(report["last_time"], "2026-11-24T09:22:10");
+  EXPECT_THAT(report["first_time"].get<std::string>(), StartsWith("2026-11-24T09:05:29"));
+  EXPECT_THAT(report["last_time"].get<std::string>(), StartsWith("2026-11-24T09:22:10"));
   EXPECT_EQ(report["others"]["shape_count"], 5);
   ASSERT_EQ(report["shapes"].size(), 2);
   const auto& slowest = report["shapes"][0];

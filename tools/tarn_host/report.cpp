@@ -31,6 +31,7 @@ constexpr const char* kExact = "exact";
 constexpr const char* kKeys = "keys";
 constexpr const char* kGroupBy = "group_by";
 constexpr const char* kOthers = "others";
+constexpr int kHexadecimal = 16;
 
 struct ExampleText {
   const char* name;
@@ -42,8 +43,8 @@ constexpr std::array<ExampleText, 5> kExampleTexts{{{"example", &Example::text},
                                                     {"example_host", &Example::host},
                                                     {"example_parameters", &Example::parameters}}};
 
-// Statements are bytes, JSON is UTF-8. A text that is not UTF-8 is kept a second time: each of its
-// bytes as the character of that number.
+// Statements are bytes, JSON is UTF-8. A text that is not UTF-8 is kept a second time, in
+// hexadecimal digits.
 std::string BytesMember(const std::string& name) { return name + "_bytes"; }
 
 void PutText(Json& json, const std::string& name, const std::string& text) {
@@ -51,38 +52,24 @@ void PutText(Json& json, const std::string& name, const std::string& text) {
   try {
     Json(text).dump();
   } catch (const Json::type_error&) {
-    constexpr unsigned kAscii = 0x80;
-    constexpr unsigned kLead = 0xC0;
-    constexpr unsigned kBits = 6;
-    std::string characters;
+    std::string digits;
     for (const char c : text) {
-      const auto byte = static_cast<unsigned char>(c);
-      if (byte < kAscii) {
-        characters += c;
-      } else {
-        characters += static_cast<char>(kLead | byte >> kBits);
-        characters += static_cast<char>(kAscii | (byte & ((1U << kBits) - 1)));
-      }
+      char byte[3];
+      std::snprintf(byte, sizeof byte, "%02x",
+                    static_cast<unsigned>(static_cast<unsigned char>(c)));
+      digits += byte;
     }
-    json[BytesMember(name)] = characters;
+    json[BytesMember(name)] = digits;
   }
 }
 
 std::string GetText(const Json& json, const std::string& name) {
-  const auto bytes = json.find(BytesMember(name));
-  if (bytes == json.end()) return json.value(name, "");
-  const auto& characters = bytes->get_ref<const std::string&>();
-  constexpr unsigned char kLead = 0xC0;
+  const auto digits = json.find(BytesMember(name));
+  if (digits == json.end()) return json.value(name, "");
+  const auto& all = digits->get_ref<const std::string&>();
   std::string text;
-  for (std::size_t at = 0; at < characters.size(); ++at) {
-    const auto byte = static_cast<unsigned char>(characters[at]);
-    if (byte < kLead) {
-      text += characters[at];
-    } else {
-      // The two lowest bits of 0xC2 and 0xC3 are the byte's highest.
-      text +=
-          static_cast<char>(byte << 6U | (static_cast<unsigned char>(characters.at(++at)) & 0x3FU));
-    }
+  for (std::size_t at = 0; at < all.size(); at += 2) {
+    text += static_cast<char>(std::stoi(all.substr(at, 2), nullptr, kHexadecimal));
   }
   return text;
 }
@@ -224,7 +211,6 @@ void AddShape(const Json& json, ShapeCount& count) {
     shape.query_ids.insert(id.get<std::string>());
   }
   for (const Json& key : json.value("key_fingerprints", Json::array())) {
-    constexpr int kHexadecimal = 16;
     shape.keys.insert(std::stoull(key.get<std::string>(), nullptr, kHexadecimal));
   }
   Example& example = shape.example.emplace();
