@@ -124,7 +124,7 @@ class DrawnCount {
     if (Drawn()) {
       LogTime& time = execution.time.emplace();
       time.wall_microseconds =
-          1'764'000'000'000'000 + static_cast<int>(random_() % 3) * 1'800'000'001;
+          1'764'000'000'000'000 + static_cast<std::int64_t>(random_() % 3) * 1'800'000'001;
       if (Drawn()) time.offset_seconds = static_cast<int>(random_() % 3 - 1) * 1800;
     }
     const ShapeKey key{std::string(text()), std::string(text())};
@@ -151,7 +151,7 @@ TEST(Report, AddsUpToTheReportOfAllLogs) {
     DrawnCount drawn(seed);
     std::array<ShapeCount, 4> parts;
     ShapeCount whole;
-    for (unsigned number = 0; number < 2 * seed; ++number) {
+    for (std::size_t number = 0; number < std::size_t{2} * seed; ++number) {
       drawn.AddTo(parts.at(number * number % parts.size()), whole);
     }
     const std::string expected = ReportOf(whole, rule);

@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <tuple>
 
 #include "impl_dao/product_interface.h"
 #include "logs/reader.h"
@@ -29,7 +30,9 @@ struct ShapeKey {
   // The text that the statements of a shape share.
   std::string shape;
 
-  auto operator<=>(const ShapeKey&) const = default;
+  bool operator<(const ShapeKey& other) const noexcept {
+    return std::tie(group, shape) < std::tie(other.group, other.shape);
+  }
 };
 
 struct StatementFailure {

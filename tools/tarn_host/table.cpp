@@ -214,15 +214,15 @@ void PrintTable(const ShapeCount& count, const TableOptions& options, Output& ou
   std::size_t rank = 0;
   for (const ShapeEntry* entry : ranking.shown) {
     const auto& [key, shape] = *entry;
-    const std::string row =
+    std::string row =
         frame.Row(std::to_string(++rank), shape) + Hexadecimal(Fingerprint(key.shape));
     std::string title = Title(key);
-    if (!shape.keys.empty()) title = '(' + Counted(shape.keys.size(), "key") + ") " + title;
+    if (!shape.keys.empty()) title.insert(0, '(' + Counted(shape.keys.size(), "key") + ") ");
     if (frame.Narrow()) {
       print(row);
       print(kIndent + title);
     } else {
-      print(row + "  " + title);
+      print(row.append("  ").append(title));
     }
     if (!options.examples) continue;
     for (const std::string& line : Details(shape)) print(kIndent + line);
