@@ -99,6 +99,7 @@ TEST(Shapes, AddUpReports) {
   EXPECT_EQ(comparison["after"]["total_seconds"], 2.0);
   EXPECT_EQ(comparison["changes"][0]["change"], "slower");
   EXPECT_EQ(comparison["changes"][0]["before"]["mean_seconds"], 1.5);
+  EXPECT_EQ(comparison["shape_count"], 2);
   EXPECT_EQ(comparison["changes"][1]["change"], "gone");
   EXPECT_FALSE(comparison["changes"][1].contains("after"));
 }

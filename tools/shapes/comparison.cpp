@@ -37,7 +37,7 @@ const char* NameOf(Change change) noexcept {
   return kNames.at(static_cast<std::size_t>(change));
 }
 
-Comparison Compare(const ShapeCount& before, const ShapeCount& after) {
+Comparison Compare(const ShapeCount& before, const ShapeCount& after, std::size_t top) {
   Comparison comparison;
   std::map<ShapeKey, ShapeChange> shapes;
   for (const auto& [key, shape] : before.shapes) {
@@ -65,6 +65,8 @@ Comparison Compare(const ShapeCount& before, const ShapeCount& after) {
                      };
                      return more(a) > more(b);
                    });
+  comparison.shape_count = comparison.changes.size();
+  comparison.changes.resize(std::min(top, comparison.shape_count));
   return comparison;
 }
 

@@ -1,7 +1,6 @@
 #pragma once
 
-#include <cstdint>
-#include <limits>
+#include <cstddef>
 #include <vector>
 
 #include "shapes/counter.h"
@@ -29,12 +28,13 @@ struct Comparison {
   // Sums of all shapes.
   Counters before;
   Counters after;
+  std::size_t shape_count = 0;
   // Those shapes first that cost most more: time, or statements where no times are known.
   std::vector<ShapeChange> changes;
   bool timed = false;
 };
 
-// The comparison refers to the counts.
-Comparison Compare(const ShapeCount& before, const ShapeCount& after);
+// Keeps the first `top` changes. The comparison refers to the counts.
+Comparison Compare(const ShapeCount& before, const ShapeCount& after, std::size_t top);
 
 }  // namespace tarn::host

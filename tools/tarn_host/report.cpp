@@ -296,7 +296,9 @@ void WriteComparison(const Comparison& comparison, Output& output) {
     return json;
   };
   WriteList(
-      Json{{"before", counters(comparison.before)}, {"after", counters(comparison.after)}},
+      Json{{"shape_count", comparison.shape_count},
+           {"before", counters(comparison.before)},
+           {"after", counters(comparison.after)}},
       "changes", comparison.changes,
       [&](const ShapeChange& shape) {
         Json json{{"change", NameOf(shape.change)},

@@ -260,7 +260,7 @@ void PrintTable(const Comparison& comparison, Output& output) {
   }
   output.Write(Fitted(head, width) + '\n' + Fitted(columns + "  id                shape", width) +
                '\n');
-  print("all", comparison.before, comparison.after, Counted(comparison.changes.size(), "shape"));
+  print("all", comparison.before, comparison.after, Counted(comparison.shape_count, "shape"));
   for (const ShapeChange& shape : comparison.changes) {
     print(NameOf(shape.change), shape.before, shape.after,
           Hexadecimal(Fingerprint(shape.key->shape)) + "  " + Title(*shape.key));

@@ -206,7 +206,8 @@ class FileCounter {
         continue;
       }
       try {
-        if (!options_.since.empty() || !options_.until.empty() || FiltersDetails()) {
+        // The report to compare with was filtered when it was made.
+        if (file != options_.compare && Filters()) {
           throw InputError(file + ": a report holds no single statements to choose from");
         }
         const std::string text = WholeText(file, watch_);
@@ -268,8 +269,9 @@ class FileCounter {
   }
 
  private:
-  bool FiltersDetails() const {
-    return std::any_of(options_.details.begin(), options_.details.end(),
+  bool Filters() const {
+    return !options_.since.empty() || !options_.until.empty() ||
+           std::any_of(options_.details.begin(), options_.details.end(),
                        [](const std::string& detail) { return !detail.empty(); });
   }
 
@@ -368,7 +370,7 @@ int Shapes(const ShapesOptions& options) {
     problems.Add("shapes: interrupted; this is what was counted so far", kExitInterrupted);
   }
   if (before) {
-    const Comparison comparison = Compare(*before, count);
+    const Comparison comparison = Compare(*before, count, options.table.rank.top);
     if (options.json) {
       WriteComparison(comparison, output);
     } else {
