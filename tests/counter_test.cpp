@@ -167,6 +167,46 @@ TEST(Report, AddsUpToTheReportOfAllLogs) {
   }
 }
 
+TEST(Shape, AddsWhatTheLogTells) {
+  Shape shape;
+  shape.Add("slow", {.seconds = 2, .lock_seconds = 0.5, .rows_sent = 1, .rows_affected = 3});
+  shape.Add("parsed", {.seconds = 0.25, .executed = false});
+  shape.Add("failed", {.lock_seconds = 1, .rows_sent = 4, .rows_examined = 5, .error = "1064"});
+  EXPECT_EQ(shape.count, 2);
+  EXPECT_EQ(shape.times.count, 1);
+  EXPECT_EQ(shape.times.total, 2'250'000);
+  EXPECT_EQ(shape.times.max, 2'000'000);
+  EXPECT_EQ(shape.lock_microseconds, 1'500'000);
+  EXPECT_EQ(shape.rows_sent, 5);
+  EXPECT_EQ(shape.rows_examined, 5);
+  EXPECT_EQ(shape.rows_affected, 3);
+  EXPECT_EQ(shape.failures, 1);
+  EXPECT_EQ(shape.errors.at("1064"), 1);
+  EXPECT_FALSE(shape.first_seen);
+  EXPECT_EQ(shape.example->text, "slow");
+}
+
+// Of statements that took equally long, too, the example does not depend on the order.
+TEST(Shape, HasTheSameExampleInEitherOrder) {
+  const Execution plain{.seconds = 1, .user = "u"};
+  std::vector<Execution> others(6, plain);
+  others[0].user = "t";
+  others[1].database = "d";
+  others[2].host = "h";
+  others[3].parameters = "p";
+  others[4].time = LogTime{};
+  others[5].seconds = 2;
+  for (const Execution& other : others) {
+    ShapeCount counts[2];
+    for (ShapeCount& count : counts) {
+      const bool first = &count == counts;
+      count.shapes[{}].Add("s", first ? plain : other);
+      count.shapes[{}].Add("s", first ? other : plain);
+    }
+    EXPECT_EQ(ReportOf(counts[0]), ReportOf(counts[1]));
+  }
+}
+
 TEST(Report, ThatIsDamagedIsRefusedWhole) {
   ShapeCount count;
   ShapeCount other;
