@@ -3,7 +3,8 @@
 BUILD_PACKAGES = g++ cmake ninja-build libboost-dev libboost-regex-dev libace-dev libcli11-dev \
                  nlohmann-json3-dev libssl-dev zlib1g-dev
 DEB_PACKAGES   = dpkg-dev file
-TEST_PACKAGES  = $(BUILD_PACKAGES) $(DEB_PACKAGES) libgtest-dev libgmock-dev binutils clang
+TEST_PACKAGES  = $(BUILD_PACKAGES) $(DEB_PACKAGES) libgtest-dev libgmock-dev binutils clang \
+                 parallel
 BENCH_PACKAGES = $(BUILD_PACKAGES) libbenchmark-dev
 FUZZ_PACKAGES  = $(BUILD_PACKAGES) clang libclang-rt-14-dev llvm
 LINT_PACKAGES  = $(TEST_PACKAGES) $(BENCH_PACKAGES) clang-format clang-tidy

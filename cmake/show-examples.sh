@@ -16,6 +16,7 @@ show() {
 
 show "grep -x '.\{1,90\}' examples/statements.sql | head -n 8 | $tool normalize --pairs"
 show "$tool trace 'select t3.name, 1.50 from customers t3 where (t3.id = 0x1F)'"
-show "$tool shapes --top 5 --input=slowlog examples/slow.log"
+show "$tool shapes --top 3 --input=slowlog examples/slow.log"
+show "$tool shapes --top 1 --sort=max --examples --input=slowlog examples/slow.log"
 show "examples/make_sys_conf.sh $tool $key examples/sys_conf.json $conf"
 show "TARN_SYS_CONF=$conf TARN_KEY_FILE=$key APP_CONF_FILE=examples/app_conf.json $tool config orders"

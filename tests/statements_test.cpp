@@ -6,12 +6,12 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cmath>
 #include <cstddef>
 #include <ctime>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <random>
+#include <set>
 #include <sstream>
 #include <string>
 #include <string_view>
@@ -21,9 +21,7 @@
 #include "logs/log_splitter.h"
 #include "logs/reader.h"
 #include "logs/sql_splitter.h"
-#include "shapes/keyed_hash.h"
 #include "shapes/shape_rules.h"
-#include "shapes/time_statistics.h"
 #include "sql/errors.h"
 #include "support/case_file.h"
 #include "support/run_program.h"
@@ -176,37 +174,6 @@ TEST(Statements, TakeTimeLinearInTheirLength) {
     EXPECT_LT(all_searched, 2 * kGrowth * small_searched);
     EXPECT_LT(seconds, 5 * kGrowth * std::max(small_seconds, 0.002));
   }
-}
-
-TEST(TimeStatistics, NearThePercentileAndExactOtherwise) {
-  std::mt19937 random(7);
-  std::lognormal_distribution<double> durations(-3, 3);
-  TimeStatistics halves[2];
-  std::vector<double> all;
-  for (std::size_t i = 0; i < 5000; ++i) {
-    all.push_back(durations(random));
-    halves[i % 2].Add(all.back());
-  }
-  halves[0].Add(halves[1]);
-  std::sort(all.begin(), all.end());
-  const double exact = all[all.size() * 95 / 100 - 1];
-  EXPECT_GE(halves[0].Percentile95(), exact * 0.999);
-  EXPECT_LE(halves[0].Percentile95(), exact * TimeStatistics::kClassRatio);
-  EXPECT_EQ(halves[0].Max(), all.back());
-  EXPECT_EQ(halves[0].Count(), all.size());
-  EXPECT_NEAR(halves[0].Mean(), halves[0].Total() / 5000, 1e-9);
-  TimeStatistics none;
-  EXPECT_EQ(none.Mean() + none.Percentile95(), 0);
-  none.Add(0);
-  none.Add(1e300);
-  EXPECT_TRUE(std::isfinite(none.Total()));
-}
-
-TEST(KeyedHash, HasAKeyThatNobodyKnows) {
-  const KeyedHash hash;
-  EXPECT_EQ(hash("a"), hash("a"));
-  EXPECT_NE(hash("b"), hash("a"));
-  EXPECT_NE(KeyedHash()("a"), hash("a"));
 }
 
 TEST(Output, WritesWhatIsLeftOfAPartialWrite) {

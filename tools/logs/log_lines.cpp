@@ -13,11 +13,6 @@
 
 namespace tarn::host {
 
-bool BeginsLike(std::string_view text, std::string_view pattern) noexcept {
-  return text.size() >= pattern.size() &&
-         std::equal(pattern.begin(), pattern.end(), text.begin(),
-                    [](char p, char c) { return p == '9' ? IsDigit(c) : p == c; });
-}
 
 namespace {
 

@@ -1,43 +1,66 @@
 #include "shapes/time_statistics.h"
 
 #include <algorithm>
+#include <cassert>
 #include <cmath>
 #include <cstdint>
+#include <vector>
 
 namespace tarn::host {
+namespace {
 
-void TimeStatistics::Add(double seconds) {
-  constexpr double kLeast = 1e-9;
-  // Some thirty years: more is a damaged log's.
-  constexpr double kMost = 1e9;
-  seconds = std::min(seconds, kMost);
-  ++count_;
-  total_ += seconds;
-  max_ = std::max(max_, seconds);
-  ++classes_[static_cast<int>(
-      std::ceil(std::log(std::max(seconds, kLeast)) / std::log(kClassRatio)))];
+// Ascending, from 0 to kMostSum. Whole numbers, so that every machine has the same.
+const std::vector<std::uint64_t>& ClassBounds() {
+  static const std::vector<std::uint64_t> bounds = [] {
+    constexpr std::uint64_t kStep = 20;
+    std::vector<std::uint64_t> made;
+    for (std::uint64_t bound = 0; bound < kMostSum;
+         bound += std::max(bound / kStep, std::uint64_t{1})) {
+      made.push_back(bound);
+    }
+    made.push_back(kMostSum);
+    return made;
+  }();
+  return bounds;
 }
 
-void TimeStatistics::Add(const TimeStatistics& other) {
-  count_ += other.count_;
-  total_ += other.total_;
-  max_ = std::max(max_, other.max_);
-  for (const auto& [power, count] : other.classes_) classes_[power] += count;
+}  // namespace
+
+std::uint64_t TimeStatistics::Microseconds(double seconds) noexcept {
+  assert(seconds >= 0);
+  constexpr double kMicro = 1e6;
+  return static_cast<std::uint64_t>(
+      std::round(std::min(seconds * kMicro, static_cast<double>(kMostSum))));
 }
 
-double TimeStatistics::Mean() const noexcept {
-  return count_ == 0 ? 0 : total_ / static_cast<double>(count_);
+void TimeStatistics::Add(std::uint64_t microseconds) {
+  assert(microseconds <= kMostSum);
+  ++count;
+  total = CappedSum(total, microseconds);
+  max = std::max(max, microseconds);
+  ++classes[*std::lower_bound(ClassBounds().begin(), ClassBounds().end(), microseconds)];
 }
 
-double TimeStatistics::Percentile95() const noexcept {
-  // Rounded up: of 19 durations, all.
-  const std::uint64_t wanted = count_ - count_ / 20;
-  std::uint64_t seen = 0;
-  for (const auto& [power, count] : classes_) {
-    seen += count;
-    if (seen >= wanted) return std::min(max_, std::pow(kClassRatio, power));
+TimeStatistics& TimeStatistics::operator+=(const TimeStatistics& other) {
+  count = CappedSum(count, other.count);
+  total = CappedSum(total, other.total);
+  max = std::max(max, other.max);
+  for (const auto& [bound, number] : other.classes) {
+    classes[bound] = CappedSum(classes[bound], number);
   }
-  return max_;
+  return *this;
+}
+
+std::uint64_t TimeStatistics::Percentile95() const noexcept {
+  // Rounded up: of 19 durations, all.
+  constexpr std::uint64_t kTwentieth = 20;
+  const std::uint64_t wanted = count - count / kTwentieth;
+  std::uint64_t seen = 0;
+  for (const auto& [bound, number] : classes) {
+    seen += number;
+    if (seen >= wanted) return std::min(max, bound);
+  }
+  return max;
 }
 
 }  // namespace tarn::host

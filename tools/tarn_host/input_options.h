@@ -13,6 +13,8 @@ namespace tarn::host {
 struct InputOptions {
   std::vector<std::string> files;
   StatementFormat format = StatementFormat::kSql;
+  // Whether the inputs are reports of `shapes`.
+  bool report = false;
   // Unless a person has chosen one, that of the server that wrote the log, or MySQL's.
   Dialect UsedDialect() const noexcept;
   std::optional<Dialect> dialect;

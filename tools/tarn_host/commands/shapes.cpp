@@ -1,21 +1,27 @@
 #include "tarn_host/commands.h"
 
 #include <algorithm>
+#include <array>
+#include <cctype>
 #include <cstddef>
 #include <cstdint>
+#include <filesystem>
 #include <limits>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <system_error>
 #include <thread>
 #include <utility>
 #include <vector>
 
+#include "logs/input.h"
 #include "logs/reader.h"
 #include "plugin/plugin.h"
-#include "shapes/shape_counter.h"
+#include "shapes/counter.h"
 #include "tarn_host/errors.h"
 #include "tarn_host/exit_code.h"
 #include "tarn_host/input_options.h"
@@ -23,7 +29,8 @@
 #include "tarn_host/output.h"
 #include "tarn_host/plugin_option.h"
 #include "tarn_host/progress.h"
-#include "tarn_host/shape_report.h"
+#include "tarn_host/report.h"
+#include "tarn_host/table.h"
 
 namespace tarn::host {
 namespace {
@@ -34,20 +41,47 @@ constexpr std::uint64_t kMostShapes = std::numeric_limits<std::uint32_t>::max();
 
 struct ShapesOptions {
   InputOptions input;
-  ReportOptions report;
-  bool exact = false;
+  TableOptions table;
+  CountingRule rule;
   bool json = false;
   std::uint64_t threads = std::clamp(std::thread::hardware_concurrency(), 1U, kMostThreads);
   std::string plugin;
+  // As typed; empty where not given.
+  std::string since;
+  std::string until;
+  std::array<std::string, kDetails> details;
+  // The report or log to compare with.
+  std::string compare;
+};
+
+// What went wrong with the inputs, and the exit code that comes of it.
+class Problems {
+ public:
+  void Add(std::string problem, int exit_code) {
+    lines_.push_back(std::move(problem));
+    exit_code_ = std::max(exit_code_, exit_code);
+  }
+
+  // Returns the exit code.
+  int Report() const {
+    for (const std::string& line : lines_) ReportError(line);
+    return exit_code_;
+  }
+
+ private:
+  std::vector<std::string> lines_;
+  int exit_code_ = kExitSuccess;
 };
 
 // The statements of all files, one file after another. Next is thread-safe, the rest is not.
 class StatementQueue {
  public:
-  StatementQueue(const InputOptions& options, InterruptWatch& watch)
+  StatementQueue(const InputOptions& options, std::vector<std::string> files, InterruptWatch& watch,
+                 Problems& problems)
       : options_(options),
-        files_(options.FilesOrStandardInput()),
+        files_(std::move(files)),
         watch_(watch),
+        problems_(problems),
         progress_(files_) {}
 
   // As BatchSource.
@@ -62,25 +96,16 @@ class StatementQueue {
           return true;
         }
         if (const std::string problem = reader_->Problem(); !problem.empty()) {
-          AddProblem(problem, kExitFailed);
+          problems_.Add(problem, kExitFailed);
         }
       } catch (const InputError& error) {
-        AddProblem(error.what(), kExitTrouble);
+        problems_.Add(error.what(), kExitTrouble);
       }
       bytes_before_ += reader_->BytesRead();
       reader_.reset();
     }
     return false;
   }
-
-  void AddProblem(std::string problem, int exit_code) {
-    problems_.push_back(std::move(problem));
-    exit_code_ = std::max(exit_code_, exit_code);
-  }
-
-  // What went wrong with the inputs, and the exit code that comes of it.
-  const std::vector<std::string>& Problems() const noexcept { return problems_; }
-  int ExitCode() const noexcept { return exit_code_; }
 
   void ClearProgress() { progress_.Clear(); }
 
@@ -107,7 +132,7 @@ class StatementQueue {
         reader_.emplace(file, options_.format, options_.UsedDialect(), &watch_);
         starts_.push_back({reader_->Name(), next_position_});
       } catch (const InputError& error) {
-        AddProblem(error.what(), kExitTrouble);
+        problems_.Add(error.what(), kExitTrouble);
       }
     }
     return reader_.has_value();
@@ -116,6 +141,7 @@ class StatementQueue {
   const InputOptions& options_;
   const std::vector<std::string> files_;
   InterruptWatch& watch_;
+  Problems& problems_;
   std::mutex mutex_;
   ProgressBar progress_;
   std::size_t next_file_ = 0;
@@ -124,42 +150,242 @@ class StatementQueue {
   // Bytes of the files that are done with.
   std::uint64_t bytes_before_ = 0;
   std::vector<InputStart> starts_;
-  std::vector<std::string> problems_;
-  int exit_code_ = kExitSuccess;
+};
+
+// Whether `file` can be read more than once.
+bool IsRegular(const std::string& file) {
+  std::error_code error;
+  return std::filesystem::is_regular_file(file, error);
+}
+
+// Whether a file holds a report. Of an input that can be read only once it takes nothing.
+bool HoldsReport(const std::string& file) {
+  if (file == kStandardInput || !IsRegular(file)) return false;
+  try {
+    char head[64];
+    TextInput input(file);
+    return BeginsReport({head, input.Read(head, sizeof head)});
+  } catch (const InputError&) {
+    // Reading it as a log reports that.
+    return false;
+  }
+}
+
+std::string WholeText(const std::string& file, InterruptWatch& watch) {
+  constexpr std::size_t kPiece = std::size_t{64} * 1024;
+  TextInput input(file, &watch);
+  std::string text;
+  for (std::size_t got = kPiece; got > 0;) {
+    const std::size_t size = text.size();
+    text.resize(size + kPiece);
+    got = input.Read(text.data() + size, kPiece);
+    text.resize(size + got);
+  }
+  return text;
+}
+
+// Counts logs and adds reports.
+class FileCounter {
+ public:
+  FileCounter(const ShapesOptions& options, impl_dao::CProductInterface& product,
+              InterruptWatch& watch, Problems& problems)
+      : options_(options), product_(product), watch_(watch), problems_(problems) {
+    counting_.shape = {.dialect = options.input.UsedDialect(),
+                       .fold_digits = options.rule.fold_digits};
+    counting_.exact = options.rule.exact;
+    counting_.keys = options.rule.keys;
+    counting_.group_by = options.rule.group_by;
+    counting_.threads = static_cast<unsigned>(options.threads);
+  }
+
+  ShapeCount Count(const std::vector<std::string>& files) {
+    std::vector<std::string> logs;
+    ShapeCount total;
+    for (const std::string& file : files) {
+      if (!options_.input.report && !HoldsReport(file)) {
+        logs.push_back(file);
+        continue;
+      }
+      try {
+        // The report to compare with was filtered when it was made.
+        if (file != options_.compare && Filters()) {
+          throw InputError(file + ": a report holds no single statements to choose from");
+        }
+        const std::string text = WholeText(file, watch_);
+        total += ReadReport(file == kStandardInput ? "standard input" : file, text, options_.rule);
+      } catch (const InputError& error) {
+        problems_.Add(error.what(), kExitTrouble);
+      }
+    }
+    if (logs.empty()) return total;
+    ChooseStatements(logs);
+    StatementQueue queue(options_.input, logs, watch_, problems_);
+    total += CountShapes([&queue](StatementBatch& batch,
+                                  std::uint64_t& position) { return queue.Next(batch, position); },
+                         product_, counting_);
+    queue.ClearProgress();
+    if (total.first_failure) failure_ = queue.Describe(*total.first_failure);
+    return total;
+  }
+
+  // Reports statements that failed, and questions to which the logs have no answer.
+  void ReportLeftOut(const ShapeCount& count) {
+    const int exit_code = count.counted == 0 ? kExitFailed : kExitSuccess;
+    bool untold = false;
+    const auto report = [&](std::uint64_t number, const std::string& option, const char* detail) {
+      if (number == 0) return;
+      untold = true;
+      problems_.Add("shapes: " + option + " left out " + std::to_string(number) +
+                        (number == 1 ? " statement" : " statements") +
+                        ", of which the log does not tell the " + detail,
+                    exit_code);
+    };
+    report(count.without_time, options_.since.empty() ? "--until" : "--since", "time");
+    for (std::size_t i = 0; i < kDetails; ++i) {
+      const char* const name = NameOf(static_cast<Detail>(i));
+      report(count.without_detail.at(i), std::string("--") + name, name);
+    }
+    if (count.counted == 0 && counting_.filter.Active() && !untold) {
+      problems_.Add("shapes: no statement is of the time, user, db and host asked for", exit_code);
+    }
+    if (options_.table.rank.order == ShapeOrder::kRows && count.counted > 0 &&
+        std::all_of(count.shapes.begin(), count.shapes.end(), [](const auto& entry) {
+          return !entry.second.rows_examined && !entry.second.rows_sent;
+        })) {
+      problems_.Add("shapes: --sort=rows: the log tells no rows", kExitFailed);
+    }
+    if (options_.rule.group_by && count.counted > 0 &&
+        std::all_of(count.shapes.begin(), count.shapes.end(),
+                    [](const auto& entry) { return entry.first.group.empty(); })) {
+      problems_.Add(
+          std::string("shapes: --group-by: the log tells no ") + NameOf(*options_.rule.group_by),
+          kExitFailed);
+    }
+    if (count.failed == 0) return;
+    const bool one = count.failed == 1;
+    std::string line =
+        std::to_string(count.failed) + (one ? " statement failed" : " statements failed");
+    if (!failure_.empty()) line += (one ? ": " : ", the first: ") + failure_;
+    problems_.Add(line, kExitFailed);
+  }
+
+ private:
+  bool Filters() const {
+    return !options_.since.empty() || !options_.until.empty() ||
+           std::any_of(options_.details.begin(), options_.details.end(),
+                       [](const std::string& detail) { return !detail.empty(); });
+  }
+
+  // Sets the filter. Times before the log's end need its end, so the logs are read once more.
+  void ChooseStatements(const std::vector<std::string>& logs) {
+    std::optional<LogTime> end;
+    for (const auto& [name, text, limit] :
+         {std::tuple("--since", &options_.since, &counting_.filter.since),
+          std::tuple("--until", &options_.until, &counting_.filter.until)}) {
+      if (text->empty()) continue;
+      *limit = TimeTyped(*text);
+      if (*limit) continue;
+      const auto distance = MicrosecondsTyped(*text);
+      if (!distance) {
+        throw ToolError(std::string("shapes: ") + name +
+                        ": no time, nor a number of s, m, h or d: " + *text);
+      }
+      if (!end) end = EndOf(logs, name);
+      *limit = end;
+      (*limit)->wall_microseconds -= *distance;
+    }
+    for (std::size_t i = 0; i < kDetails; ++i) {
+      if (!options_.details.at(i).empty()) counting_.filter.details.at(i) = options_.details.at(i);
+    }
+  }
+
+  LogTime EndOf(const std::vector<std::string>& logs, const std::string& option) {
+    std::optional<LogTime> first;
+    std::optional<LogTime> last;
+    for (const std::string& log : logs) {
+      if (!IsRegular(log)) {
+        throw ToolError("shapes: " + option + ": " +
+                        (log == kStandardInput ? "standard input" : log) +
+                        " cannot be read twice to find the log's end; give a time");
+      }
+      try {
+        StatementReader reader(log, options_.input.format, options_.input.UsedDialect(), &watch_);
+        for (StatementBatch batch; reader.Read(batch);) {
+          WidenSpan(first, last, batch.FirstTime());
+          WidenSpan(first, last, batch.LastTime());
+        }
+      } catch (const InputError&) {
+        // Counting reports it.
+      }
+    }
+    if (!last) throw ToolError("shapes: " + option + ": the log tells no time");
+    return *last;
+  }
+
+  // "2026-11-24", "2026-11-24 09:05" or with seconds, a fraction and a zone.
+  static std::optional<LogTime> TimeTyped(std::string text) {
+    constexpr std::string_view kDate = "2026-11-24";
+    constexpr std::string_view kMinutes = "2026-11-24 09:05";
+    if (text.size() == kDate.size()) text += " 00:00";
+    if (text.size() >= kMinutes.size() && text.find(':', kMinutes.size()) != kMinutes.size()) {
+      text.insert(kMinutes.size(), ":00");
+    }
+    std::string_view rest = text;
+    const auto time = TakeLogTime(rest);
+    return rest.empty() ? time : std::nullopt;
+  }
+
+  // "90s", "30m", "2h" or "7d".
+  static std::optional<std::int64_t> MicrosecondsTyped(const std::string& text) {
+    constexpr std::int64_t kSecond = 1'000'000;
+    const std::map<char, std::int64_t> units = {
+        {'s', kSecond}, {'m', 60 * kSecond}, {'h', 3600 * kSecond}, {'d', 86'400 * kSecond}};
+    // More digits than this are no distance within a log.
+    constexpr std::size_t kMostDigits = 7;
+    const std::size_t digits = text.find_first_not_of("0123456789");
+    if (digits == 0 || digits > kMostDigits || digits + 1 != text.size()) return std::nullopt;
+    const auto unit = units.find(text[digits]);
+    if (unit == units.end()) return std::nullopt;
+    return std::stoll(text) * unit->second;
+  }
+
+  const ShapesOptions& options_;
+  impl_dao::CProductInterface& product_;
+  InterruptWatch& watch_;
+  Problems& problems_;
+  CountOptions counting_;
+  // Describes the first statement that failed.
+  std::string failure_;
 };
 
 int Shapes(const ShapesOptions& options) {
   const Plugin plugin(ChosenPlugin(options.plugin));
   InterruptWatch watch;
-  StatementQueue queue(options.input, watch);
-  CountOptions counting;
-  counting.threads = static_cast<unsigned>(options.threads);
-  if (!options.exact) counting.folding = options.input.UsedDialect();
-  const ShapeCount count =
-      CountShapes([&queue](StatementBatch& batch,
-                           std::uint64_t& position) { return queue.Next(batch, position); },
-                  plugin.Product(), counting);
-  watch.Stop();
-  queue.ClearProgress();
-  if (watch.Interrupted()) {
-    queue.AddProblem("shapes: interrupted; this is what was counted so far", kExitInterrupted);
-  }
-
+  Problems problems;
   Output output;
-  if (options.json) {
-    PrintJson(count, options.report, plugin.Product(), output);
+  FileCounter counter(options, plugin.Product(), watch, problems);
+  std::optional<ShapeCount> before;
+  if (!options.compare.empty()) before = counter.Count({options.compare});
+  const ShapeCount count = counter.Count(options.input.FilesOrStandardInput());
+  watch.Stop();
+  if (watch.Interrupted()) {
+    problems.Add("shapes: interrupted; this is what was counted so far", kExitInterrupted);
+  }
+  if (before) {
+    const Comparison comparison = Compare(*before, count, options.table.rank.top);
+    if (options.json) {
+      WriteComparison(comparison, output);
+    } else {
+      PrintTable(comparison, output);
+    }
+  } else if (options.json) {
+    WriteReport(count, options.table.rank, options.rule, plugin.Product(), output);
   } else {
-    PrintTable(count, options.report, output);
+    PrintTable(count, options.table, output);
   }
   output.Flush();
-
-  for (const std::string& problem : queue.Problems()) ReportError(problem);
-  if (!count.first_failure) return queue.ExitCode();
-  const std::string first = queue.Describe(*count.first_failure);
-  ReportError(count.failed == 1
-                  ? "1 statement failed: " + first
-                  : std::to_string(count.failed) + " statements failed, the first: " + first);
-  return std::max(queue.ExitCode(), kExitFailed);
+  counter.ReportLeftOut(count);
+  return problems.Report();
 }
 
 }  // namespace
@@ -169,23 +395,45 @@ void AddShapesCommand(CommandLine& line) {
   Command command = line.Add("shapes", "Count statements by shape, and sum up how long they took",
                              [options] { return Shapes(*options); });
   AddInputOptions(command, options->input);
-  command.Flag("--exact", options->exact,
+  command.Flag("--exact", options->rule.exact,
                "Count by the canonical text, in which values and lists stay");
-  command.Choice(
-      "--sort", options->report.order,
-      std::map<std::string, ShapeOrder>{
-          {"count", ShapeOrder::kCount}, {"time", ShapeOrder::kTime}, {"max", ShapeOrder::kMax}},
-      "ORDER",
-      "What comes first: the most statements (count), the most time in all (time, the default "
-      "where times are known) or the slowest statement (max)");
-  command.Count("--top", options->report.top, kMostShapes,
+  command.Flag("--keys", options->rule.keys,
+               "Count the canonical texts of each shape, the keys in a host's tables");
+  command.Flag("--fold-digits", options->rule.fold_digits,
+               "Fold digits within names, for numbered tables: orders_2024_11 is orders_?");
+  command.Choice("--sort", options->table.rank.order,
+                 std::map<std::string, ShapeOrder>{{"count", ShapeOrder::kCount},
+                                                   {"time", ShapeOrder::kTime},
+                                                   {"max", ShapeOrder::kMax},
+                                                   {"rows", ShapeOrder::kRows}},
+                 "ORDER",
+                 "What comes first: the most statements (count), the most time in all (time, the "
+                 "default where times are known), the slowest statement (max) or the most rows "
+                 "examined (rows)");
+  command.Count("--top", options->table.rank.top, kMostShapes,
                 "Print the first N shapes, sum up the others");
-  command.Count("--min-count", options->report.min_count, kMostShapes,
+  command.Count("--min-count", options->table.rank.min_count, kMostShapes,
                 "Sum up the shapes of fewer than N statements");
-  command.Flag("--examples", options->report.examples,
-               "Print the first statement of each shape below it");
+  command.Flag("--examples", options->table.examples,
+               "Print below each shape its slowest statement and when it ran");
+  command.NameOption(
+      "--since", options->since, "TIME",
+      "Leave out statements before a time of the log, as 2026-11-24 09:05, or before "
+      "the last 90s, 30m, 2h or 7d of it");
+  command.NameOption("--until", options->until, "TIME", "Leave out statements from then on");
+  std::map<std::string, Detail> details;
+  for (std::size_t i = 0; i < kDetails; ++i) {
+    const std::string name = NameOf(static_cast<Detail>(i));
+    command.NameOption("--" + name, options->details.at(i), "NAME",
+                       "Leave out statements of any other " + name);
+    details.emplace(name, static_cast<Detail>(i));
+  }
+  command.Choice("--group-by", options->rule.group_by, details, "DETAIL",
+                 "Count the shapes of each user, database (db) or host apart");
+  command.NameOption("--compare", options->compare, "FILE",
+                     "Tell what changed since the report or log FILE");
   command.Flag("--json", options->json,
-               "Print JSON, with examples; bytes that are not UTF-8 are replaced");
+               "Print JSON, with examples; such reports add up when they are read again");
   command.Count("--threads", options->threads, kMostThreads,
                 "Count on N threads (default: one per processor)");
   AddPluginOption(command, options->plugin);
@@ -199,7 +447,9 @@ void AddShapesCommand(CommandLine& line) {
       "  tarn_host shapes statements.sql\n"
       "  tarn_host shapes --input=slowlog --top 10 mysql-slow.log.1.gz\n"
       "  tarn_host shapes --input=csvlog --sort=max --examples postgresql.csv\n"
-      "  tarn_host shapes --json statements.sql");
+      "  tarn_host shapes --input=slowlog --since 2h --user shop mysql-slow.log\n"
+      "  tarn_host shapes --json statements.sql\n"
+      "  tarn_host shapes a.json b.json c.json");
 }
 
 }  // namespace tarn::host

@@ -34,7 +34,7 @@ _tarn_host() {
   fi
   case $previous in
     --input)
-      COMPREPLY=($(compgen -W 'sql lines nul slowlog general csvlog' -- "$word"))
+      COMPREPLY=($(compgen -W 'sql lines nul slowlog general csvlog report' -- "$word"))
       return
       ;;
     --dialect)
@@ -42,7 +42,11 @@ _tarn_host() {
       return
       ;;
     --sort)
-      COMPREPLY=($(compgen -W 'count time max' -- "$word"))
+      COMPREPLY=($(compgen -W 'count time max rows' -- "$word"))
+      return
+      ;;
+    --group-by)
+      COMPREPLY=($(compgen -W 'user db host' -- "$word"))
       return
       ;;
     --algorithm)
@@ -53,11 +57,11 @@ _tarn_host() {
       _tarn_host_files "$word" '*.so?(.*)'
       return
       ;;
-    --key)
+    --key | --compare)
       _tarn_host_files "$word" '*'
       return
       ;;
-    --top | --min-count | --threads | --timeout)
+    --top | --min-count | --threads | --timeout | --since | --until | --user | --db | --host)
       return
       ;;
   esac
@@ -65,8 +69,8 @@ _tarn_host() {
   case $command in
     normalize) options='--input --dialect --pairs --plugin --help' ;;
     shapes)
-      options='--input --dialect --exact --sort --top --min-count --examples --json --threads
-        --plugin --help'
+      options='--input --dialect --exact --fold-digits --keys --since --until --user --db --host
+        --group-by --sort --top --min-count --compare --examples --json --threads --plugin --help'
       ;;
     map | trace) options='--plugin --help' ;;
     config) options='--json --show-password --plugin --help' ;;

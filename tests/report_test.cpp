@@ -7,8 +7,12 @@
 
 #include <csignal>
 #include <cstddef>
+#include <filesystem>
+#include <fstream>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "support/surroundings.h"
 #include "support/tool.h"
@@ -18,38 +22,12 @@ namespace {
 
 using ::testing::HasSubstr;
 using ::testing::Not;
+using ::testing::StartsWith;
 
 TEST(Normalize, TakesStatementsLongerThanABlock) {
   const std::string word(std::size_t{1} << 20U, 'a');
   const RunResult result = Tool({"normalize", "--input=lines"}, {.input = word + "\nb\n" + word});
   EXPECT_EQ(result.output, word + "\nb\n" + word + "\n");
-}
-
-// Many blocks, and a shape that is first seen late in one and early in another.
-std::string ManyStatements() {
-  constexpr int kStatements = 300'000;
-  constexpr int kShapes = 7;
-  std::string input;
-  for (int number = 0; number < kStatements; ++number) {
-    input += "select x" + std::to_string(number % kShapes) + " where a in (" +
-             std::to_string(number) + (number % 3 == 0 ? ",5);\n" : ");\n");
-    if (number == 150'000) input += "select rare, 1;";
-    if (number > 150'000 && number % 10'000 == 0) input += "select rare, 2;";
-  }
-  return input;
-}
-
-TEST(Shapes, AgreeOnAnyNumberOfThreads) {
-  const std::string input = ManyStatements();
-  const auto run = [&input](const char* threads) {
-    return Tool({"shapes", "--json", "--threads", threads}, {.input = input});
-  };
-  const RunResult alone = run("1");
-  const auto report = nlohmann::json::parse(alone.output);
-  EXPECT_EQ(report["statements"], 300'015);
-  EXPECT_EQ(report["shape_count"], 8);
-  EXPECT_EQ(report["shapes"].back()["example"], "select rare, 1");
-  for (const char* threads : {"2", "8", "8"}) EXPECT_EQ(run(threads).output, alone.output);
 }
 
 TEST(Shapes, ReplaceInJsonWhatIsNotUtf8) {
@@ -68,8 +46,8 @@ TEST(Shapes, TellInJsonWhatALogTells) {
   EXPECT_EQ(report["statements"], 41);
   EXPECT_EQ(report["failed"], 0);
   EXPECT_EQ(report["shape_count"], 7);
-  EXPECT_EQ(report["first_time"], "2026-11-24 09:05:29");
-  EXPECT_EQ(report["last_time"], "2026-11-24 09:22:10");
+  EXPECT_THAT(report["first_time"].get<std::string>(), StartsWith("2026-11-24T09:05:29"));
+  EXPECT_THAT(report["last_time"].get<std::string>(), StartsWith("2026-11-24T09:22:10"));
   EXPECT_EQ(report["others"]["shape_count"], 5);
   ASSERT_EQ(report["shapes"].size(), 2);
   const auto& slowest = report["shapes"][0];
@@ -83,7 +61,78 @@ TEST(Shapes, TellInJsonWhatALogTells) {
   EXPECT_THAT(slowest["shape"], HasSubstr("between ? and ?"));
   EXPECT_THAT(slowest["canonical"], HasSubstr("BETWEEN '"));
   EXPECT_THAT(slowest["example"], HasSubstr("SUM(total)\nFROM orders"));
-  EXPECT_NEAR(slowest["share"], 10.0 / 41, 1e-9);
+  EXPECT_EQ(slowest["example_seconds"], slowest["max_seconds"]);
+  EXPECT_EQ(slowest["histogram"]["2.235223"], 2);
+  EXPECT_FALSE(slowest.contains("errors"));
+  EXPECT_NEAR(slowest["share"], 10.0 / 41, 1e-4);
+}
+
+// The reports of logs, added, are the report of all of them.
+TEST(Shapes, AddUpReports) {
+  const TemporaryFolder folder;
+  const std::string log =
+      folder.Write("a.log", "# Query_time: 1.5\nselect 1;\n# Query_time: 3\nb;\n");
+  const std::string more = folder.Write("b.log", "# Query_time: 2\nselect 2;\n");
+  const auto run = [](std::vector<std::string> arguments) {
+    arguments.insert(arguments.begin(), {"shapes", "--json", "--input=slowlog"});
+    return Tool(arguments);
+  };
+  const std::string first = folder.Write("a.json", run({log}).output);
+  const std::string second = folder.Write("b.json", run({more}).output);
+  const std::string whole = run({log, more}).output;
+  EXPECT_THAT(whole, HasSubstr("\"example\": \"select 2\""));
+  EXPECT_EQ(run({first, second}).output, whole);
+  EXPECT_EQ(run({second, log}).output, whole);
+  const struct {
+    std::vector<std::string> arguments;
+    const char* reason;
+  } kRefused[] = {{{first, "--exact"}, "other --exact"},
+                  {{first, "--since=1h"}, "no single statements"},
+                  {{folder.Write("part.json", run({log, "--top=1"}).output)}, "lacks shapes"}};
+  for (const auto& [arguments, reason] : kRefused) {
+    const RunResult result = run(arguments);
+    EXPECT_EQ(result.exit_code, 2);
+    EXPECT_THAT(result.errors, AllOf(IsOneErrorLine(), HasSubstr(reason)));
+  }
+  // Only a.log's shape of select costs more than before; b is gone.
+  const auto comparison = nlohmann::json::parse(run({second, "--compare=" + first}).output);
+  EXPECT_EQ(comparison["after"]["total_seconds"], 2.0);
+  EXPECT_EQ(comparison["changes"][0]["change"], "slower");
+  EXPECT_EQ(comparison["changes"][0]["before"]["mean_seconds"], 1.5);
+  EXPECT_EQ(comparison["shape_count"], 2);
+  EXPECT_EQ(comparison["changes"][1]["change"], "gone");
+  EXPECT_FALSE(comparison["changes"][1].contains("after"));
+}
+
+// The commands that the manual shows for several processes, as a person types them.
+TEST(Shapes, AddUpReportsAsTheManualSays) {
+  std::ifstream manual(TARN_MANUAL);
+  std::vector<std::string> commands;
+  const std::string_view kCommand = ".Dl $ ";
+  for (std::string line; std::getline(manual, line) && commands.size() < 2;) {
+    if (line.starts_with(std::string(kCommand) + "parallel") || commands.size() == 1) {
+      commands.push_back(line.substr(kCommand.size()));
+    }
+  }
+  ASSERT_EQ(commands.size(), 2);
+  const TemporaryFolder folder;
+  for (int number = 0; number < 8; ++number) {
+    folder.Write(std::to_string(number) + ".log", "# Query_time: 0." + std::to_string(number) +
+                                                      "\nselect " +
+                                                      std::to_string(number * number % 7) + ";\n");
+  }
+  const auto run = [&folder](const std::string& command) {
+    const std::string path = std::filesystem::path(TARN_HOST_PATH).parent_path();
+    return RunProgram(
+        {"/bin/sh", "-c", command},
+        {.environment = {"PATH=" + path + ":/usr/bin:/bin", "HOME=" + folder.Path("")},
+         .folder = folder.Path("")});
+  };
+  EXPECT_EQ(run(commands[0]).exit_code, 0);
+  const RunResult added = run(commands[1]);
+  EXPECT_EQ(added.output, run("tarn_host shapes --input=slowlog *.log").output);
+  EXPECT_THAT(added.output, HasSubstr("8 statements, 1 shape\n"));
+  EXPECT_EQ(added.errors, "");
 }
 
 TEST(Shapes, PrintWhatTheyHaveOnCtrlC) {

@@ -1,0 +1,312 @@
+// How statements are counted by shape, and how counts add up.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+#include <mutex>
+#include <random>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "logs/reader.h"
+#include "plugin/plugin.h"
+#include "shapes/comparison.h"
+#include "shapes/counter.h"
+#include "sql/errors.h"
+#include "support/surroundings.h"
+#include "tarn_host/report.h"
+
+namespace tarn::test {
+namespace {
+
+using namespace tarn::host;
+using ::testing::HasSubstr;
+
+impl_dao::CProductInterface& Product() {
+  static const Plugin plugin(TARN_PLUGIN_PATH);
+  return plugin.Product();
+}
+
+std::string ReportOf(const ShapeCount& count, const CountingRule& rule = {}) {
+  const OwnedFd file = ScratchFile();
+  Output output(file.Get(), "scratch");
+  WriteReport(count, {}, rule, Product(), output);
+  output.Flush();
+  return Content(file.Get());
+}
+
+ShapeCount CountSlowLog(const std::string& log, const CountOptions& options) {
+  const TemporaryFolder folder;
+  StatementReader reader({folder.Write("slow.log", log)}, {});
+  std::mutex mutex;
+  return CountShapes(
+      [&](StatementBatch& batch, std::uint64_t& position) {
+        const std::lock_guard lock(mutex);
+        if (!reader.Read(batch)) return false;
+        position = batch.FirstNumber();
+        return true;
+      },
+      Product(), options);
+}
+
+// A log of many blocks with times, rows and statements that the product refuses. A shape is seen
+// late in one block and early in another, its slowest statement in the middle.
+std::string ManyEntries(int entries) {
+  std::string log;
+  for (int number = 0; number < entries; ++number) {
+    const std::string digits = std::to_string(number);
+    log += "# Time: 2026-11-24T09:" + std::to_string(10 + number % 50) + ":00Z\n# Query_time: 0." +
+           std::to_string(number * 7919LL % 1'000'000) +
+           "  Lock_time: 0.001 Rows_sent: " + std::to_string(number % 5) +
+           "  Rows_examined: " + digits + "\nselect x" + std::to_string(number % 7) +
+           " where a in (" + digits + (number % 3 == 0 ? ",5);\n" : ");\n");
+    if (number % 1000 == 500) log += "# Query_time: 2\nselect 1.0e999, " + digits + ";\n";
+  }
+  return log;
+}
+
+TEST(Counter, AgreesOnAnyNumberOfThreads) {
+  const std::string log = ManyEntries(4'000);
+  for (const bool exact : {false, true}) {
+    CountOptions options{.exact = exact, .keys = true};
+    const CountingRule rule{.exact = exact, .keys = true};
+    const ShapeCount alone = CountSlowLog(log, options);
+    EXPECT_EQ(alone.counted, exact ? 4'000U : 4'004U);
+    EXPECT_EQ(alone.failed, 4);
+    ASSERT_TRUE(alone.first_failure);
+    EXPECT_EQ(alone.first_failure->position, 502);
+    EXPECT_THAT(alone.first_failure->reason, HasSubstr("beyond the range of a double"));
+    for (const unsigned threads : {2U, 8U, 8U}) {
+      options.threads = threads;
+      const ShapeCount together = CountSlowLog(log, options);
+      EXPECT_EQ(ReportOf(together, rule), ReportOf(alone, rule)) << threads;
+      EXPECT_EQ(together.first_failure->position, 502);
+    }
+    if (exact) continue;
+    EXPECT_EQ(alone.shapes.size(), 8);
+    const Shape& refused = alone.shapes.begin()->second;
+    EXPECT_EQ(refused.count, 4);
+    EXPECT_EQ(refused.times.total, 8'000'000);
+    EXPECT_TRUE(refused.keys.empty());
+    EXPECT_EQ(std::next(alone.shapes.begin())->second.keys.size(), 572);
+  }
+}
+
+// Anything that a log may tell, drawn from few values so that much of it meets.
+class DrawnCount {
+ public:
+  explicit DrawnCount(unsigned seed) : random_(seed) {}
+
+  // Adds the same execution to both.
+  void AddTo(ShapeCount& one, ShapeCount& other) {
+    const std::array<std::string, 5> texts = {"", "a", "b", "\xFF\x80", "\xC3\xA4\x9B\n"};
+    const std::array<double, 5> numbers = {0, 1e-6, 0.25, 1e300, 7.000001};
+    const std::array<std::uint64_t, 4> counts = {0, 1, 1000,
+                                                 std::numeric_limits<std::uint64_t>::max()};
+    const auto text = [&] { return std::string_view(texts.at(random_() % texts.size())); };
+    Execution execution{.user = text(),
+                        .database = text(),
+                        .host = text(),
+                        .parameters = text(),
+                        .query_id = Drawn() ? "-123" : "9",
+                        .error = Drawn() ? "" : "42P01",
+                        .executed = random_() % 4 != 0};
+    if (Drawn()) execution.seconds = numbers.at(random_() % numbers.size());
+    if (Drawn()) execution.lock_seconds = numbers.at(random_() % numbers.size());
+    if (Drawn()) execution.rows_sent = counts.at(random_() % counts.size());
+    if (Drawn()) execution.rows_examined = counts.at(random_() % counts.size());
+    if (Drawn()) execution.rows_affected = counts.at(random_() % counts.size());
+    if (Drawn()) {
+      LogTime& time = execution.time.emplace();
+      time.wall_microseconds =
+          1'764'000'000'000'000 + static_cast<std::int64_t>(random_() % 3) * 1'800'000'001;
+      if (Drawn()) time.offset_seconds = static_cast<int>(random_() % 3 - 1) * 1800;
+    }
+    const ShapeKey key{std::string(text()), std::string(text())};
+    const std::string statement = "select " + std::string(text());
+    const std::uint64_t fingerprint = random_() % 3;
+    for (ShapeCount* count : {&one, &other}) {
+      count->shapes[key].Add(statement, execution);
+      count->shapes[key].keys.insert(fingerprint);
+      count->counted += execution.executed ? 1 : 0;
+      count->failed += fingerprint == 0 ? 1 : 0;
+      WidenSpan(count->first_time, count->last_time, execution.time);
+    }
+  }
+
+ private:
+  bool Drawn() { return random_() % 2 == 0; }
+
+  std::mt19937 random_;
+};
+
+TEST(Report, AddsUpToTheReportOfAllLogs) {
+  const CountingRule rule{.keys = true, .group_by = Detail::kHost};
+  for (unsigned seed = 0; seed < 50; ++seed) {
+    DrawnCount drawn(seed);
+    std::array<ShapeCount, 4> parts;
+    ShapeCount whole;
+    for (std::size_t number = 0; number < std::size_t{2} * seed; ++number) {
+      drawn.AddTo(parts.at(number * number % parts.size()), whole);
+    }
+    const std::string expected = ReportOf(whole, rule);
+    ShapeCount read;
+    ShapeCount read_backwards;
+    std::vector<std::string> texts;
+    for (const ShapeCount& part : parts) texts.push_back(ReportOf(part, rule));
+    for (const std::string& text : texts) read += ReadReport("", text, rule);
+    std::reverse(texts.begin(), texts.end());
+    for (const std::string& text : texts) read_backwards += ReadReport("", text, rule);
+    EXPECT_EQ(ReportOf(read, rule), expected) << seed;
+    EXPECT_EQ(ReportOf(read_backwards, rule), expected) << seed;
+  }
+}
+
+TEST(Shape, AddsWhatTheLogTells) {
+  Shape shape;
+  shape.Add("slow", {.seconds = 2, .lock_seconds = 0.5, .rows_sent = 1, .rows_affected = 3});
+  shape.Add("parsed", {.seconds = 0.25, .executed = false});
+  shape.Add("failed", {.lock_seconds = 1, .rows_sent = 4, .rows_examined = 5, .error = "1064"});
+  EXPECT_EQ(shape.count, 2);
+  EXPECT_EQ(shape.times.count, 1);
+  EXPECT_EQ(shape.times.total, 2'250'000);
+  EXPECT_EQ(shape.times.max, 2'000'000);
+  EXPECT_EQ(shape.lock_microseconds, 1'500'000);
+  EXPECT_EQ(shape.rows_sent, 5);
+  EXPECT_EQ(shape.rows_examined, 5);
+  EXPECT_EQ(shape.rows_affected, 3);
+  EXPECT_EQ(shape.failures, 1);
+  EXPECT_EQ(shape.errors.at("1064"), 1);
+  EXPECT_FALSE(shape.first_seen);
+  EXPECT_EQ(shape.example->text, "slow");
+}
+
+// Of statements that took equally long, too, the example does not depend on the order.
+TEST(Shape, HasTheSameExampleInEitherOrder) {
+  const Execution plain{.seconds = 1, .user = "u"};
+  std::vector<Execution> others(6, plain);
+  others[0].user = "t";
+  others[1].database = "d";
+  others[2].host = "h";
+  others[3].parameters = "p";
+  others[4].time = LogTime{};
+  others[5].seconds = 2;
+  for (const Execution& other : others) {
+    ShapeCount counts[2];
+    for (ShapeCount& count : counts) {
+      const bool first = &count == counts;
+      count.shapes[{}].Add("s", first ? plain : other);
+      count.shapes[{}].Add("s", first ? other : plain);
+    }
+    EXPECT_EQ(ReportOf(counts[0]), ReportOf(counts[1]));
+  }
+}
+
+TEST(Comparison, TellsHowAShapeChanged) {
+  const struct {
+    // The seconds of each statement; none for statements without times.
+    std::vector<double> before;
+    std::vector<double> after;
+    Change timed;
+    // If the same statements have no times.
+    Change untimed;
+  } kCases[] = {{{}, {1}, Change::kNew, Change::kNew},
+                {{1}, {}, Change::kGone, Change::kGone},
+                {{1, 1}, {1.09, 1.09}, Change::kSame, Change::kSame},
+                {{1}, {1.1, 1.1}, Change::kSlower, Change::kMore},
+                {{1.1, 1.1}, {1}, Change::kFaster, Change::kFewer},
+                {{1}, {0.95}, Change::kSame, Change::kSame}};
+  for (const auto& one : kCases) {
+    for (const bool timed : {true, false}) {
+      const auto count = [timed](const std::vector<double>& seconds) {
+        ShapeCount counted;
+        for (const double duration : seconds) {
+          Execution execution;
+          if (timed) execution.seconds = duration;
+          counted.shapes[{}].Add("s", execution);
+        }
+        return counted;
+      };
+      const ShapeCount before = count(one.before);
+      const ShapeCount after = count(one.after);
+      const Comparison comparison = Compare(before, after, 9);
+      ASSERT_EQ(comparison.changes.size(), 1);
+      EXPECT_STREQ(NameOf(comparison.changes[0].change), NameOf(timed ? one.timed : one.untimed));
+    }
+  }
+}
+
+TEST(Report, ThatIsDamagedIsRefusedWhole) {
+  ShapeCount count;
+  ShapeCount other;
+  DrawnCount drawn(7);
+  for (int i = 0; i < 20; ++i) drawn.AddTo(count, other);
+  const std::string report = ReportOf(count);
+  EXPECT_TRUE(BeginsReport(report));
+  // The end is a newline.
+  for (std::size_t size = 0; size + 1 < report.size(); size += 1 + size / 50) {
+    EXPECT_THROW(ReadReport("", report.substr(0, size), {}), InputError) << size;
+  }
+  // A member of another type than ours, wherever it is.
+  for (std::size_t at = 0; (at = report.find("\": ", at + 1)) != std::string::npos;) {
+    std::string damaged = report;
+    const std::size_t end = damaged.find_first_of(",\n", at);
+    if (damaged[end - 1] == '{' || damaged[end - 1] == '[') continue;
+    damaged.replace(at + 3, end - at - 3, "-[]");
+    EXPECT_THROW(ReadReport("", damaged, {}), InputError) << damaged.substr(at, 40);
+  }
+  for (const char* text :
+       {"{\"tarn_host_report\": 2}", "[]", "{}",
+        "{\"tarn_host_report\": 1, \"shapes\": [{\"count\": -1}]}",
+        "{\"tarn_host_report\": 1, \"shapes\": [{\"total_seconds\": -1}]}",
+        "{\"tarn_host_report\": 1, \"shapes\": [{\"key_fingerprints\": [\"x\"]}]}",
+        "{\"tarn_host_report\": 1, \"shapes\": [{\"first_seen\": \"x\"}]}"}) {
+    EXPECT_THROW(ReadReport("", text, {}), InputError) << text;
+  }
+}
+
+TEST(Report, ThatIsNestedDeeplyIsRefused) {
+  std::string text = R"({"tarn_host_report": 1, "shapes": [{"histogram": )";
+  for (int depth = 0; depth < 1'000'000; ++depth) text += R"({"1":)";
+  text += '1' + std::string(1'000'000, '}') + "}]}";
+  EXPECT_THROW(ReadReport("", text, {}), InputError);
+}
+
+TEST(TimeStatistics, NearThePercentileAndExactOtherwise) {
+  std::mt19937 random(7);
+  std::lognormal_distribution<double> durations(8, 3);
+  TimeStatistics halves[2];
+  std::vector<std::uint64_t> all;
+  std::uint64_t total = 0;
+  for (std::size_t i = 0; i < 5000; ++i) {
+    all.push_back(static_cast<std::uint64_t>(durations(random)));
+    halves[i % 2].Add(all.back());
+    total += all.back();
+  }
+  halves[0] += halves[1];
+  std::sort(all.begin(), all.end());
+  const std::uint64_t exact = all[all.size() * 95 / 100 - 1];
+  EXPECT_GE(halves[0].Percentile95(), exact);
+  EXPECT_LE(static_cast<double>(halves[0].Percentile95()),
+            static_cast<double>(exact) * TimeStatistics::kClassRatio);
+  EXPECT_EQ(halves[0].max, all.back());
+  EXPECT_EQ(halves[0].count, all.size());
+  EXPECT_EQ(halves[0].total, total);
+  EXPECT_EQ(halves[0].Mean(), total / 5000);
+  TimeStatistics few;
+  EXPECT_EQ(few.Mean() + few.Percentile95(), 0);
+  few.Add(TimeStatistics::Microseconds(1e300));
+  few.Add(TimeStatistics::Microseconds(0.4e-6));
+  EXPECT_EQ(few.total, kMostSum);
+  EXPECT_EQ(few.classes.begin()->first, 0);
+  EXPECT_EQ(few.classes.rbegin()->first, kMostSum);
+}
+
+}  // namespace
+}  // namespace tarn::test

@@ -1,0 +1,65 @@
+#include "shapes/ranking.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <tuple>
+
+namespace tarn::host {
+namespace {
+
+std::uint64_t MeasureOf(const Counters& shape, ShapeOrder order) noexcept {
+  switch (order) {
+    case ShapeOrder::kTime:
+      return shape.times.total;
+    case ShapeOrder::kMax:
+      return shape.times.max;
+    case ShapeOrder::kRows:
+      return shape.rows_examined.value_or(shape.rows_sent.value_or(0));
+    case ShapeOrder::kCount:
+      break;
+  }
+  return shape.count;
+}
+
+}  // namespace
+
+double Ranking::ShareOf(const Counters& shape) const noexcept {
+  const ShapeOrder by =
+      order == ShapeOrder::kTime && all.times.total > 0 ? ShapeOrder::kTime : ShapeOrder::kCount;
+  const std::uint64_t whole = MeasureOf(all, by);
+  if (whole == 0) return 0;
+  return static_cast<double>(MeasureOf(shape, by)) / static_cast<double>(whole);
+}
+
+Ranking Rank(const ShapeCount& count, const RankOptions& options) {
+  Ranking ranking;
+  for (const ShapeEntry& entry : count.shapes) {
+    ranking.all += entry.second;
+    ranking.shown.push_back(&entry);
+  }
+  ranking.order =
+      options.order.value_or(ranking.all.times.Known() ? ShapeOrder::kTime : ShapeOrder::kCount);
+  const auto comes_first = [order = ranking.order](const ShapeEntry* a, const ShapeEntry* b) {
+    const auto key = [order](const Counters& shape) {
+      return std::make_tuple(~MeasureOf(shape, order), ~shape.count);
+    };
+    return std::tuple_cat(key(a->second), std::tie(a->first)) <
+           std::tuple_cat(key(b->second), std::tie(b->first));
+  };
+  const auto enough = std::partition(
+      ranking.shown.begin(), ranking.shown.end(),
+      [&options](const ShapeEntry* entry) { return entry->second.count >= options.min_count; });
+  const auto kept = ranking.shown.begin() +
+                    static_cast<std::ptrdiff_t>(std::min(
+                        options.top, static_cast<std::size_t>(enough - ranking.shown.begin())));
+  std::partial_sort(ranking.shown.begin(), kept, enough, comes_first);
+  for (auto other = kept; other != ranking.shown.end(); ++other) {
+    ++ranking.other_shapes;
+    ranking.others += (*other)->second;
+  }
+  ranking.shown.erase(kept, ranking.shown.end());
+  return ranking;
+}
+
+}  // namespace tarn::host
