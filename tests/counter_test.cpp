@@ -271,6 +271,13 @@ TEST(Report, ThatIsDamagedIsRefusedWhole) {
   }
 }
 
+TEST(Report, ThatIsNestedDeeplyIsRefused) {
+  std::string text = R"({"tarn_host_report": 1, "shapes": [{"histogram": )";
+  for (int depth = 0; depth < 1'000'000; ++depth) text += R"({"1":)";
+  text += '1' + std::string(1'000'000, '}') + "}]}";
+  EXPECT_THROW(ReadReport("", text, {}), InputError);
+}
+
 TEST(TimeStatistics, NearThePercentileAndExactOtherwise) {
   std::mt19937 random(7);
   std::lognormal_distribution<double> durations(8, 3);
