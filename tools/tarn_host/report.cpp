@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -334,6 +335,8 @@ ShapeCount ReadReport(const std::string& name, std::string_view text, const Coun
     // Shapes are added one by one, so that they are never in memory together as JSON.
     constexpr int kShapeDepth = 2;
     const auto take_shape = [&count](int depth, Json::parse_event_t event, Json& json) {
+      // Values of a histogram are the deepest of a report; deeper ones would exhaust the stack.
+      if (depth > kShapeDepth + 2) throw std::invalid_argument("too deep");
       if (depth != kShapeDepth || event != Json::parse_event_t::object_end) return true;
       AddShape(json, count);
       return false;
