@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace tarn::host {
 
@@ -24,6 +25,18 @@ struct LogTime {
 // UTC's: "2026-11-24 09:05:00", "2026-11-24 09:05:00+01:00". UTC itself is written without an
 // offset.
 std::string FormatLogTime(const LogTime& time);
+
+// Takes the time at the start of `text` away from it, with its fraction and its zone where they
+// follow: "2026-11-24T09:05:00.123456Z", "2026-11-24 09:05:00.123 CET", "261124  9:05:00". Nothing
+// when there is none, or none that a calendar has. A zone is an offset or one of the abbreviations
+// that PostgreSQL knows; any other leaves the offset untold.
+std::optional<LogTime> TakeLogTime(std::string_view& text);
+
+// As TakeLogTime, for a text that stays.
+inline std::optional<LogTime> LogTimeAt(std::string_view text) { return TakeLogTime(text); }
+
+// Whether `text` begins as `pattern` does, in which "9" means a digit.
+bool BeginsLike(std::string_view text, std::string_view pattern) noexcept;
 
 // Extends the span from `first` to `last`, in order of Instant, by `time`.
 void ExtendSpan(std::optional<LogTime>& first, std::optional<LogTime>& last, const LogTime& time);

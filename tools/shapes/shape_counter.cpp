@@ -27,13 +27,16 @@ void AddTimes(ShapeCount& count, const std::optional<LogTime>& first,
 // Counts what one thread takes from the source.
 class Worker {
  public:
-  Worker(impl_dao::CProductInterface& product, const CountOptions& options) : product_(product) {
-    if (options.folding) folder_.emplace(*options.folding);
-  }
+  Worker(impl_dao::CProductInterface& product, const CountOptions& options)
+      : product_(product), fold_(options.fold) {}
 
   ShapeCount Count(const BatchSource& source) {
     StatementBatch batch;
     for (std::uint64_t position = 0; source(batch, position);) {
+      if (fold_ && (!folder_ || dialect_ != batch.SqlDialect())) {
+        dialect_ = batch.SqlDialect();
+        folder_.emplace(dialect_);
+      }
       AddTimes(count_, batch.FirstTime(), batch.LastTime());
       for (std::size_t index = 0; index < batch.Size(); ++index) {
         Add(batch[index], batch.ExecutionOf(index), position + index);
@@ -64,6 +67,8 @@ class Worker {
   }
 
   impl_dao::CProductInterface& product_;
+  const bool fold_;
+  Dialect dialect_ = Dialect::kMysql;
   std::optional<StatementFolder> folder_;
   std::string text_;
   ShapeCount count_;

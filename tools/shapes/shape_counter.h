@@ -45,9 +45,9 @@ struct ShapeCount {
 };
 
 struct CountOptions {
-  // The dialect to fold statements in (see StatementFolder); without one, those meet that share
-  // their canonical text.
-  std::optional<Dialect> folding;
+  // Whether statements are folded (see StatementFolder), each in the dialect of its batch; if not,
+  // those meet that share their canonical text.
+  bool fold = true;
   unsigned threads = 1;
 };
 

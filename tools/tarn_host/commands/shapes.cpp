@@ -1,13 +1,11 @@
 #include "tarn_host/commands.h"
 
 #include <algorithm>
-#include <cstddef>
 #include <cstdint>
 #include <limits>
 #include <map>
 #include <memory>
 #include <mutex>
-#include <optional>
 #include <string>
 #include <thread>
 #include <utility>
@@ -45,32 +43,26 @@ struct ShapesOptions {
 class StatementQueue {
  public:
   StatementQueue(const InputOptions& options, InterruptWatch& watch)
-      : options_(options),
-        files_(options.FilesOrStandardInput()),
-        watch_(watch),
-        progress_(files_) {}
+      : reader_(options.FilesOrStandardInput(), options.Reading(), &watch),
+        progress_(options.FilesOrStandardInput()) {}
 
   // As BatchSource.
   bool Next(StatementBatch& batch, std::uint64_t& position) {
     const std::lock_guard lock(mutex_);
-    while (OpenReader()) {
+    for (;;) {
       try {
-        if (reader_->Read(batch)) {
-          position = starts_.back().position + batch.FirstNumber() - 1;
-          next_position_ = position + batch.Size();
-          progress_.Show(bytes_before_ + reader_->BytesRead(), next_position_ - 1);
-          return true;
+        const bool more = reader_.Read(batch);
+        for (Remark& remark : reader_.TakeRemarks()) {
+          AddProblem(std::move(remark.text), remark.is_problem ? kExitFailed : kExitSuccess);
         }
-        if (const std::string problem = reader_->Problem(); !problem.empty()) {
-          AddProblem(problem, kExitFailed);
-        }
+        if (!more) return false;
+        position = batch.FirstNumber();
+        progress_.Show(reader_.BytesRead(), position + batch.Size() - 1);
+        return true;
       } catch (const InputError& error) {
         AddProblem(error.what(), kExitTrouble);
       }
-      bytes_before_ += reader_->BytesRead();
-      reader_.reset();
     }
-    return false;
   }
 
   void AddProblem(std::string problem, int exit_code) {
@@ -86,44 +78,13 @@ class StatementQueue {
 
   // "NAME: statement N: REASON", N counting within its input.
   std::string Describe(const StatementFailure& failure) const {
-    const auto start = std::find_if(
-        starts_.rbegin(), starts_.rend(),
-        [&failure](const InputStart& one) { return one.position <= failure.position; });
-    return StatementReason(start->name, failure.position - start->position + 1, failure.reason);
+    return reader_.PlaceOf(failure.position) + ": " + failure.reason;
   }
 
  private:
-  // Where the statements of one input begin among all.
-  struct InputStart {
-    std::string name;
-    std::uint64_t position;
-  };
-
-  // False when no file is left.
-  bool OpenReader() {
-    while (!reader_ && next_file_ < files_.size() && !watch_.Interrupted()) {
-      const std::string& file = files_[next_file_++];
-      try {
-        reader_.emplace(file, options_.format, options_.UsedDialect(), &watch_);
-        starts_.push_back({reader_->Name(), next_position_});
-      } catch (const InputError& error) {
-        AddProblem(error.what(), kExitTrouble);
-      }
-    }
-    return reader_.has_value();
-  }
-
-  const InputOptions& options_;
-  const std::vector<std::string> files_;
-  InterruptWatch& watch_;
   std::mutex mutex_;
+  StatementReader reader_;
   ProgressBar progress_;
-  std::size_t next_file_ = 0;
-  std::optional<StatementReader> reader_;
-  std::uint64_t next_position_ = 1;
-  // Bytes of the files that are done with.
-  std::uint64_t bytes_before_ = 0;
-  std::vector<InputStart> starts_;
   std::vector<std::string> problems_;
   int exit_code_ = kExitSuccess;
 };
@@ -134,7 +95,7 @@ int Shapes(const ShapesOptions& options) {
   StatementQueue queue(options.input, watch);
   CountOptions counting;
   counting.threads = static_cast<unsigned>(options.threads);
-  if (!options.exact) counting.folding = options.input.UsedDialect();
+  counting.fold = !options.exact;
   const ShapeCount count =
       CountShapes([&queue](StatementBatch& batch,
                            std::uint64_t& position) { return queue.Next(batch, position); },
