@@ -76,7 +76,7 @@ class CsvLogSplitter final : public Splitter {
       at_line_begin_ = true;
       if (in_quotes_) continue;
       if (too_long_) {
-        ++found.too_long;
+        found.CountTooLong();
       } else if (!lost_ &&
                  !TakeRecord(text.substr(record_begin_, position_ - 1 - record_begin_), found)) {
         ++found.damaged;
@@ -96,7 +96,7 @@ class CsvLogSplitter final : public Splitter {
     return record_begin_;
   }
 
-  std::string Problem() const override { return cut_ ? "ends within an entry" : ""; }
+  std::string Problem() const override { return problem_; }
   std::string WhyEmpty() const override { return messages_.WhyEmpty(); }
 
  private:
@@ -139,8 +139,11 @@ class CsvLogSplitter final : public Splitter {
   }
 
   void Finish(std::string_view rest, Found& found) {
-    const bool any = too_long_ || (!lost_ && !Trimmed(rest).empty());
-    cut_ = any && (too_long_ || in_quotes_ || !TakeRecord(rest, found));
+    if (too_long_ || (!lost_ && !Trimmed(rest).empty())) {
+      const bool whole = !too_long_ && !in_quotes_ && TakeRecord(rest, found);
+      problem_ =
+          whole ? "ends within a line, so that its last entry may be cut" : "ends within an entry";
+    }
     messages_.Flush(found);
   }
 
@@ -211,7 +214,7 @@ class CsvLogSplitter final : public Splitter {
   bool lost_ = false;
   // Whether the first bytes of the record are dropped.
   bool too_long_ = false;
-  bool cut_ = false;
+  std::string problem_;
   // By Column; the last is for all others.
   std::array<std::string, kColumns + 1> fields_;
 };

@@ -121,6 +121,10 @@ class GeneralLogSplitter final : public LineSplitter {
     }
   }
 
+  bool MayBeginEntry(std::string_view line) const override {
+    return !line.empty() && (IsDigit(line[0]) || IsBlank(line[0]));
+  }
+
   void TakeBody(std::string_view body) override {
     if (!body.empty()) Out().statements.push_back({body, {.time = time_}});
   }

@@ -103,7 +103,7 @@ class JsonLogSplitter final : public LineSplitter {
     line = Trimmed(line);
     if (line.empty()) return;
     if (LineIsCut()) {
-      ++Out().too_long;
+      Out().CountTooLong();
       return;
     }
     damaged_last_ = !record_.Read(line) || record_[Record::kSeverity].empty();

@@ -21,6 +21,7 @@ std::size_t LineSplitter::Split(std::string_view text, bool last, Found& found) 
     line_ended = end != std::string_view::npos;
     const std::size_t line_end = std::min(end, text.size());
     const std::string_view line = text.substr(line_begin_, line_end - line_begin_);
+    if (!line_ended && HasBody() && MayBeginEntry(line)) EndBody();
     if (line_is_cut_) {
       TakeEndOfLongLine(line);
     } else {

@@ -32,6 +32,8 @@ class LineSplitter : public Splitter {
   // long this is the beginning (see LineIsCut), and only its last bytes follow.
   virtual void TakeLine(std::string_view line) = 0;
   virtual void TakeEndOfLongLine(std::string_view /*end*/) {}
+  // Whether `line`, which the input ends in, may be the start of one that begins an entry.
+  virtual bool MayBeginEntry(std::string_view /*line*/) const { return false; }
   // Takes the body without blanks around it.
   virtual void TakeBody(std::string_view /*body*/) {}
   // Whether an entry may begin with the next line, so that bytes of value 0 before it are a hole in

@@ -257,7 +257,7 @@ class PostgresLogSplitter final : public LineSplitter {
 
   void Close(const Open& open) {
     if (open.too_long) {
-      ++Out().too_long;
+      Out().CountTooLong();
       return;
     }
     messages_.Take({.time = open.time,
@@ -294,6 +294,7 @@ std::unique_ptr<Splitter> MakePostgresLogSplitter(const SplitterOptions& options
 }
 
 bool BeginsPostgresLogEntry(std::string_view line) {
+  if (line.find(":  ") == kNoPlace) return false;
   const bool syslog = TakeSyslogStamp(line).has_value();
   if (!syslog && !LogTimeAt(line)) return false;
   PrefixFields fields;

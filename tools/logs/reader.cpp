@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "sql/errors.h"
+#include "sql/text.h"
 
 namespace tarn::host {
 namespace {
@@ -104,11 +105,12 @@ bool StatementReader::EndsBeforeFile() const noexcept {
 void StatementReader::BeginFile(StatementBatch& batch) {
   const std::string& name = input_->Source().Name();
   if (splitter_) {
-    const bool ends_line = tally_.ends_line;
+    const char last_byte = tally_.last_byte;
     EndFile({}, {});
-    // The file before may have been cut at its end, within a line that this one goes on with.
+    // Unless the file before was cut within a line, that line ends.
     const std::string_view first_line = std::string_view(head_).substr(0, head_.find('\n'));
-    if (!ends_line && format_->begins_entry(first_line)) head_.insert(0, "\n");
+    const bool within_blanks = IsBlank(last_byte) || first_line.empty() || IsBlank(first_line[0]);
+    if (!within_blanks && format_->begins_entry(first_line)) head_.insert(0, "\n");
   } else {
     static const Format* const kSql = ReadableFormats().at("sql");
     const Format* const chosen = options_.format != nullptr ? options_.format : recognized_;
@@ -137,7 +139,7 @@ void StatementReader::BeginFile(StatementBatch& batch) {
   while (batch.bytes_.size() - end_ < head_.size()) MakeRoom(batch);
   tally_.any_bytes = !head_.empty();
   tally_.recognized = recognized_;
-  if (!head_.empty()) tally_.ends_line = head_.back() == '\n';
+  if (!head_.empty()) tally_.last_byte = head_.back();
   end_ += head_.copy(batch.bytes_.data() + end_, head_.size());
   Split(batch, false);
 }
@@ -166,7 +168,7 @@ std::size_t StatementReader::ReadBlock(StatementBatch& batch) {
     tally_ = {};
     throw;
   }
-  if (got > 0) tally_.ends_line = batch.bytes_[end_ + got - 1] == '\n';
+  if (got > 0) tally_.last_byte = batch.bytes_[end_ + got - 1];
   tally_.any_bytes = tally_.any_bytes || got > 0;
   end_ += got;
   return got;
@@ -175,13 +177,17 @@ std::size_t StatementReader::ReadBlock(StatementBatch& batch) {
 void StatementReader::Split(StatementBatch& batch, bool last) {
   Found& found = batch.found_;
   begin_ += splitter_->Split({batch.bytes_.data() + begin_, end_ - begin_}, last, found);
-  // What is long and was whole at once.
+  // Those that were whole at once.
   const auto too_long = [this](const FoundStatement& statement) {
     return statement.text.size() > options_.max_statement;
   };
-  found.too_long += std::erase_if(found.statements, too_long);
+  const auto first = std::find_if(found.statements.begin(), found.statements.end(), too_long);
+  if (first != found.statements.end()) {
+    found.before_too_long = static_cast<std::size_t>(first - found.statements.begin());
+    found.too_long += std::erase_if(found.statements, too_long);
+  }
   if (tally_.too_long == 0) {
-    tally_.before_too_long = next_number_ - starts_.back().first_number + found.statements.size();
+    tally_.before_too_long = next_number_ - starts_.back().first_number + found.before_too_long;
   }
   tally_.entries += std::exchange(found.entries, 0);
   tally_.damaged += std::exchange(found.damaged, 0);
@@ -209,8 +215,8 @@ void StatementReader::EndFile(const std::string& problem, const std::string& why
   if (!problem.empty()) AddProblem(problem);
   if (tally.too_long > 0) {
     AddProblem(Counted(tally.too_long, "statement is", "statements are") + " longer than " +
-               std::to_string(options_.max_statement) + " bytes and left out, after statement " +
-               std::to_string(tally.before_too_long) + " (--max-statement)");
+               std::to_string(options_.max_statement) + " bytes and left out before statement " +
+               std::to_string(tally.before_too_long + 1) + " (--max-statement)");
   }
   if (tally.damaged > 0) {
     AddProblem(Counted(tally.damaged, "entry is", "entries are") + " damaged and left out");

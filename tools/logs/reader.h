@@ -139,7 +139,7 @@ class StatementReader {
     // The log that its first lines are of, or null.
     const Format* recognized = nullptr;
     bool any_bytes = false;
-    bool ends_line = true;
+    char last_byte = '\n';
     std::uint64_t entries = 0;
     std::uint64_t damaged = 0;
     std::uint64_t too_long = 0;

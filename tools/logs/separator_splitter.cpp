@@ -36,7 +36,7 @@ class SeparatorSplitter final : public Splitter {
  private:
   void Add(std::string_view statement, Found& found) {
     if (too_long_) {
-      ++found.too_long;
+      found.CountTooLong();
     } else {
       found.statements.push_back({statement, {}});
     }

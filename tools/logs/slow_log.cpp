@@ -90,9 +90,13 @@ class SlowLogSplitter final : public LineSplitter {
 
   bool IsBetweenEntries() const override { return !HasBody() || statement_ended_; }
 
+  bool MayBeginEntry(std::string_view line) const override {
+    return statement_ended_ && line.starts_with('#');
+  }
+
   std::string WhyCut(bool line_ended) const override {
-    const bool whole = HasBody() ? statement_ended_ : line_ended && state_ != State::kHeader;
-    return whole || !used_.empty() ? "" : "ends within an entry";
+    const bool whole = HasBody() ? statement_ended_ : state_ != State::kHeader;
+    return whole ? LineSplitter::WhyCut(line_ended) : "ends within an entry";
   }
 
   void TakeLine(std::string_view line) override {
@@ -167,7 +171,7 @@ class SlowLogSplitter final : public LineSplitter {
   // The first of the lines that an entry has, whichever of them are left.
   void BeginHeader() {
     execution_ = {};
-    any_measures_ = false;
+    any_measures_ = any_timestamp_ = false;
     schema_.Set({});
     user_.Set({});
     host_.Set({});
@@ -223,7 +227,8 @@ class SlowLogSplitter final : public LineSplitter {
     if (line.empty() || line.starts_with('#')) return true;
     if (!line.ends_with(';')) return false;
     constexpr std::string_view kUse = "use ";
-    if (line.starts_with(kUse)) {
+    // The server's own comes before the timestamp.
+    if (line.starts_with(kUse) && !any_timestamp_) {
       used_ = line.substr(0, line.size() - 1);
       std::string_view name = Trimmed(std::string_view(used_).substr(kUse.size()));
       if (name.size() >= 2 && name[0] == '`' && name.ends_with('`')) {
@@ -233,6 +238,7 @@ class SlowLogSplitter final : public LineSplitter {
       return true;
     }
     if (line.starts_with(kSetTimestamp)) {
+      any_timestamp_ = true;
       TakeTimestamp(line.substr(kSetTimestamp.size(), line.size() - kSetTimestamp.size() - 1));
       return true;
     }
@@ -309,6 +315,7 @@ class SlowLogSplitter final : public LineSplitter {
   // From the header, until a statement takes it.
   Execution execution_;
   bool any_measures_ = false;
+  bool any_timestamp_ = false;
   std::string error_;
   SharedText user_;
   SharedText host_;

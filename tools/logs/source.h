@@ -2,6 +2,7 @@
 // execution.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <optional>
@@ -55,12 +56,16 @@ struct Found {
   std::uint64_t entries = 0;
   // Entries that are left out since they are damaged.
   std::uint64_t damaged = 0;
-  // Statements that are left out since they are too long.
+  // Statements that are left out since they are too long, and how many were found before the first.
   std::uint64_t too_long = 0;
+  std::size_t before_too_long = 0;
   // Times that no server can mean. Their statements are untimed.
   std::uint64_t impossible_times = 0;
 
   void Clear();
+  void CountTooLong() noexcept {
+    if (too_long++ == 0) before_too_long = statements.size();
+  }
 };
 
 // A text that many statements share, such as a user's name. It is kept once in Found::owned for

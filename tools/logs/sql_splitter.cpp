@@ -307,7 +307,7 @@ class SqlSplitter final : public Splitter {
   // Ends the statement at `end`; the next begins at `next`.
   void Finish(std::size_t end, std::size_t next) {
     if (too_long_) {
-      ++found_->too_long;
+      found_->CountTooLong();
       too_long_ = false;
     } else if (!blank_so_far_ && end > begin_) {
       found_->statements.push_back({Trimmed(text_.substr(begin_, end - begin_)), {}});
