@@ -34,7 +34,7 @@ _tarn_host() {
   fi
   case $previous in
     --input)
-      COMPREPLY=($(compgen -W 'sql lines nul slowlog general csvlog' -- "$word"))
+      COMPREPLY=($(compgen -W 'sql lines nul slowlog general pglog csvlog jsonlog' -- "$word"))
       return
       ;;
     --dialect)
@@ -57,16 +57,16 @@ _tarn_host() {
       _tarn_host_files "$word" '*'
       return
       ;;
-    --top | --min-count | --threads)
+    --prefix | --max-statement | --top | --min-count | --threads)
       return
       ;;
   esac
 
   case $command in
-    normalize) options='--input --dialect --pairs --plugin --help' ;;
+    normalize) options='--input --dialect --prefix --max-statement --pairs --plugin --help' ;;
     shapes)
-      options='--input --dialect --exact --sort --top --min-count --examples --json --threads
-        --plugin --help'
+      options='--input --dialect --prefix --max-statement --exact --sort --top --min-count --examples
+        --json --threads --plugin --help'
       ;;
     map | trace) options='--plugin --help' ;;
     config) options='--json --show-password --plugin --help' ;;
