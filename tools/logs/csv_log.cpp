@@ -28,6 +28,12 @@ std::optional<LogTime> TakeRecordTime(std::string_view& line) {
   return time;
 }
 
+// As find_first_of, which is slow on short stretches.
+std::size_t FindEither(std::string_view text, char a, char b, std::size_t from) noexcept {
+  while (from < text.size() && text[from] != a && text[from] != b) ++from;
+  return from;
+}
+
 enum class Start { kNo, kYes, kUndecided };
 
 // Whether `rest` begins with a record that cannot be a text within another. In a text each quote is
@@ -66,8 +72,7 @@ class CsvLogSplitter final : public Splitter {
     record_begin_ = 0;
     while (position_ < text.size()) {
       if (at_line_begin_ && !BeginLine(text, last, found)) break;
-      const char* const stops = lost_ ? "\n" : "\"\n";
-      position_ = std::min(text.find_first_of(stops, position_), text.size());
+      position_ = FindEither(text, '\n', lost_ ? '\n' : '"', position_);
       if (position_ == text.size()) break;
       if (text[position_++] == '"') {
         in_quotes_ = !in_quotes_;
@@ -182,7 +187,7 @@ class CsvLogSplitter final : public Splitter {
       if (count == kMostColumns) return false;
       std::string& field = fields_[std::min<std::size_t>(count, kColumns)];
       if (at == record.size() || record[at] != '"') {
-        const std::size_t end = std::min(record.find_first_of(",\"", at), record.size());
+        const std::size_t end = FindEither(record, ',', '"', at);
         if (end < record.size() && record[end] == '"') return false;
         field.assign(record.substr(at, end - at));
         at = end + 1;

@@ -79,6 +79,7 @@ class TextInput::Unpacker {
   }
   Unpacker(const Unpacker&) = delete;
   Unpacker& operator=(const Unpacker&) = delete;
+  ~Unpacker() = default;
 
   std::size_t Read(char* to, std::size_t size) {
     if (at_end_) return 0;

@@ -41,7 +41,7 @@ void ForEachField(std::string_view line, const Take& take) {
     const std::string_view name = line.substr(blank + 1, colon - blank - 1);
     line.remove_prefix(colon + 2);
     line.remove_prefix(std::min(line.find_first_not_of(' '), line.size()));
-    const std::string_view value = line.substr(0, line.find_first_of(" \r"));
+    const std::string_view value = Trimmed(line.substr(0, line.find(' ')));
     // The value may be empty: "Schema:   Last_errno: 0".
     if (!value.ends_with(':')) take(name, value);
   }
@@ -276,7 +276,7 @@ class SlowLogSplitter final : public LineSplitter {
     if (IsRoutine(body) || semicolon == kNoPlace || semicolon + 1 == body.size()) {
       if (body.ends_with(';')) body.remove_suffix(1);
       // The splitter drops comments before a statement.
-      if (body.find_first_of("/-#") != 0) {
+      if (body.empty() || (body[0] != '/' && body[0] != '-' && body[0] != '#')) {
         Add(Trimmed(body));
         return;
       }
@@ -347,7 +347,7 @@ bool IsServerBanner(std::string_view line) noexcept {
   return line.starts_with("Tcp port:") || line.starts_with("TCP Port:") ||
          ((line.starts_with("Time ") || line.starts_with("Time\t")) &&
           line.find(" Command") != kNoPlace) ||
-         (line.find(", Version: ") != kNoPlace && line.find("started with:") != kNoPlace);
+         (Trimmed(line).ends_with("started with:") && line.find(", Version: ") != kNoPlace);
 }
 
 }  // namespace tarn::host
