@@ -36,8 +36,8 @@ std::size_t FindEither(std::string_view text, char a, char b, std::size_t from) 
 
 enum class Start { kNo, kYes, kUndecided };
 
-// Whether `rest` begins with a record that cannot be a text within another. In a text each quote is
-// doubled, so the first quote of such a line is that of a column and comes after a comma.
+// Whether `rest` begins with a record that cannot be a text within another. In a text a quote is
+// doubled or the last, so one that another character follows is the first of a column.
 Start BeginsRecordForSure(std::string_view rest, bool last) {
   constexpr std::string_view kPattern = "9999-99-99 99:99:99.999 ";
   // Enough for the columns before the first that is quoted.
@@ -49,7 +49,7 @@ Start BeginsRecordForSure(std::string_view rest, bool last) {
   if (stop == kNoPlace) return rest.size() >= kMostLooked ? Start::kNo : unknown;
   if (stop + 1 == rest.size()) return unknown;
   constexpr std::string_view kNoContent = "\",\r\n";
-  if (rest[stop] == '\n' || rest[stop - 1] != ',' || kNoContent.find(rest[stop + 1]) != kNoPlace) {
+  if (rest[stop] == '\n' || kNoContent.find(rest[stop + 1]) != kNoPlace) {
     return Start::kNo;
   }
   const std::string_view before = rest.substr(0, stop);

@@ -66,7 +66,7 @@ class Record final : public nlohmann::json_sax<nlohmann::json> {
         "timestamp",  "session_id", "user",   "dbname",    "remote_host", "error_severity",
         "state_code", "message",    "detail", "statement", "query_id"};
     const auto* const found = std::find(kNames.begin(), kNames.end(), name);
-    key_ = depth_ == 1 ? static_cast<std::size_t>(found - kNames.begin()) : kKeys;
+    key_ = static_cast<std::size_t>(found - kNames.begin());
     return true;
   }
   bool parse_error(std::size_t /*position*/, const std::string& /*token*/,

@@ -234,7 +234,6 @@ class PostgresLogSplitter final : public LineSplitter {
     open.target = severity == "DETAIL"      ? &open.detail
                   : severity == "STATEMENT" ? &open.statement
                                             : nullptr;
-    if (open.target != nullptr) open.target->clear();
     Append(open, "", rest.substr(severity.size() + 3));
     return true;
   }

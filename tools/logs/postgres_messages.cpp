@@ -156,7 +156,7 @@ void PostgresMessages::TakeLog(const PostgresMessage& message, Found& found) {
   if (named->executed) {
     // auto_explain has told the same execution already.
     const Waiting* const waiting = FindWaiting(message.session);
-    if (waiting != nullptr && waiting->seconds && waiting->statement == named->text) {
+    if (waiting != nullptr && waiting->statement == named->text) {
       TakeWaiting(message.session);
     }
     AddWaiting(message.session, found);
