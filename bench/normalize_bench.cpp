@@ -52,8 +52,7 @@ struct StatementSet {
 
 std::vector<std::string> ReadExamples() {
   std::vector<std::string> statements;
-  tarn::host::StatementReader reader(TARN_EXAMPLES "/statements.sql",
-                                     tarn::host::StatementFormat::kSql);
+  tarn::host::StatementReader reader({TARN_EXAMPLES "/statements.sql"}, {});
   tarn::host::StatementBatch batch;
   while (reader.Read(batch)) {
     for (std::size_t i = 0; i < batch.Size(); ++i) statements.emplace_back(batch[i]);

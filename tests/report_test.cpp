@@ -57,7 +57,7 @@ TEST(Shapes, TellInJsonWhatALogTells) {
   EXPECT_NEAR(slowest["total_seconds"], 18.78, 0.01);
   EXPECT_NEAR(slowest["mean_seconds"], 1.878, 0.001);
   EXPECT_EQ(slowest["max_seconds"], slowest["p95_seconds"]);
-  EXPECT_EQ(slowest["id"], "f2524661");
+  EXPECT_EQ(slowest["id"], "f252466150002cec");
   EXPECT_THAT(slowest["shape"], HasSubstr("between ? and ?"));
   EXPECT_THAT(slowest["canonical"], HasSubstr("BETWEEN '"));
   EXPECT_THAT(slowest["example"], HasSubstr("SUM(total)\nFROM orders"));

@@ -1,185 +1,235 @@
+#include "logs/csv_log.h"
+
 #include <algorithm>
+#include <array>
 #include <cstddef>
-#include <cstdint>
-#include <map>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <utility>
-#include <vector>
 
-#include "logs/log_lines.h"
-#include "logs/log_splitter.h"
-#include "logs/splitter.h"
-#include "sql/dialect.h"
+#include "logs/postgres_messages.h"
 #include "sql/text.h"
 
 namespace tarn::host {
 namespace {
 
-constexpr std::string_view kRecordBegin = "9999-99-99 99:99:99.999 ";
+constexpr std::size_t kNoPlace = std::string_view::npos;
+
+// Takes a record's time and the comma after it away from `line`.
+std::optional<LogTime> TakeRecordTime(std::string_view& line) {
+  constexpr std::string_view kPattern = "9999-99-99 99:99:99.999 ";
+  if (!BeginsLike(line, kPattern)) return std::nullopt;
+  const std::optional<LogTime> time = TakeLogTime(line);
+  constexpr std::size_t kLongestZone = 40;
+  const std::size_t comma = line.substr(0, kLongestZone).find(',');
+  if (!time || comma == kNoPlace) return std::nullopt;
+  line.remove_prefix(comma + 1);
+  return time;
+}
+
+// As find_first_of, which is slow on short stretches.
+std::size_t FindEither(std::string_view text, char a, char b, std::size_t from) noexcept {
+  while (from < text.size() && text[from] != a && text[from] != b) ++from;
+  return from;
+}
+
+enum class Start { kNo, kYes, kUndecided };
+
+// Whether `rest` begins with a record that cannot be a text within another. In a text a quote is
+// doubled or the last, so one that another character follows is the first of a column.
+Start BeginsRecordForSure(std::string_view rest, bool last) {
+  constexpr std::string_view kPattern = "9999-99-99 99:99:99.999 ";
+  // Enough for the columns before the first that is quoted.
+  constexpr std::size_t kMostLooked = 512;
+  const Start unknown = last ? Start::kNo : Start::kUndecided;
+  if (!BeginsLike(rest, kPattern.substr(0, rest.size()))) return Start::kNo;
+  if (rest.size() < kPattern.size()) return unknown;
+  const std::size_t stop = rest.substr(0, kMostLooked).find_first_of("\"\n");
+  if (stop == kNoPlace) return rest.size() >= kMostLooked ? Start::kNo : unknown;
+  if (stop + 1 == rest.size()) return unknown;
+  constexpr std::string_view kNoContent = "\",\r\n";
+  if (rest[stop] == '\n' || kNoContent.find(rest[stop + 1]) != kNoPlace) {
+    return Start::kNo;
+  }
+  const std::string_view before = rest.substr(0, stop);
+  std::string_view line = before;
+  if (!TakeRecordTime(line)) return Start::kNo;
+  // The user, the database, the address, the command and the message.
+  constexpr std::array<std::ptrdiff_t, 5> kQuoted{1, 2, 4, 7, 13};
+  const auto column = std::count(before.begin(), before.end(), ',');
+  return std::find(kQuoted.begin(), kQuoted.end(), column) != kQuoted.end() ? Start::kYes
+                                                                            : Start::kNo;
+}
 
 class CsvLogSplitter final : public Splitter {
  public:
+  explicit CsvLogSplitter(const SplitterOptions& options)
+      : max_statement_(options.max_statement), messages_(options.max_statement) {}
+
   std::size_t Split(std::string_view text, bool last, Found& found) override {
-    empty_ = empty_ && text.empty();
-    std::size_t begin = 0;
-    for (; position_ < text.size(); ++position_) {
-      position_ = std::min(text.find_first_of("\"\n", position_), text.size());
+    messages_.BeginFound();
+    record_begin_ = 0;
+    while (position_ < text.size()) {
+      if (at_line_begin_ && !BeginLine(text, last, found)) break;
+      position_ = FindEither(text, '\n', lost_ ? '\n' : '"', position_);
       if (position_ == text.size()) break;
-      if (text[position_] == '"') {
+      if (text[position_++] == '"') {
         in_quotes_ = !in_quotes_;
         continue;
       }
-      if (in_quotes_) {
-        // A record may have lost its end.
-        const std::string_view next = text.substr(position_ + 1);
-        if (next.size() < kRecordBegin.size() && !last) break;
-        if (!BeginsLike(next, kRecordBegin)) continue;
-        ++damaged_;
-      } else {
-        Record(text.substr(begin, position_ - begin), found);
+      at_line_begin_ = true;
+      if (in_quotes_) continue;
+      if (too_long_) {
+        found.CountTooLong();
+      } else if (!lost_ &&
+                 !TakeRecord(text.substr(record_begin_, position_ - 1 - record_begin_), found)) {
+        ++found.damaged;
+        lost_ = true;
       }
-      in_quotes_ = false;
-      begin = position_ + 1;
+      too_long_ = false;
+      record_begin_ = position_;
     }
     if (last) {
-      if (begin < text.size()) {
-        if (in_quotes_) {
-          ++damaged_;
-        } else {
-          Record(text.substr(begin), found);
-        }
-      }
-      FlushWaiting(found);
-      begin = text.size();
+      Finish(text.substr(record_begin_), found);
+      record_begin_ = text.size();
+    } else if (lost_ || position_ - record_begin_ > max_statement_) {
+      too_long_ = !lost_;
+      record_begin_ = position_;
     }
-    position_ -= begin;
-    return begin;
+    position_ -= record_begin_;
+    return record_begin_;
   }
 
-  std::string Problem() const override {
-    if (!any_record_ && !empty_) return "holds no entry of a PostgreSQL CSV log";
-    if (damaged_ == 0) return {};
-    return std::to_string(damaged_) + (damaged_ == 1 ? " record is" : " records are") +
-           " damaged and left out";
-  }
+  std::string Problem() const override { return problem_; }
+  std::string WhyEmpty() const override { return messages_.WhyEmpty(); }
 
  private:
-  enum Column : std::size_t { kLogTime = 0, kSession = 5, kSeverity = 11, kMessage = 13 };
-  // Of the oldest version that is read; later ones have added some behind.
+  enum Column : std::size_t {
+    kTime = 0,
+    kUser = 1,
+    kDatabase = 2,
+    kHost = 4,
+    kSession = 5,
+    kSeverity = 11,
+    kSqlstate = 12,
+    kMessage = 13,
+    kDetail = 14,
+    kStatement = 19,
+    kQueryId = 25,
+    kColumns
+  };
+  // Of the oldest version that is read, and more than any has.
   static constexpr std::size_t kFewestColumns = 23;
-  // More sessions than a server has at one time.
-  static constexpr std::size_t kMostWaiting = 10'000;
+  static constexpr std::size_t kMostColumns = 64;
 
-  void Record(std::string_view record, Found& found) {
-    if (Trimmed(record).empty()) return;
-    if (!ReadFields(record) || !BeginsLike(fields_[kLogTime], kSpacedTime)) {
-      ++damaged_;
-      return;
+  // Looks at the line that begins at the position. False when more bytes must tell.
+  bool BeginLine(std::string_view text, bool last, Found& found) {
+    if (in_quotes_ || lost_) {
+      const Start start = BeginsRecordForSure(text.substr(position_), last);
+      if (start == Start::kUndecided) return false;
+      if (start == Start::kYes) {
+        // The record before has lost its end.
+        if (in_quotes_) ++found.damaged;
+        in_quotes_ = lost_ = too_long_ = false;
+        record_begin_ = position_;
+      }
+    } else if (text[position_] == '\0') {
+      // A file that is emptied while its server writes begins with such bytes.
+      position_ = record_begin_ = std::min(text.find_first_not_of('\0', position_), text.size());
+      return position_ < text.size();
     }
-    any_record_ = true;
-    if (const auto time = TimeAt(fields_[kLogTime])) {
-      ExtendSpan(found.first_time, found.last_time, *time);
-    };
-    if (fields_[kSeverity] == "LOG") Message(fields_[kMessage], fields_[kSession], found);
+    at_line_begin_ = false;
+    return true;
   }
 
-  // False when the record has too few columns.
+  void Finish(std::string_view rest, Found& found) {
+    if (too_long_ || (!lost_ && !Trimmed(rest).empty())) {
+      const bool whole = !too_long_ && !in_quotes_ && TakeRecord(rest, found);
+      problem_ =
+          whole ? "ends within a line, so that its last entry may be cut" : "ends within an entry";
+    }
+    messages_.Flush(found);
+  }
+
+  // False when it is damaged.
+  bool TakeRecord(std::string_view record, Found& found) {
+    if (Trimmed(record).empty()) return true;
+    if (record.ends_with('\r')) record.remove_suffix(1);
+    std::string_view time_text = record;
+    const std::optional<LogTime> time = TakeRecordTime(time_text);
+    if (!time || !ReadFields(record)) return false;
+    std::string_view host = fields_[kHost];
+    const std::size_t colon = host.rfind(':');
+    if (colon != kNoPlace && host.find_first_not_of("0123456789", colon + 1) == kNoPlace) {
+      host = host.substr(0, colon);
+    }
+    messages_.Take({.time = time,
+                    .session = fields_[kSession],
+                    .user = fields_[kUser],
+                    .database = fields_[kDatabase],
+                    .host = host,
+                    .severity = fields_[kSeverity],
+                    .sqlstate = fields_[kSqlstate],
+                    .text = fields_[kMessage],
+                    .detail = fields_[kDetail],
+                    .statement = fields_[kStatement],
+                    .query_id = fields_[kQueryId]},
+                   found);
+    return true;
+  }
+
+  // False when the record is not one of CSV or has too few columns or too many.
   bool ReadFields(std::string_view record) {
     std::size_t count = 0;
+    for (std::string& field : fields_) field.clear();
     for (std::size_t at = 0; at <= record.size(); ++count) {
-      if (count == fields_.size()) fields_.emplace_back();
-      std::string& field = fields_[count];
+      if (count == kMostColumns) return false;
+      std::string& field = fields_[std::min<std::size_t>(count, kColumns)];
+      if (at == record.size() || record[at] != '"') {
+        const std::size_t end = FindEither(record, ',', '"', at);
+        if (end < record.size() && record[end] == '"') return false;
+        field.assign(record.substr(at, end - at));
+        at = end + 1;
+        continue;
+      }
       field.clear();
-      while (at < record.size() && record[at] == '"') {
-        // A doubled quote shows as a text that follows at once.
-        const std::size_t end = std::min(record.find('"', at + 1), record.size());
+      do {
+        const std::size_t end = record.find('"', at + 1);
+        if (end == kNoPlace) return false;
         field.append(record.substr(at + 1, end - at - 1));
         at = end + 1;
+        // A doubled quote means itself.
         if (at < record.size() && record[at] == '"') field += '"';
-      }
-      const std::size_t comma = at < record.size() ? record.find(',', at) : kNoPlace;
-      if (at < record.size()) field.append(record.substr(at, std::min(comma, record.size()) - at));
-      at = comma == kNoPlace ? record.size() + 1 : comma + 1;
+      } while (at < record.size() && record[at] == '"');
+      if (at < record.size() && record[at] != ',') return false;
+      ++at;
     }
     return count >= kFewestColumns;
   }
 
-  void Message(std::string_view message, const std::string& session, Found& found) {
-    std::optional<double> seconds;
-    constexpr std::string_view kDuration = "duration: ";
-    if (message.starts_with(kDuration)) {
-      message.remove_prefix(kDuration.size());
-      const auto milliseconds = TakeNumber<double>(message);
-      constexpr std::string_view kUnit = " ms";
-      if (!milliseconds || !message.starts_with(kUnit)) return;
-      constexpr double kMillisecondsPerSecond = 1000;
-      seconds = *milliseconds / kMillisecondsPerSecond;
-      message.remove_prefix(kUnit.size());
-      if (message.empty()) {
-        const auto waiting = waiting_.find(session);
-        if (waiting == waiting_.end()) return;
-        Add(std::move(waiting->second), seconds, found);
-        waiting_.erase(waiting);
-        return;
-      }
-      constexpr std::string_view kGap = "  ";
-      if (!message.starts_with(kGap)) return;
-      message.remove_prefix(kGap.size());
-    }
-    const std::optional<std::string_view> statement = StatementIn(message);
-    if (!statement) return;
-    if (seconds) {
-      Add(std::string(*statement), seconds, found);
-      return;
-    }
-    std::string& waiting = waiting_[session];
-    if (!waiting.empty()) Add(std::move(waiting), {}, found);
-    waiting = *statement;
-    if (waiting_.size() > kMostWaiting) FlushWaiting(found);
-  }
-
-  static std::optional<std::string_view> StatementIn(std::string_view message) {
-    constexpr std::string_view kStatement = "statement: ";
-    constexpr std::string_view kExecute = "execute ";
-    std::size_t begin = kStatement.size();
-    if (!message.starts_with(kStatement)) {
-      if (!message.starts_with(kExecute)) return std::nullopt;
-      const std::size_t colon = message.find(": ");
-      if (colon == kNoPlace) return std::nullopt;
-      begin = colon + 2;
-    }
-    return Trimmed(message.substr(begin));
-  }
-
-  static void Add(std::string statement, std::optional<double> seconds, Found& found) {
-    const std::string& owned = found.owned.emplace_back(std::move(statement));
-    found.statements.push_back({owned, {.seconds = seconds}});
-  }
-
-  void FlushWaiting(Found& found) {
-    for (auto& [session, statement] : waiting_) Add(std::move(statement), {}, found);
-    waiting_.clear();
-  }
-
+  const std::size_t max_statement_;
+  PostgresMessages messages_;
+  // Up to where the text is looked at, and where the record begins in it.
   std::size_t position_ = 0;
+  std::size_t record_begin_ = 0;
+  bool at_line_begin_ = true;
   bool in_quotes_ = false;
-  bool any_record_ = false;
-  bool empty_ = true;
-  std::uint64_t damaged_ = 0;
-  std::vector<std::string> fields_;
-  // By session: the statement whose duration may follow.
-  std::map<std::string, std::string> waiting_;
+  // Whether a record was damaged, so that nobody knows whether what follows is within quotes.
+  bool lost_ = false;
+  // Whether the first bytes of the record are dropped.
+  bool too_long_ = false;
+  std::string problem_;
+  // By Column; the last is for all others.
+  std::array<std::string, kColumns + 1> fields_;
 };
 
 }  // namespace
 
-std::unique_ptr<Splitter> MakeCsvLogSplitter() { return std::make_unique<CsvLogSplitter>(); }
-
-bool BeginsCsvLogRecord(std::string_view line) noexcept {
-  return BeginsLike(line, kRecordBegin) && line.find(',') != kNoPlace;
+std::unique_ptr<Splitter> MakeCsvLogSplitter(const SplitterOptions& options) {
+  return std::make_unique<CsvLogSplitter>(options);
 }
+
+bool BeginsCsvLogRecord(std::string_view line) { return TakeRecordTime(line).has_value(); }
 
 }  // namespace tarn::host

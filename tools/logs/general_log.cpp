@@ -1,87 +1,142 @@
+#include "logs/general_log.h"
+
 #include <algorithm>
 #include <array>
 #include <cstddef>
 #include <memory>
 #include <optional>
-#include <string>
 #include <string_view>
 
-#include "logs/log_lines.h"
-#include "logs/log_splitter.h"
-#include "logs/splitter.h"
-#include "sql/dialect.h"
+#include "logs/line_splitter.h"
+#include "logs/slow_log.h"
 #include "sql/text.h"
 
 namespace tarn::host {
 namespace {
 
-// Whether `line` begins an entry; then where what the command names begins in it, and whether the
-// command runs a statement.
+constexpr std::size_t kNoPlace = std::string_view::npos;
+// Of a command that is padded with blanks.
+constexpr std::size_t kPaddedSize = 11;
+
+// The start of an entry: its time where the line has one, where the command's argument begins, and
+// whether the command runs it as a statement.
 struct Entry {
+  std::optional<LogTime> time;
   std::size_t argument;
   bool runs;
 };
 
+// Whether `command`, which may be cut to kPaddedSize bytes, is one other than Query and Execute.
+bool IsOtherCommand(std::string_view command) {
+  static constexpr std::array<std::string_view, 41> kCommands{"Binlog Dump",
+                                                              "Binlog Dump GTID",
+                                                              "Bulk_execute",
+                                                              "Change user",
+                                                              "Change_user",
+                                                              "Close stmt",
+                                                              "Connect",
+                                                              "Connect Out",
+                                                              "Create DB",
+                                                              "Daemon",
+                                                              "Debug",
+                                                              "Delayed insert",
+                                                              "Drop DB",
+                                                              "Error",
+                                                              "Fetch",
+                                                              "Field List",
+                                                              "Init DB",
+                                                              "Kill",
+                                                              "Long Data",
+                                                              "Ping",
+                                                              "Prepare",
+                                                              "Processlist",
+                                                              "Quit",
+                                                              "Refresh",
+                                                              "Register Replica",
+                                                              "Register Slave",
+                                                              "Reset Connection",
+                                                              "Reset connection",
+                                                              "Reset stmt",
+                                                              "Set option",
+                                                              "Shutdown",
+                                                              "Slave_IO",
+                                                              "Slave_SQL",
+                                                              "Slave_worker",
+                                                              "Sleep",
+                                                              "Statistics",
+                                                              "Table Dump",
+                                                              "Time",
+                                                              "clone",
+                                                              "Unimpl get tid",
+                                                              "Subscribe Group Replication Stream"};
+  return std::any_of(kCommands.begin(), kCommands.end(), [command](std::string_view one) {
+    return one == command || (command.size() >= kPaddedSize - 1 && one.starts_with(command));
+  });
+}
+
+bool Runs(std::string_view command) noexcept { return command == "Query" || command == "Execute"; }
+
 std::optional<Entry> EntryAt(std::string_view line) {
-  // Every command but Query and Execute; "Init DB" and the like are told by their first word.
-  static constexpr std::array<std::string_view, 34> kOthers{
-      "Binlog",      "Bulk_execute", "Change",    "Close",    "Connect",      "Create",
-      "Daemon",      "Debug",        "Delayed",   "Drop",     "Error",        "Fetch",
-      "Field",       "Init",         "Kill",      "Long",     "Ping",         "Prepare",
-      "Processlist", "Quit",         "Refresh",   "Register", "Reset",        "Set",
-      "Shutdown",    "Slave_IO",     "Slave_SQL", "Sleep",    "Slave_worker", "Statistics",
-      "Subscribe",   "Table",        "Time",      "clone"};
-  std::size_t at = 0;
-  if (TimeAt(line)) {
-    // "261124 09:05:00" has a blank in it.
-    at = line.find_first_of(" \t", IsDigit(line[4]) && IsDigit(line[5]) ? 8 : 0);
+  Entry entry{};
+  std::string_view rest = line;
+  if (!rest.empty() && IsDigit(rest[0])) {
+    entry.time = TakeLogTime(rest);
+    if (!entry.time) return std::nullopt;
   }
-  if (at == kNoPlace || at >= line.size() || (line[at] != '\t' && line[at] != ' ')) {
-    return std::nullopt;
-  }
-  at = line.find_first_not_of(" \t", at);
-  if (at == kNoPlace || !IsDigit(line[at])) return std::nullopt;
-  while (at < line.size() && IsDigit(line[at])) ++at;
-  if (at == line.size() || line[at] != ' ') return std::nullopt;
-  const std::size_t tab = line.find('\t', at);
-  const std::string_view command = line.substr(at + 1, std::min(tab, line.size()) - at - 1);
-  const std::string_view first = command.substr(0, command.find(' '));
-  const bool runs = command == "Query" || command == "Execute";
-  if (!runs && std::find(kOthers.begin(), kOthers.end(), first) == kOthers.end()) {
-    return std::nullopt;
-  }
-  return Entry{tab == kNoPlace ? line.size() : tab + 1, runs};
+  if (rest.empty() || (rest[0] != '\t' && rest[0] != ' ')) return std::nullopt;
+  rest.remove_prefix(std::min(rest.find_first_not_of(" \t"), rest.size()));
+  const std::size_t digits = std::min(rest.find_first_not_of("0123456789"), rest.size());
+  if (digits == 0 || digits == rest.size() || rest[digits] != ' ') return std::nullopt;
+  rest.remove_prefix(digits + 1);
+  const auto position = [&](std::size_t at) { return line.size() - rest.size() + at; };
+
+  const std::size_t tab = std::min(rest.find('\t'), rest.size());
+  std::string_view command = Trimmed(rest.substr(0, tab));
+  entry.runs = Runs(command);
+  entry.argument = position(std::min(tab + 1, rest.size()));
+  if ((entry.runs && tab < rest.size()) || (!entry.runs && IsOtherCommand(command))) return entry;
+  if (rest.size() < kPaddedSize) return std::nullopt;
+  command = Trimmed(rest.substr(0, kPaddedSize));
+  entry.runs = Runs(command);
+  entry.argument = position(kPaddedSize);
+  if (!entry.runs && !IsOtherCommand(command)) return std::nullopt;
+  return entry;
 }
 
 class GeneralLogSplitter final : public LineSplitter {
  public:
-  GeneralLogSplitter() : LineSplitter("general query log") {}
+  using LineSplitter::LineSplitter;
 
  private:
-  void Line(std::string_view line) override {
+  void TakeLine(std::string_view line) override {
     const std::optional<Entry> entry = EntryAt(line);
-    if (!entry) {
-      if (IsServerBanner(line)) {
-        EndEntry();
-        SawEntry();
-      }
-      return;
+    if (entry) {
+      EndBody();
+      ++Out().entries;
+      if (entry->time) time_ = entry->time;
+      AddTime(entry->time);
+      if (entry->runs) BeginBody(entry->argument);
+    } else if (IsServerBanner(line)) {
+      EndBody();
     }
-    EndEntry();
-    SawEntry();
-    AddTime(TimeAt(line));
-    if (entry->runs) BeginBody(LineBegin() + entry->argument);
+  }
+
+  bool MayBeginEntry(std::string_view line) const override {
+    return !line.empty() && (IsDigit(line[0]) || IsBlank(line[0]));
   }
 
   void TakeBody(std::string_view body) override {
-    if (!body.empty()) Out().statements.push_back({body, {}});
+    if (!body.empty()) Out().statements.push_back({body, {.time = time_}});
   }
+
+  // Of the last line that has one: within a second servers leave it out.
+  std::optional<LogTime> time_;
 };
 
 }  // namespace
 
-std::unique_ptr<Splitter> MakeGeneralLogSplitter() {
-  return std::make_unique<GeneralLogSplitter>();
+std::unique_ptr<Splitter> MakeGeneralLogSplitter(const SplitterOptions& options) {
+  return std::make_unique<GeneralLogSplitter>(options);
 }
 
 bool BeginsGeneralLogEntry(std::string_view line) { return EntryAt(line).has_value(); }

@@ -1,13 +1,15 @@
 #include "logs/input.h"
 
+#include <archive.h>
 #include <fcntl.h>
 #include <unistd.h>
-#include <zlib.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstddef>
 #include <cstring>
+#include <exception>
 #include <memory>
 #include <new>
 #include <string>
@@ -21,7 +23,9 @@ namespace {
 
 constexpr std::size_t kBlockSize = std::size_t{256} * 1024;
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
-constexpr std::string_view kGzipMagic = "\x1F\x8B";
+// How the packers' files begin: gzip, bzip2, xz, zstd and lz4.
+constexpr std::array<std::string_view, 5> kMagics{"\x1F\x8B", "BZh", "\xFD\x37zXZ",
+                                                  "\x28\xB5\x2F\xFD", "\x04\x22\x4D\x18"};
 
 }  // namespace
 
@@ -53,60 +57,79 @@ std::size_t Input::Read(char* to, std::size_t size) {
   }
 }
 
-// Unpacks gzip: one member or several behind one another.
+// Unpacks an input by libarchive: one stream, or several after one another.
 class TextInput::Unpacker {
  public:
   // `head` are the first bytes of the file, already read from `input`.
-  Unpacker(Input& input, std::string_view head) : input_(input), packed_(kBlockSize) {
-    // The largest window, and a gzip header before the data.
-    constexpr int kGzipWindow = 15 + 16;
-    if (inflateInit2(&stream_, kGzipWindow) != Z_OK) throw std::bad_alloc();
-    std::copy(head.begin(), head.end(), packed_.begin());
-    Refill(head.size());
+  Unpacker(Input& input, std::string_view head)
+      : input_(input), packed_(head.begin(), head.end()), archive_(archive_read_new()) {
+    if (!archive_) throw std::bad_alloc();
+    archive* const reader = archive_.get();
+    archive_read_support_filter_gzip(reader);
+    archive_read_support_filter_bzip2(reader);
+    archive_read_support_filter_xz(reader);
+    archive_read_support_filter_zstd(reader);
+    archive_read_support_filter_lz4(reader);
+    archive_read_support_format_raw(reader);
+    archive_read_support_format_empty(reader);
+    archive_entry* entry = nullptr;
+    int result = archive_read_open(reader, this, nullptr, ReadPacked, nullptr);
+    if (result == ARCHIVE_OK) result = archive_read_next_header(reader, &entry);
+    if (result == ARCHIVE_EOF || input_.Stopped()) {
+      at_end_ = true;
+    } else if (result != ARCHIVE_OK) {
+      Fail();
+    }
   }
   Unpacker(const Unpacker&) = delete;
   Unpacker& operator=(const Unpacker&) = delete;
-  ~Unpacker() { inflateEnd(&stream_); }
+  ~Unpacker() = default;
 
   std::size_t Read(char* to, std::size_t size) {
-    stream_.next_out = reinterpret_cast<Bytef*>(to);
-    stream_.avail_out = static_cast<uInt>(size);
-    while (stream_.avail_out == size) {
-      if (stream_.avail_in == 0) {
-        Refill(input_.Read(packed_.data(), packed_.size()));
-        if (stream_.avail_in == 0) {
-          if (within_member_ && !input_.Stopped()) Fail("ends within packed data");
-          return 0;
-        }
-      }
-      within_member_ = true;
-      const int result = inflate(&stream_, Z_NO_FLUSH);
-      if (result == Z_STREAM_END) {
-        within_member_ = false;
-        inflateReset(&stream_);
-      } else if (result == Z_MEM_ERROR) {
-        throw std::bad_alloc();
-      } else if (result != Z_OK) {
-        Fail(stream_.msg != nullptr ? stream_.msg : "damaged");
-      }
-    }
-    return size - stream_.avail_out;
+    if (at_end_) return 0;
+    const la_ssize_t got = archive_read_data(archive_.get(), to, size);
+    if (input_.Stopped()) return 0;
+    if (got < 0) Fail();
+    return static_cast<std::size_t>(got);
   }
 
  private:
-  void Refill(std::size_t size) noexcept {
-    stream_.next_in = reinterpret_cast<Bytef*>(packed_.data());
-    stream_.avail_in = static_cast<uInt>(size);
+  struct Free {
+    void operator()(archive* reader) const noexcept { archive_read_free(reader); }
+  };
+
+  static la_ssize_t ReadPacked(archive* reader, void* self, const void** bytes) {
+    auto& unpacker = *static_cast<Unpacker*>(self);
+    try {
+      if (unpacker.head_read_) {
+        unpacker.packed_.resize(kBlockSize);
+        unpacker.packed_.resize(
+            unpacker.input_.Read(unpacker.packed_.data(), unpacker.packed_.size()));
+      }
+      unpacker.head_read_ = true;
+    } catch (...) {
+      // It must not pass through the library.
+      unpacker.error_ = std::current_exception();
+      archive_set_error(reader, EIO, "can't be read");
+      return ARCHIVE_FATAL;
+    }
+    *bytes = unpacker.packed_.data();
+    return static_cast<la_ssize_t>(unpacker.packed_.size());
   }
 
-  [[noreturn]] void Fail(const char* reason) const {
-    throw InputError(input_.Name() + ": gzip: " + reason);
+  [[noreturn]] void Fail() const {
+    if (error_) std::rethrow_exception(error_);
+    const char* const reason = archive_error_string(archive_.get());
+    throw InputError(input_.Name() + ": packed data: " + (reason != nullptr ? reason : "damaged"));
   }
 
   Input& input_;
   std::vector<char> packed_;
-  z_stream stream_{};
-  bool within_member_ = false;
+  bool head_read_ = false;
+  bool at_end_ = false;
+  // Of reading the input.
+  std::exception_ptr error_;
+  std::unique_ptr<archive, Free> archive_;
 };
 
 TextInput::TextInput(const std::string& file, InputWaiter* waiter) : input_(file, waiter) {}
@@ -137,7 +160,7 @@ void TextInput::Begin() {
     }
     return std::string_view(head_.data(), head_end_).starts_with(magic);
   };
-  if (begins_with(kGzipMagic)) {
+  if (std::any_of(kMagics.begin(), kMagics.end(), begins_with)) {
     unpacker_ = std::make_unique<Unpacker>(input_, std::string_view(head_.data(), head_end_));
     head_end_ = 0;
   }

@@ -51,8 +51,8 @@ class Input {
   bool stopped_ = false;
 };
 
-// The text in a file or standard input: unpacked if it begins as gzip does, without the byte order
-// mark of UTF-8. Not thread-safe.
+// The text in a file or standard input: unpacked if it begins as a file of gzip, bzip2, xz, zstd or
+// lz4 does, without the byte order mark of UTF-8. Not thread-safe.
 class TextInput {
  public:
   // As Input's.

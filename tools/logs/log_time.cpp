@@ -16,9 +16,9 @@
 namespace tarn::host {
 namespace {
 
-constexpr int kSecondsPerMinute = 60;
-constexpr int kSecondsPerHour = 3600;
-constexpr int kSecondsPerDay = 86'400;
+constexpr std::int32_t kSecondsPerMinute = 60;
+constexpr std::int32_t kSecondsPerHour = 3600;
+constexpr std::int64_t kSecondsPerDay = 86'400;
 
 // The number of two digits at `at`; the first may be a blank.
 int TwoDigits(std::string_view text, std::size_t at) noexcept {
@@ -58,8 +58,8 @@ std::optional<std::int64_t> TakeWallSeconds(std::string_view& text) {
   // A leap second is the 61st of its minute.
   if (!date.ok() || hour > 23 || minute > 59 || second > 60) return std::nullopt;
   text.remove_prefix(size);
-  return std::chrono::sys_days(date).time_since_epoch().count() * std::int64_t{kSecondsPerDay} +
-         hour * kSecondsPerHour + minute * kSecondsPerMinute + second;
+  const std::int32_t of_day = hour * kSecondsPerHour + minute * kSecondsPerMinute + second;
+  return std::chrono::sys_days(date).time_since_epoch().count() * kSecondsPerDay + of_day;
 }
 
 // Takes ".123456" away from `text`, in microseconds; digits after the sixth do not count.
@@ -82,10 +82,10 @@ std::optional<std::int32_t> TakeZone(std::string_view& text) {
     int hours;
   };
   static constexpr std::array<Zone, 24> kZones{
-      {{"UTC", 0},  {"GMT", 0},   {"WET", 0},  {"Z", 0},     {"WEST", 1},  {"BST", 1},
-       {"CET", 1},  {"CEST", 2},  {"EET", 2},  {"EEST", 3},  {"MSK", 3},   {"JST", 9},
-       {"KST", 9},  {"AEST", 10}, {"AEDT", 11}, {"EST", -5}, {"EDT", -4},  {"CST", -6},
-       {"CDT", -5}, {"MST", -7},  {"MDT", -6}, {"PST", -8},  {"PDT", -7},  {"NZST", 12}}};
+      {{"UTC", 0},  {"GMT", 0},   {"WET", 0},   {"Z", 0},    {"WEST", 1}, {"BST", 1},
+       {"CET", 1},  {"CEST", 2},  {"EET", 2},   {"EEST", 3}, {"MSK", 3},  {"JST", 9},
+       {"KST", 9},  {"AEST", 10}, {"AEDT", 11}, {"EST", -5}, {"EDT", -4}, {"CST", -6},
+       {"CDT", -5}, {"MST", -7},  {"MDT", -6},  {"PST", -8}, {"PDT", -7}, {"NZST", 12}}};
   std::string_view rest = text;
   if (rest.starts_with(' ')) rest.remove_prefix(1);
   if (BeginsLike(rest, "+99") || BeginsLike(rest, "-99")) {

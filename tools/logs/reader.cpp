@@ -1,86 +1,260 @@
 #include "logs/reader.h"
 
+#include <algorithm>
+#include <cassert>
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
-#include <memory>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
+#include <vector>
 
-#include "logs/sql_splitter.h"
+#include "sql/errors.h"
+#include "sql/text.h"
 
 namespace tarn::host {
 namespace {
 
-constexpr std::size_t kBlockSize = std::size_t{256} * 1024;
+// Large enough to recognise a log that begins inside a statement, small enough that a batch of the
+// shortest statements takes a few MiB.
+constexpr std::size_t kBlockSize = std::size_t{128} * 1024;
 
-std::unique_ptr<Splitter> MakeSplitter(StatementFormat format, Dialect dialect) {
-  switch (format) {
-    case StatementFormat::kSql:
-      return MakeSqlSplitter(dialect);
-    case StatementFormat::kLines:
-      return MakeSeparatorSplitter('\n');
-    case StatementFormat::kNul:
-      return MakeSeparatorSplitter('\0');
-    case StatementFormat::kSlowLog:
-      return MakeSlowLogSplitter();
-    case StatementFormat::kGeneralLog:
-      return MakeGeneralLogSplitter();
-    case StatementFormat::kCsvLog:
-      break;
-  }
-  return MakeCsvLogSplitter();
+std::string Counted(std::uint64_t count, const char* one, const char* several) {
+  return std::to_string(count) + " " + (count == 1 ? one : several);
+}
+
+std::string NotRead(const Format& format) {
+  return std::string(format.title) + ", which is not read: " + std::string(format.advice);
 }
 
 }  // namespace
 
-StatementReader::StatementReader(const std::string& file, StatementFormat format, Dialect dialect,
+StatementReader::StatementReader(std::vector<std::string> files, const ReadOptions& options,
                                  InputWaiter* waiter)
-    : input_(file, waiter), format_(format), splitter_(MakeSplitter(format, dialect)) {}
+    : files_(std::move(files)), options_(options), waiter_(waiter) {}
 
 bool StatementReader::Read(StatementBatch& batch) {
   batch.found_.Clear();
-  if (batch.bytes_.size() < begun_.size() + kBlockSize) {
-    batch.bytes_.resize(begun_.size() + kBlockSize);
-  }
-  std::size_t size = begun_.copy(batch.bytes_.data(), begun_.size());
+  // A batch keeps its memory for the next one, but not that of a very long statement.
+  if (batch.bytes_.size() > 4 * (begun_.size() + kBlockSize)) batch.bytes_ = {};
+  batch.bytes_.resize(std::max(batch.bytes_.size(), begun_.size() + kBlockSize));
+  begin_ = 0;
+  end_ = begun_.copy(batch.bytes_.data(), begun_.size());
   begun_.clear();
 
-  std::size_t done = 0;
-  while (batch.found_.statements.empty() && !at_end_) {
-    if (size == batch.bytes_.size()) {
-      // Either way a byte is copied a bounded number of times.
-      if (done >= size / 2) {
-        size -= done;
-        std::memmove(batch.bytes_.data(), batch.bytes_.data() + done, size);
-        done = 0;
-      } else {
-        batch.bytes_.resize(2 * size);
-      }
+  while (batch.found_.statements.empty()) {
+    try {
+      if (!input_ && next_file_ < files_.size()) OpenNext();
+    } catch (const InputError&) {
+      // The file after it may go on with the log.
+      begun_.assign(batch.bytes_.data() + begin_, end_ - begin_);
+      throw;
     }
-    const std::size_t got = input_.Read(batch.bytes_.data() + size, batch.bytes_.size() - size);
-    if (!head_seen_) {
-      head_seen_ = true;
-      log_ = RecognizedLog({batch.bytes_.data() + size, got});
-      if (log_ != nullptr && StatementFormats().at(log_->format) == format_) log_ = nullptr;
+    if (Stopped()) return false;
+    if (splitter_ && (!input_ || EndsBeforeFile())) {
+      EndLog(batch);
+    } else if (!input_) {
+      return false;
+    } else if (new_file_) {
+      BeginFile(batch);
+    } else if (ReadBlock(batch) > 0) {
+      Split(batch, false);
+    } else if (!Stopped()) {
+      bytes_before_ += input_->Source().BytesRead();
+      input_.reset();
     }
-    size += got;
-    at_end_ = got == 0;
-    if (input_.Source().Stopped()) return false;
-    done += splitter_->Split({batch.bytes_.data() + done, size - done}, at_end_, batch.found_);
   }
 
-  begun_.assign(batch.bytes_.data() + done, size - done);
+  begun_.assign(batch.bytes_.data() + begin_, end_ - begin_);
   batch.first_number_ = next_number_;
+  batch.dialect_ = options_.dialect.value_or(format_->dialect);
   next_number_ += batch.Size();
-  return batch.Size() > 0;
+  return true;
 }
 
-std::string StatementReader::Problem() const {
-  if (log_ != nullptr && (format_ == StatementFormat::kSql || next_number_ == 1)) {
-    return Name() + ": looks like " + log_->name + ": use --input=" + log_->format;
+void StatementReader::OpenNext() {
+  assert(next_file_ < files_.size());
+  const std::string& file = files_[next_file_++];
+  try {
+    input_.emplace(file, waiter_);
+    head_.resize(kBlockSize);
+    std::size_t size = 0;
+    std::size_t got = 0;
+    do {
+      got = input_->Read(head_.data() + size, head_.size() - size);
+      size += got;
+    } while (got > 0 && MayBecomeALog({head_.data(), size}));
+    head_.resize(size);
+  } catch (const InputError&) {
+    input_.reset();
+    throw;
   }
-  const std::string problem = input_.Source().Stopped() ? "" : splitter_->Problem();
-  return problem.empty() ? problem : Name() + ": " + problem;
+  recognized_ = RecognizedFormat(head_);
+  new_file_ = true;
+}
+
+bool StatementReader::EndsBeforeFile() const noexcept {
+  if (!new_file_) return false;
+  if (!format_->IsLog()) return true;
+  // A file may begin inside a long entry, so that nothing tells its kind.
+  return options_.format == nullptr && recognized_ != nullptr && recognized_ != format_;
+}
+
+void StatementReader::BeginFile(StatementBatch& batch) {
+  const std::string& name = input_->Source().Name();
+  if (splitter_) {
+    const char last_byte = tally_.last_byte;
+    EndFile({}, {});
+    // Unless the file before was cut within a line, that line ends.
+    const std::string_view first_line = std::string_view(head_).substr(0, head_.find('\n'));
+    const bool within_blanks = IsBlank(last_byte) || first_line.empty() || IsBlank(first_line[0]);
+    if (!within_blanks && format_->begins_entry(first_line)) head_.insert(0, "\n");
+  } else {
+    static const Format* const kSql = ReadableFormats().at("sql");
+    const Format* const chosen = options_.format != nullptr ? options_.format : recognized_;
+    const Format* const format = chosen != nullptr ? chosen : kSql;
+    if (format->make_splitter == nullptr) {
+      starts_.push_back({name, next_number_});
+      AddProblem("is " + NotRead(*format));
+      new_file_ = false;
+      bytes_before_ += input_->Source().BytesRead();
+      input_.reset();
+      return;
+    }
+    if (options_.format == nullptr && format->IsLog() && format != format_) {
+      remarks_.push_back({name + ": read as " + std::string(format->title) +
+                              " (--input=" + std::string(format->name) + ")",
+                          false});
+    }
+    format_ = format;
+    statements_in_log_ = 0;
+    splitter_ = format->make_splitter({.dialect = options_.dialect.value_or(format->dialect),
+                                       .max_statement = options_.max_statement,
+                                       .prefix = options_.prefix});
+  }
+  starts_.push_back({name, next_number_});
+  new_file_ = false;
+  while (batch.bytes_.size() - end_ < head_.size()) MakeRoom(batch);
+  tally_.any_bytes = !head_.empty();
+  tally_.recognized = recognized_;
+  if (!head_.empty()) tally_.last_byte = head_.back();
+  end_ += head_.copy(batch.bytes_.data() + end_, head_.size());
+  Split(batch, false);
+}
+
+void StatementReader::MakeRoom(StatementBatch& batch) {
+  // Either way a byte is copied a bounded number of times.
+  if (begin_ >= end_ / 2 && begin_ > 0) {
+    end_ -= begin_;
+    std::memmove(batch.bytes_.data(), batch.bytes_.data() + begin_, end_);
+    begin_ = 0;
+  } else {
+    batch.bytes_.resize(2 * batch.bytes_.size());
+  }
+}
+
+std::size_t StatementReader::ReadBlock(StatementBatch& batch) {
+  if (end_ == batch.bytes_.size()) MakeRoom(batch);
+  const std::size_t room = std::min(batch.bytes_.size() - end_, kBlockSize);
+  std::size_t got = 0;
+  try {
+    got = input_->Read(batch.bytes_.data() + end_, room);
+  } catch (const InputError&) {
+    // Nobody knows how the statement that has begun goes on.
+    input_.reset();
+    splitter_.reset();
+    tally_ = {};
+    throw;
+  }
+  if (got > 0) tally_.last_byte = batch.bytes_[end_ + got - 1];
+  tally_.any_bytes = tally_.any_bytes || got > 0;
+  end_ += got;
+  return got;
+}
+
+void StatementReader::Split(StatementBatch& batch, bool last) {
+  Found& found = batch.found_;
+  begin_ += splitter_->Split({batch.bytes_.data() + begin_, end_ - begin_}, last, found);
+  // Those that were whole at once.
+  const auto too_long = [this](const FoundStatement& statement) {
+    return statement.text.size() > options_.max_statement;
+  };
+  const auto first = std::find_if(found.statements.begin(), found.statements.end(), too_long);
+  if (first != found.statements.end()) {
+    found.before_too_long = static_cast<std::size_t>(first - found.statements.begin());
+    found.too_long += std::erase_if(found.statements, too_long);
+  }
+  if (tally_.too_long == 0) {
+    tally_.before_too_long = next_number_ - starts_.back().first_number + found.before_too_long;
+  }
+  tally_.entries += std::exchange(found.entries, 0);
+  tally_.damaged += std::exchange(found.damaged, 0);
+  tally_.too_long += std::exchange(found.too_long, 0);
+  tally_.impossible_times += std::exchange(found.impossible_times, 0);
+  statements_in_log_ += found.statements.size();
+}
+
+void StatementReader::EndFile(const std::string& problem, const std::string& why_empty) {
+  const Tally tally = std::exchange(tally_, {});
+  const Format* const looks = tally.recognized;
+  const bool wrong =
+      looks != nullptr && looks != format_ && (format_->name == "sql" || statements_in_log_ == 0);
+  if (wrong) {
+    AddProblem("looks like " +
+               (looks->make_splitter == nullptr
+                    ? NotRead(*looks)
+                    : std::string(looks->title) + ": use --input=" + std::string(looks->name)));
+    return;
+  }
+  if (format_->IsLog() && tally.any_bytes && tally.entries == 0) {
+    AddProblem("holds no entry of " + std::string(format_->title));
+    return;
+  }
+  if (!problem.empty()) AddProblem(problem);
+  if (tally.too_long > 0) {
+    AddProblem(Counted(tally.too_long, "statement is", "statements are") + " longer than " +
+               std::to_string(options_.max_statement) + " bytes and left out before statement " +
+               std::to_string(tally.before_too_long + 1) + " (--max-statement)");
+  }
+  if (tally.damaged > 0) {
+    AddProblem(Counted(tally.damaged, "entry is", "entries are") + " damaged and left out");
+  }
+  if (tally.impossible_times > 0) {
+    AddProblem(Counted(tally.impossible_times, "time is", "times are") +
+               " impossible and left out");
+  }
+  if (format_->IsLog() && !splitter_ && tally.entries > 0 && statements_in_log_ == 0) {
+    AddProblem("holds entries and no statement: " +
+               (why_empty.empty() ? std::string(format_->advice) : why_empty));
+  }
+}
+
+void StatementReader::EndLog(StatementBatch& batch) {
+  assert(splitter_);
+  Split(batch, true);
+  assert(begin_ == end_);
+  const auto splitter = std::exchange(splitter_, nullptr);
+  EndFile(splitter->Problem(), splitter->WhyEmpty());
+}
+
+void StatementReader::AddProblem(const std::string& problem) {
+  remarks_.push_back({starts_.back().name + ": " + problem, true});
+}
+
+std::vector<Remark> StatementReader::TakeRemarks() { return std::exchange(remarks_, {}); }
+
+std::string StatementReader::PlaceOf(std::uint64_t number) const {
+  const auto start = std::find_if(starts_.rbegin(), starts_.rend(), [number](const Start& one) {
+    return one.first_number <= number;
+  });
+  assert(start != starts_.rend());
+  return start->name + ": statement " + std::to_string(number - start->first_number + 1);
+}
+
+std::uint64_t StatementReader::BytesRead() const noexcept {
+  return bytes_before_ + (input_ ? input_->Source().BytesRead() : 0);
 }
 
 }  // namespace tarn::host

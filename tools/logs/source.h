@@ -1,7 +1,8 @@
-// What the readers of logs hand to those who count: statements, and what the log says of each
+// What the readers of logs hand to those who count: statements, and what the log tells of each
 // execution.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <optional>
@@ -13,8 +14,8 @@
 
 namespace tarn::host {
 
-// What a log says of one execution of a statement. Where a log does not tell something, a number is
-// absent and a text empty. Texts are within the text that was split or in Found::owned.
+// What a log tells of one execution of a statement. Where a log does not tell something, a number
+// is absent and a text empty. Texts are within the text that was split or in Found::owned.
 struct Execution {
   std::optional<double> seconds = {};
   std::optional<double> lock_seconds = {};
@@ -29,9 +30,11 @@ struct Execution {
   std::string_view parameters = {};
   // The server's own name for the shape of the statement.
   std::string_view query_id = {};
-  // The error with which the statement ended: a number or an SQLSTATE.
+  // The error with which the statement ended: a number, an SQLSTATE or, where the log tells no
+  // more, "ERROR" and the like.
   std::string_view error = {};
-  // Whether the statement ran. Its parsing and binding may take time of their own.
+  // Whether this counts as an execution. The parsing or binding of a statement does not, though it
+  // takes seconds; nor does a record of an error, unless the log has announced the statement.
   bool executed = true;
 };
 
@@ -49,8 +52,43 @@ struct Found {
   // The earliest and the latest time in the log, also of entries that hold no statement.
   std::optional<LogTime> first_time;
   std::optional<LogTime> last_time;
+  // Entries of a log, with statements or without.
+  std::uint64_t entries = 0;
+  // Entries that are left out since they are damaged.
+  std::uint64_t damaged = 0;
+  // Statements that are left out since they are too long, and how many were found before the first.
+  std::uint64_t too_long = 0;
+  std::size_t before_too_long = 0;
+  // Times that no server can mean. Their statements are untimed.
+  std::uint64_t impossible_times = 0;
 
   void Clear();
+  void CountTooLong() noexcept {
+    if (too_long++ == 0) before_too_long = statements.size();
+  }
+};
+
+// A text that many statements share, such as a user's name. It is kept once in Found::owned for
+// statements that follow one another.
+class SharedText {
+ public:
+  void Set(std::string_view text) {
+    if (text == text_) return;
+    text_ = text;
+    kept_ = {};
+  }
+
+  // Must be called when a Found may be another or was cleared.
+  void Forget() noexcept { kept_ = {}; }
+
+  std::string_view KeepIn(Found& found) {
+    if (kept_.empty() && !text_.empty()) kept_ = found.owned.emplace_back(text_);
+    return kept_;
+  }
+
+ private:
+  std::string text_;
+  std::string_view kept_;
 };
 
 }  // namespace tarn::host

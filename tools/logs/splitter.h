@@ -1,27 +1,25 @@
 #pragma once
 
 #include <cstddef>
-#include <map>
-#include <memory>
 #include <string>
 #include <string_view>
 
 #include "logs/source.h"
+#include "sql/dialect.h"
 
 namespace tarn::host {
 
-// How statements lie in an input.
-//
-// sql: as the dialect separates them.
-// lines: one a line, the newline excluded; an empty line is an empty statement.
-// nul: each ended by a NUL byte, any other byte being content.
-// slowlog, general, csvlog: as the splitters of log_splitter.h find them.
-//
-// The last statement needs no separator.
-enum class StatementFormat { kSql, kLines, kNul, kSlowLog, kGeneralLog, kCsvLog };
+// Statements of more bytes than this are left out unless a person asks for them.
+inline constexpr std::size_t kMaxStatement = std::size_t{64} << 20U;
 
-// The formats by the names that a person gives them.
-const std::map<std::string, StatementFormat>& StatementFormats();
+// How a splitter works; each takes what concerns it.
+struct SplitterOptions {
+  Dialect dialect = Dialect::kMysql;
+  // In bytes. A splitter keeps no more than about this of a statement that has begun.
+  std::size_t max_statement = kMaxStatement;
+  // PostgreSQL's log_line_prefix; when it is empty, the usual ones are tried.
+  std::string prefix = {};
+};
 
 // Finds statements in a text that arrives piece by piece. Not thread-safe.
 class Splitter {
@@ -36,12 +34,12 @@ class Splitter {
   // that no more come.
   virtual std::size_t Split(std::string_view text, bool last, Found& found) = 0;
 
-  // After the last text: what is wrong with the input as a whole, such as "ends inside a quote that
-  // begins in line 3"; empty when nothing is.
+  // After the last text: a fault of the input as a whole, such as "ends inside a quote that begins
+  // in line 3"; empty when there is none.
   virtual std::string Problem() const { return {}; }
-};
 
-// Statements each ended by the byte `separator`; the last needs none.
-std::unique_ptr<Splitter> MakeSeparatorSplitter(char separator);
+  // Why a log with entries holds no statement, where its entries tell; empty otherwise.
+  virtual std::string WhyEmpty() const { return {}; }
+};
 
 }  // namespace tarn::host

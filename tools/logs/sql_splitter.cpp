@@ -35,6 +35,7 @@ class SqlSplitter final : public Splitter {
       Finish(text.size(), text.size());
     }
     ResolveOpening();
+    DropTooLong();
     const std::size_t done = begin_;
     CountLinesTo(std::max(counted_, done));
     counted_ -= done;
@@ -44,6 +45,8 @@ class SqlSplitter final : public Splitter {
     begin_ = 0;
     return done;
   }
+
+  void LimitStatements(std::size_t max_statement) noexcept { max_statement_ = max_statement; }
 
   std::string Problem() const override {
     std::string problem = delimiter_problem_;
@@ -201,11 +204,23 @@ class SqlSplitter final : public Splitter {
 
   // Ends the statement at `end`; the next begins at `next`.
   void Finish(std::size_t end, std::size_t next) {
-    if (!blank_so_far_ && end > begin_) {
+    if (too_long_) {
+      found_->CountTooLong();
+      too_long_ = false;
+    } else if (!blank_so_far_ && end > begin_) {
       found_->statements.push_back({Trimmed(text_.substr(begin_, end - begin_)), {}});
     }
     blank_so_far_ = true;
     begin_ = position_ = std::max(begin_, next);
+  }
+
+  // Forgets the first bytes of the statement that has begun, if it is too long. The last ones tell
+  // how a quote that follows is to be read.
+  void DropTooLong() noexcept {
+    constexpr std::size_t kKept = 2;
+    if (text_.size() - begin_ <= max_statement_ || position_ < begin_ + kKept) return;
+    too_long_ = !blank_so_far_;
+    begin_ = position_ - kKept;
   }
 
   void ResolveOpening() {
@@ -227,6 +242,9 @@ class SqlSplitter final : public Splitter {
   std::string delimiter_;
   // The bytes at which reading code has to stop and look.
   std::array<bool, 256> stops_{};
+
+  std::size_t max_statement_ = kMaxStatement;
+  bool too_long_ = false;
 
   // Of the call that runs.
   std::string_view text_;
@@ -255,6 +273,12 @@ class SqlSplitter final : public Splitter {
 
 std::unique_ptr<Splitter> MakeSqlSplitter(Dialect dialect) {
   return std::make_unique<SqlSplitter>(dialect);
+}
+
+std::unique_ptr<Splitter> MakeSqlSplitter(const SplitterOptions& options) {
+  auto splitter = std::make_unique<SqlSplitter>(options.dialect);
+  splitter->LimitStatements(options.max_statement);
+  return splitter;
 }
 
 }  // namespace tarn::host

@@ -11,5 +11,6 @@ namespace tarn::host {
 // statement and comments before it are dropped, comments within it stay; a statement that has
 // nothing else is none. The last statement needs no separator.
 std::unique_ptr<Splitter> MakeSqlSplitter(Dialect dialect);
+std::unique_ptr<Splitter> MakeSqlSplitter(const SplitterOptions& options);
 
 }  // namespace tarn::host

@@ -29,12 +29,16 @@ bool IsBefore(const LogTime& time, const LogTime& limit) noexcept {
 class Worker {
  public:
   Worker(impl_dao::CProductInterface& product, const CountOptions& options)
-      : product_(product), options_(options), shapes_(options.shape) {}
+      : product_(product), options_(options) {}
 
   ShapeCount Count(const BatchSource& source) {
     const bool filtered = options_.filter.Active();
     StatementBatch batch;
     for (std::uint64_t position = 0; source(batch, position);) {
+      if (!shape_maker_ || dialect_ != batch.SqlDialect()) {
+        dialect_ = batch.SqlDialect();
+        shape_maker_.emplace(ShapeOptions{dialect_, options_.fold_digits});
+      }
       if (!filtered) {
         WidenSpan(count_.first_time, count_.last_time, batch.FirstTime());
         WidenSpan(count_.first_time, count_.last_time, batch.LastTime());
@@ -82,7 +86,7 @@ class Worker {
         if (options_.exact) return;
       }
     }
-    key_.shape = options_.exact ? canonical_ : shapes_.MakeShape(statement);
+    key_.shape = options_.exact ? canonical_ : shape_maker_->MakeShape(statement);
     if (options_.group_by) key_.group = DetailOf(execution, *options_.group_by);
     Shape& shape = count_.shapes[key_];
     shape.Add(statement, execution);
@@ -92,7 +96,9 @@ class Worker {
 
   impl_dao::CProductInterface& product_;
   const CountOptions& options_;
-  ShapeMaker shapes_;
+  Dialect dialect_ = Dialect::kMysql;
+  // For the dialect.
+  std::optional<ShapeMaker> shape_maker_;
   std::string canonical_;
   ShapeKey key_;
   ShapeCount count_;

@@ -13,7 +13,6 @@
 #include "impl_dao/product_interface.h"
 #include "logs/reader.h"
 #include "shapes/shape.h"
-#include "shapes/shape_rules.h"
 
 namespace tarn::host {
 
@@ -73,7 +72,8 @@ struct ExecutionFilter {
 };
 
 struct CountOptions {
-  ShapeOptions shape;
+  // As ShapeOptions::fold_digits. Shapes are made in the dialect of each batch.
+  bool fold_digits = false;
   // Count by the canonical text instead of by shape; a statement without one is left out.
   bool exact = false;
   // Collect Shape::keys.

@@ -1,7 +1,9 @@
 #pragma once
 
-#include <optional>
+#include <cstdint>
+#include <map>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "logs/reader.h"
@@ -9,22 +11,23 @@
 
 namespace tarn::host {
 
-// What a command reads, as the command line names it.
+// The inputs of a command, as the command line names them.
 struct InputOptions {
   std::vector<std::string> files;
-  StatementFormat format = StatementFormat::kSql;
-  // Whether the inputs are reports of `shapes`.
-  bool report = false;
-  // Unless a person has chosen one, that of the server that wrote the log, or MySQL's.
-  Dialect UsedDialect() const noexcept;
-  std::optional<Dialect> dialect;
+  ReadOptions reading;
+  std::uint64_t max_statement_mib = kMaxStatement >> 20U;
 
   // `files`, or standard input alone when there are none.
   std::vector<std::string> FilesOrStandardInput() const;
+  // How to read them.
+  ReadOptions Reading() const;
+  // What ends a text that is printed as the inputs' statements are.
+  std::string_view Terminator() const noexcept;
 };
 
-// Adds FILE..., --input=FORMAT and --dialect=NAME to `command`. Requires: `options` outlives the
-// parsing.
-void AddInputOptions(Command& command, InputOptions& options);
+// Adds FILE..., --input=FORMAT, --dialect=NAME, --prefix=FORMAT and --max-statement=N to `command`.
+// `formats` are those to choose from. Requires: `options` outlives the parsing.
+void AddInputOptions(Command& command, InputOptions& options,
+                     const std::map<std::string, const Format*>& formats = ReadableFormats());
 
 }  // namespace tarn::host

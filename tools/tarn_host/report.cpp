@@ -29,8 +29,8 @@ constexpr const char* kMark = "tarn_host_report";
 constexpr int kVersion = 1;
 // Names of members that are written and read in more than one function.
 constexpr const char* kExact = "exact";
-constexpr const char* kKeys = "keys";
 constexpr const char* kFoldDigits = "fold_digits";
+constexpr const char* kKeys = "keys";
 constexpr const char* kGroupBy = "group_by";
 constexpr const char* kOthers = "others";
 constexpr int kHexadecimal = 16;
@@ -263,8 +263,8 @@ void WriteReport(const ShapeCount& count, const RankOptions& options, const Coun
   };
   Json head{{kMark, kVersion}};
   if (rule.exact) head[kExact] = true;
-  if (rule.keys) head[kKeys] = true;
   if (rule.fold_digits) head[kFoldDigits] = true;
+  if (rule.keys) head[kKeys] = true;
   if (rule.group_by) head[kGroupBy] = NameOf(*rule.group_by);
   head["statements"] = count.counted;
   head["failed"] = count.failed;
@@ -344,8 +344,8 @@ ShapeCount ReadReport(const std::string& name, std::string_view text, const Coun
     const Json head = Json::parse(text, take_shape);
     if (head.value(kMark, 0) != kVersion) fail("not a report of this version");
     counted.exact = head.value(kExact, false);
-    counted.keys = head.value(kKeys, false);
     counted.fold_digits = head.value(kFoldDigits, false);
+    counted.keys = head.value(kKeys, false);
     for (std::size_t i = 0; i < kDetails; ++i) {
       const auto detail = static_cast<Detail>(i);
       if (head.value(kGroupBy, "") == NameOf(detail)) counted.group_by = detail;
@@ -362,7 +362,8 @@ ShapeCount ReadReport(const std::string& name, std::string_view text, const Coun
   } catch (const std::logic_error& error) {
     fail(std::string("the report is damaged: ") + error.what());
   }
-  if (counted != rule) fail("the report was made with other --exact, --keys or --group-by");
+  if (counted != rule)
+    fail("the report was made with other --exact, --fold-digits, --keys or --group-by");
   return count;
 }
 

@@ -17,8 +17,8 @@ namespace tarn::host {
 // How statements were counted. Reports add up only if they agree in all of it.
 struct CountingRule {
   bool exact = false;
-  bool keys = false;
   bool fold_digits = false;
+  bool keys = false;
   std::optional<Detail> group_by = {};
 
   bool operator==(const CountingRule&) const = default;

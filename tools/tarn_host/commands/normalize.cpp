@@ -35,7 +35,8 @@ class CanonicalPrinter {
       : output_(output), options_(options) {}
 
   void Print(std::string_view statement, std::string_view canonical) {
-    const bool nul = options_.input.format == StatementFormat::kNul;
+    const std::string_view terminator = options_.input.Terminator();
+    const bool nul = terminator == kNul;
     if (options_.pairs && nul) {
       output_.WriteUntrusted(statement);
       output_.Write(kNul);
@@ -49,7 +50,7 @@ class CanonicalPrinter {
     } else if (options_.pairs) {
       output_.Write("\n\n");
     } else {
-      output_.Write(options_.input.format == StatementFormat::kLines ? "\n" : ";\n");
+      output_.Write(terminator);
     }
   }
 
@@ -73,37 +74,35 @@ class Normalizer {
 
   // Returns the exit code. Throws ToolError.
   int Run() {
-    for (const std::string& file : files_) {
+    StatementReader reader(files_, options_.input.Reading());
+    StatementBatch batch;
+    for (bool more = true; more;) {
       try {
-        RunOn(file);
+        more = reader.Read(batch);
+        if (more) Print(reader, batch);
       } catch (const InputError& error) {
         Report(error.what(), kExitTrouble);
+      }
+      for (const Remark& remark : reader.TakeRemarks()) {
+        Report(remark.text, remark.is_problem ? kExitFailed : kExitSuccess);
       }
     }
     return exit_code_;
   }
 
  private:
-  void RunOn(const std::string& file) {
-    StatementReader reader(file, options_.input.format, options_.input.UsedDialect());
-    StatementBatch batch;
-    std::string sql;
-    while (reader.Read(batch)) {
-      for (std::size_t index = 0; index < batch.Size(); ++index) {
-        sql = batch[index];
-        if (const auto reason = CallNormalize(plugin_.Product(), sql)) {
-          Report(StatementReason(reader.Name(), batch.FirstNumber() + index, *reason), kExitFailed);
-        } else {
-          printer_.Print(batch[index], sql);
-        }
+  void Print(const StatementReader& reader, const StatementBatch& batch) {
+    for (std::size_t index = 0; index < batch.Size(); ++index) {
+      const std::uint64_t number = batch.FirstNumber() + index;
+      std::string sql(batch[index]);
+      if (const auto reason = CallNormalize(plugin_.Product(), sql)) {
+        Report(reader.PlaceOf(number) + ": " + *reason, kExitFailed);
+      } else {
+        printer_.Print(batch[index], sql);
       }
-      output_.Flush();
-      statements_ += batch.Size();
-      if (progress_) progress_->Show(bytes_before_ + reader.BytesRead(), statements_);
     }
-    bytes_before_ += reader.BytesRead();
-    const std::string problem = reader.Problem();
-    if (!problem.empty()) Report(problem, kExitFailed);
+    output_.Flush();
+    if (progress_) progress_->Show(reader.BytesRead(), batch.FirstNumber() + batch.Size() - 1);
   }
 
   void Report(const std::string& message, int exit_code) {
@@ -120,9 +119,6 @@ class Normalizer {
   Output output_;
   CanonicalPrinter printer_;
   std::optional<ProgressBar> progress_;
-  std::uint64_t statements_ = 0;
-  // Bytes of the files that are done with.
-  std::uint64_t bytes_before_ = 0;
   int exit_code_ = kExitSuccess;
 };
 

@@ -39,6 +39,9 @@ constexpr unsigned kMostThreads = 256;
 // More than fit into memory.
 constexpr std::uint64_t kMostShapes = std::numeric_limits<std::uint32_t>::max();
 
+// A format of `shapes` alone, whose inputs are no statements.
+constexpr Format kReportFormat{"report", "a report", Dialect::kMysql, nullptr, nullptr, "", ""};
+
 struct ShapesOptions {
   InputOptions input;
   TableOptions table;
@@ -76,80 +79,41 @@ class Problems {
 // The statements of all files, one file after another. Next is thread-safe, the rest is not.
 class StatementQueue {
  public:
-  StatementQueue(const InputOptions& options, std::vector<std::string> files, InterruptWatch& watch,
-                 Problems& problems)
-      : options_(options),
-        files_(std::move(files)),
-        watch_(watch),
-        problems_(problems),
-        progress_(files_) {}
+  StatementQueue(const InputOptions& options, const std::vector<std::string>& files,
+                 InterruptWatch& watch, Problems& problems)
+      : reader_(files, options.Reading(), &watch), problems_(problems), progress_(files) {}
 
   // As BatchSource.
   bool Next(StatementBatch& batch, std::uint64_t& position) {
     const std::lock_guard lock(mutex_);
-    while (OpenReader()) {
+    for (;;) {
       try {
-        if (reader_->Read(batch)) {
-          position = starts_.back().position + batch.FirstNumber() - 1;
-          next_position_ = position + batch.Size();
-          progress_.Show(bytes_before_ + reader_->BytesRead(), next_position_ - 1);
-          return true;
+        const bool more = reader_.Read(batch);
+        for (Remark& remark : reader_.TakeRemarks()) {
+          problems_.Add(std::move(remark.text), remark.is_problem ? kExitFailed : kExitSuccess);
         }
-        if (const std::string problem = reader_->Problem(); !problem.empty()) {
-          problems_.Add(problem, kExitFailed);
-        }
+        if (!more) return false;
+        position = batch.FirstNumber();
+        progress_.Show(reader_.BytesRead(), position + batch.Size() - 1);
+        return true;
       } catch (const InputError& error) {
         problems_.Add(error.what(), kExitTrouble);
       }
-      bytes_before_ += reader_->BytesRead();
-      reader_.reset();
     }
-    return false;
   }
 
   void ClearProgress() { progress_.Clear(); }
 
   // "NAME: statement N: REASON", N counting within its input.
   std::string Describe(const StatementFailure& failure) const {
-    const auto start = std::find_if(
-        starts_.rbegin(), starts_.rend(),
-        [&failure](const InputStart& one) { return one.position <= failure.position; });
-    return StatementReason(start->name, failure.position - start->position + 1, failure.reason);
+    return reader_.PlaceOf(failure.position) + ": " + failure.reason;
   }
 
  private:
-  // Where the statements of one input begin among all.
-  struct InputStart {
-    std::string name;
-    std::uint64_t position;
-  };
-
-  // False when no file is left.
-  bool OpenReader() {
-    while (!reader_ && next_file_ < files_.size() && !watch_.Interrupted()) {
-      const std::string& file = files_[next_file_++];
-      try {
-        reader_.emplace(file, options_.format, options_.UsedDialect(), &watch_);
-        starts_.push_back({reader_->Name(), next_position_});
-      } catch (const InputError& error) {
-        problems_.Add(error.what(), kExitTrouble);
-      }
-    }
-    return reader_.has_value();
-  }
-
-  const InputOptions& options_;
-  const std::vector<std::string> files_;
-  InterruptWatch& watch_;
-  Problems& problems_;
   std::mutex mutex_;
+  StatementReader reader_;
+  Problems& problems_;
   ProgressBar progress_;
-  std::size_t next_file_ = 0;
-  std::optional<StatementReader> reader_;
-  std::uint64_t next_position_ = 1;
-  // Bytes of the files that are done with.
-  std::uint64_t bytes_before_ = 0;
-  std::vector<InputStart> starts_;
 };
 
 // Whether `file` can be read more than once.
@@ -190,8 +154,7 @@ class FileCounter {
   FileCounter(const ShapesOptions& options, impl_dao::CProductInterface& product,
               InterruptWatch& watch, Problems& problems)
       : options_(options), product_(product), watch_(watch), problems_(problems) {
-    counting_.shape = {.dialect = options.input.UsedDialect(),
-                       .fold_digits = options.rule.fold_digits};
+    counting_.fold_digits = options.rule.fold_digits;
     counting_.exact = options.rule.exact;
     counting_.keys = options.rule.keys;
     counting_.group_by = options.rule.group_by;
@@ -202,7 +165,7 @@ class FileCounter {
     std::vector<std::string> logs;
     ShapeCount total;
     for (const std::string& file : files) {
-      if (!options_.input.report && !HoldsReport(file)) {
+      if (options_.input.reading.format != &kReportFormat && !HoldsReport(file)) {
         logs.push_back(file);
         continue;
       }
@@ -308,12 +271,13 @@ class FileCounter {
                         (log == kStandardInput ? "standard input" : log) +
                         " cannot be read twice to find the log's end; give a time");
       }
+    }
+    StatementReader reader(logs, options_.input.Reading(), &watch_);
+    for (StatementBatch batch;;) {
       try {
-        StatementReader reader(log, options_.input.format, options_.input.UsedDialect(), &watch_);
-        for (StatementBatch batch; reader.Read(batch);) {
-          WidenSpan(first, last, batch.FirstTime());
-          WidenSpan(first, last, batch.LastTime());
-        }
+        if (!reader.Read(batch)) break;
+        WidenSpan(first, last, batch.FirstTime());
+        WidenSpan(first, last, batch.LastTime());
       } catch (const InputError&) {
         // Counting reports it.
       }
@@ -394,13 +358,15 @@ void AddShapesCommand(CommandLine& line) {
   const auto options = std::make_shared<ShapesOptions>();
   Command command = line.Add("shapes", "Count statements by shape, and sum up how long they took",
                              [options] { return Shapes(*options); });
-  AddInputOptions(command, options->input);
+  auto formats = ReadableFormats();
+  formats.emplace(kReportFormat.name, &kReportFormat);
+  AddInputOptions(command, options->input, formats);
   command.Flag("--exact", options->rule.exact,
                "Count by the canonical text, in which values and lists stay");
+  command.Flag("--fold-digits", options->rule.fold_digits,
+               "Count names that differ in digits alone as one, for tables that are numbered");
   command.Flag("--keys", options->rule.keys,
                "Count the canonical texts of each shape, the keys in a host's tables");
-  command.Flag("--fold-digits", options->rule.fold_digits,
-               "Fold digits within names, for numbered tables: orders_2024_11 is orders_?");
   command.Choice("--sort", options->table.rank.order,
                  std::map<std::string, ShapeOrder>{{"count", ShapeOrder::kCount},
                                                    {"time", ShapeOrder::kTime},
@@ -439,10 +405,10 @@ void AddShapesCommand(CommandLine& line) {
   AddPluginOption(command, options->plugin);
   command.Footer(
       "Statements are of one shape when they differ in values, in the length of lists of them, in\n"
-      "the number of VALUES rows, in numbers of savepoints, cursors and prepared statements, in\n"
-      "comments, case and spacing. Where the input is a log that tells times, they are summed up.\n"
-      "With --exact, statements that fail are left out and reported. Ctrl-C ends the input: what\n"
-      "was counted so far is printed.\n\n"
+      "the number of VALUES rows, in comments, case and spacing, and in what the canonical text\n"
+      "unites. Where the input is a log that tells times, they are summed up. Statements that "
+      "fail\n"
+      "are left out and reported. Ctrl-C ends the input: what was counted so far is printed.\n\n"
       "Examples:\n"
       "  tarn_host shapes statements.sql\n"
       "  tarn_host shapes --input=slowlog --top 10 mysql-slow.log.1.gz\n"

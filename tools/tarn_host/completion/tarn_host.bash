@@ -34,7 +34,9 @@ _tarn_host() {
   fi
   case $previous in
     --input)
-      COMPREPLY=($(compgen -W 'sql lines nul slowlog general csvlog report' -- "$word"))
+      local formats='sql lines nul slowlog general pglog csvlog jsonlog'
+      [[ $command != shapes ]] || formats+=' report'
+      COMPREPLY=($(compgen -W "$formats" -- "$word"))
       return
       ;;
     --dialect)
@@ -61,15 +63,15 @@ _tarn_host() {
       _tarn_host_files "$word" '*'
       return
       ;;
-    --top | --min-count | --threads | --timeout | --since | --until | --user | --db | --host)
+    --prefix | --max-statement | --top | --min-count | --threads | --timeout | --since | --until | --user | --db | --host)
       return
       ;;
   esac
 
   case $command in
-    normalize) options='--input --dialect --pairs --plugin --help' ;;
+    normalize) options='--input --dialect --prefix --max-statement --pairs --plugin --help' ;;
     shapes)
-      options='--input --dialect --exact --fold-digits --keys --since --until --user --db --host
+      options='--input --dialect --prefix --max-statement --exact --fold-digits --keys --since --until --user --db --host
         --group-by --sort --top --min-count --compare --examples --json --threads --plugin --help'
       ;;
     map | trace) options='--plugin --help' ;;

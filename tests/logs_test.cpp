@@ -1,0 +1,475 @@
+// How statements are found in files and logs, however they arrive and whatever is in them.
+#include <archive.h>
+#include <archive_entry.h>
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <malloc.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <ctime>
+#include <iterator>
+#include <memory>
+#include <new>
+#include <set>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "logs/formats.h"
+#include "logs/reader.h"
+#include "sql/errors.h"
+#include "sql/text.h"
+#include "support/case_file.h"
+#include "support/run_program.h"
+#include "support/surroundings.h"
+
+namespace {
+
+// How many bytes searches have looked at.
+std::size_t searched = 0;
+
+// How many bytes operator new has given out that are not back, and the most at one time.
+std::size_t live_bytes = 0;
+std::size_t peak_bytes = 0;
+
+}  // namespace
+
+void* operator new(std::size_t size) {
+  void* const block = std::malloc(size);
+  if (block == nullptr) throw std::bad_alloc();
+  live_bytes += malloc_usable_size(block);
+  peak_bytes = std::max(peak_bytes, live_bytes);
+  return block;
+}
+
+void operator delete(void* block) noexcept {
+  if (block != nullptr) live_bytes -= malloc_usable_size(block);
+  std::free(block);
+}
+
+void operator delete(void* block, std::size_t /*size*/) noexcept { operator delete(block); }
+
+// What std::string_view looks for bytes with, under the C library's name.
+extern "C" const void* CountingSearch(const void* bytes, int wanted,
+                                      std::size_t size) asm("memchr");
+extern "C" const void* CountingSearch(const void* bytes, int wanted, std::size_t size) {
+  const auto* const begin = static_cast<const unsigned char*>(bytes);
+  const auto* const end = begin + size;
+  const auto* at = begin;
+  while (at != end && *at != static_cast<unsigned char>(wanted)) ++at;
+  searched += static_cast<std::size_t>(at - begin);
+  return at == end ? nullptr : at;
+}
+
+namespace tarn::test {
+namespace {
+
+using namespace tarn::host;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+
+// Hands out `content` at most `step` bytes at a time.
+class Trickle final : public InputWaiter {
+ public:
+  Trickle(const std::string& content, std::size_t step) : content_(content), step_(step) {
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error("pipe");
+    read_end_ = std::make_unique<OwnedFd>(ends[0]);
+    write_end_ = std::make_unique<OwnedFd>(ends[1]);
+    fcntl(ends[1], F_SETFL, O_NONBLOCK);
+  }
+
+  std::string Path() const { return "/dev/fd/" + std::to_string(read_end_->Get()); }
+
+  bool Wait(int) override {
+    const std::size_t size = std::min(step_, content_.size() - at_);
+    if (size == 0) {
+      write_end_->Close();
+      return true;
+    }
+    // Less than all when the pipe is full.
+    const ssize_t written = ::write(write_end_->Get(), content_.data() + at_, size);
+    at_ += static_cast<std::size_t>(std::max<ssize_t>(written, 0));
+    return written > 0 || errno == EAGAIN;
+  }
+
+ private:
+  const std::string content_;
+  const std::size_t step_;
+  std::size_t at_ = 0;
+  std::unique_ptr<OwnedFd> read_end_;
+  std::unique_ptr<OwnedFd> write_end_;
+};
+
+// All that a log tells of an execution, absent things left out: "|0.5 sent=1 user=shop".
+std::string Description(const Execution& execution) {
+  std::ostringstream text;
+  const auto add = [&text](const char* name, const auto& value) {
+    if (value) text << ' ' << name << '=' << *value;
+  };
+  const auto add_text = [&text](const char* name, std::string_view value) {
+    if (!value.empty()) text << ' ' << name << '=' << value;
+  };
+  text << '|';
+  if (execution.seconds) text << *execution.seconds;
+  add("lock", execution.lock_seconds);
+  add("sent", execution.rows_sent);
+  add("examined", execution.rows_examined);
+  add("affected", execution.rows_affected);
+  if (execution.time) {
+    text << " at=" << FormatLogTime(*execution.time);
+    if (execution.time->offset_seconds == 0) text << 'Z';
+  }
+  add_text("user", execution.user);
+  add_text("db", execution.database);
+  add_text("host", execution.host);
+  add_text("parameters", execution.parameters);
+  add_text("id", execution.query_id);
+  add_text("error", execution.error);
+  if (!execution.executed) text << " prepared";
+  return text.str();
+}
+
+struct Result {
+  std::vector<std::string> statements;
+  // Their remarks without the file's name, each on a line.
+  std::string remarks;
+};
+
+Result ReadAll(StatementReader& reader, bool described) {
+  Result result;
+  std::uint64_t number = 1;
+  bool more = true;
+  for (StatementBatch batch; more; number += batch.Size()) {
+    more = reader.Read(batch);
+    for (const Remark& remark : reader.TakeRemarks()) {
+      result.remarks += remark.text.substr(remark.text.find(": ") + 2) + '\n';
+    }
+    if (!more) break;
+    EXPECT_EQ(batch.FirstNumber(), number);
+    for (std::size_t i = 0; i < batch.Size(); ++i) {
+      result.statements.emplace_back(batch[i]);
+      if (described) result.statements.back() += Description(batch.ExecutionOf(i));
+    }
+  }
+  return result;
+}
+
+// The options that a row's label names: "ID FORMAT DIALECT", the format "-" for none.
+ReadOptions OptionsOf(const std::string& label) {
+  std::istringstream words(label);
+  std::string id;
+  std::string format;
+  std::string dialect;
+  words >> id >> format >> dialect;
+  ReadOptions options;
+  if (format != "-") options.format = ReadableFormats().at(format);
+  if (dialect != "-") options.dialect = Dialects().at(dialect);
+  return options;
+}
+
+class Inputs : public testing::TestWithParam<CaseRow> {};
+
+TEST_P(Inputs, AreCutAlikeHoweverTheyArrive) {
+  const std::vector<std::string>& texts = GetParam().texts;
+  std::vector<std::string> expected(texts.begin() + 1, texts.end());
+  std::string problem;
+  if (!expected.empty() && expected.back().starts_with('!')) {
+    problem = expected.back().substr(1);
+    expected.pop_back();
+  }
+  const bool log = GetParam().section != "Sql" && GetParam().section != "Recognised";
+  for (const std::size_t step : {1UL, 2UL, 3UL, 50'000UL}) {
+    // A kind is told by lines that have come when the first bytes are read.
+    if (step <= 3 && GetParam().section == "Recognised") continue;
+    Trickle trickle(texts[0], step);
+    StatementReader reader({trickle.Path()}, OptionsOf(GetParam().label), &trickle);
+    const Result result = ReadAll(reader, log);
+    EXPECT_EQ(result.statements, expected) << step << " bytes at a time";
+    if (problem.empty()) {
+      EXPECT_EQ(result.remarks, "");
+    } else {
+      EXPECT_THAT(result.remarks, HasSubstr(problem)) << step << " bytes at a time";
+    }
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Cases, Inputs, testing::ValuesIn(ReadCases("inputs.txt")), CaseName);
+
+// The texts without that which a log tells of their execution.
+std::multiset<std::string> Texts(const std::vector<std::string>& statements) {
+  std::multiset<std::string> texts;
+  for (const std::string& statement : statements) {
+    texts.insert(statement.substr(0, statement.rfind('|')));
+  }
+  return texts;
+}
+
+class Logs : public testing::TestWithParam<CaseRow> {
+ protected:
+  static std::vector<CaseRow> Rows() {
+    std::vector<CaseRow> rows = ReadCases("inputs.txt");
+    std::erase_if(rows, [](const CaseRow& row) {
+      return row.section == "Sql" || row.section == "Recognised";
+    });
+    return rows;
+  }
+
+  Result Read(const std::vector<std::string>& files) const {
+    StatementReader reader(files, OptionsOf(GetParam().label));
+    return ReadAll(reader, true);
+  }
+
+  const std::string& Log() const { return GetParam().texts[0]; }
+  // From one cut of the log to the next.
+  std::size_t Step() const { return 1 + Log().size() / 25; }
+
+  TemporaryFolder folder_;
+
+ public:
+  static auto All() { return testing::ValuesIn(Rows()); }
+};
+
+TEST_P(Logs, AreOneWhereverTheyAreRotated) {
+  const Result whole = Read({folder_.Write("log", Log())});
+  for (std::size_t cut = 0; cut <= Log().size(); cut += Step()) {
+    const Result result = Read(
+        {folder_.Write("log.1", Log().substr(0, cut)), folder_.Write("log", Log().substr(cut))});
+    EXPECT_EQ(result.statements, whole.statements) << "cut after " << cut << " bytes";
+  }
+}
+
+TEST_P(Logs, KeepTheirWholeEntriesWhenCut) {
+  if (GetParam().texts.back().starts_with('!')) return;
+  // Whether a "use" is the statement is known by the entry after it.
+  if (GetParam().Id() == "SlowLog_UseAlone") return;
+  const std::multiset<std::string> all = Texts(Read({folder_.Write("log", Log())}).statements);
+  std::size_t kept_before = 0;
+  // Elsewhere nothing need tell that more lines of a statement would follow.
+  const bool records = GetParam().section == "CsvLog" || GetParam().section == "JsonLog";
+  for (std::size_t cut = 0; cut <= Log().size(); cut += Step()) {
+    const bool at_line_end = cut == 0 || Log()[cut - 1] == '\n';
+    const Result result = Read({folder_.Write("log", Log().substr(0, cut))});
+    const std::multiset<std::string> found = Texts(result.statements);
+    std::vector<std::string> kept;
+    std::set_intersection(found.begin(), found.end(), all.begin(), all.end(),
+                          std::back_inserter(kept));
+    EXPECT_GE(kept.size(), kept_before) << "cut after " << cut << " bytes";
+    EXPECT_LE(found.size(), kept.size() + 1) << "cut after " << cut << " bytes";
+    if (found.size() > kept.size() && (records || !at_line_end)) {
+      EXPECT_THAT(result.remarks, HasSubstr("ends within")) << "cut after " << cut << " bytes";
+    }
+    if (at_line_end) kept_before = kept.size();
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Cases, Logs, Logs::All(), CaseName);
+
+// An entry that holds `statement`, in the format of this name.
+std::string Entry(const std::string& format, const std::string& statement) {
+  const std::string time = "2026-11-24 09:05:00.123 UTC";
+  if (format == "slowlog") return "# Query_time: 1  Lock_time: 0\n" + statement + ";\n";
+  if (format == "general") return "261124  9:05:00\t    8 Query\t" + statement + "\n";
+  if (format == "pglog") return time + " [7] LOG:  statement: " + statement + "\n";
+  if (format == "csvlog") {
+    return time + ",\"a\",\"d\",1,,s1,1,,,,0,LOG,00000,\"statement: " + statement + "\",,,,,,,,,\n";
+  }
+  if (format == "jsonlog") {
+    return R"({"timestamp":")" + time + R"(","error_severity":"LOG","message":"statement: )" +
+           statement + "\"}\n";
+  }
+  return statement + (format == "sql" ? ";" : format == "lines" ? "\n" : std::string(1, '\0'));
+}
+
+TEST(Reader, LeavesOutStatementsThatAreTooLong) {
+  ReadOptions options;
+  options.max_statement = 1000;
+  for (const auto& [name, format] : ReadableFormats()) {
+    options.format = format;
+    for (const char* unit : {"x", "x "}) {
+      std::string longer = "select ";
+      while (longer.size() < 200'000) longer += unit;
+      const std::string log = Entry(name, "select 1") + Entry(name, longer + "y") +
+                              Entry(name, std::string(1001, 'z')) + Entry(name, "select 2");
+      for (const std::size_t step : {99UL, 50'000UL, 1'000'000UL}) {
+        Trickle trickle(log, step);
+        StatementReader reader({trickle.Path()}, options, &trickle);
+        const Result result = ReadAll(reader, false);
+        EXPECT_THAT(result.statements, ElementsAre("select 1", "select 2")) << name << step;
+        EXPECT_THAT(result.remarks,
+                    StartsWith("2 statements are longer than 1000 bytes and left out before "))
+            << name << step;
+      }
+    }
+  }
+}
+
+TEST(Reader, TakesNoMoreThanSomeBytesAByte) {
+  constexpr std::size_t kSize = 2'000'000;
+  for (const auto& [name, format] : ReadableFormats()) {
+    for (const char* unit : {"a;", ",", "\",", "a\n", "[", "\n\t", "$1 "}) {
+      std::string text;
+      while (text.size() < kSize) text += unit;
+      const TemporaryFolder folder;
+      const std::string file = folder.Write("log", Entry(name, text));
+      ReadOptions options;
+      options.format = format;
+      const std::size_t before = peak_bytes = live_bytes;
+      StatementReader reader({file}, options);
+      for (StatementBatch batch; reader.Read(batch);) {
+      }
+      EXPECT_LT(peak_bytes - before, 6 * kSize + 40'000'000) << name << ' ' << unit;
+    }
+  }
+}
+
+TEST(Reader, GoesOnAfterAFileThatIsMissing) {
+  const TemporaryFolder folder;
+  const std::string log = Entry("slowlog", "select 1") + Entry("slowlog", "select\n2");
+  const std::string begun = folder.Write("log.1", log.substr(0, log.size() - 4));
+  const std::string rest = folder.Write("log", log.substr(log.size() - 4));
+  StatementReader reader({begun, "/no/such", rest}, {});
+  StatementBatch batch;
+  EXPECT_TRUE(reader.Read(batch));
+  EXPECT_EQ(batch[0], "select 1");
+  EXPECT_THROW(reader.Read(batch), InputError);
+  EXPECT_TRUE(reader.Read(batch));
+  EXPECT_EQ(batch[0], "select\n2");
+  EXPECT_EQ(reader.PlaceOf(1), begun + ": statement 1");
+  EXPECT_EQ(reader.PlaceOf(2), rest + ": statement 1");
+  EXPECT_FALSE(reader.Read(batch));
+}
+
+TEST(Reader, ReadsEachFileAsItsKind) {
+  const TemporaryFolder folder;
+  std::vector<std::string> files;
+  for (const char* const name : {"sql", "csvlog", "general", "jsonlog", "pglog", "slowlog"}) {
+    files.push_back(folder.Write(name, Entry(name, "select '" + std::string(name) + "'")));
+  }
+  StatementReader reader(files, {});
+  std::vector<std::string> found;
+  for (StatementBatch batch; reader.Read(batch);) {
+    ASSERT_EQ(batch.Size(), 1);
+    const bool postgres = batch.SqlDialect() == Dialect::kPostgres;
+    found.push_back(std::string(batch[0]) + (postgres ? " postgres" : ""));
+  }
+  EXPECT_THAT(found, ElementsAre("select 'sql'", "select 'csvlog' postgres", "select 'general'",
+                                 "select 'jsonlog' postgres", "select 'pglog' postgres",
+                                 "select 'slowlog'"));
+  EXPECT_EQ(reader.TakeRemarks().size(), 5);
+}
+
+std::string Packed(const std::string& text, int (*add_filter)(archive*)) {
+  std::string packed(10'000, '\0');
+  std::size_t size = 0;
+  archive* const writer = archive_write_new();
+  add_filter(writer);
+  archive_write_set_format_raw(writer);
+  archive_write_set_bytes_in_last_block(writer, 1);
+  EXPECT_EQ(archive_write_open_memory(writer, packed.data(), packed.size(), &size), ARCHIVE_OK);
+  archive_entry* const entry = archive_entry_new();
+  archive_entry_set_filetype(entry, AE_IFREG);
+  archive_write_header(writer, entry);
+  archive_write_data(writer, text.data(), text.size());
+  archive_entry_free(entry);
+  archive_write_close(writer);
+  archive_write_free(writer);
+  return packed.substr(0, size);
+}
+
+TEST(PackedInput, IsUnpackedWholeOrReported) {
+  const std::string text = Entry("slowlog", "select 1");
+  const TemporaryFolder folder;
+  for (const auto add_filter :
+       {archive_write_add_filter_gzip, archive_write_add_filter_bzip2, archive_write_add_filter_xz,
+        archive_write_add_filter_zstd, archive_write_add_filter_lz4}) {
+    const std::string packed = Packed(text, add_filter);
+    for (const std::size_t step : {1UL, 50'000UL}) {
+      Trickle trickle(packed + packed, step);
+      StatementReader reader({trickle.Path()}, {}, &trickle);
+      EXPECT_THAT(ReadAll(reader, false).statements, ElementsAre("select 1", "select 1"));
+    }
+    std::size_t refused = 0;
+    for (std::size_t size = 6; size < packed.size(); ++size) {
+      StatementReader reader({folder.Write("cut", packed.substr(0, size))}, {});
+      try {
+        ReadAll(reader, false);
+      } catch (const InputError& error) {
+        EXPECT_THAT(error.what(), HasSubstr(folder.Path("cut") + ": packed data: "));
+        ++refused;
+      }
+    }
+    // Some packers end with bytes that nobody needs.
+    EXPECT_GE(refused, packed.size() - 6 - 16);
+  }
+}
+
+TEST(PackedInput, IsNoTextThatLooksLikeIt) {
+  const TemporaryFolder folder;
+  for (const char* text : {"BZh", "BZhello", "\x1F\x8B", "PK\x03\x04", "Rar!", "begin 644 x\n"}) {
+    StatementReader reader({folder.Write("text", text)}, {});
+    EXPECT_THAT(ReadAll(reader, false).statements, ElementsAre(Trimmed(text))) << text;
+  }
+}
+
+TEST(PostgresPrefix, IsReadAsThePersonSays) {
+  for (const CaseRow& row : ReadCases("prefixes.txt")) {
+    ReadOptions options;
+    options.format = ReadableFormats().at("pglog");
+    options.prefix = row.texts.at(0);
+    Trickle trickle(row.texts.at(1) + "LOG:  statement: select 1\n", 50'000);
+    StatementReader reader({trickle.Path()}, options, &trickle);
+    std::string found;
+    for (const std::string& statement : ReadAll(reader, true).statements) found += statement;
+    EXPECT_EQ(found, row.texts.at(2).empty() ? "" : "select 1" + row.texts[2]) << row.texts[0];
+  }
+}
+
+// What someone may write who wants a log to take long.
+TEST(HostileInputs, TakeTimeLinearInTheirLength) {
+  const auto work = [](const CaseRow& family, std::size_t size) {
+    std::string text = family.texts.at(0);
+    while (text.size() < size) text += family.texts.at(1);
+    const std::clock_t start = std::clock();
+    searched = 0;
+    for (const auto& [name, format] : ReadableFormats()) {
+      for (const auto& [dialect_name, dialect] : Dialects()) {
+        if (dialect != format->dialect && format->IsLog()) continue;
+        const auto splitter = format->make_splitter({.dialect = dialect});
+        constexpr std::size_t kPiece = 100;
+        std::size_t done = 0;
+        Found found;
+        for (std::size_t end = 0; end < text.size();) {
+          end = std::min(text.size(), end + kPiece);
+          done += splitter->Split(std::string_view(text).substr(done, end - done),
+                                  end == text.size(), found);
+        }
+      }
+    }
+    return std::pair(static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC, searched);
+  };
+  constexpr std::size_t kSize = 40'000;
+  constexpr std::size_t kGrowth = 16;
+  for (const CaseRow& family : ReadCases("hostile_inputs.txt")) {
+    const auto [small_seconds, small_searched] = work(family, kSize);
+    const auto [seconds, all_searched] = work(family, kGrowth * kSize);
+    SCOPED_TRACE(family.texts[0] + "..." + family.texts[1]);
+    // The quotients are 16 if linear and 256 if quadratic. Searches are too fast for the clock to
+    // tell; of the rest, what is over at once proves nothing.
+    EXPECT_LT(all_searched, 2 * kGrowth * small_searched);
+    EXPECT_LT(seconds, 5 * kGrowth * std::max(small_seconds, 0.002));
+  }
+}
+
+}  // namespace
+}  // namespace tarn::test

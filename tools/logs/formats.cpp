@@ -1,0 +1,93 @@
+#include "logs/formats.h"
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <map>
+#include <memory>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "logs/csv_log.h"
+#include "logs/general_log.h"
+#include "logs/json_log.h"
+#include "logs/postgres_log.h"
+#include "logs/separator_splitter.h"
+#include "logs/slow_log.h"
+#include "logs/sql_splitter.h"
+#include "logs/unread_logs.h"
+#include "sql/text.h"
+
+namespace tarn::host {
+namespace {
+
+constexpr std::string_view kPostgresAdvice =
+    "set log_min_duration_statement or log_statement = 'all'";
+constexpr std::string_view kAuditAdvice = "the slow query log and the general query log are read";
+
+// A log is recognised by the first row that fits its line.
+constexpr std::array kFormats{
+    Format{"sql", "SQL", Dialect::kMysql, nullptr, MakeSqlSplitter, "", ";\n"},
+    Format{"lines", "lines", Dialect::kMysql, nullptr,
+           [](const SplitterOptions& options) { return MakeSeparatorSplitter('\n', options); }, "",
+           "\n"},
+    Format{"nul", "texts ended by NUL bytes", Dialect::kMysql, nullptr,
+           [](const SplitterOptions& options) { return MakeSeparatorSplitter('\0', options); }, "",
+           std::string_view("\0", 1)},
+    Format{"slowlog", "a slow query log", Dialect::kMysql, BeginsSlowLogEntry, MakeSlowLogSplitter,
+           "set slow_query_log = ON and a lower long_query_time", ";\n"},
+    Format{"", "a log with a container's timestamps", Dialect::kMysql, BeginsContainerLine, nullptr,
+           "strip them to read it", ""},
+    Format{"csvlog", "a PostgreSQL CSV log", Dialect::kPostgres, BeginsCsvLogRecord,
+           MakeCsvLogSplitter, kPostgresAdvice, ";\n"},
+    Format{"jsonlog", "a PostgreSQL JSON log", Dialect::kPostgres, BeginsJsonLogRecord,
+           MakeJsonLogSplitter, kPostgresAdvice, ";\n"},
+    Format{"pglog", "a PostgreSQL log", Dialect::kPostgres, BeginsPostgresLogEntry,
+           MakePostgresLogSplitter, kPostgresAdvice, ";\n"},
+    Format{"general", "a general query log", Dialect::kMysql, BeginsGeneralLogEntry,
+           MakeGeneralLogSplitter, "set general_log = ON", ";\n"},
+    Format{"", "a MariaDB audit log", Dialect::kMysql, BeginsMariaDbAuditEntry, nullptr,
+           kAuditAdvice, ""},
+    Format{"", "a MySQL audit log", Dialect::kMysql, BeginsMySqlAuditEntry, nullptr, kAuditAdvice,
+           ""},
+    Format{"", "a binary log", Dialect::kMysql, BeginsBinaryLog, nullptr,
+           "mysqlbinlog prints its statements", ""},
+};
+
+}  // namespace
+
+std::span<const Format> Formats() { return kFormats; }
+
+const std::map<std::string, const Format*>& ReadableFormats() {
+  static const std::map<std::string, const Format*> kByName = [] {
+    std::map<std::string, const Format*> formats;
+    for (const Format& format : kFormats) {
+      if (format.make_splitter != nullptr) formats.emplace(format.name, &format);
+    }
+    return formats;
+  }();
+  return kByName;
+}
+
+const Format* RecognizedFormat(std::string_view head) {
+  while (!head.empty()) {
+    head.remove_prefix(std::min(head.find_first_not_of('\0'), head.size()));
+    const std::size_t end = std::min(head.find('\n'), head.size());
+    std::string_view line = head.substr(0, end);
+    if (line.ends_with('\r')) line.remove_suffix(1);
+    for (const Format& format : kFormats) {
+      if (format.IsLog() && format.begins_entry(line)) return &format;
+    }
+    head.remove_prefix(std::min(end + 1, head.size()));
+  }
+  return nullptr;
+}
+
+bool MayBecomeALog(std::string_view head) noexcept {
+  constexpr std::string_view kBegins = "#{<\t\xFE";
+  return head.find('\n') == std::string_view::npos &&
+         (head.empty() || IsDigit(head[0]) || kBegins.find(head[0]) != std::string_view::npos);
+}
+
+}  // namespace tarn::host

@@ -1,0 +1,303 @@
+#include "logs/postgres_log.h"
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <map>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "logs/line_splitter.h"
+#include "logs/postgres_messages.h"
+#include "logs/postgres_prefix.h"
+#include "sql/text.h"
+
+namespace tarn::host {
+namespace {
+
+constexpr std::size_t kNoPlace = std::string_view::npos;
+
+bool IsOneOf(std::string_view word, std::span<const std::string_view> words) noexcept {
+  return std::find(words.begin(), words.end(), word) != words.end();
+}
+
+constexpr std::array<std::string_view, 12> kSeverities{"LOG",     "ERROR",  "FATAL",  "PANIC",
+                                                       "WARNING", "NOTICE", "INFO",   "DEBUG1",
+                                                       "DEBUG2",  "DEBUG3", "DEBUG4", "DEBUG5"};
+constexpr std::array<std::string_view, 6> kSupplements{"DETAIL",  "HINT",     "QUERY",
+                                                       "CONTEXT", "LOCATION", "STATEMENT"};
+
+// What syslog puts before a line: "Nov 24 09:05:00 db1 postgres[1234]: [5-1] ".
+struct SyslogStamp {
+  std::string_view process;
+  // "1" in the first line of a message.
+  std::string_view line_number;
+};
+
+std::optional<SyslogStamp> TakeSyslogStamp(std::string_view& line) {
+  constexpr std::string_view kDigits = "0123456789";
+  constexpr std::string_view kMark = "]: [";
+  // The host's name is before it.
+  constexpr std::size_t kMostLooked = 400;
+  const std::size_t mark = line.substr(0, kMostLooked).find(kMark);
+  if (mark == kNoPlace) return std::nullopt;
+  const std::size_t open = line.rfind('[', mark);
+  // "[1234]: [1-1] " after a blank is the server's own prefix.
+  if (open == kNoPlace || open == 0 || line[open - 1] == ' ') return std::nullopt;
+  const std::string_view process = line.substr(open + 1, mark - open - 1);
+  std::string_view rest = line.substr(mark + kMark.size());
+  const std::size_t dash = rest.find_first_not_of(kDigits);
+  if (process.find_first_not_of(kDigits) != kNoPlace || dash == kNoPlace || rest[dash] != '-') {
+    return std::nullopt;
+  }
+  rest.remove_prefix(dash + 1);
+  const std::size_t end = rest.find_first_not_of(kDigits);
+  if (end == kNoPlace || !rest.substr(end).starts_with("] ")) return std::nullopt;
+  line = rest.substr(end + 2);
+  return SyslogStamp{process, rest.substr(0, end)};
+}
+
+// Reads prefixes of one form, or of the usual ones.
+class PrefixReader {
+ public:
+  explicit PrefixReader(const std::string& format) {
+    // The server's own, Debian's, Amazon RDS's, Cloud SQL's, and those that are often advised.
+    static constexpr std::array<std::string_view, 7> kUsual{
+        "%m [%p] ",
+        "%m [%p] %q%u@%d ",
+        "%t:%r:%u@%d:[%p]:",
+        "%m [%p]: [%l-1] db=%d,user=%u ",
+        "%t [%p]: [%l-1] user=%u,db=%d,app=%a,client=%h ",
+        "%t [%p]: [%l-1] user=%u,db=%d ",
+        ""};
+    if (!format.empty()) {
+      prefixes_.emplace_back(format);
+    } else {
+      for (const std::string_view usual : kUsual) prefixes_.emplace_back(usual);
+    }
+    any_ = format.empty();
+  }
+
+  std::optional<std::string_view> Read(std::string_view line, PrefixFields& fields) {
+    for (std::size_t tried = 0; tried < prefixes_.size(); ++tried) {
+      // Lines of one log have one form.
+      const std::size_t index = (last_ + tried) % prefixes_.size();
+      if (const auto rest = prefixes_[index].Read(line, fields)) {
+        last_ = index;
+        return rest;
+      }
+    }
+    fields = {};
+    return any_ ? ReadAny(line, fields) : std::nullopt;
+  }
+
+ private:
+  // A prefix that begins with a time and has a number in brackets, or neither.
+  static std::optional<std::string_view> ReadAny(std::string_view line, PrefixFields& fields) {
+    constexpr std::size_t kMostLooked = 1000;
+    const std::string_view head = line.substr(0, kMostLooked);
+    std::size_t mark = 0;
+    std::size_t begin = 0;
+    for (;; mark += 1) {
+      mark = head.find(":  ", mark);
+      if (mark == kNoPlace) return std::nullopt;
+      begin = mark;
+      while (begin > 0 && head[begin - 1] >= '0' && head[begin - 1] <= 'Z') --begin;
+      const std::string_view word = head.substr(begin, mark - begin);
+      const std::size_t colon = word.rfind(':');
+      if (colon != kNoPlace) begin += colon + 1;
+      const std::string_view severity = head.substr(begin, mark - begin);
+      if (IsOneOf(severity, kSeverities) || IsOneOf(severity, kSupplements)) break;
+    }
+    std::string_view rest = head.substr(0, begin);
+    fields.time = TakeLogTime(rest);
+    const std::size_t open = rest.find('[');
+    const std::size_t close = rest.find(']', std::min(open, rest.size()));
+    if (open != kNoPlace && close != kNoPlace) {
+      fields.session = rest.substr(open + 1, close - open - 1);
+    }
+    return line.substr(begin);
+  }
+
+  std::vector<PostgresPrefix> prefixes_;
+  bool any_ = false;
+  std::size_t last_ = 0;
+};
+
+class PostgresLogSplitter final : public LineSplitter {
+ public:
+  explicit PostgresLogSplitter(const SplitterOptions& options)
+      : LineSplitter(options), prefix_(options.prefix), messages_(options.max_statement) {}
+
+  std::string WhyEmpty() const override { return messages_.WhyEmpty(); }
+
+ private:
+  // A message whose lines may not all have come.
+  struct Open {
+    std::optional<LogTime> time;
+    std::string session;
+    std::string user;
+    std::string database;
+    std::string host;
+    std::string severity;
+    std::string sqlstate;
+    std::string query_id;
+    std::string text;
+    std::string detail;
+    std::string statement;
+    // What a line that continues the message belongs to; null when nobody needs it.
+    std::string* target = nullptr;
+    bool too_long = false;
+  };
+  // By process.
+  using OpenMessages = std::map<std::string, Open, std::less<>>;
+
+  // More processes than write at one time.
+  static constexpr std::size_t kMostOpen = 10'000;
+
+  void BeginFound() override { messages_.BeginFound(); }
+
+  void EndInput() override {
+    CloseAll();
+    messages_.Flush(Out());
+  }
+
+  void TakeLine(std::string_view line) override {
+    if (line.ends_with('\r')) line.remove_suffix(1);
+    const std::optional<SyslogStamp> stamp = TakeSyslogStamp(line);
+    // A line that continues a message begins with a tab, whatever else is in it.
+    if (stamp ? stamp->line_number == "1" : !line.starts_with('\t')) {
+      PrefixFields fields;
+      if (const auto rest = prefix_.Read(line, fields)) {
+        TakeHead(*rest, fields, stamp);
+        return;
+      }
+    }
+    const auto open = stamp ? open_.find(stamp->process) : open_.find(last_);
+    if (open == open_.end()) return;
+    std::string_view text = line;
+    // A tab as syslog writes it.
+    constexpr std::string_view kWrittenTab = "#011";
+    if (text.starts_with('\t')) {
+      Append(open->second, "\n", text.substr(1));
+    } else if (stamp && text.starts_with(kWrittenTab)) {
+      Append(open->second, "\n", text.substr(kWrittenTab.size()));
+    } else if (stamp) {
+      TakeSyslogLine(open->second, text);
+    }
+  }
+
+  // Syslog counts the lines of DETAIL and STATEMENT with those of the message, and parts long ones.
+  void TakeSyslogLine(Open& open, std::string_view text) {
+    PrefixFields fields;
+    const auto rest = prefix_.Read(text, fields);
+    if (!rest || !TakeSupplement(open, *rest)) Append(open, "", text);
+  }
+
+  void TakeHead(std::string_view rest, const PrefixFields& fields,
+                const std::optional<SyslogStamp>& stamp) {
+    const std::string_view process = stamp ? stamp->process : fields.session;
+    const auto known = open_.find(process);
+    if (known != open_.end() && TakeSupplement(known->second, rest)) return;
+    const std::string_view severity = SeverityAt(rest);
+    // Without syslog between them, messages come one after another.
+    if (!stamp || open_.size() >= kMostOpen || open_bytes_ > MaxStatement()) {
+      CloseAll();
+    } else if (known != open_.end()) {
+      Close(known->second);
+      open_.erase(known);
+    }
+    if (IsOneOf(severity, kSupplements)) return;
+    Open& open = open_[std::string(process)];
+    open.time = fields.time;
+    open.session = fields.session.empty() ? process : fields.session;
+    open.user = fields.user;
+    open.database = fields.database;
+    open.host = fields.host;
+    open.severity = severity;
+    open.sqlstate = fields.sqlstate;
+    open.query_id = fields.query_id;
+    open.target = &open.text;
+    Append(open, "", rest.substr(severity.size() + 3));
+    last_ = process;
+  }
+
+  // Takes a line such as "DETAIL:  ..." that adds to the message. False when `rest` is none.
+  bool TakeSupplement(Open& open, std::string_view rest) {
+    const std::string_view severity = SeverityAt(rest);
+    if (!IsOneOf(severity, kSupplements)) return false;
+    open.target = severity == "DETAIL"      ? &open.detail
+                  : severity == "STATEMENT" ? &open.statement
+                                            : nullptr;
+    Append(open, "", rest.substr(severity.size() + 3));
+    return true;
+  }
+
+  void Append(Open& open, std::string_view before, std::string_view text) {
+    if (open.target == nullptr) return;
+    if (LineIsCut() || open.target->size() + text.size() > MaxStatement()) {
+      open.too_long = true;
+      text = {};
+    }
+    open.target->append(before).append(text);
+    open_bytes_ += before.size() + text.size();
+  }
+
+  void CloseAll() {
+    for (auto& [process, open] : open_) Close(open);
+    open_.clear();
+    open_bytes_ = 0;
+  }
+
+  void Close(const Open& open) {
+    if (open.too_long) {
+      Out().CountTooLong();
+      return;
+    }
+    messages_.Take({.time = open.time,
+                    .session = open.session,
+                    .user = Known(open.user),
+                    .database = Known(open.database),
+                    .host = Known(open.host),
+                    .severity = open.severity,
+                    .sqlstate = open.sqlstate,
+                    .text = open.text,
+                    .detail = open.detail,
+                    .statement = open.statement,
+                    .query_id = open.query_id},
+                   Out());
+  }
+
+  // Servers write "[unknown]" while a client logs in.
+  static std::string_view Known(std::string_view name) noexcept {
+    return name == "[unknown]" ? std::string_view() : name;
+  }
+
+  PrefixReader prefix_;
+  PostgresMessages messages_;
+  OpenMessages open_;
+  std::size_t open_bytes_ = 0;
+  // The process that wrote the last message, which lines without a prefix continue.
+  std::string last_;
+};
+
+}  // namespace
+
+std::unique_ptr<Splitter> MakePostgresLogSplitter(const SplitterOptions& options) {
+  return std::make_unique<PostgresLogSplitter>(options);
+}
+
+bool BeginsPostgresLogEntry(std::string_view line) {
+  if (line.find(":  ") == kNoPlace) return false;
+  const bool syslog = TakeSyslogStamp(line).has_value();
+  if (!syslog && !LogTimeAt(line)) return false;
+  PrefixFields fields;
+  return PrefixReader({}).Read(line, fields).has_value();
+}
+
+}  // namespace tarn::host
