@@ -9,8 +9,9 @@
 #include <map>
 #include <string>
 
-// Host and plug-in pass each other strings and maps, so both need the same layout of them. With
-// another one the host's memory would be corrupted in silence.
+// The host and the plug-in exchange std::string and std::map objects, so both must be compiled for
+// one layout of these classes. If the layouts differed, memory would be corrupted without a
+// message.
 #if !defined(__GLIBCXX__)
 #error "impl_dao/product_interface.h: the plug-in needs a host with the C++ library libstdc++"
 #elif !_GLIBCXX_USE_CXX11_ABI
@@ -23,22 +24,25 @@ class CValue;
 
 namespace impl_dao {
 
-// Everything that is particular to one management product.
+// The operations in which one management product differs from another.
 //
-// Texts are byte strings; no character set is implied or converted. The object carries no mutable
+// Texts are byte strings; no character set is implied or converted. The object has no mutable
 // state: calls from several threads are as safe as the platform services that they use.
-// Requires: no two calls at once share an output argument, and none is used elsewhere meanwhile.
+// Requires: no two concurrent calls share an output argument, and no thread uses an output argument
+// elsewhere during the call.
 //
-// No operation catches an exception: one from a platform service, the standard library or Boost
-// reaches the caller, and each operation says what its outputs hold then. A setting that is missing
-// raises none: it comes back as the platform's empty text or 0.
+// No operation catches exceptions: an exception from a platform service, the standard library or
+// Boost reaches the caller. The comment of each operation states the content of its outputs after
+// an exception. A missing setting is no exception: the platform returns an empty text or 0, which
+// is used like any other value.
 //
-// Load the library when the process starts. It compiles its 23 patterns while it is loaded, and an
-// exception in there has no caller to go to: a process that runs out of memory at that moment ends.
+// Load the library when the process starts. It compiles its 23 patterns while it is loaded, and no
+// caller can catch an exception from that: if memory runs out at that moment, the process ends.
 class CProductInterface {
  public:
-  // Writes `message` (NUL-terminated) to the product log at error level, under the code 666667. The
-  // pointer is passed on as it is, not copied, and may be null if the logging library takes null.
+  // Writes `message` (NUL-terminated) to the product log at error level, with the code 666667. The
+  // pointer is passed on as it is and the text is not copied. The pointer may be null if the
+  // logging library accepts null.
   virtual void LogError(const char* message) = 0;
 
   // As LogError, at warning level and without a code.
@@ -50,73 +54,77 @@ class CProductInterface {
   // The product's error code for a native status: 0 for 0, 0xB000013 for any other. Never throws.
   virtual std::int64_t MapErrorCode(int status) = 0;
 
-  // Fills in the login account for `dbName`, the password deciphered. The login is the configured
-  // user, except for the type "tundra": there it is the database's name, whatever user is
-  // configured. Always true: that a password could not be deciphered shows in the product log only,
-  // and `password` then holds the text that the cipher library left.
+  // Sets `user` and `password` to the login account for `dbName`, with the password deciphered. The
+  // login is the configured user, except for the type "tundra": there the login is the database's
+  // name, whatever user is configured. Always returns true. If the password could not be
+  // deciphered, only the product log shows it, and `password` holds the text that the cipher
+  // library left.
   //
-  // Logs the configured user as a warning, up to its first NUL. Where the first of two algorithms
-  // fails, logs the results of both, even a success of the second, as errors under the cipher
-  // library's codes. Never logs the password, and overwrites its own copy; `password` is the caller's to
-  // overwrite.
+  // Logs the configured user as a warning, up to its first NUL. If the first of the two algorithms
+  // fails, tries the second, and logs both results as errors with the cipher library's codes, even
+  // if the second succeeds. Never logs the password. Overwrites its own copy of the password; the
+  // caller overwrites `password`.
   //
-  // After an exception both outputs are as they were, or `user` is the configured user, or that and
-  // `password` is the new one.
+  // After an exception, one of three things holds: both outputs are unchanged; `user` is the
+  // configured user and `password` is unchanged; or `user` is the configured user and `password` is
+  // the new one.
   // Requires: `user`, `password` and `dbName` are three different strings.
   virtual bool GetDBUserAndPassword(std::string& user, std::string& password,
                                     const std::string& dbName) = 0;
 
-  // Replaces `address` with where to connect for `dbName`: "HOST:PORT" for the types "mysql" and
-  // "tundra", without brackets around an IPv6 address, the service name for any other. The port has
-  // the digit groups of the global C++ locale, none in the classic one. Always true; logs nothing;
-  // `address` is as it was after an exception. `address` and `dbName` may be one string.
+  // Sets `address` to the address at which `dbName` is reached: "HOST:PORT" for the types "mysql"
+  // and "tundra", without brackets around an IPv6 address, and the service name for any other type.
+  // The port has the digit groups of the global C++ locale: for example 3306 in the classic one,
+  // 3,306 in en_US.UTF-8. Always returns true and logs nothing. After an exception `address` is
+  // unchanged. `address` and `dbName` may be one string.
   virtual bool GetDBConnectAddress(std::string& address, const std::string& dbName) = 0;
 
-  // Sets two entries, both strings, and leaves every other alone; the value of an entry that
-  // exists is replaced. Always true.
+  // Sets two entries of `properties`, both strings, and leaves all others alone. If an entry
+  // exists, its value is replaced. Always returns true.
   //
-  //   "defaultDBName"  the database that this process uses by default, such as "nemgr_transDB_3".
-  //                    Logged as a warning.
-  //   "SSLMODE"        "0" disabled, "1" default, "2" required, by the file that the
-  //                    environment variable APP_CONF_FILE names. Each call reads it afresh.
+  //   "defaultDBName"  the database that this process uses by default, for example
+  //                    "nemgr_transDB_3". Logged as a warning.
+  //   "SSLMODE"        "0" disabled, "1" default, "2" required, as set in the file that the
+  //                    environment variable APP_CONF_FILE names. Each call reads the file again.
   //
-  // The file is searched as bytes, never parsed, in this order, and the first hit decides:
+  // The file is searched as bytes, never parsed. The searches are made in this order, and the first
+  // that succeeds decides:
   //
-  //   first "sslmode" in it, then "disabled" with at most 5 bytes between their quotes  "0"
-  //                          then "required", likewise                                  "2"
-  //   first "ssl" in it,     then true with at most 3 bytes between quote and word      "2"
-  //                          then false, likewise                                       "0"
-  //   none of these, or no such file                                   a warning and    "1"
+  //   first "sslmode", then "disabled" with at most 5 bytes between the quotes    "0"
+  //                    or "required" at the same distance                         "2"
+  //   first "ssl",     then true with at most 3 bytes between quote and word      "2"
+  //                    or false at the same distance                              "0"
+  //   none of these, or no such file                                              "1", a warning
   //
-  // Keys and the values of "sslmode" count with their double quotes and in lower case only, true
-  // and false with or without quotes and whatever follows. Some results may surprise:
+  // All words are found in lower case only. The keys, "disabled" and "required" need their double
+  // quotes; true and false are found with or without quotes, whatever bytes follow. For example:
   //
-  //   "sslmode":      "required"           "1": aligned with blanks, the value is too far away
-  //   "ssl" :  true                        "1": likewise
-  //   "sslmode": "require"                 "1": no value that is known, as "verify-full" is none
-  //   "ssl": {"enabled": true}             "1": nesting means nothing, and true is too far away
-  //   "ssl": false … "ssl": true           "0": only the first key counts, whatever it belongs to
-  //   // "sslmode": "disabled"             "0": comments mean nothing either
+  //   "sslmode":      "required"           "1": seven bytes between the quotes are too many
+  //   "ssl" :  true                        "1": four bytes between quote and word are too many
+  //   "sslmode": "require"                 "1": not a known value, and neither is "verify-full"
+  //   "ssl": {"enabled": true}             "1": true is too far away; nesting means nothing
+  //   "ssl": false … "ssl": true           "0": only the first key counts
+  //   // "sslmode": "disabled"             "0": a comment counts like any other text
   //
-  // A file that can't be opened, be it for want of a file descriptor or of memory, means "1" after
-  // a warning, so it can weaken "2" unnoticed but in the log. One that can't be read to its end is
-  // searched as far as it was read, and a folder counts as an empty file. The path is opened as it
-  // is, without a guard: a FIFO without a writer blocks the calling thread, and a device such as
-  // /dev/zero is read until memory ends.
+  // If the file can't be opened, for example because no file descriptor or no memory is left, the
+  // mode is "1" and a warning is logged: the mode "2" in that file has no effect, and only the log
+  // shows it. If the file can't be read to its end, the part that was read is searched. A folder
+  // counts as an empty file. The path is opened without any check: a FIFO without a writer blocks
+  // the calling thread, and a device such as /dev/zero is read until memory runs out.
   //
-  // After an exception "defaultDBName" is as it was, there without a value, or set; "SSLMODE" is as
-  // it was or, where it was missing, perhaps there without a value.
+  // After an exception, "defaultDBName" is unchanged, present without a value, or set. "SSLMODE" is
+  // unchanged or, if it was missing, possibly present without a value.
   // Requires: no thread changes the environment (setenv, putenv) during the call.
   virtual bool GetDBConnectProperties(std::map<std::string, refl::CValue>& properties) = 0;
 
-  // Replaces `dbType` with the engine type configured for `dbName`, and logs it as an error, up to
-  // its first NUL. Always true. After an exception from the log `dbType` holds the new type, after
-  // any other it is as it was. `dbType` and `dbName` may be one string.
+  // Sets `dbType` to the engine type configured for `dbName`, and logs it as an error, up to its
+  // first NUL. Always returns true. After an exception from the log, `dbType` holds the new type;
+  // after any other exception it is unchanged. `dbType` and `dbName` may be one string.
   virtual bool GetDBType(std::string& dbType, const std::string& dbName) = 0;
 
-  // Rewrites `sql` into the canonical text of its shape: a key, not SQL to execute. Statements that
-  // differ in their values may get one key, so a host that caches results by it serves wrong ones.
-  // Each pair of values meets:
+  // Replaces `sql` by the canonical text of its shape. This text is a key, not SQL to execute.
+  // Statements that differ in their values may have one key, so a host that caches results by it
+  // serves wrong results. For example, the two values in each line have one key:
   //
   //   0.1              0.1000000000000000001   decimals are doubles
   //   '172.10.10.10'   '172.1.10.1'            rules apply within quotes: decimals
@@ -126,16 +134,16 @@ class CProductInterface {
   //   't1'             't2'                    aliases
   //   VALUES (1), (2)  VALUES (1), (3)         only the first row stays
   //
-  // Which bytes are letters, digits or spaces, and their lower case, is decided by the global C++
-  // locale at the moment the library is loaded. Literals are read and printed as in the classic
-  // locale, whatever the host sets and whenever; alias numbers have the digit groups of the global
-  // C++ locale at the time of the call, none in the classic one.
+  // The C++ locale that is global when the library is loaded decides which bytes are letters,
+  // digits or spaces, and the lower case of each letter. Literals are always read and printed as in
+  // the classic locale. Alias numbers have the digit groups of the C++ locale that is global at the
+  // time of the call, none in the classic one.
   //
-  // `sql` is as it was after an exception: boost::bad_lexical_cast for a decimal literal beyond the
-  // range of double, std::bad_alloc, and std::runtime_error when the regular-expression library
-  // gives up on a text. That library serves only where the locale of loading classifies bytes
-  // otherwise than the classic one; there, 92 bytes (one double quote and 91 blanks) are enough.
-  // Everywhere else no text is too hard, and the time is linear in its length.
+  // After an exception `sql` is unchanged. Throws boost::bad_lexical_cast for a decimal literal
+  // beyond the range of double, std::bad_alloc, and std::runtime_error if the regular-expression
+  // library gives up on a text. That library is used only if the locale of loading classifies bytes
+  // otherwise than the classic one; it then gives up, for example, on 92 bytes (one double quote
+  // and 91 blanks). Otherwise no text is too hard, and the time is linear in its length.
   virtual void NormalizeSQL(std::string& sql) = 0;
 
  protected:

@@ -1,8 +1,8 @@
 // The product platform's logging library, as far as the plug-in uses it.
 #pragma once
 
-// Where a log record comes from. The plug-in builds one for each log call and destroys it right
-// after, also when the call throws, so that a library that counts its records finds none left.
+// The source of a log record. The plug-in builds one for each log call and destroys it right after
+// the call, also if the call throws, so that a library that counts these objects finds none left.
 class LocationInfo {
  public:
   // Requires: both texts (NUL-terminated) outlive the record. The plug-in passes string literals.
@@ -21,11 +21,11 @@ class LocationInfo {
   int line_;
 };
 
-// Takes records for the product log. Filtering by level, formatting and the destination are the
-// library's business.
+// Takes records for the product log. The library decides on the filter by level, the format and the
+// destination.
 //
-// Each call may come from any thread. `message` (bytes, NUL-terminated, possibly null) and
-// `location` are borrowed for the duration of the call. The plug-in lets anything thrown pass.
+// Any thread may call. `message` (bytes, NUL-terminated, possibly null) and `location` are borrowed
+// for the duration of the call. The plug-in does not catch exceptions of these functions.
 class LogProcess {
  public:
   // `code` is a product error code or another library's result code.

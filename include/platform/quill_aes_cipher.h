@@ -3,17 +3,18 @@
 
 #include <string>
 
-// Identifier of an algorithm, and the only one that has a name.
+// The only algorithm identifier that the library names.
 inline constexpr unsigned int ALGID_AES128_ECB = 18;
 
 class QuillAESCipher {
  public:
-  // Deciphers `cipherText` into `plainText` with the algorithm of that identifier. 0 on success,
-  // otherwise the library's error code. Key and text encoding are the library's own.
+  // Deciphers `cipherText` into `plainText` with the algorithm that `algorithm` identifies. Returns
+  // 0 on success, otherwise the library's error code. The key and the encoding of the text are the
+  // library's own.
   //
-  // Whether `plainText` is cleared before it is written, or touched on failure, is not promised.
-  // The caller owns both texts, and wipes `plainText` when done. The plug-in lets anything thrown
-  // pass.
+  // The library may or may not clear `plainText` before it writes it, and may or may not change it
+  // on failure. The caller owns both texts, and wipes `plainText` after use. The plug-in does not
+  // catch exceptions of this function.
   static unsigned int decryptEx(const std::string& cipherText, std::string& plainText,
                                 unsigned int algorithm);
 };

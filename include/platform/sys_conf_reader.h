@@ -5,12 +5,13 @@
 
 namespace Quillcommon {
 
-// Reads the settings of a database by its name. `dbName` is a byte string; `index` tells several
-// entries of one name apart, and the plug-in always passes 0.
+// Reads the settings of a database by its name. `dbName` is a byte string; `index` selects one of
+// several entries of a name, and the plug-in always passes 0.
 //
-// A value that is not configured comes back as an empty text or 0; the plug-in uses it like any
-// other. Results are the caller's own copies. Whether calls may overlap is the library's promise to
-// the host; the plug-in adds no lock, and lets anything thrown pass.
+// A setting that is not configured is returned as an empty text or 0; the plug-in uses it like any
+// other value. Results are the caller's own copies. The plug-in adds no lock: if the host calls it
+// from several threads, the library must allow concurrent calls. The plug-in does not catch
+// exceptions of these functions.
 class SysConfReader {
  public:
   // The reader. The plug-in fetches it afresh before every getter and never keeps it.
