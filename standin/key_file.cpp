@@ -31,7 +31,7 @@ CipherKey CipherKey::FromFile(const std::string& path) {
           Code::kKeyFileExposed,
           name + ": others have access to it; it must be this user's own, with mode 0600");
   if (!digits.empty() && digits.back() == '\n') digits.pop_back();
-  // Made a text of C.
+  // OpenSSL takes a NUL-terminated text.
   digits.push_back('\0');
   CipherKey key{SecretBytes(kBytes)};
   std::size_t key_size = 0;
@@ -64,7 +64,7 @@ void CipherKey::CreateFile(const std::string& path) {
       open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR);
   int error = descriptor < 0 ? errno : 0;
   if (descriptor >= 0) {
-    // What a write that takes less than all leaves unsaid.
+    // A write of only a part of the bytes does not set errno.
     errno = ENOSPC;
     if (write(descriptor, line.data(), line.size()) != static_cast<ssize_t>(line.size()) ||
         fsync(descriptor) != 0) {

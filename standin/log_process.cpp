@@ -1,16 +1,16 @@
-// Records go to standard error, one line and one write each, with "-" for the code of a record that
-// has none:
+// Records go to standard error, one line and one write each. A record without a code has "-" for
+// it:
 //
 //   LEVEL CODE FILE:LINE FUNCTION: MESSAGE
 //
 // TARN_LOG_LEVEL holds the least severe level that is written ("error", "warn", "debug") or "off";
-// "warn" when unset. It is looked up for each record, and a word that is none of these is reported
-// once.
+// the default is "warn". It is read for each record. A word that is none of these counts as "warn"
+// and is reported once.
 //
-// There is no lock, which a forked child might inherit held. Lines of up to PIPE_BUF bytes stay
-// whole between threads and processes; a longer one may mix with others in a pipe. While a pipe is
-// full, the caller waits for its reader, and nobody else does unless it has a record to write, too.
-// Where the reader has gone, the record is lost and the process goes on.
+// There is no lock, since a forked child could inherit it locked. A line of up to PIPE_BUF bytes is
+// never mixed with those of other threads and processes; a longer one may be, in a pipe. While a
+// pipe is full, only the threads that have a record to write wait for its reader. If the reader has
+// gone, the record is lost and the process continues.
 #include "platform/log_process.h"
 
 #include <unistd.h>
@@ -29,7 +29,7 @@
 
 namespace {
 
-// From the least to the most that is written.
+// In order of the records that are written, from none to all.
 enum Level : std::ptrdiff_t { kOff, kError, kWarn, kDebug };
 constexpr std::array<std::string_view, 4> kLevelWords{"off", "error", "warn", "debug"};
 
@@ -37,8 +37,8 @@ std::string Visible(const char* text) {
   return tarn::host::OneLine(text == nullptr ? "(null)" : text);
 }
 
-// Keeps SIGPIPE from the process while this thread writes to a pipe that nobody reads. A signal
-// that was waiting before still is.
+// Takes the SIGPIPE that this thread's write to a pipe without a reader raises, so that it does not
+// reach the process. A SIGPIPE that was pending before is still pending afterwards.
 class BrokenPipeGuard {
  public:
   BrokenPipeGuard() noexcept {
@@ -53,7 +53,7 @@ class BrokenPipeGuard {
   BrokenPipeGuard& operator=(const BrokenPipeGuard&) = delete;
   ~BrokenPipeGuard() {
     const timespec at_once{};
-    // Takes the signal, where the write has raised it.
+    // Takes the signal, if the write has raised it.
     if (!was_waiting_) TEMP_FAILURE_RETRY(sigtimedwait(&pipe_signal_, nullptr, &at_once));
     pthread_sigmask(SIG_SETMASK, &old_mask_, nullptr);
   }
@@ -64,24 +64,24 @@ class BrokenPipeGuard {
   bool was_waiting_;
 };
 
-// `mark` is the level and the code.
+// `mark` is the level and the code, for example "WARN -".
 void Write(const std::string& mark, const char* message, const LocationInfo& location) {
   const std::string line = mark + ' ' + Visible(location.File()) + ':' +
                            std::to_string(location.Line()) + ' ' + Visible(location.Function()) +
                            ": " + Visible(message) + '\n';
   const BrokenPipeGuard guard;
-  // The system takes all at once, unless a signal comes or its disk is full.
+  // One write takes the whole line, unless a signal interrupts it or the disk is full.
   for (std::string_view rest(line); !rest.empty();) {
     const ssize_t written = TEMP_FAILURE_RETRY(write(STDERR_FILENO, rest.data(), rest.size()));
-    // There is nowhere left to say that the log is lost.
+    // The log itself has failed, so there is nothing to report this to.
     if (written <= 0) return;
     rest.remove_prefix(static_cast<std::size_t>(written));
   }
 }
 
-// Writes the record if those of its level are wanted.
+// Writes the record if TARN_LOG_LEVEL includes its level.
 void Log(Level level, const std::string& mark, const char* message, const LocationInfo& location) {
-  // A log call must not change what its caller is about to report.
+  // A log call must not change the errno that its caller is about to report.
   const int caller_errno = errno;
   const char* wanted = std::getenv("TARN_LOG_LEVEL");
   if (wanted == nullptr) wanted = "warn";

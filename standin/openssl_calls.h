@@ -6,8 +6,8 @@
 
 namespace tarn::standin {
 
-// What fails in here leaves nothing in the thread's OpenSSL error queue, where the process's own
-// TLS code would take it for its own failure.
+// Removes, when it is destroyed, all errors that OpenSSL has added to the thread's queue since it
+// was constructed. The process's own TLS code would otherwise take them for its own failures.
 class ErrorQueueMark {
  public:
   ErrorQueueMark() noexcept { ERR_set_mark(); }
@@ -16,7 +16,7 @@ class ErrorQueueMark {
   ~ErrorQueueMark() { ERR_pop_to_mark(); }
 };
 
-// For OpenSSL calls that fail only when OpenSSL itself is short of memory, entropy or a provider.
+// For OpenSSL calls that fail only if OpenSSL itself is short of memory, entropy or a provider.
 inline void RequireLibrary(bool success) {
   Require(success, Code::kLibraryFailure, "the cipher library failed");
 }

@@ -29,8 +29,8 @@ void RequireSound(bool sound) {
   Require(sound, Code::kDamagedText, "the enciphered password is damaged");
 }
 
-// 32 bytes that depend on the stored key and the purpose, and tell nothing about either the key or
-// what is derived from it for another purpose.
+// 32 bytes derived from the stored key for one purpose. They reveal neither the key nor the bytes
+// derived for any other purpose.
 SecretBytes Derive(const CipherKey& key, std::string_view purpose) {
   SecretBytes derived(SHA256_DIGEST_LENGTH);
   RequireLibrary(HMAC(EVP_sha256(), key.bytes.data(), static_cast<int>(key.bytes.size()),
@@ -39,23 +39,23 @@ SecretBytes Derive(const CipherKey& key, std::string_view purpose) {
   return derived;
 }
 
-// Digest and Base64.
+// Appends the digest to `bytes` and encodes them all in Base64.
 std::string Pack(SecretBytes bytes) {
   SecretBytes digest(SHA256_DIGEST_LENGTH);
   RequireLibrary(SHA256(bytes.data(), bytes.size(), digest.data()) != nullptr);
   bytes.insert(bytes.end(), digest.begin(), digest.begin() + kDigestBytes);
   std::string text(4 * ((bytes.size() + 2) / 3), '\0');
-  // Ends the text with a NUL, as the string's own does.
+  // Also writes a NUL after the text, where the string's own NUL is.
   EVP_EncodeBlock(reinterpret_cast<unsigned char*>(text.data()), bytes.data(),
                   static_cast<int>(bytes.size()));
   return text;
 }
 
-// The bytes that Pack made `text` of, a header at least.
+// The bytes that Pack was given to make `text`: a header at least.
 SecretBytes Unpack(std::string_view text) {
   RequireSound(text.size() <= kMaxTextBytes);
   SecretBytes bytes(kMaxTextBytes);
-  // Counts the bytes that padding stands for.
+  // The size counts a byte for each "=" of the padding, too.
   const int size =
       EVP_DecodeBlock(bytes.data(), reinterpret_cast<const unsigned char*>(text.data()),
                       static_cast<int>(text.size()));
@@ -63,7 +63,8 @@ SecretBytes Unpack(std::string_view text) {
   const int behind = static_cast<int>(kDigestBytes + padding);
   RequireSound(size >= static_cast<int>(kHeaderBytes) + behind);
   bytes.resize(static_cast<std::size_t>(size - behind));
-  // Also tells blanks around the text and stray bits before the padding, which pass the decoder.
+  // Also refuses blanks around the text and stray bits before the padding, which the decoder
+  // accepts.
   RequireSound(Pack(bytes) == text);
   return bytes;
 }
@@ -72,7 +73,7 @@ struct Algorithm {
   unsigned int identifier;
   const EVP_CIPHER* cipher;
   std::string_view key_purpose;
-  // 0 where nothing is authenticated.
+  // 0 if the algorithm authenticates nothing.
   std::size_t nonce_bytes;
   std::size_t tag_bytes;
 };
@@ -96,8 +97,9 @@ SecretBytes Header(const Algorithm& algorithm, const CipherKey& key) {
   return header;
 }
 
-// Enciphers `input`, or deciphers it, with the algorithm's own derived key. The nonce stands behind
-// the `header`, which is authenticated too, and the tag behind the enciphered bytes.
+// Enciphers or deciphers `input` with the key that is derived for the algorithm. `header` consists
+// of kHeaderBytes, which are authenticated too, and the nonce. The tag follows the enciphered
+// bytes.
 SecretBytes Run(bool encipher, const Algorithm& algorithm, const CipherKey& key,
                 const SecretBytes& header, std::span<const unsigned char> input) {
   const SecretBytes derived = Derive(key, algorithm.key_purpose);
@@ -110,7 +112,7 @@ SecretBytes Run(bool encipher, const Algorithm& algorithm, const CipherKey& key,
   if (!encipher) input = input.first(input.size() - algorithm.tag_bytes);
   int head = 0;
   int tail = 0;
-  // OpenSSL's call for many purposes takes no constant, but only reads the tag.
+  // EVP_CIPHER_CTX_ctrl takes a pointer to non-const, but only reads the tag.
   RequireLibrary(
       context != nullptr &&
       EVP_CipherInit_ex(context, algorithm.cipher, nullptr, derived.data(),
@@ -122,7 +124,7 @@ SecretBytes Run(bool encipher, const Algorithm& algorithm, const CipherKey& key,
                            const_cast<unsigned char*>(input.data() + input.size())) == 1) &&
       EVP_CipherUpdate(context, output.data(), &head, input.data(),
                        static_cast<int>(input.size())) == 1);
-  // The tag or the padding does not fit.
+  // Fails if the tag or the padding is wrong.
   RequireSound(EVP_CipherFinal_ex(context, output.data() + head, &tail) == 1);
   auto size = static_cast<std::size_t>(head) + static_cast<std::size_t>(tail);
   if (encipher && authenticates) {

@@ -1,6 +1,5 @@
-// TARN_PROC_ID and TARN_PROC_HANDLE hold the process's identity and number, unsigned decimal
-// numbers of 32 bits. Without them the identity is the operating system's process id and the number
-// 0.
+// TARN_PROC_ID and TARN_PROC_HANDLE hold the process's identity and number, as unsigned decimal
+// numbers of 32 bits. The defaults are the operating system's process id and 0.
 #include "platform/quill_process.h"
 
 #include <unistd.h>

@@ -15,9 +15,9 @@
 
 namespace tarn::standin {
 
-// The content of the file at `path`, following links, of at most 1 MiB; `status` is the file's.
-// Throws an Error of `code`, "NAME: REASON", also for anything that is no regular file: a FIFO or a
-// device could block its reader for ever. Any thread may call.
+// The content of the file at `path`, of at most 1 MiB; links are followed. `status` becomes the
+// file's status. Throws an Error with `code` and the message "NAME: REASON". Refuses anything but a
+// regular file, since a FIFO or a device could block its reader for ever. Any thread may call.
 inline SecretBytes ReadRegularFile(const std::string& path, struct stat& status, Code code,
                                    const std::string& name) {
   constexpr off_t kMaxBytes = 1 << 20;

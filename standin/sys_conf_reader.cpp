@@ -3,10 +3,10 @@
 //   {"databases": {"NAME": [{"type": "mysql", "user": "…", "password": "…", "host": "…",
 //                            "port": 3306, "service": "…"}, …], …}}
 //
-// The place in a database's list is its index. Every getter reads the file afresh. A lookup that
-// finds nothing usable writes one warning that names what is missing, or the key on the way to the
-// setting that is there twice, since readers of JSON differ in which of the two counts. Any thread
-// may call.
+// The index of an entry is its position in the database's list. Every getter reads the file again.
+// A lookup that finds nothing usable logs one warning, which names the missing or invalid part. A
+// key on the path to the setting that the file holds twice is invalid, since JSON readers differ in
+// which of the two they use. Any thread may call.
 #include "platform/sys_conf_reader.h"
 
 #include <algorithm>
@@ -28,19 +28,19 @@ using namespace tarn::standin;
 
 constexpr int kMaxPort = 65535;
 
-// What stands on the way down to a setting, each within as many containers.
+// The parts on the path to a setting. The number of a part is the number of containers around it.
 enum Step : std::size_t { kRoot, kDatabases, kDatabase, kEntry, kSetting };
 
-// "LINE:COLUMN" of a byte, all counted from 1.
+// "LINE:COLUMN" of a byte. Lines, columns and bytes are counted from 1.
 std::string Position(std::string_view text, std::size_t byte) {
   const std::string_view before = text.substr(0, std::max<std::size_t>(byte, 1) - 1);
-  // Where there is no newline before, that is at -1.
+  // If there is no newline before, rfind returns npos, which counts as -1.
   return std::to_string(1 + std::count(before.begin(), before.end(), '\n')) + ":" +
          std::to_string(before.size() - before.rfind('\n'));
 }
 
-// A text, or a port for a `Value` of int. Throws Error, which names file, database and key as far
-// as they matter.
+// The setting `key`: a text, or a port if `Value` is int. Throws an Error that names the file, the
+// database and the key, as far as they matter.
 template <typename Value>
 Value Find(const std::string& database, unsigned int index, const std::string& key) {
   const auto require = [](bool holds, const std::string& reason) {
@@ -53,21 +53,23 @@ Value Find(const std::string& database, unsigned int index, const std::string& k
   const SecretBytes bytes = ReadRegularFile(path, status, Code::kConfiguration, path);
   const std::string_view text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
 
-  // The key to follow to each step; the root and the entries of a list have none.
+  // The key that leads to each step; the root and the entries of a list have none.
   const std::array<std::string, kSetting + 1> keys{"", "databases", database, "", key};
-  // The last step that the file holds.
+  // The last step found in the file.
   std::size_t reached = kRoot;
-  // A key that the way leads through a second time.
+  // A key on the path that the file holds twice.
   std::optional<std::string> twice;
   json found;
-  // How many containers on the way are open, and whether what comes next within them is on it.
+  // The number of open containers on the path, and whether the next value in them is on the path,
+  // too.
   std::size_t on_way = 0;
   bool fits = true;
-  // In the database's list.
+  // The next position in the database's list.
   unsigned int position = 0;
-  // Hears of each key, each begin of a container, and the scalars of those for which it answers
-  // true. The parser keeps nothing of the file, so that no text can make it costly: a document tree
-  // would also need memory to be destroyed, and end the process where there is none.
+  // The parser calls this for each key, each begin of a container, and the scalars of those for
+  // which the result was true. The parser keeps nothing of the file, so that no text can make it
+  // costly: a document tree would also need memory to be destroyed, and without memory the process
+  // would end.
   const auto follow = [&](int depth, json::parse_event_t event, const json& value) {
     const auto step = static_cast<std::size_t>(depth);
     on_way = std::min(on_way, step);
@@ -107,7 +109,7 @@ Value Find(const std::string& database, unsigned int index, const std::string& k
   require(reached >= kEntry, named + " has no entry " + entry);
   require(reached >= kSetting, setting + " is missing");
   if constexpr (std::is_same_v<Value, int>) {
-    // Every positive whole number of a JSON text is held unsigned.
+    // The parser stores every positive whole number as unsigned.
     const auto* const number = found.get_ptr<const json::number_unsigned_t*>();
     require(number != nullptr && *number >= 1 && *number <= kMaxPort,
             setting + " is not a whole number from 1 to 65535");
@@ -117,7 +119,7 @@ Value Find(const std::string& database, unsigned int index, const std::string& k
   return found.get<Value>();
 }
 
-// The setting, or an empty value after a warning. `getter` names where the warning comes from.
+// The setting, or an empty value after a warning. `getter` is the function that the warning names.
 template <typename Value = std::string>
 Value Get(const std::string& database, unsigned int index, const std::string& key,
           const char* getter) {

@@ -5,11 +5,11 @@
 
 namespace tarn::standin {
 
-// What went wrong; those of the cipher as QuillAESCipher::decryptEx returns them.
+// The kinds of failure. QuillAESCipher::decryptEx returns those of the cipher.
 enum class Code : unsigned int {
   kSuccess = 0,
-  // The system configuration, the setting asked for or a number of the process is missing or unfit.
-  // No code of the cipher.
+  // The system configuration or a setting in it is missing or invalid, or TARN_PROC_ID or
+  // TARN_PROC_HANDLE is invalid. Not a code of the cipher.
   kConfiguration = 1,
   kUnknownAlgorithm = 701,
   kKeyFileNotNamed = 702,
@@ -18,7 +18,7 @@ enum class Code : unsigned int {
   kKeyFileExposed = 704,
   kKeyFileMalformed = 705,
   kKeyFileNotWritten = 706,
-  // A sound text, but of the other algorithm.
+  // The text is sound, but of the other algorithm.
   kOtherAlgorithm = 707,
   kWrongKey = 708,
   kDamagedText = 709,
@@ -34,7 +34,8 @@ struct Error : std::runtime_error {
   Code code;
 };
 
-// Throws an Error unless `holds`. The message is made either way: not for a hot path.
+// Throws an Error unless `holds`. The message is built in either case, so this is not for a hot
+// path.
 inline void Require(bool holds, Code code, const std::string& message) {
   if (!holds) throw Error(code, message);
 }

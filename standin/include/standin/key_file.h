@@ -1,5 +1,5 @@
-// The key of the stored passwords, in a file of its own. Every failure but std::bad_alloc is an
-// Error. All functions may be called from any thread.
+// The key of the stored passwords and its file. Every failure but std::bad_alloc is an Error. All
+// functions may be called from any thread.
 #pragma once
 
 #include <cstddef>
@@ -9,12 +9,12 @@
 
 namespace tarn::standin {
 
-// A stored key, kept in a file of its own as 64 hexadecimal digits and a newline.
+// A stored key. Its file holds 64 hexadecimal digits and a newline.
 struct CipherKey {
   static constexpr std::size_t kBytes = 32;
 
-  // Reads the key file at `path`, which must be the process's effective user's own, and nobody
-  // else may have any access to. Throws kKeyFileUnreadable, kKeyFileExposed, kKeyFileMalformed.
+  // Reads the key file at `path`. The process's effective user must own the file, and nobody else
+  // may have any access to it. Throws kKeyFileUnreadable, kKeyFileExposed, kKeyFileMalformed.
   static CipherKey FromFile(const std::string& path);
 
   // As FromFile, with the path in the environment variable TARN_KEY_FILE; an empty one counts as
@@ -22,7 +22,7 @@ struct CipherKey {
   static CipherKey FromEnvironment();
 
   // Writes a new random key to a new file at `path`, readable and writable by its owner alone.
-  // Never replaces a file, and leaves none behind when writing fails. Throws kKeyFileNotWritten,
+  // Never replaces a file, and removes the new one if writing fails. Throws kKeyFileNotWritten,
   // kLibraryFailure.
   static void CreateFile(const std::string& path);
 

@@ -1,20 +1,21 @@
 // Passwords as the system configuration stores them: enciphered, as one Base64 text.
 //
-// The bytes behind the Base64 text, in this order:
+// The Base64 text encodes these bytes, in this order:
 //   1   format, 1
 //   1   algorithm identifier
 //   8   fingerprint of the key
-//   n   AES-256-GCM: nonce (12), enciphered password, tag (16); the bytes before are authenticated
-//       too. AES-128-ECB: enciphered password, padded after PKCS #7
-//   8   start of the SHA-256 digest of all bytes before
+//   n   AES-256-GCM: nonce (12), enciphered password, tag (16), which also authenticates the ten
+//       bytes before the nonce. AES-128-ECB: enciphered password, padded after PKCS #7
+//   8   the first bytes of the SHA-256 digest of all bytes before
 //
-// Neither padding nor tag tells a wrong key from a damaged text, and one wrong key in 256 passes
-// the padding. The digest is checked first and the fingerprint next, so that each trouble has a
-// name of its own. AES-128-ECB stays unauthenticated: whoever can write the configuration can forge
-// a text.
+// A wrong padding or tag does not show whether the key is wrong or the text is damaged, and one
+// wrong key in 256 passes the check of the padding. So the digest is checked first (kDamagedText)
+// and the fingerprint next (kWrongKey). AES-128-ECB authenticates nothing: anyone who can write the
+// configuration can forge a text.
 //
-// Keys of both algorithms and the fingerprint are derived from one stored key and reveal nothing of
-// it. Every failure but std::bad_alloc is an Error. All functions may be called from any thread.
+// The keys of both algorithms and the fingerprint are derived from one stored key and reveal
+// nothing of it. Every failure but std::bad_alloc is an Error. All functions may be called from any
+// thread.
 #pragma once
 
 #include <cstddef>
@@ -27,7 +28,7 @@
 
 namespace tarn::standin {
 
-// Algorithm identifiers. Every other throws kUnknownAlgorithm where one is asked for.
+// Algorithm identifiers. The functions below throw kUnknownAlgorithm for any other.
 inline constexpr unsigned int kAes128Ecb = 18;
 inline constexpr unsigned int kAes256Gcm = 19;
 
@@ -35,11 +36,12 @@ inline constexpr unsigned int kAes256Gcm = 19;
 inline constexpr std::size_t kMaxPasswordBytes = 1024;
 
 // The Base64 text of `password`, which may hold any bytes and be empty. Two texts of one password
-// differ under AES-256-GCM and agree under AES-128-ECB. Throws kPasswordTooLong, kLibraryFailure.
+// differ under AES-256-GCM and are equal under AES-128-ECB. Throws kPasswordTooLong,
+// kLibraryFailure.
 std::string EncryptPassword(const SecretBytes& password, unsigned int algorithm,
                             const CipherKey& key);
 
-// The password behind `text`, which must be exactly as EncryptPassword made it, without blanks or
+// The password in `text`, which must be exactly as EncryptPassword made it, without blanks or
 // newlines. Throws kOtherAlgorithm, kWrongKey, kDamagedText, kLibraryFailure.
 SecretBytes DecryptPassword(std::string_view text, unsigned int algorithm, const CipherKey& key);
 

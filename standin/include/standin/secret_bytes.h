@@ -8,7 +8,7 @@
 
 namespace tarn::standin {
 
-// Memory that is overwritten before it is given back, also when a container grows out of it.
+// Overwrites memory before it is released, also when a container moves to a larger block.
 template <typename T>
 struct WipingAllocator : std::allocator<T> {
   void deallocate(T* memory, std::size_t count) noexcept {

@@ -1,4 +1,4 @@
-// What the stand-in itself warns of, apart from the records that its callers log.
+// Warnings of the stand-in itself, as opposed to the records that its callers log.
 #pragma once
 
 #include "platform/log_process.h"
@@ -6,16 +6,16 @@
 
 namespace tarn::standin {
 
-// Hears of a warning. `message` is borrowed for the call. Nothing may be thrown.
+// Receives a warning. `message` is borrowed for the call. Must not throw.
 using WarningObserver = void(void* context, Code code, const char* message);
 
-// Has `observer` told of each warning that the calling thread causes, whether or not the log shows
-// it; null ends that. A program finds this function by the name below in the platform that a
-// plug-in has brought along, or learns that the platform is another.
+// Sets the function that is called for each warning of the calling thread, whether or not the log
+// shows the warning; null removes it. A program looks up this setter by the name below, through
+// the handle of a loaded plug-in. If it is not found, the plug-in runs on another platform.
 using ObserveWarnings = void(WarningObserver* observer, void* context);
 inline constexpr const char* kObserveWarnings = "tarn_standin_observe_warnings";
 
-// Tells the thread's observer of `error`, and logs it. Throws std::bad_alloc.
+// Passes `error` to the thread's observer, and logs it. Throws std::bad_alloc.
 void Warn(const Error& error, const LocationInfo& location);
 
 }  // namespace tarn::standin
