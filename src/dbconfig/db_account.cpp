@@ -22,10 +22,10 @@ constexpr int kDecipherFailedLine = 249;
 constexpr const char* kFallbackDone = "[tarn_interface_for_vesta] decryptEx ALGID_AES128_ECB ";
 constexpr int kFallbackDoneLine = 251;
 
-// The algorithm that is tried first. The cipher library's headers name the other one alone.
+// The algorithm that is tried first. The cipher library's header names only the other algorithm.
 constexpr unsigned int kPreferredAlgorithm = 19;
 
-// The cipher library's result as the log takes it: it may be declared int or unsigned.
+// The result in the log's type: a platform may declare it int or unsigned.
 unsigned int DecryptEx(const std::string& stored, std::string& plain, unsigned int algorithm) {
   return static_cast<unsigned int>(QuillAESCipher::decryptEx(stored, plain, algorithm));
 }
@@ -35,7 +35,7 @@ void Decipher(const std::string& stored, std::string& plain) {
   if (result == 0) return;
   LogProcess::Error(result, kDecipherFailed,
                     LocationInfo(kSourceFile, kFunction, kDecipherFailedLine));
-  // Logged as an error whether or not it is one.
+  // Logged as an error even if it succeeds.
   const unsigned int fallback_result = DecryptEx(stored, plain, ALGID_AES128_ECB);
   LogProcess::Error(fallback_result, kFallbackDone,
                     LocationInfo(kSourceFile, kFunction, kFallbackDoneLine));
@@ -49,7 +49,7 @@ void GetDBUserAndPassword(impl_dao::CProductInterface& product, std::string& use
   const std::string stored = SysConfReader::Instance().getDBPassword(dbName, kEntryIndex);
   WipedString plain;
   Decipher(stored, plain.Text());
-  // After a failure, too: the host gets what the cipher left.
+  // After a failure, too: the host gets the text that the cipher left.
   password = plain.Text();
 
   const std::string type = SysConfReader::Instance().getDBType(dbName, kEntryIndex);

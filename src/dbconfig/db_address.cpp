@@ -16,7 +16,8 @@ void GetDBConnectAddress(std::string& address, const std::string& dbName) {
     std::string host = SysConfReader::Instance().getDBAccessHost(dbName, kEntryIndex);
     std::ostringstream port;
     port << SysConfReader::Instance().getDBAccessPort(dbName, kEntryIndex);
-    // Complete before it is assigned, so that running out of memory leaves `address` alone.
+    // The text is complete before it is assigned, so that running out of memory leaves `address`
+    // alone.
     address = std::move(host) + ":" + port.str();
   } else {
     address = SysConfReader::Instance().getDBServiceName(dbName, kEntryIndex);

@@ -14,11 +14,11 @@
 namespace tarn::dbconfig {
 namespace {
 
-// Of a process's identity and of its handle only the low 16 bits count.
+// Only the low 16 bits of a process's identity and of its handle are used.
 constexpr std::uint16_t kServiceProcess = 4071;
 
-// The name of the database that a process uses by default: by the kind of process, and numbered by
-// its handle, e.g. "nemgr_transDB_3".
+// The name of the database that a process uses by default. It depends on the kind of process and
+// ends with the handle, for example "nemgr_transDB_3".
 std::string DefaultDBName(std::uint16_t process, std::uint16_t handle) {
   constexpr std::size_t kFiveDigitsAndNul = 6;
   std::array<char, kFiveDigitsAndNul> number{};
@@ -40,7 +40,7 @@ void GetDBConnectProperties(impl_dao::CProductInterface& product,
   const std::string name = DefaultDBName(process, handle);
   properties["defaultDBName"].ReadFrom(name);
   product.LogWarning(name.c_str());
-  // The entry is there, if without a value, even when looking the mode up throws.
+  // The entry is created first: if getSSLMode throws, it is there without a value.
   refl::CValue& ssl_mode = properties["SSLMODE"];
   ssl_mode.ReadFrom(getSSLMode());
 }

@@ -1,9 +1,9 @@
-// The operations of the product object that tell how to reach a database. The contract of each is
-// that of the operation of the same name in impl_dao/product_interface.h.
+// The product's operations on database types, accounts, addresses and connection properties. The
+// operation of the same name in impl_dao/product_interface.h states the contract of each.
 //
-// `product` is the object that the host has called. Some records go to the log through its
-// operations, so that they pass through its dispatch table. Any thread may call, as far as the
-// platform's services allow it.
+// `product` is the object that the host has called. Some records are logged through its operations,
+// so that these calls pass through its dispatch table. Any thread may call, if the platform's
+// services allow it.
 #pragma once
 
 #include <map>

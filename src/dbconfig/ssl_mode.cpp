@@ -15,8 +15,8 @@ namespace {
 
 constexpr const char* kFunction = "getSSLMode";
 
-// Warnings, with the lines that their records carry. Readers of the log search for the first
-// one as it is spelled.
+// The warnings, and the line numbers in their records. Readers of the log search for the first one
+// as it is spelled.
 constexpr const char* kNoFileNamed =
     "[tarn_interface_for_vesta] getSSLmdoe error : APP_CONF_FILE = NULL";
 constexpr int kNoFileNamedLine = 62;
@@ -31,14 +31,15 @@ void Warn(const char* message, int line) {
   LogProcess::Warn(message, LocationInfo(kSourceFile, kFunction, line));
 }
 
-// A key and where its value may begin, in bytes from the key's beginning.
+// A key, and the range in which its value may begin, in bytes from the key's beginning.
 struct Key {
   std::string_view text;
   std::size_t nearest;
   std::size_t farthest;
 };
 
-// From the key's last letter: its closing quote may serve as the value's opening one.
+// The range begins at the key's last letter, since the key's closing quote may serve as the value's
+// opening one: for example, "sslmode"disabled" sets the mode.
 constexpr Key kModeKey{"\"sslmode\"", 7, 14};
 constexpr Key kBooleanKey{"\"ssl\"", 5, 8};
 
@@ -49,19 +50,18 @@ std::optional<std::string_view> FromKey(std::string_view content, const Key& key
   return content.substr(position);
 }
 
-// Whether the first `value` after the key begins within the key's distance. If any value does, the
-// first one does, so the text beyond the distance need not be searched.
+// Whether the first `value` after the key begins within the key's range. If any value does, the
+// first one does, so the text after the range need not be searched.
 bool HasValue(std::string_view from_key, const Key& key, std::string_view value) noexcept {
   const std::string_view window = from_key.substr(0, key.farthest + value.size());
   return window.find(value, key.nearest) != std::string_view::npos;
 }
 
-// The file's content from its beginning to its end, or to where it can't be read; that of a folder is
-// empty.
+// The file's content, up to its end or the first read error. A folder has no content.
 std::string ReadWhole(std::ifstream& file) {
   std::string content;
-  // Byte by byte: get() alone turns a read error into its end without losing the bytes before it,
-  // and leaves an exhausted memory to the string, which throws.
+  // Byte by byte: get() takes a read error for the end and loses no byte before it. Only the string
+  // allocates memory, and it throws if there is none.
   for (char byte = 0; file.get(byte);) content.push_back(byte);
   return content;
 }

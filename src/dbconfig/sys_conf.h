@@ -1,4 +1,4 @@
-// The constants that all readings of the system configuration share.
+// Constants for the operations that read the system configuration.
 #pragma once
 
 #include <string_view>

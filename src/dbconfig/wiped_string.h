@@ -5,9 +5,9 @@
 
 namespace tarn::dbconfig {
 
-// A string that is overwritten before its storage is released, on every path. The whole of its
-// buffer is overwritten, since a longer text may have left bytes after the current end, and also the
-// bytes within the object that a short text used before it grew into a buffer.
+// A string that is overwritten before its storage is released, on every path. The whole buffer is
+// overwritten, since an earlier, longer text may have left bytes after the current end. The bytes
+// within the object are overwritten too, since a short text used them before it grew into a buffer.
 //
 // Buffers that the string released while it grew are not overwritten. Not copyable and not movable:
 // either would leave a second copy. Not synchronised.

@@ -14,8 +14,8 @@ namespace {
 // The code of the host's own error messages in the log.
 constexpr unsigned int kHostMessageCode = 666667;
 
-// Lines that the log records of the bridge carry. Readers of the log search for them: they stay,
-// even when the code moves.
+// Line numbers in the log records of LogError, LogWarning and LogDebug. Readers of the log search
+// for them, so they must not change, even if the code moves.
 constexpr int kLogErrorLine = 213;
 constexpr int kLogWarningLine = 218;
 constexpr int kLogDebugLine = 222;
@@ -23,8 +23,8 @@ constexpr int kLogDebugLine = 222;
 // The product's code for every status but 0.
 constexpr std::int64_t kGenericError = 0xB000013;
 
-// Constant data: the dynamic loader alone makes it usable, before and independently of any static
-// initialisation, and nothing destroys it.
+// Constant data: it is usable as soon as the dynamic loader has relocated it, before any
+// static initialisation, and nothing destroys it.
 constinit const CProductInterface_Tarn product{};
 static_assert(std::is_trivially_destructible_v<CProductInterface_Tarn>);
 
@@ -73,8 +73,8 @@ void CProductInterface_Tarn::NormalizeSQL(std::string& sql) {
   tarn::sqlnorm::NormalizeSQLInPlace(sql);
 }
 
-// The host's way in: the same pointer on every call, to an object that lives as long as the library
-// is loaded. Never throws; any thread may call it.
+// The host's entry point. Returns the same pointer on every call, to an object that lives as long
+// as the library is loaded. Never throws; any thread may call it.
 extern "C" __attribute__((visibility("default"))) impl_dao::CProductInterface*
 GetProductInterfaceForVESTA() noexcept {
   // The host's operations are not const-qualified; none of them modifies the object.

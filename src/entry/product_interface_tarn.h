@@ -6,8 +6,8 @@
 
 #include "impl_dao/product_interface.h"
 
-// The product's one implementation of the host's interface. It holds no data. Logging and status
-// mapping are its own; every other operation is one call into src/dbconfig or src/sqlnorm.
+// The product's one implementation of the host's interface. It holds no data. It implements logging
+// and status mapping itself; every other operation is one call into src/dbconfig or src/sqlnorm.
 class CProductInterface_Tarn : public impl_dao::CProductInterface {
  public:
   void LogError(const char* message) override;
