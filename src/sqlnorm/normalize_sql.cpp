@@ -13,7 +13,7 @@ Engine ChosenEngine() noexcept {
 
 void NormalizeInPlaceByScanner(std::string& sql) {
   OutputBuffer output;
-  // Allocates, if it must, before it changes anything.
+  // Allocates, if at all, before it changes `sql`.
   sql.assign(NormalizeInto(sql, output));
 }
 

@@ -15,17 +15,18 @@ enum class Engine {
 // one.
 Engine ChosenEngine() noexcept;
 
-// The canonical text of `sql`: statements of one shape meet in one text. The result is a key, not
-// SQL to execute. Bytes in, bytes out; NUL bytes and bytes above 0x7F are ordinary characters.
+// The canonical text of `sql`, which is the same for all statements of one shape. The result is a
+// key, not SQL to execute. Bytes in, bytes out; NUL bytes and bytes above 0x7F are ordinary
+// characters.
 //
 // Throws boost::bad_lexical_cast for a decimal literal beyond the range of double, std::bad_alloc,
-// and on the pattern engine std::runtime_error when the regular-expression library gives up on the
+// and on the pattern engine std::runtime_error if the regular-expression library gives up on the
 // text. Thread-safe.
 std::string NormalizeSQLText(const std::string& sql);
 
-// Replaces `sql` by its canonical text. It is written after everything that can throw, so an
-// exception leaves it as it was. Under the scanner `sql` keeps its capacity: a host that stores
-// millions of short texts of long statements shrinks or copies them.
+// Replaces `sql` by its canonical text. `sql` is written after everything that can throw, so an
+// exception leaves it as it was. With the scanner `sql` keeps its capacity: a host that stores
+// millions of short texts made from long statements should shrink or copy them.
 void NormalizeSQLInPlace(std::string& sql);
 
 }  // namespace tarn::sqlnorm

@@ -49,14 +49,14 @@ enum PatternPosition : std::size_t {
   PatternCount,
 };
 
-// A pattern, and the step of the rewriting that it serves.
+// A pattern and the name of its rewrite step.
 struct PatternDefinition {
   const char* step;
   std::string_view text;
   boost::regex::flag_type options;
 };
 
-// By PatternPosition.
+// In the order of PatternPosition.
 constexpr std::array<PatternDefinition, PatternCount> kDefinitions{{
     {"quoted-statement unwrapping", R"re(\A\s*"\s*(.*)\s*"\s*\Z)re", perl},
     {"decimal-literal canonicalization", R"(\b\d+\.\d+([Ee][+-]?\d+)?\b)", perl},
@@ -87,8 +87,8 @@ constexpr std::array<PatternDefinition, PatternCount> kDefinitions{{
     {"trailing trim", R"(\s*\Z)", perl},
 }};
 
-// Compiles the patterns in order. All of them take `locale`, even if another thread sets the global
-// one meanwhile.
+// Compiles the patterns in order. All of them use `locale`, even if another thread changes the
+// global locale meanwhile.
 std::array<boost::regex, PatternCount> CompileAll(const std::locale& locale) {
   std::array<boost::regex, PatternCount> patterns;
   for (std::size_t position = 0; position < PatternCount; ++position) {
@@ -103,8 +103,8 @@ std::array<boost::regex, PatternCount> CompileAll(const std::locale& locale) {
 // Read-only in between: any number of threads may match against one pattern.
 const std::array<boost::regex, PatternCount> NormalizerPatterns = CompileAll(std::locale());
 
-// Whether \w, \s, \d and a letter's case mean what they do under the classic locale. The facets are
-// asked directly: Boost's traits would bring a cache, and with it a destructor to run at unload.
+// Whether \w, \s, \d and a letter's lower case are the same as under the classic locale. The facets
+// are asked directly: Boost's traits would create a cache, whose destructor would run at unload.
 bool ClassesAreClassic(const std::locale& locale) {
   using Ctype = std::ctype<char>;
   const auto& seen = std::use_facet<Ctype>(locale);
@@ -129,8 +129,9 @@ struct WorkingText {
   int next_alias = 1;
 };
 
-// Replaces every match of `pattern` by the result of `print`. Matches are sought in a snapshot;
-// counted from the end, their positions hold however the earlier replacements changed the length.
+// Replaces every match of `pattern` by the result of `print`. Matches are searched in a snapshot.
+// Their positions are counted from the end, so they stay valid after earlier replacements have
+// changed the length.
 template <typename Print>
 void ReprintMatches(std::string& text, const boost::regex& pattern, Print print) {
   const std::string snapshot = text;
@@ -143,12 +144,12 @@ void ReprintMatches(std::string& text, const boost::regex& pattern, Print print)
   }
 }
 
-// A stream as under the classic locale, whatever the global one is.
+// A stream that uses the classic locale, whatever the global one is.
 template <typename Stream>
 Stream Classic() {
   Stream stream;
   stream.imbue(std::locale::classic());
-  // An exhausted memory is no failed conversion.
+  // If memory runs out, throw: that is not a failed conversion.
   stream.exceptions(std::ios_base::badbit);
   return stream;
 }
@@ -157,8 +158,8 @@ double ParseDecimal(const std::string& literal_text) {
   auto stream = Classic<std::istringstream>();
   stream.str(literal_text);
   double value = 0;
-  // Fails for a value beyond the range of double; one that is too small is 0. The text has a rest
-  // if the patterns take a byte for a digit that the classic locale does not.
+  // Fails for a value beyond the range of double; a value too small for it is 0. Bytes remain in
+  // the stream if the patterns' locale has digits that the classic one has not.
   if (stream >> value && stream.get() == std::istringstream::traits_type::eof()) return value;
   boost::throw_exception(boost::bad_lexical_cast(typeid(std::string), typeid(double)));
 }
@@ -191,8 +192,8 @@ void ReprintHexLiterals(WorkingText& working) {
   ReprintMatches(working.text, NormalizerPatterns[HexLiteralPattern], ReprintHex);
 }
 
-// Numbers the aliases by first appearance. A canonical name never looks like an alias, since the
-// "t" in it follows a word character, so each round removes one alias for good.
+// Numbers the aliases by first appearance. Each round replaces one alias everywhere. A canonical
+// name is never taken for an alias, since its "t" follows a word character.
 void NumberAliases(WorkingText& working) {
   boost::smatch match;
   while (boost::regex_search(working.text, match, NormalizerPatterns[TableAliasPattern])) {
@@ -204,7 +205,7 @@ void NumberAliases(WorkingText& working) {
   }
 }
 
-// One step: a replacement of all matches of `pattern` by `format`, unless `rewrite` says otherwise.
+// One step: replaces all matches of `pattern` by `format`, or calls `rewrite` if there is one.
 struct Step {
   PatternPosition pattern;
   const char* format;

@@ -16,7 +16,7 @@ char* AliasNumberPrinter::PrintLong(std::uint32_t number, char* out) {
     grouping_ = groups ? Grouping::kOfLocale : Grouping::kNone;
   }
   if (grouping_ == Grouping::kNone) return std::to_chars(out, out + kMostAliasNumber, number).ptr;
-  // Ends with a NUL byte.
+  // A NUL byte follows the number.
   const auto grouped = boost::lexical_cast<std::array<char, kMostAliasNumber + 1>>(number);
   return std::copy(grouped.begin(), std::find(grouped.begin(), grouped.end(), '\0'), out);
 }

@@ -5,16 +5,16 @@
 
 namespace tarn::sqlnorm {
 
-// Most bytes that an alias's number is printed as: ten digits, and a separator between any two.
+// The most bytes of a printed alias number: ten digits, and a separator between any two.
 inline constexpr std::size_t kMostAliasNumber = 19;
 
-// Prints the aliases' numbers of one text, in decimal, with the digit grouping of the global C++
-// locale. Alone of all numbers they follow it: the locale is the one of the call, not of loading.
-// It is asked once, when the first number of two digits is printed.
+// Prints the alias numbers of one text, in decimal, with the digit grouping of the global C++
+// locale. No other number follows that locale. It is the locale of the call, not of loading, and is
+// looked up once, when the first number of two digits is printed.
 class AliasNumberPrinter {
  public:
-  // Prints `number` to `out`, which has space for kMostAliasNumber bytes; the end of what was
-  // printed. Throws std::bad_alloc.
+  // Prints `number` to `out`, which has space for kMostAliasNumber bytes, and returns the end of
+  // the output. Throws std::bad_alloc.
   char* Print(std::uint32_t number, char* out) {
     constexpr std::uint32_t kTwoDigits = 10;
     if (number >= kTwoDigits) return PrintLong(number, out);

@@ -18,9 +18,9 @@
 namespace tarn::sqlnorm {
 namespace {
 
-// An alias while aliases are sorted: a chunk of its digits in the upper half, in the lower half its
-// index among all aliases. As numbers, records are in order of chunks, and those of one chunk in
-// order of appearance.
+// An alias during sorting: a chunk of its digits in the upper half, its index among all aliases in
+// the lower half. Sorted as numbers, records are in order of their chunks, and records of equal
+// chunks are in order of appearance.
 using Record = std::uint64_t;
 
 constexpr unsigned kIndexBits = 32;
@@ -31,8 +31,8 @@ std::uint32_t ChunkOf(Record record) noexcept {
   return static_cast<std::uint32_t>(record >> kIndexBits);
 }
 
-// The chunk of digits at `p`: four bits for each of eight bytes, 0xF from the first one on that is
-// no digit.
+// The chunk of digits at `p`: four bits for each of eight bytes, 0xF for the first byte that is no
+// digit and for all bytes after it.
 //   "12345678 "  ->  0x87654321
 //   "123, 5678"  ->  0xFFFFF321
 std::uint32_t LoadChunk(const char* p) noexcept {
@@ -49,7 +49,8 @@ std::uint32_t LoadChunk(const char* p) noexcept {
   return static_cast<std::uint32_t>(values | values >> 16);
 }
 
-// Whether an alias ends within its chunk. One that ends just after it has an empty chunk next.
+// Whether an alias ends within its chunk. An alias that ends just after a chunk has an empty one
+// next.
 bool EndsWithin(std::uint32_t chunk) noexcept { return chunk >> 28 == 0xF; }
 
 // Sorts `count` records. `scratch` has space for as many.
@@ -59,8 +60,8 @@ void Sort(Record* records, std::size_t count, Record* scratch) noexcept {
     std::sort(records, records + count);
     return;
   }
-  // A radix sort of the chunks, from the lowest byte to the highest: each round keeps the order of
-  // the one before among equal bytes, and at the beginning records are in order of their indexes.
+  // A radix sort of the chunks, from the lowest byte to the highest. Each round keeps the order of
+  // the round before among equal bytes. At the beginning the records are in order of their indexes.
   constexpr std::size_t kRounds = 4;
   constexpr std::size_t kValues = 256;
   std::array<std::array<std::size_t, kValues>, kRounds> places{};
@@ -84,7 +85,7 @@ void Sort(Record* records, std::size_t count, Record* scratch) noexcept {
   if (from != records) std::copy(from, from + count, records);
 }
 
-// Collects the aliases of a text, where they begin.
+// Collects the first byte of each alias of a text.
 struct AliasCollector {
   const char* Word(const char* begin, const char* end) {
     if (IsAlias(begin, end)) aliases.push_back(begin);
@@ -99,7 +100,7 @@ ByteBlock MarkAliasCandidates(const char* q) noexcept {
   return (LoadBlock(q) == 't') & (LoadBlock(q + 1) - '0' < 10);
 }
 
-// At least as many as there are aliases from `begin` on.
+// An upper bound of the number of aliases from `begin` on.
 std::size_t CountAliasCandidates(const char* begin, const char* end) noexcept {
   std::size_t count = 0;
   for (const char* block = begin; block < end; block += BlockClasses::kBytes) {
@@ -108,7 +109,7 @@ std::size_t CountAliasCandidates(const char* begin, const char* end) noexcept {
   return count;
 }
 
-// For each alias, the index of the first that is the same text.
+// For each alias, the index of the first alias with the same text.
 std::vector<std::uint32_t> FindFirstAppearances(const std::vector<const char*>& aliases) {
   const std::size_t count = aliases.size();
   if (count > std::numeric_limits<std::uint32_t>::max()) throw std::bad_alloc();
@@ -119,7 +120,7 @@ std::vector<std::uint32_t> FindFirstAppearances(const std::vector<const char*>& 
 
   // Groups of aliases that have all digits before a chunk in common. Each is sorted by that chunk,
   // which splits it into smaller groups, until a group has one member or its aliases have ended. So
-  // each chunk of the text is read once at most.
+  // each chunk of the text is read at most once.
   struct Group {
     std::size_t begin;  // in records
     std::size_t end;

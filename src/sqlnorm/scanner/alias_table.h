@@ -11,7 +11,8 @@
 
 namespace tarn::sqlnorm {
 
-// Whether the word from `begin` to `end` is an alias: a lower-case "t" and digits.
+// Whether the word from `begin` to `end` is an alias: a lower-case "t" and digits, for example
+// "t12".
 inline bool IsAlias(const char* begin, const char* end) noexcept {
   // One branch for both bytes, since few words pass either test.
   if ((static_cast<int>(*begin == 't') & static_cast<int>(IsDigit(begin[1]))) == 0) return false;
@@ -21,9 +22,9 @@ inline bool IsAlias(const char* begin, const char* end) noexcept {
 // Numbers the distinct aliases of one text from 1, in order of first appearance. Aliases are
 // compared as texts: "t1" and "t01" are two.
 //
-// The first few are compared one by one. When there are more, all aliases of the rest of the text
-// are collected and sorted once, and from then on a number is read from an array. So the text can't
-// steer the cost of a lookup, and the aliases' order in the text costs no cache misses.
+// Up to kInPlace aliases are compared one by one. If there are more, all aliases of the rest of the
+// text are collected and sorted once, and each later number is read from an array. So the text
+// can't steer the cost of a lookup, and the order of its aliases costs no cache misses.
 class AliasTable {
  public:
   // Borrows the padded text that ends at `text_end`.
@@ -50,14 +51,14 @@ class AliasTable {
     return ++count_;
   }
 
-  // How many distinct aliases there have been, or, beyond the first few, there are in the text.
+  // The number of distinct aliases so far; once there are more than kInPlace, of those in the text.
   std::uint32_t Count() const noexcept { return count_; }
 
  private:
   static constexpr std::uint32_t kInPlace = 16;
   static constexpr std::size_t kPackedBytes = sizeof(std::uint64_t);
 
-  // Unlike std::string_view left uninitialised until it is needed.
+  // Unlike std::string_view, left uninitialised until it is needed.
   struct Name {
     const char* text;
     std::size_t length;
@@ -67,12 +68,11 @@ class AliasTable {
     }
   };
 
-  // The first eight bytes of an alias as a number. Fewer are followed by NUL bytes there, which no
-  // alias contains, so that their number is theirs alone.
+  // The first eight bytes of an alias as a number. A shorter alias is filled up with NUL bytes,
+  // which no alias contains, so that no other alias has its number.
   static std::uint64_t Packed(const Name& alias) noexcept {
     const std::uint64_t bytes = LoadEight(alias.text);
     if (alias.length >= kPackedBytes) return bytes;
-    // Mask off the bytes after the alias.
     return bytes & ((std::uint64_t{1} << (8 * alias.length)) - 1);
   }
 

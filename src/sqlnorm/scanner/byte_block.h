@@ -43,8 +43,8 @@ inline void StoreEight(std::uint64_t number, char* p) noexcept {
   std::memcpy(p, &bytes, sizeof bytes);
 }
 
-// Pads the text that ends at `end`. Compilers make a string instruction of std::memset, which takes
-// longer to begin than this takes in all.
+// Pads the text that ends at `end`. It does not call std::memset, of which compilers make a string
+// instruction that takes longer to start than this takes in all.
 inline void Pad(char* end) noexcept {
   static_assert(kPadding % sizeof(ByteBlock) == 0);
   constexpr ByteBlock kZero{};
@@ -104,9 +104,9 @@ inline ByteBlock MarkParentheses(const char* q) noexcept {
   return (block == '(') | (block == ')');
 }
 
-// The bits of those of the 64 bytes at `p` that `match` marks. match(q) looks at the sixteen bytes
-// at q, perhaps at a few after them, and returns a ByteBlock. It must not mark NUL, so that nothing
-// is found after the end of a padded text.
+// One bit for each of the 64 bytes at `p`, set if `match` marks the byte. match(q) reads the
+// sixteen bytes at q, and perhaps a few after them, and returns a ByteBlock. It must not mark NUL,
+// so that nothing is found after the end of a padded text.
 template <typename Match>
 std::uint64_t MarkedBits(const char* p, Match match) noexcept {
   std::uint64_t bits = 0;
@@ -117,7 +117,7 @@ std::uint64_t MarkedBits(const char* p, Match match) noexcept {
 }
 
 // Calls visit(p) for each byte of a padded text that `match` marks, from the first to the last.
-// visit returns the place up to which it has dealt with the text; marks before it are skipped.
+// visit returns the position up to which it has processed the text; marks before it are skipped.
 template <typename Match, typename Visit>
 void VisitMarks(const char* text, const char* end, Match match, Visit visit) {
   const char* done = text;

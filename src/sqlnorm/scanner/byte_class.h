@@ -76,7 +76,8 @@ bool StandsAt(const char* p, const char (&lower)[N]) noexcept {
   return true;
 }
 
-// The end of the last byte before `p` that is no space, or `begin`, where the text begins.
+// The text begins at `begin`. Returns the end of the last byte before `p` that is no space, or
+// `begin`.
 inline const char* SkipSpacesBack(const char* begin, const char* p) noexcept {
   while (p != begin && IsSpace(p[-1])) --p;
   return p;

@@ -1,7 +1,7 @@
 // Comparison-group unwrapping: a pair of parentheses around comparisons that AND joins.
 //
-// The Match functions take the place where something may begin and return the place after it, or
-// null if it is not there. Requires, throughout: the text is padded.
+// Each Match function takes the position where its part may begin. It returns the position after
+// it, or null if it is not there. Requires, throughout: the text is padded.
 #pragma once
 
 #include "sqlnorm/scanner/byte_class.h"
@@ -51,8 +51,8 @@ inline const char* MatchComparisonGroup(const char* open) noexcept {
   return p;
 }
 
-// Whether there may be a group at `open` once literals are printed anew: whether an operator
-// follows the first operand, or a character with which a literal goes on where an operand ends.
+// Whether there may be a group at `open` once literals are printed anew. That is so if the first
+// operand is followed by an operator, or by a character with which a literal continues:
 //   (1.5e+3 = a)  ->  (1500 = a)
 inline bool MayBecomeComparisonGroup(const char* open) noexcept {
   const char* const end = MatchOperand(SkipSpaces(open + 1));

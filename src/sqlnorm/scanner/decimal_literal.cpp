@@ -23,8 +23,8 @@ namespace {
 
 constexpr int kPrecision = 17;
 
-// Whether a literal that std::from_chars refuses is too small rather than too large for a double:
-// whether its first digit other than 0 stands for less than one.
+// Whether a literal that std::from_chars refuses is too small for a double rather than too large:
+// that is so if its first digit other than 0 is worth less than one.
 bool IsTooSmall(const DecimalLiteral& literal) noexcept {
   const std::string_view mantissa(literal.begin,
                                   static_cast<std::size_t>(literal.exponent - literal.begin));
@@ -35,7 +35,7 @@ bool IsTooSmall(const DecimalLiteral& literal) noexcept {
   std::int64_t exponent = 0;
   const auto parsed = std::from_chars(literal.exponent + (sign == '+' || sign == '-' ? 2 : 1),
                                       literal.end, exponent);
-  // Beyond what any mantissa that fits into memory can make up for.
+  // No mantissa that fits into memory makes up for a greater exponent.
   constexpr std::int64_t kDecidesAlone = 1'000'000'000'000'000'000;
   if (parsed.ec != std::errc() || exponent > kDecidesAlone) return sign == '-';
   return digits_before_dot + (sign == '-' ? -exponent : exponent) < 0;
@@ -75,15 +75,15 @@ int CountDigits(std::uint64_t number) noexcept {
 // is its value.
 constexpr std::uint64_t kAsciiDigits = 0x3030303030303030;
 
-// The number that eight such digits stand for: pairs of them, pairs of pairs, and both halves.
+// The number that eight such digits form: made of pairs of them, pairs of pairs, and both halves.
 std::uint64_t FromDigits(std::uint64_t digits) noexcept {
   digits = (digits * 10 + (digits >> 8)) & 0x00FF00FF00FF00FF;
   digits = (digits * 100 + (digits >> 16)) & 0x0000FFFF0000FFFF;
   return (digits * 10000 + (digits >> 32)) & 0xFFFFFFFF;
 }
 
-// The eight digits of a number below 10^8, by the same way back. Multiplying by the reciprocals,
-// rounded up, divides every part at once.
+// The inverse of FromDigits: the eight digits of a number below 10^8. Multiplying by the
+// reciprocals, rounded up, divides every part at once.
 std::uint64_t ToDigits(std::uint64_t number) noexcept {
   const std::uint64_t halves = (number / 10000) | (number % 10000) << 32;
   const std::uint64_t hundreds = (halves * 10486 >> 20) & 0x0000007F0000007F;
@@ -100,8 +100,8 @@ std::uint64_t DigitsOf(const DecimalLiteral& literal) noexcept {
   const auto digits = static_cast<unsigned>(literal.exponent - literal.begin) - 1;
   const Wide without_dot =
       (text & ((Wide{1} << 8 * before_dot) - 1)) | (text >> 8 * (before_dot + 1) << 8 * before_dot);
-  // Moved to the end of the sixteen bytes. Those that come in at the begin are 0, as is a digit's
-  // value.
+  // Moves the digits to the end of the sixteen bytes. The bytes before them become 0, the value of
+  // the digit 0.
   const Wide moved = without_dot << 8 * (kBytes - digits);
   const Wide values = moved & (Wide{0x0F0F0F0F0F0F0F0F} << 64 | 0x0F0F0F0F0F0F0F0F);
   constexpr std::uint64_t kTenToEight = 100'000'000;
@@ -109,7 +109,8 @@ std::uint64_t DigitsOf(const DecimalLiteral& literal) noexcept {
          FromDigits(static_cast<std::uint64_t>(values >> 64));
 }
 
-// The number that an exponent of one digit or two stands for; nothing for a longer one.
+// The value of an exponent of one or two digits, 0 if there is no exponent, nothing for a longer
+// one.
 std::optional<int> ShortExponent(const DecimalLiteral& literal) noexcept {
   const char* p = literal.exponent;
   if (p == literal.end) return 0;
@@ -122,20 +123,20 @@ std::optional<int> ShortExponent(const DecimalLiteral& literal) noexcept {
   return sign == '-' ? -number : number;
 }
 
-// The common case at a fraction of the general one's cost: up to 15 digits, an exponent of up to
-// two, a value from 0.001 to less than 10^15. Nearly free of branches, since nothing of a literal
-// can be predicted. Returns null for any other literal.
+// Prints the common literals at a fraction of the general cost: up to 15 digits, an exponent of up
+// to two digits, a value from 0.001 to less than 10^15. Nearly free of branches, since a literal's
+// content can't be predicted. Returns null for any other literal.
 //
 // The digits as an integer and the power of ten to divide or multiply by are exact in a double, so
-// one operation gives the nearest one; and that double times a power of ten is exact in 128 bits,
-// so one shift gives the digits to print.
+// one operation gives the double nearest to the literal. That double times a power of ten is exact
+// in 128 bits, so one shift gives the digits to print.
 //
-// Two cases need no care. A double half-way between two numbers of 17 digits would have 18
-// significant digits, the last of them worth 2^-j: with f digits behind the literal's dot it would
-// differ from the literal by at least 1 / (5^f 2^j), which is more than a double may differ from
-// the literal that it is the nearest to. And the digits of the double begin where the literal's do:
-// it could fall below a power of ten only where the literal is one, but 0.1, 0.01 and 0.001 are
-// less than their doubles.
+// Two cases need no care. First, a double half-way between two numbers of 17 digits: it would have
+// 18 significant digits, the last of them worth 2^-j. With f digits after the literal's dot it
+// would differ from the literal by at least 1 / (5^f 2^j), which is more than any literal differs
+// from its nearest double. Second, a double whose first digit is one position after the literal's:
+// only a literal that is a power of ten could have one, since that double is below the power, but
+// the doubles of 0.1, 0.01 and 0.001 are greater than these.
 char* ReprintShortDecimal(const DecimalLiteral& literal, char* out) noexcept {
   constexpr std::ptrdiff_t kMostDigits = 15;
   constexpr int kLeastExponent = -3;
@@ -152,7 +153,7 @@ char* ReprintShortDecimal(const DecimalLiteral& literal, char* out) noexcept {
   // The decimal exponent of the first digit other than 0.
   const int exponent = CountDigits(digits) - 1 + power;
   if (exponent < kLeastExponent || exponent > kGreatestExponent) return nullptr;
-  // Of 15 digits and such an exponent follows a power from -17 to 14.
+  // 15 digits and such an exponent give a power from -17 to 14.
   const double scale = kExactPowers[static_cast<std::size_t>(std::abs(power))];
   const auto integer = static_cast<double>(digits);
   const double value = power < 0 ? integer / scale : integer * scale;
@@ -180,7 +181,7 @@ char* ReprintShortDecimal(const DecimalLiteral& literal, char* out) noexcept {
   StoreEight(second_eight | kAsciiDigits, first + 1);
   StoreEight(third_eight | kAsciiDigits, first + 9);
 
-  // Of these, what is printed begins with the digit before the dot and ends with the last but 0.
+  // The output begins with the digit before the dot and ends with the last digit other than 0.
   const int leading_zeros = std::max(-exponent, 0);
   const char* const from = first - leading_zeros;
   const int before_dot = std::max(exponent, 0) + 1;

@@ -4,8 +4,8 @@
 
 namespace tarn::sqlnorm {
 
-// Where the parts of a decimal literal lie: digits, a dot, digits, and perhaps an exponent. There
-// is at least one digit on either side of the dot.
+// The positions of the parts of a decimal literal: digits, a dot, digits, and perhaps an exponent,
+// for example 1.5e+3. At least one digit is on either side of the dot.
 struct DecimalLiteral {
   const char* begin;
   const char* dot;
@@ -13,8 +13,8 @@ struct DecimalLiteral {
   const char* end;
 };
 
-// Room for what ReprintDecimal writes ("-2.2250738585072014e-308" and the like take 24) and
-// touches.
+// Bytes that ReprintDecimal may touch. The longest output, for example "-2.2250738585072014e-308",
+// takes 24.
 inline constexpr std::size_t kRoomForDecimal = 48;
 
 // Writes the literal's value in double precision with up to 17 significant digits, as printf's
@@ -25,7 +25,7 @@ inline constexpr std::size_t kRoomForDecimal = 48;
 // literal's begin.
 char* ReprintDecimal(const DecimalLiteral& literal, char* out);
 
-// Throws what ReprintDecimal would.
+// Throws as ReprintDecimal does, and writes nothing.
 void CheckDecimalRange(const DecimalLiteral& literal);
 
 }  // namespace tarn::sqlnorm

@@ -1,17 +1,17 @@
 // Finds the words and the single signs of a text.
 //
-// A word is a run of letters, digits and underscores, except that the digits that a word begins
-// with are a word of their own (digit-letter split). A sign is any other byte that is no white
-// space.
+// A word is a run of letters, digits and underscores, except that leading digits are a word of
+// their own (digit-letter split): 10x is the words 10 and x. A sign is any other byte that is no
+// white space.
 //
-// VisitElements hands a text's elements to a visitor, one after the other, through
+// VisitElements calls a visitor for each element of a text, from the first to the last:
 //
 //   visitor.Word(begin, end)    a word
 //   visitor.Sign(sign, taken)   a sign, of one byte; between `taken` and it there are only spaces
 //
-// Both return the place up to which the visitor has taken the text: the element's end, or a later
-// place that is not within a word. Elements that begin before it are skipped. Requires: the text is
-// padded.
+// Both return the position up to which the visitor has taken the text: the element's end, or a
+// later position that is not within a word. Elements that begin before it are skipped. Requires:
+// the text is padded.
 #pragma once
 
 #include <bit>
@@ -40,8 +40,8 @@ void VisitElementsPlainly(const char* text, std::size_t length, Visitor& visitor
 }
 
 // Finds elements by masks of 64 bytes, so that neither the length of a word nor that of white space
-// costs an unpredictable branch. The masks have one bit a byte, drawn here with the first byte on
-// the left:
+// costs an unpredictable branch. The masks have one bit for each byte, drawn here with the first
+// byte on the left:
 //
 //   text             select  a1, 10x, b_2 <= c
 //   words            111111  11  111  111    1
@@ -52,7 +52,7 @@ void VisitElementsPlainly(const char* text, std::size_t length, Visitor& visitor
 //   begins           1       1 1 1 11 1   11 1     of words and signs
 //
 // A word that crosses the end of a block is followed byte by byte. The next block's masks may mark
-// bytes of that word, but these are before the place up to which the text has been taken.
+// bytes of that word, but they are before the position up to which the text has been taken.
 template <typename Visitor>
 void VisitElements(const char* text, std::size_t length, Visitor& visitor) {
   const char* const end = text + length;

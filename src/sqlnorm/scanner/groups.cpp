@@ -20,8 +20,8 @@ void VisitOpening(const char* text, const char* end, Visit visit) {
   VisitMarks(text, end, MarkOpening, visit);
 }
 
-// The Match functions take the place where something may begin. They return the place after it, or
-// null if it is not there; or they tell whether it is there.
+// Each Match function takes the position where its part may begin. It returns the position after it
+// or null, or whether the part is there.
 
 // The parts of "operand IN (list))" that the rewrite keeps.
 struct NegatedInList {
@@ -50,7 +50,7 @@ bool MatchNegatedInList(const char* p, const char* end, NegatedInList& found) no
   return *p == ')';
 }
 
-// A list of "@p" markers from its opening parenthesis to the place after its closing one.
+// A list of "@p" markers, from its opening parenthesis to its closing one: (@p0, @p1).
 const char* MatchParameterList(const char* p) noexcept {
   do {
     p = SkipSpaces(p + 1);
@@ -140,7 +140,8 @@ char* DeleteParameterLists(char* text, char* end) noexcept {
   return compaction.Finish(end);
 }
 
-// Multi-row VALUES truncation: a row ends at its first closing parenthesis, whatever opens before.
+// Multi-row VALUES truncation: a row ends at its first closing parenthesis, even if others open
+// before.
 char* TruncateAfterFirstRow(char* text, char* end) noexcept {
   bool row_begun = false;
   char* row_end = end;

@@ -5,10 +5,10 @@
 
 namespace tarn::sqlnorm {
 
-// Multi-row VALUES truncation before anything else is rewritten, so that the rows removed cost no
-// more than a check of their decimals. The text is padded, before and after. Throws
-// boost::bad_lexical_cast, the text unchanged, if a decimal that would be removed is beyond the
-// range of double, as its literal would.
+// Truncates multi-row VALUES before anything else is rewritten, so that the removed rows cost no
+// more than a check of their decimals. The text is padded, before and after. If a removed decimal
+// is beyond the range of double, throws boost::bad_lexical_cast, as printing it would, and leaves
+// the text unchanged.
 //
 // Requires: `row_end` is the row_end of the text's survey, and not null.
 void CutAfterFirstRow(Text& text, const char* row_end);
@@ -18,7 +18,7 @@ void CutAfterFirstRow(Text& text, const char* row_end);
 // None of these ever makes the text longer. The text is padded, before and after. At most one pass
 // for each of the four. Never throws.
 //
-// Requires: `survey` is the text's own, from before its literals were printed anew.
+// Requires: `survey` was made from this text, before its literals were printed anew.
 void RewriteGroups(Text& text, const Survey& survey) noexcept;
 
 }  // namespace tarn::sqlnorm

@@ -62,7 +62,7 @@ inline constexpr std::array<Keyword, kLetterMask + 1> kKeywords = []() consteval
 
 }  // namespace internal
 
-// Eight bytes in lower case and in capitals. Requires: the bytes that count are letters.
+// Eight bytes in lower case and in capitals. Requires: the bytes that the caller uses are letters.
 constexpr std::uint64_t ToLower(std::uint64_t letters) noexcept {
   return letters | internal::kFoldCase;
 }

@@ -23,8 +23,8 @@ const char* SkipExponent(const char* p) noexcept {
   return IsDigit(*digits) ? SkipDigits(digits) : p;
 }
 
-// The Match functions take the dot or the x, and return whether a whole literal surrounds it,
-// between bytes that belong to no word.
+// The Match functions take the position of the dot or the x. They return whether it is within a
+// whole literal that no word character touches.
 
 // Decimal-literal canonicalization: digits.digits, with or without an exponent.
 bool MatchDecimal(const char* text, const char* dot, DecimalLiteral& literal) noexcept {
@@ -66,8 +66,8 @@ class Reprinter {
   Reprinter(Text source, WorkingBuffer& output) noexcept
       : source_(source), copied_(source.data), output_(output) {}
 
-  // Takes a byte that MarkLiteralCandidates marks. Returns the place up to which it has dealt with
-  // the text.
+  // Takes a byte that MarkLiteralCandidates marks. Returns the position up to which it has
+  // processed the text.
   const char* Candidate(const char* p) {
     DecimalLiteral decimal{};
     HexLiteral hex{};

@@ -9,7 +9,7 @@ namespace tarn::sqlnorm {
 
 // Marks each byte that may be the last digit before the dot of a decimal or the 0 before the x of a
 // hexadecimal. It tests only the upper half of a byte, which digits share with : ; < = > and ?, so
-// that it marks some bytes needlessly: "<.5" for example.
+// it marks some bytes needlessly: for example the < of "<.5".
 inline ByteBlock MarkLiteralCandidates(const char* q) noexcept {
   const auto is_digit = [](ByteBlock block) { return (block & 0xF0) == 0x30; };
   const ByteBlock next = LoadBlock(q + 1);
@@ -27,7 +27,7 @@ inline ByteBlock MarkLiteralCandidates(const char* q) noexcept {
 Text CanonicalizeLiterals(Text source, const char* first, WorkingBuffer& output);
 
 // Throws boost::bad_lexical_cast if a decimal of the padded text is beyond the range of double.
-// Requires: the byte before the text belongs to no word, as a parenthesis.
+// Requires: the byte before the text belongs to no word, for example a parenthesis.
 void CheckDecimalRanges(const char* text, std::size_t length);
 
 }  // namespace tarn::sqlnorm

@@ -10,9 +10,9 @@
 namespace tarn::sqlnorm {
 
 // As NormalizeByPatterns, but bytes are classified and literals read and printed under the classic
-// locale, whatever the process has set. Only the aliases' numbers follow the global C++ locale of
-// the call, in their digit grouping. A statement on which the regular-expression library gives up
-// is no exception here.
+// locale, whatever the process has set. Only the digit grouping of alias numbers follows the global
+// C++ locale, that of the call. A statement on which the regular-expression library gives up is
+// normalized like any other.
 //
 // Throws boost::bad_lexical_cast for a decimal literal beyond the range of double, std::bad_alloc.
 // Allocates the result; for a long statement a few buffers that grow with it; and a few more if it
@@ -26,8 +26,8 @@ std::string_view NormalizeInto(const std::string& sql, OutputBuffer& output);
 // The same, written over `sql`, which is unchanged if this throws. No string is allocated if the
 // text fits into the capacity of `sql`, which it keeps.
 //
-// Defined outside this folder: instrumented for MemorySanitizer, std::string::assign would replace
-// the one that the fuzzer's own code uses.
+// Defined outside this folder, which is built for MemorySanitizer too: an instrumented
+// std::string::assign would replace the one that the fuzzer's own code uses.
 void NormalizeInPlaceByScanner(std::string& sql);
 
 }  // namespace tarn::sqlnorm

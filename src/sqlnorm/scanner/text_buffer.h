@@ -7,8 +7,8 @@
 
 namespace tarn::sqlnorm {
 
-// The bytes of a text while it is written: on the stack while there are few, else in one heap
-// block. Bytes that have not been written are uninitialised.
+// The bytes of a text while it is written: on the stack if they fit there, else in one heap block.
+// Bytes that have not been written are uninitialised.
 template <std::size_t kInlineCapacity>
 class TextBuffer {
  public:
@@ -47,7 +47,7 @@ struct Text {
 
 // A statement of up to about a kilobyte needs no heap block.
 #ifdef TARN_INLINE_CAPACITY
-// For fuzzers and sanitizers: next to nothing is on the stack, so that they see each overrun.
+// For fuzzers and sanitizers: almost no text fits on the stack, so that they see each overrun.
 using WorkingBuffer = TextBuffer<TARN_INLINE_CAPACITY>;
 using OutputBuffer = TextBuffer<TARN_INLINE_CAPACITY>;
 #else

@@ -68,8 +68,8 @@ char* CopyLoosely(const char* from, const char* end, char* out) noexcept {
 // Writes the elements that it visits, spaced: exactly one blank follows each token.
 //
 // The members change with every element. The writer is a local object whose functions are all
-// inlined, so the compiler keeps the members in registers. The table and the printer of aliases,
-// which have functions of their own out of line, are therefore no members.
+// inlined, so the compiler keeps the members in registers. The table and the printer of aliases
+// have functions that are not inlined, so they are objects of their own.
 class TokenWriter {
  public:
   TokenWriter(Text text, OutputBuffer& output, AliasTable& aliases, AliasNumberPrinter& numbers)
@@ -111,8 +111,8 @@ class TokenWriter {
     kJoinedDots,     // dots that removed the blanks on both sides
   };
 
-  // The rules. Each writes what begins at `p` and returns up to where it has taken the text, which
-  // was taken up to `taken` before.
+  // The rules. Each writes the part that begins at `p` and returns the position up to which it has
+  // taken the text. Before the call, the text was taken up to `taken`.
 
   // Token spacing, for all kinds of tokens: a blank before a token, unless the last element wrote
   // one after it, and a blank after it.
@@ -162,7 +162,7 @@ class TokenWriter {
     return EndWord(end);
   }
 
-  // INSERT keyword, DELETE keyword: INTO and FROM go if they follow.
+  // INSERT keyword, DELETE keyword: a following INTO or FROM is dropped.
   static const char* SkipSwallowed(const Keyword& keyword, const char* end) noexcept {
     constexpr std::uint64_t kFourBytes = 0xFFFFFFFF;
     const char* const next = SkipSpaces(end);
@@ -214,8 +214,8 @@ class TokenWriter {
     if (join) {
       --out_;
       if (last_ == Last::kAttachedComma) {
-        // Dots are joined before commas are attached, so this blank was gone when it was the
-        // comma's turn: the comma keeps the blank before it.
+        // Dots are joined before commas are attached, so this blank is gone when commas are
+        // attached: the comma keeps the blank before it.
         //   a , . b  ->  a ,.b
         out_[-1] = ' ';
         *out_++ = ',';
