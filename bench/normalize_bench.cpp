@@ -1,10 +1,10 @@
-// Both engines of the normalizer on the same statements, in one run; and the scanner on growing
-// ones.
+// Compares both engines of the normalizer on the same statements, in one run, and measures the
+// scanner on statements of growing length.
 //
 // Prints Google Benchmark's tables, and at the end the tables that the README quotes. Times are
-// processor time, the least of several repetitions. The engines take turns within a repetition, so
-// that a noisy machine troubles their ratio little. Options are Google Benchmark's own; with
-// --benchmark_out=FILE it writes JSON.
+// processor time, the least of several repetitions. The engines alternate within a repetition, so
+// that a noisy machine changes their ratio little. Options are Google Benchmark's own: for example,
+// --benchmark_out=FILE writes JSON.
 #include <benchmark/benchmark.h>
 #include <time.h>
 #include <unistd.h>
@@ -94,13 +94,13 @@ std::vector<StatementSet> Sets() {
       {"decimals", {"update prices set low = 0.25, mean = 19.99, high = 2.5e3 where id = 7"}},
       {"aliases",
        {"select t3.a, t7.b, t9.c from x t3, y t7, z t9 where t3.k = t7.k and t7.k = t9.k"}},
-      // Many and in random order, which a branch predictor can't learn.
+      // Many statements in random order, which a branch predictor can't learn.
       {"varied", tarn::bench::VariedStatements(kVariedStatements)},
   };
 }
 
-// Loads the first lines of a statement into the cache, so that a set larger than it measures an
-// engine and not the machine's memory. GCC may drop __builtin_prefetch.
+// Loads the first lines of a statement into the cache. If a set is larger than the cache, this
+// measures an engine and not the machine's memory. GCC may drop __builtin_prefetch.
 void Prefetch(const std::string& sql) {
   constexpr std::size_t kLine = 64;
   constexpr std::size_t kMost = 512;
@@ -131,7 +131,7 @@ double ProcessorNanoseconds() {
   return 1e9 * static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec);
 }
 
-// One engine on one set: as many passes at a time as make the clock's own cost negligible.
+// One engine on one set. Makes so many passes at a time that the cost of the clock is negligible.
 class Stopwatch {
  public:
   Stopwatch(const StatementSet& set, Engine engine) : set_(set), engine_(engine) {
@@ -194,7 +194,7 @@ void NormalizeGrowing(benchmark::State& state, const tarn::test::GrowthFamily& f
   state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(sql.size()));
 }
 
-// The console's usual table, and the least times kept.
+// Prints the console's usual table, and keeps the least times.
 class Reporter : public benchmark::ConsoleReporter {
  public:
   using ConsoleReporter::ConsoleReporter;
@@ -209,8 +209,7 @@ class Reporter : public benchmark::ConsoleReporter {
     }
   }
 
-  // The least nanoseconds of a benchmark: of one of its counters, or of one of its arguments. 0 if
-  // it has not run.
+  // The least nanoseconds of a benchmark's counter or argument `which`; 0 if it has not run.
   double Least(const std::string& benchmark, const std::string& which) const {
     const auto found = least_.find(benchmark + '/' + which);
     return found == least_.end() ? 0 : found->second;
@@ -225,8 +224,8 @@ class Reporter : public benchmark::ConsoleReporter {
   std::map<std::string, double> least_;
 };
 
-// The tables are those of the README: their columns are printed as they are quoted, and the ratio
-// is the quotient of its columns.
+// The tables are those of the README. Their columns are printed as they are quoted there, and the
+// ratio is the quotient of the printed columns.
 
 void PrintRatios(const std::vector<StatementSet>& sets, const Reporter& reporter) {
   const char* heading =
@@ -246,11 +245,11 @@ void PrintRatios(const std::vector<StatementSet>& sets, const Reporter& reporter
 
 constexpr std::array<std::int64_t, 4> kGrowthLengths{8 << 10, 64 << 10, 1 << 20, 16 << 20};
 
-// The family of ordinary text that the table of growth compares with.
+// The family of ordinary text with which the table of growth compares the others.
 constexpr std::string_view kOrdinary = "Ordinary";
 
-// For each family and length the time of a byte, in multiples of that of an ordinary text as long,
-// and the greatest of each column.
+// Prints for each family and length the time of a byte, as a multiple of that of an ordinary text
+// of the same length, and the greatest value of each column.
 void PrintGrowth(const Reporter& reporter) {
   const auto time = [&reporter](std::string_view family, std::int64_t length) {
     return reporter.Least("growth/" + std::string(family), std::to_string(length));
@@ -275,7 +274,7 @@ void PrintGrowth(const Reporter& reporter) {
 }
 
 int Run(int argc, char** argv) {
-  // Defaults, before the options that may say otherwise.
+  // Defaults, before the caller's options, which may replace them.
   std::string min_time = "--benchmark_min_time=0.05";
   std::string repetitions = "--benchmark_repetitions=5";
   std::vector<char*> arguments{argv[0], min_time.data(), repetitions.data()};
@@ -289,7 +288,7 @@ int Run(int argc, char** argv) {
   for (const StatementSet& set : sets) {
     benchmark::RegisterBenchmark(set.name.c_str(), CompareEngines, set);
   }
-  // Twice the statements a second on two threads: nothing is shared.
+  // Two threads share nothing, so they should process twice as many statements a second as one.
   benchmark::RegisterBenchmark("threads/examples", NormalizeOnThreads, sets.front())
       ->ThreadRange(1, 2)
       ->UseRealTime();

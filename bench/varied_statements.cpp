@@ -25,7 +25,7 @@ constexpr std::array kWords{
     "Graz", "gift", "express", "O Hara",   "%tea%", "green", "large", "b.smith@shop.example"};
 constexpr std::array kOperators{"=", "<", ">", "<=", ">=", "!=", "<>"};
 
-// The parts of a form that differ from statement to statement:
+// The parts of a form that differ between statements:
 //   {t} table  {c} column  {n} integer  {d} decimal  {h} hexadecimal  {w} quoted word
 //   {o} comparison operator  {v} any value  {N} integers, separated by commas
 //   {C} columns, separated by commas  {V} one row of values  {R} further rows  {P} parameters
@@ -75,7 +75,7 @@ class Writer {
   }
 
  private:
-  // Not std::uniform_int_distribution, whose results differ between libraries.
+  // Not std::uniform_int_distribution, since its results differ between libraries.
   std::size_t Below(std::size_t bound) { return random_() % bound; }
   template <typename Choices>
   std::string_view OneOf(const Choices& choices) {
