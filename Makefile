@@ -18,8 +18,8 @@ PREFIX       = /usr/local
 .PHONY: help run release test test-asan-ubsan test-tsan bench fuzz fuzz-msan lint format install \
         uninstall package check-reproducible clean
 
-# Targets share build folders and the system's packages. Each of them runs as many compilers as there
-# are processors anyway.
+# Targets share build folders and the system's packages, and each target runs as many compilers as
+# there are processors.
 .NOTPARALLEL:
 
 help:
