@@ -1,4 +1,4 @@
-// Feeds both engines of the normalizer and stops at the first statement on which they differ.
+// Compares both engines of the normalizer and stops at the first statement on which they differ.
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -9,7 +9,7 @@
 
 namespace {
 
-// Statements that the patterns gave up on, which prove nothing. Their number is printed at the end.
+// Counts the statements on which the patterns gave up, which prove nothing. Prints them at the end.
 class GiveUps {
  public:
   ~GiveUps() {

@@ -1,9 +1,9 @@
-// Feeds the scanner alone, under MemorySanitizer: nothing that it decides by, and no byte of its
-// result, is uninitialised. The patterns stay out, since Boost's library knows nothing of the
-// sanitizer.
+// Runs the scanner alone, under MemorySanitizer: no byte of its result, and no value that one of
+// its branches depends on, may be uninitialised. The patterns are left out, since Boost's library
+// is built without the sanitizer.
 //
-// Nor does the C++ library. The linker sends the scanner's calls of two of its functions here
-// (--wrap), which tell the sanitizer what was written.
+// The C++ library is built without it, too. The linker redirects the scanner's calls of two
+// functions to wrappers here (--wrap), which mark the written bytes as initialised.
 #include <sanitizer/msan_interface.h>
 
 #include <boost/lexical_cast/bad_lexical_cast.hpp>
@@ -27,7 +27,7 @@ std::to_chars_result WrappedPrint(char* first, char* last, double value, std::ch
   return result;
 }
 
-// Compiled without the sanitizer, since it asks the C++ library's locale, and prints through it.
+// Compiled without the sanitizer, since it uses the C++ library's locale and prints through it.
 char* PrintLong(void* self, std::uint32_t number,
                 char* out) asm("__real__ZN4tarn7sqlnorm18AliasNumberPrinter9PrintLongEjPc");
 char* WrappedPrintLong(void* self, std::uint32_t number,

@@ -1,5 +1,4 @@
-// Compares the search for the SSL mode with its rules written out a second time, position by
-// position.
+// Compares the search for the SSL mode with a second implementation of its rules, by positions.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
