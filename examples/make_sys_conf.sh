@@ -3,12 +3,13 @@
 #
 # Writes OUTPUT, a copy of the configuration SAMPLE in which each JSON text
 #   "encipher-ALGORITHM:PASSWORD"
-# is the password enciphered by `TARN_HOST encrypt` with the key of KEY_FILE. Makes the key file if
-# there is none. OUTPUT is replaced as a whole, by a file that only its owner may read, or left as it
-# is when anything fails; if it is a symbolic link, the link is replaced and not what it points to.
+# is the password enciphered by `TARN_HOST encrypt` with the key of KEY_FILE. Creates the key file
+# if there is none. OUTPUT is replaced as a whole, by a file that only its owner may read. If
+# anything fails, it is left as it is. If it is a symbolic link, the link is replaced, not its
+# target.
 #
-# In a password, as in any JSON text, \" and \\ stand for a quote and a backslash. A password with
-# another escape sequence is refused.
+# In a password, as in any JSON text, \" means a quote and \\ a backslash. A password with another
+# escape sequence is refused.
 set -eu
 # Passwords are bytes.
 LC_ALL=C
@@ -28,7 +29,7 @@ tarn_host=$1 key_file=$2 sample=$3 output=$4
 [ -r "$sample" ] || fail "$sample: cannot be read"
 [ ! -d "$output" ] || fail "$output: is a directory"
 
-# A new file of its owner's, whatever lies in the folder.
+# Always a new file that only its owner may access, even if files of that name exist.
 umask 077
 unfinished=$(mktemp -- "$output.XXXXXX")
 trap 'rm -f -- "$unfinished"' EXIT
@@ -51,7 +52,7 @@ while IFS= read -r line || [ -n "$line" ]; do
     escaped=$(printf '%s\n' "$rest" | sed -n "s/^$text\".*/\1/p")
     after=${rest#"$escaped"\"}
     [ "$after" != "$rest" ] || fail "$sample: no end of the password in: $before"
-    # What is left when the two known escape sequences are taken out has no other backslash.
+    # Without the two known escape sequences, the text must contain no backslash.
     case $(printf '%s\n' "$escaped" | sed 's/\\["\\]//g') in
     *\\*) fail "$sample: only \\\" and \\\\ may be escaped in a password" ;;
     esac
