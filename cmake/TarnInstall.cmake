@@ -1,17 +1,18 @@
 # The files that `cmake --install` and the Debian package contain. The installed tree may be moved.
 include(CMakePackageConfigHelpers)
 
-# A folder of the project's own: "platform" is no name to put straight into the system's headers.
+# A folder of the project's own, since "platform" is too general a name in the system's headers.
 set(TARN_INSTALL_INCLUDEDIR "${CMAKE_INSTALL_INCLUDEDIR}/${PROJECT_NAME}")
-# A Debian package's name, which may hold no underscore, and so the name of its documents' folder.
+# The Debian package's name, which may contain no underscore. Its documents' folder has the same
+# name.
 set(TARN_PACKAGE_NAME tarn-interface-for-vesta)
 set(TARN_INSTALL_DOCDIR "${CMAKE_INSTALL_DATAROOTDIR}/doc/${TARN_PACKAGE_NAME}")
 set(TARN_INSTALL_CMAKEDIR "${CMAKE_INSTALL_LIBDIR}/cmake/${PROJECT_NAME}")
 
-# The libraries that the plug-in needs are searched by the plug-in's own search path alone: its folder,
-# and the folders that the caller of CMake names. The build folder has the same layout and the same
-# path. A path that CMake rewrites at installation ends in ":" until then, which means the current
-# folder of the process.
+# The plug-in's own search path alone finds the libraries that it needs: it contains the plug-in's
+# folder, and the folders that the caller of CMake names. The build folder has the same layout, and
+# the plug-in in it the same path: a path that CMake rewrites at installation ends in ":" until
+# then, which means the current folder of the process.
 set_target_properties(
   tarn_interface_for_vesta PROPERTIES INSTALL_RPATH "$ORIGIN;${CMAKE_INSTALL_RPATH}"
                                       BUILD_WITH_INSTALL_RPATH ON)
@@ -32,8 +33,8 @@ if(TARN_ON_STANDIN)
           DESTINATION "${TARN_INSTALL_INCLUDEDIR}")
 endif()
 
-# Written by hand, not exported: an exported plug-in could be linked, and would ask its hosts for the
-# Boost that only it needs.
+# Written by hand, not exported: hosts could link an exported plug-in, and would need the Boost that
+# only the plug-in needs.
 configure_package_config_file(
   "${PROJECT_SOURCE_DIR}/cmake/package-config.cmake.in"
   "${PROJECT_BINARY_DIR}/${PROJECT_NAME}-config.cmake"
@@ -45,7 +46,7 @@ install(FILES "${PROJECT_BINARY_DIR}/${PROJECT_NAME}-config.cmake"
               "${PROJECT_BINARY_DIR}/${PROJECT_NAME}-config-version.cmake"
         DESTINATION "${TARN_INSTALL_CMAKEDIR}")
 
-# The README is for whoever has the sources. The installed one names only what is installed.
+# The README is for people who have the sources. The installed one names only installed files.
 set(TARN_INSTALLED_TOOL "")
 if(TARN_ON_STANDIN)
   set(TARN_INSTALLED_TOOL

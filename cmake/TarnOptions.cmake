@@ -24,8 +24,8 @@ else()
   option(TARN_HARDENING "Guard against wrong indices and big stack frames" ON)
   if(TARN_HARDENING)
     include(CheckCXXCompilerFlag)
-    # It is not there for every processor. -fcf-protection is left out: a binary is guarded only if all
-    # that is linked into it is, and the C library's start files here are not.
+    # Not every processor has it. -fcf-protection is left out: it guards a binary only if everything
+    # linked into the binary is compiled with it, and the C library's start files here are not.
     check_cxx_compiler_flag(-fstack-clash-protection TARN_HAS_STACK_CLASH_PROTECTION)
     if(TARN_HAS_STACK_CLASH_PROTECTION)
       target_compile_options(tarn_options INTERFACE -fstack-clash-protection)
@@ -34,13 +34,13 @@ else()
   endif()
   target_compile_options(tarn_options INTERFACE -fstack-protector-strong
                                                 $<$<NOT:$<CONFIG:Debug>>:-D_FORTIFY_SOURCE=2>)
-  # A library with a hole in its symbols fails here, not in the host's process.
+  # A library with an undefined symbol fails here, not in the host's process.
   target_link_options(tarn_options INTERFACE LINKER:-z,defs)
 endif()
 target_link_options(tarn_options INTERFACE LINKER:-z,relro,-z,now)
 
-# tarn_plugin_options: for code that ends up in the plug-in. GNU unique symbols, which Boost.Regex's
-# statics would become, pin a library in its process; without them dlclose really unloads it.
+# tarn_plugin_options: for code that ends up in the plug-in. Without this option Boost.Regex's
+# statics would become GNU unique symbols, and with such symbols dlclose does not unload a library.
 add_library(tarn_plugin_options INTERFACE)
 target_link_libraries(tarn_plugin_options INTERFACE tarn_options)
 target_compile_options(tarn_plugin_options

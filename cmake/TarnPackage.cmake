@@ -23,7 +23,7 @@ set(CPACK_DEBIAN_PACKAGE_SECTION database)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA "${PROJECT_SOURCE_DIR}/cmake/triggers")
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-# A platform that no package of the system owns: ours in the build folder, or the product's own.
+# The folders of a platform that no package of the system owns: ours is in the build folder.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS "${CMAKE_LIBRARY_OUTPUT_DIRECTORY}")
 set(CPACK_TARN_PLATFORM_LIBRARY "")
 foreach(library IN LISTS TARN_PLATFORM_LIBRARY)

@@ -1,6 +1,6 @@
-# The platform that the plug-in and its host run on: the stand-in, or the product's own, which takes
-# both its libraries and its headers. The class layouts that include/platform declares are the
-# stand-in's; code compiled with them crashes on any other library, and no linker notices.
+# The platform for the plug-in and its host: the stand-in, or the product's own, for which both its
+# libraries and its headers are needed. include/platform declares the class layouts of the stand-in.
+# Code compiled with them crashes on any other library, and the linker reports nothing.
 set(TARN_PLATFORM_LIBRARY
     tarn_platform_standin
     CACHE STRING "Product platform to link: absolute paths of libraries, or targets")
@@ -23,7 +23,7 @@ else()
       message(FATAL_ERROR "TARN_PLATFORM_LIBRARY: no target and no absolute path of a file: \"${library}\"")
     endif()
   endforeach()
-  # All of them, since the compiler would take a missing one from include/platform.
+  # Checks all headers, since the compiler would take a missing one from include/platform.
   file(
     GLOB replaced
     RELATIVE "${PROJECT_SOURCE_DIR}/include"
@@ -35,7 +35,7 @@ else()
   endforeach()
 endif()
 
-# The interface's own headers come after the product's.
+# The product's headers come before the interface's own.
 add_library(tarn_platform_headers INTERFACE)
 target_include_directories(tarn_platform_headers INTERFACE ${TARN_PLATFORM_INCLUDE_DIR}
                                                            "${PROJECT_SOURCE_DIR}/include")

@@ -1,8 +1,8 @@
 #!/bin/sh
 # check-built.sh COMPILE_COMMANDS
 #
-# Fails when a source file of this tree is in no target of the compile database. The fuzzers, the
-# hosts of the package's tests and the other platform are built by commands of their own.
+# Fails if a source file of this tree is in no target of the compile database. The fuzzers, the
+# hosts of the package's tests and the other platform are excepted: other commands build them.
 set -eu
 cd "$(dirname "$0")/.."
 

@@ -1,8 +1,8 @@
 #!/bin/sh
 # check-reproducible.sh
 #
-# Builds, installs and packages two copies of this tree, changes that are not committed included, in
-# two folders, and says whether every file has the same bytes. Takes minutes; leaves no file. Needs
+# Builds, installs and packages two copies of this tree in two folders, with all uncommitted
+# changes, and reports whether every file has the same bytes. Takes minutes; leaves no file. Needs
 # the tree's git history, since a package takes its date from the last commit.
 set -eu
 cd "$(dirname "$0")/.."
@@ -19,7 +19,7 @@ trap 'exit 130' INT TERM
 first=$scratch/a
 second="$scratch/another folder/with a longer path"
 
-# The one thing that a package takes from the clock.
+# Nothing else in a package comes from the clock.
 SOURCE_DATE_EPOCH=$(git log -1 --format=%ct)
 export SOURCE_DATE_EPOCH
 

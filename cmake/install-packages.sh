@@ -1,8 +1,8 @@
 #!/bin/sh
 # install-packages.sh PACKAGE...
 #
-# Installs those of the Debian packages that are missing, as root or through sudo. On another system
-# it says which packages are needed and fails.
+# Installs the named Debian packages that are missing, as root or through sudo. On another system it
+# prints which packages are needed and fails.
 set -eu
 
 if ! command -v dpkg-query >/dev/null || ! command -v apt-get >/dev/null; then

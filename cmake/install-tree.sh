@@ -2,8 +2,8 @@
 # install-tree.sh install BUILD PREFIX
 # install-tree.sh uninstall BUILD
 #
-# Installs the build folder BUILD under PREFIX, or removes what the last installation from BUILD has put
-# there: its files, and those of its folders that were not there before and are empty.
+# Installs the build folder BUILD under PREFIX, or removes the files of the last installation from
+# BUILD, and those of its folders that were not there before and are empty.
 set -eu
 
 command=$1 build=$2
@@ -13,7 +13,7 @@ known_folders=$build/folders_before_install.txt
 case $command in
 install)
   prefix=$3
-  # A second installation must not take the first one's folders for older ones.
+  # A second installation must not record the first one's folders as older ones.
   if [ ! -f "$known_folders" ]; then
     find "$prefix" -type d >"$known_folders" 2>/dev/null || true
     folder=$prefix

@@ -1,8 +1,8 @@
 #!/bin/sh
 # list-sources.sh
 #
-# Prints the C++ files of this tree, one a line: those that git knows or could add, or without git's
-# history all that are there, build folders excepted.
+# Prints the C++ files of this tree, one in each line: the files that git knows or could add or,
+# without git's history, all files outside build folders.
 set -eu
 cd "$(dirname "$0")/.."
 

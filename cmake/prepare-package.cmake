@@ -1,7 +1,7 @@
-# Run by CPack between installing and packing.
+# CPack runs this after it installs the files and before it packs them.
 
-# CMake makes folders under the caller's umask, whatever its defaults say; a strict one would give
-# folders that only root can enter.
+# CMake creates folders under the caller's umask, whatever its defaults are. With a strict umask
+# only root could enter them.
 file(
   CHMOD_RECURSE "${CPACK_TEMPORARY_INSTALL_DIRECTORY}"
   DIRECTORY_PERMISSIONS
@@ -13,8 +13,8 @@ file(
   WORLD_READ
   WORLD_EXECUTE)
 
-# A Debian changelog beside the project's own; both and the man page compressed, without a name and a
-# time in them: the same bytes from each build.
+# Adds a Debian changelog to the project's own. Both and the man page are compressed without name
+# and time, so that each build gives the same bytes.
 set(shared "${CPACK_TEMPORARY_INSTALL_DIRECTORY}${CPACK_PACKAGING_INSTALL_PREFIX}/share")
 string(TIMESTAMP now "%a, %d %b %Y %H:%M:%S +0000" UTC)
 set(debian_changelog "${shared}/doc/${CPACK_PACKAGE_NAME}/changelog.Debian")

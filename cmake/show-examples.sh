@@ -1,8 +1,8 @@
 #!/bin/sh
 # show-examples.sh BUILD
 #
-# Runs the tool of the build folder BUILD on the examples, each command before its output. To be run
-# from the project's folder.
+# Runs the tool of the build folder BUILD on the examples, and prints each command before its
+# output. Run it in the project's folder.
 set -eu
 
 tool=$1/bin/tarn_host
