@@ -55,8 +55,8 @@ ShapeCount CountSlowLog(const std::string& log, const CountOptions& options) {
       Product(), options);
 }
 
-// A log of many blocks with times, rows and statements that the product refuses. A shape is seen
-// late in one block and early in another, its slowest statement in the middle.
+// A log of many blocks, with times, rows and statements that the product refuses. A shape occurs
+// late in one block and early in another, and its slowest statement is in the middle.
 std::string ManyEntries(int entries) {
   std::string log;
   for (int number = 0; number < entries; ++number) {
@@ -98,7 +98,7 @@ TEST(Counter, AgreesOnAnyNumberOfThreads) {
   }
 }
 
-// Anything that a log may tell, drawn from few values so that much of it meets.
+// Draws executions with any details that a log may hold, from few values, so that many are equal.
 class DrawnCount {
  public:
   explicit DrawnCount(unsigned seed) : random_(seed) {}
@@ -187,7 +187,7 @@ TEST(Shape, AddsWhatTheLogTells) {
   EXPECT_EQ(shape.example->text, "slow");
 }
 
-// Of statements that took equally long, too, the example does not depend on the order.
+// The example does not depend on the order either if all statements took equally long.
 TEST(Shape, HasTheSameExampleInEitherOrder) {
   const Execution plain{.seconds = 1, .user = "u"};
   std::vector<Execution> others(6, plain);
@@ -210,11 +210,11 @@ TEST(Shape, HasTheSameExampleInEitherOrder) {
 
 TEST(Comparison, TellsHowAShapeChanged) {
   const struct {
-    // The seconds of each statement; none for statements without times.
+    // The seconds of each statement, in a report with times.
     std::vector<double> before;
     std::vector<double> after;
     Change timed;
-    // If the same statements have no times.
+    // The change of the same statements in a report without times.
     Change untimed;
   } kCases[] = {{{}, {1}, Change::kNew, Change::kNew},
                 {{1}, {}, Change::kGone, Change::kGone},
@@ -249,11 +249,11 @@ TEST(Report, ThatIsDamagedIsRefusedWhole) {
   for (int i = 0; i < 20; ++i) drawn.AddTo(count, other);
   const std::string report = ReportOf(count);
   EXPECT_TRUE(BeginsReport(report));
-  // The end is a newline.
+  // All sizes but the whole report, whose last byte is a newline.
   for (std::size_t size = 0; size + 1 < report.size(); size += 1 + size / 50) {
     EXPECT_THROW(ReadReport("", report.substr(0, size), {}), InputError) << size;
   }
-  // A member of another type than ours, wherever it is.
+  // Each member in turn gets a value of an unknown type.
   for (std::size_t at = 0; (at = report.find("\": ", at + 1)) != std::string::npos;) {
     std::string damaged = report;
     const std::size_t end = damaged.find_first_of(",\n", at);

@@ -1,4 +1,5 @@
-// What the README, the manual and the completion say, tried as their readers would.
+// Checks the statements in the README, the manual and the completion as their readers would try
+// them.
 #include <gtest/gtest.h>
 
 #include <cstddef>
@@ -29,7 +30,7 @@ std::string Document(const std::string& name) {
   return content.str();
 }
 
-// All that `pattern` finds in `text`: its first group.
+// All matches of `pattern` in `text`: the first group of each.
 Strings Find(const std::string& text, const std::string& pattern) {
   const std::regex expression(pattern, std::regex::ECMAScript | std::regex::multiline);
   Strings found;
@@ -48,7 +49,7 @@ std::string Part(const std::string& text, const std::string& begin, const std::s
   return text.substr(at, text.find(end, at + begin.size()) - at);
 }
 
-// The rows of the README's table with that heading, as what is between backquotes in each column.
+// The rows of the README's table with that heading. A column is the texts between its backquotes.
 std::vector<std::vector<Strings>> ReadmeTable(const std::string& heading) {
   std::istringstream lines(Part(Document("README.md"), heading + "\n", "\n\n"));
   std::vector<std::vector<Strings>> rows;
@@ -82,7 +83,7 @@ TEST(Readme, ExamplesOfTheCanonicalTextAreTrue) {
 
 TEST(Readme, LimitsOfTheCanonicalTextAreTrue) {
   for (const auto& row : ReadmeTable("| statement | canonical text | because |")) {
-    // "`a`, line break, `b`" is one statement, "`a` and `b`" are two.
+    // The column "`a`, line break, `b`" is one statement, "`a` and `b`" is two.
     Strings statements = row.at(0);
     if (statements.size() > row.at(1).size()) {
       statements = {statements.at(0) + "\n" + statements.at(1)};
@@ -100,7 +101,7 @@ TEST(Readme, ValuesMeetAsItSays) {
   }
 }
 
-// A folder of the test's own, removed with the object.
+// A new folder, which is removed with the object.
 class ScratchFolder {
  public:
   ScratchFolder() {
@@ -127,7 +128,7 @@ TEST(Readme, SSLModesAreTrue) {
     if (row.at(1).size() != 1 || row[0].empty()) continue;
     std::string key;
     for (std::string text : row[0]) {
-      // "`"sslmode": "require"`, `"verify-full"`" leaves the key out that comes before.
+      // In "`"sslmode": "require"`, `"verify-full"`" the second value has the key of the first.
       if (text.find(':') == std::string::npos) text = key + text;
       key = text.substr(0, text.find(':') + 2);
       if (row[1].front() == "sslmode") continue;
@@ -154,7 +155,7 @@ TEST(Readme, HostCompilesAndPrintsWhatItSays) {
 }
 #endif
 
-// What bash offers after `line`, of which the last word may have begun.
+// The completions that bash offers for `words`, the last of which may be incomplete.
 std::set<std::string> Completed(const Strings& words) {
   std::string script =
       ". '" TARN_SOURCE "/tools/tarn_host/completion/tarn_host.bash'; COMP_WORDS=(";

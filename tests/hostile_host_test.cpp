@@ -1,5 +1,5 @@
-// Hosts that make it hard: calls on many threads while copies of the library come and go, a global
-// locale of their own.
+// Difficult hosts: they call from many threads while copies of the library are loaded and unloaded,
+// or set a global locale of their own.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
@@ -26,7 +26,7 @@
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 namespace {
 
-// Calls of __cxa_atexit while they are counted, each by an address in the library that made it.
+// The calls of __cxa_atexit while they are counted: for each, an address in the calling library.
 struct Registrations {
   std::atomic<bool> counting = false;
   std::atomic<std::size_t> count = 0;
@@ -36,7 +36,7 @@ constinit Registrations registrations;
 
 }  // namespace
 
-// Found before the C library's.
+// This definition takes precedence over the C library's.
 extern "C" __attribute__((visibility("default"))) int
 __cxa_atexit(  // NOLINT(bugprone-reserved-identifier)
     void (*function)(void*), void* argument, void* library) noexcept {
@@ -53,13 +53,14 @@ namespace {
 using host::IsLoaded;
 using host::Plugin;
 
-// The library's file under another name, which the dynamic loader takes for another library.
+// Copies the library's file to a new name, so that the dynamic loader loads it as another library.
 std::string CopyOfThePlugin(const TemporaryFolder& folder, const std::string& name) {
   std::filesystem::copy_file(TARN_PLUGIN_PATH, folder.Path(name));
   return folder.Path(name);
 }
 
-// The canonical text, or "bad cast". An exception may not live longer than its library.
+// The canonical text, or "bad cast". The exception is caught here, since it must not outlive the
+// library that threw it.
 std::string Normalized(const Plugin& plugin, std::string sql) {
   try {
     plugin.Product().NormalizeSQL(sql);
@@ -69,7 +70,7 @@ std::string Normalized(const Plugin& plugin, std::string sql) {
   return sql;
 }
 
-// Everything the nine operations answer, in one text.
+// Calls all nine operations and returns their answers in one text.
 std::string AnswersOfAll(impl_dao::CProductInterface& product) {
   product.LogError("error");
   product.LogWarning("warning");
@@ -112,8 +113,8 @@ TEST(Threads, MayCallEverythingWhileCopiesComeAndGo) {
       "2nesvc_v8ptnDB_3|"
       "SELECT ____t1.a FROM tab ____t1, tab2 ____t2 WHERE ____t1.b = 1.5 and c = 255";
 
-  // Held by the dynamic loader anyway, whose own lock ThreadSanitizer does not see: images that one
-  // thread after the other puts at the same addresses would look like races.
+  // The dynamic loader holds a lock of its own, which ThreadSanitizer does not see. Without this
+  // one it would report a race if two threads load images to one address, one after the other.
   std::mutex loader;
   std::atomic<int> wrong_answers{0};
   std::atomic<int> wrong_copies{0};
@@ -146,7 +147,7 @@ TEST(Threads, MayCallEverythingWhileCopiesComeAndGo) {
   EXPECT_EQ(wrong_copies, 0);
 }
 
-// Puts the process's locales back.
+// Restores the process's locales at its end.
 class ScopedLocale {
  public:
   ScopedLocale() = default;
@@ -167,8 +168,8 @@ class Punctuation : public std::numpunct<char> {
   std::string do_grouping() const override { return "\3"; }
 };
 
-// A locale of the C library whose numbers have a decimal comma. It is made here, since a bare
-// machine has none but "C", and not set by std::locale::global, in which glibc itself leaks.
+// A locale of the C library whose numbers have a decimal comma. The test compiles it, since a bare
+// machine has only "C". It is not set by std::locale::global, since glibc leaks memory there.
 class CommaLocale {
  public:
   void Set() const {
@@ -193,7 +194,7 @@ class CommaLocale {
                   folder_.Path(kName)});
 };
 
-// The classic classes of bytes, but for one byte and for what 'I' is in lower case.
+// The classic locale's classes, except for one byte and for the lower case of 'I'.
 class OddCtype : public std::ctype<char> {
  public:
   OddCtype(char byte, mask classes, char lower_i)
@@ -217,13 +218,13 @@ class OddCtype : public std::ctype<char> {
   const char lower_i_;
 };
 
-// A byte that the patterns take for a letter then.
+// Under this locale the patterns take the byte 0xE9 for a letter.
 OddCtype* NewLetters() {
   return new OddCtype('\xE9', std::ctype_base::alpha | std::ctype_base::print, 'i');
 }
 
-// Whatever locales a library was loaded under, and whatever the host sets later. One decimal has 17
-// digits, which the scanner prints in its general way.
+// Literals do not depend on the locale of loading or on a later one. One decimal has 17 digits, so
+// that the scanner's general way prints it.
 TEST(HostLocale, LeavesLiteralsAlone) {
   const std::string sql =
       "select 1000.0, 1234567.50, 0xFFFFFFFF, 2.5E-3, 1234567890123456.5, 1.0e-400, 1.0e16";
@@ -258,8 +259,8 @@ TEST(HostLocale, LeavesLiteralsAlone) {
   }
 }
 
-// More than a thousand aliases, whose numbers follow the locale of the call, in a library that was
-// loaded before the host set its locales and in one loaded after.
+// More than a thousand aliases. Their numbers follow the locale of the call, both in a library that
+// was loaded before the host set its locales and in one that was loaded afterwards.
 TEST(HostLocale, GroupsTheNumbersOfAliasesAlone) {
   std::string sql = "select 0";
   std::string canonical = "SELECT 0";
@@ -278,8 +279,8 @@ TEST(HostLocale, GroupsTheNumbersOfAliasesAlone) {
   EXPECT_EQ(Normalized(loaded_after, sql), canonical);
 }
 
-// The patterns keep the classes of bytes that they were compiled under: those of loading. One byte
-// that differs is enough.
+// The patterns keep the locale of loading, in which they were compiled. They are used if a single
+// byte differs.
 TEST(LocaleOfLoading, DecidesWhatALetterASpaceAndALowerCaseAre) {
   using Ctype = std::ctype_base;
   struct Row {
@@ -312,8 +313,8 @@ TEST(LocaleOfLoading, DecidesWhatALetterASpaceAndALowerCaseAre) {
   }
 }
 
-// Another thread may set the locale while the patterns are compiled. Here it happens when the first
-// of them asks for a lower case.
+// Another thread may set the locale while the patterns are compiled. Here the first lower case that
+// a pattern asks for sets it.
 TEST(LocaleOfLoading, IsOneForAllPatterns) {
   class Flipping : public OddCtype {
    public:
@@ -336,7 +337,7 @@ TEST(LocaleOfLoading, IsOneForAllPatterns) {
             "SELECT \xE9 = 1, caf\xE9s, \xE9t1");
 }
 
-// Then a literal of the patterns is no number.
+// The patterns then take a literal that is no number in the classic locale.
 TEST(LocaleOfLoading, MayHaveMoreDigits) {
   const TemporaryFolder folder;
   const ScopedLocale scoped;

@@ -1,4 +1,4 @@
-// Where the tokens, quotes and comments of SQL begin and end.
+// Tests where the tokens, quotes and comments of SQL begin and end.
 #include "sql/lexer.h"
 
 #include <gtest/gtest.h>
@@ -20,7 +20,7 @@ namespace {
 
 using namespace tarn::host;
 
-// The statements of `sql` that the splitter finds when it gets the text in two pieces.
+// The statements that the splitter finds in `sql` if it gets the text in two pieces.
 std::vector<std::string_view> Split(const std::string& sql, std::size_t cut, Dialect dialect) {
   const auto splitter = MakeSqlSplitter(dialect);
   std::vector<std::string_view> statements;
@@ -32,7 +32,7 @@ std::vector<std::string_view> Split(const std::string& sql, std::size_t cut, Dia
   return statements;
 }
 
-// Where statements end according to the tokens: before a semicolon, if there are others.
+// The ends of the statements by their tokens: each semicolon ends one, if a token is before it.
 std::vector<std::size_t> EndsByTokens(std::string_view sql, Dialect dialect) {
   std::vector<std::size_t> ends;
   Lexer lexer(sql, dialect);
@@ -48,7 +48,8 @@ std::vector<std::size_t> EndsByTokens(std::string_view sql, Dialect dialect) {
   }
 }
 
-// Whether the splitter knows more in `sql` than quotes, comments and semicolons.
+// Whether `sql` has more for the splitter than quotes, comments and semicolons, for example a line
+// "go".
 bool HasMore(const std::string& sql, Dialect dialect) {
   if (RulesOf(dialect).go_lines) {
     std::istringstream lines(sql);

@@ -1,4 +1,5 @@
-// How statements are found in files and logs, however they arrive and whatever is in them.
+// Tests how statements are found in files and logs, whatever the pieces they arrive in and whatever
+// their content.
 #include <archive.h>
 #include <archive_entry.h>
 #include <fcntl.h>
@@ -34,10 +35,11 @@
 
 namespace {
 
-// How many bytes searches have looked at.
+// The number of bytes that searches have compared.
 std::size_t searched = 0;
 
-// How many bytes operator new has given out that are not back, and the most at one time.
+// The number of bytes that operator new has allocated and that are not freed, and its greatest
+// value.
 std::size_t live_bytes = 0;
 std::size_t peak_bytes = 0;
 
@@ -58,7 +60,7 @@ void operator delete(void* block) noexcept {
 
 void operator delete(void* block, std::size_t /*size*/) noexcept { operator delete(block); }
 
-// What std::string_view looks for bytes with, under the C library's name.
+// Counts the work of std::string_view::find, which calls memchr.
 extern "C" const void* CountingSearch(const void* bytes, int wanted,
                                       std::size_t size) asm("memchr");
 extern "C" const void* CountingSearch(const void* bytes, int wanted, std::size_t size) {
@@ -78,7 +80,7 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 
-// Hands out `content` at most `step` bytes at a time.
+// Writes `content` to a pipe, at most `step` bytes at a time.
 class Trickle final : public InputWaiter {
  public:
   Trickle(const std::string& content, std::size_t step) : content_(content), step_(step) {
@@ -97,7 +99,7 @@ class Trickle final : public InputWaiter {
       write_end_->Close();
       return true;
     }
-    // Less than all when the pipe is full.
+    // Writes only a part if the pipe is full.
     const ssize_t written = ::write(write_end_->Get(), content_.data() + at_, size);
     at_ += static_cast<std::size_t>(std::max<ssize_t>(written, 0));
     return written > 0 || errno == EAGAIN;
@@ -111,7 +113,7 @@ class Trickle final : public InputWaiter {
   std::unique_ptr<OwnedFd> write_end_;
 };
 
-// All that a log tells of an execution, absent things left out: "|0.5 sent=1 user=shop".
+// All details of an execution that the log states, for example "|0.5 sent=1 user=shop".
 std::string Description(const Execution& execution) {
   std::ostringstream text;
   const auto add = [&text](const char* name, const auto& value) {
@@ -142,7 +144,7 @@ std::string Description(const Execution& execution) {
 
 struct Result {
   std::vector<std::string> statements;
-  // Their remarks without the file's name, each on a line.
+  // The remarks without the file's name, one in each line.
   std::string remarks;
 };
 
@@ -165,7 +167,7 @@ Result ReadAll(StatementReader& reader, bool described) {
   return result;
 }
 
-// The options that a row's label names: "ID FORMAT DIALECT", the format "-" for none.
+// The options in a row's label "ID FORMAT DIALECT"; "-" leaves one out.
 ReadOptions OptionsOf(const std::string& label) {
   std::istringstream words(label);
   std::string id;
@@ -190,7 +192,7 @@ TEST_P(Inputs, AreCutAlikeHoweverTheyArrive) {
   }
   const bool log = GetParam().section != "Sql" && GetParam().section != "Recognised";
   for (const std::size_t step : {1UL, 2UL, 3UL, 50'000UL}) {
-    // A kind is told by lines that have come when the first bytes are read.
+    // The format is recognised by the lines in the first bytes read, so they must arrive together.
     if (step <= 3 && GetParam().section == "Recognised") continue;
     Trickle trickle(texts[0], step);
     StatementReader reader({trickle.Path()}, OptionsOf(GetParam().label), &trickle);
@@ -206,7 +208,7 @@ TEST_P(Inputs, AreCutAlikeHoweverTheyArrive) {
 
 INSTANTIATE_TEST_SUITE_P(Cases, Inputs, testing::ValuesIn(ReadCases("inputs.txt")), CaseName);
 
-// The texts without that which a log tells of their execution.
+// The texts of the statements, without the details of their executions.
 std::multiset<std::string> Texts(const std::vector<std::string>& statements) {
   std::multiset<std::string> texts;
   for (const std::string& statement : statements) {
@@ -231,7 +233,7 @@ class Logs : public testing::TestWithParam<CaseRow> {
   }
 
   const std::string& Log() const { return GetParam().texts[0]; }
-  // From one cut of the log to the next.
+  // The distance between two cuts of the log.
   std::size_t Step() const { return 1 + Log().size() / 25; }
 
   TemporaryFolder folder_;
@@ -251,11 +253,11 @@ TEST_P(Logs, AreOneWhereverTheyAreRotated) {
 
 TEST_P(Logs, KeepTheirWholeEntriesWhenCut) {
   if (GetParam().texts.back().starts_with('!')) return;
-  // Whether a "use" is the statement is known by the entry after it.
+  // Only the next entry shows whether "use" is the statement itself.
   if (GetParam().Id() == "SlowLog_UseAlone") return;
   const std::multiset<std::string> all = Texts(Read({folder_.Write("log", Log())}).statements);
   std::size_t kept_before = 0;
-  // Elsewhere nothing need tell that more lines of a statement would follow.
+  // In other formats a cut at the end of a line may not show that more lines would follow.
   const bool records = GetParam().section == "CsvLog" || GetParam().section == "JsonLog";
   for (std::size_t cut = 0; cut <= Log().size(); cut += Step()) {
     const bool at_line_end = cut == 0 || Log()[cut - 1] == '\n';
@@ -275,7 +277,7 @@ TEST_P(Logs, KeepTheirWholeEntriesWhenCut) {
 
 INSTANTIATE_TEST_SUITE_P(Cases, Logs, Logs::All(), CaseName);
 
-// An entry that holds `statement`, in the format of this name.
+// An entry of the named format that holds `statement`.
 std::string Entry(const std::string& format, const std::string& statement) {
   const std::string time = "2026-11-24 09:05:00.123 UTC";
   if (format == "slowlog") return "# Query_time: 1  Lock_time: 0\n" + statement + ";\n";
@@ -409,7 +411,7 @@ TEST(PackedInput, IsUnpackedWholeOrReported) {
         ++refused;
       }
     }
-    // Some packers end with bytes that nobody needs.
+    // Some packers end with bytes that unpacking does not need.
     EXPECT_GE(refused, packed.size() - 6 - 16);
   }
 }
@@ -435,7 +437,7 @@ TEST(PostgresPrefix, IsReadAsThePersonSays) {
   }
 }
 
-// What someone may write who wants a log to take long.
+// Inputs of an attacker who wants a log to take long.
 TEST(HostileInputs, TakeTimeLinearInTheirLength) {
   const auto work = [](const CaseRow& family, std::size_t size) {
     std::string text = family.texts.at(0);
@@ -464,8 +466,8 @@ TEST(HostileInputs, TakeTimeLinearInTheirLength) {
     const auto [small_seconds, small_searched] = work(family, kSize);
     const auto [seconds, all_searched] = work(family, kGrowth * kSize);
     SCOPED_TRACE(family.texts[0] + "..." + family.texts[1]);
-    // The quotients are 16 if linear and 256 if quadratic. Searches are too fast for the clock to
-    // tell; of the rest, what is over at once proves nothing.
+    // The quotients are 16 if the work is linear and 256 if it is quadratic. Searches are too fast
+    // for the clock, so their bytes are counted. For the rest, times below 2 ms prove nothing.
     EXPECT_LT(all_searched, 2 * kGrowth * small_searched);
     EXPECT_LT(seconds, 5 * kGrowth * std::max(small_seconds, 0.002));
   }

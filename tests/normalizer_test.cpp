@@ -1,5 +1,5 @@
-// The normalizer: its tables of texts, the scanner against the patterns (the definition) on tables,
-// on every sequence of tokens up to some length, on random statements and on hostile ones, and how
+// Tests the normalizer: its tables of texts; the scanner against the patterns, which define the
+// text, on tables, on all short sequences of tokens, on random and on hostile statements; and how
 // its work grows.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -40,7 +40,7 @@ using namespace std::string_view_literals;
 using sqlnorm::NormalizeByPatterns;
 using sqlnorm::NormalizeByScanner;
 
-// Counts what was compared, and reports each difference in a line of its own.
+// Compares the engines, and reports each difference in a line of its own.
 class Tally {
  public:
   void Compare(const std::string& sql) {
@@ -52,7 +52,8 @@ class Tally {
     }
   }
 
-  // Says how much the comparison is worth; the number of statements.
+  // Prints the counts, so that a reader sees how much was compared, and returns the number of
+  // statements.
   long Report() const {
     std::cout << compared_ << " statements, " << different_ << " different, " << gave_up_
               << " on which the patterns gave up\n";
@@ -77,7 +78,7 @@ TEST_P(CanonicalText, IsTheSameByBothEngines) {
 INSTANTIATE_TEST_SUITE_P(Cases, CanonicalText, testing::ValuesIn(ReadCases("canonical_text.txt")),
                          CaseName);
 
-// The rows of one section of cases/pattern_steps.txt, "ID FIRST LAST".
+// The rows of one section of cases/pattern_steps.txt, whose heading is "ID FIRST LAST".
 using Section = std::vector<CaseRow>;
 
 std::vector<Section> StepSections() {
@@ -100,7 +101,7 @@ TEST_P(Steps, RewriteAsTheirTableSays) {
   Tally tally;
   for (const CaseRow& row : GetParam()) {
     EXPECT_EQ(sqlnorm::RunSteps(row.texts.at(0), first, last), row.texts.back()) << row;
-    // And as a statement of its own, beside others that are rewritten.
+    // Also compares the engines on the text, alone and after other parts that are rewritten.
     for (const std::string& text : row.texts) {
       for (const char* frame : {"", "select t7.a, ", "values (1),"}) tally.Compare(frame + text);
     }
@@ -136,7 +137,7 @@ long FromEnvironment(const char* name, long otherwise) {
   return value == nullptr ? otherwise : std::strtol(value, nullptr, 10);
 }
 
-// TARN_ENGINES_CASES asks for another number of statements, TARN_ENGINES_START for others.
+// TARN_ENGINES_CASES sets the number of statements. Another TARN_ENGINES_START draws others.
 TEST(Random, EnginesAgree) {
   RandomStatements statements(static_cast<std::uint64_t>(FromEnvironment("TARN_ENGINES_START", 1)));
   Tally tally;
@@ -146,7 +147,7 @@ TEST(Random, EnginesAgree) {
   tally.Report();
 }
 
-// What the fuzzer found worth keeping, also for builds that it can't be part of.
+// The fuzzer's corpus, also for builds without the fuzzer.
 TEST(FuzzCorpus, EnginesAgree) {
   Tally tally;
   for (const auto& entry : std::filesystem::directory_iterator(TARN_FUZZ_CORPUS)) {
@@ -156,7 +157,7 @@ TEST(FuzzCorpus, EnginesAgree) {
   EXPECT_GT(tally.Report(), 100);
 }
 
-// Texts that outgrow one buffer after the other while they are written.
+// Texts that outgrow one buffer after the other during writing.
 TEST(Buffers, GrowWithTheText) {
   struct Row {
     const char* unit;
@@ -171,7 +172,7 @@ TEST(Buffers, GrowWithTheText) {
     std::string sql;
     for (std::size_t i = 1; i <= count; ++i) AppendNumbered(unit, i, sql);
     for (std::size_t i = 0; i < then_count; ++i) sql += then;
-    // On that many aliases the patterns would take minutes.
+    // The patterns would take minutes on that many aliases.
     constexpr std::size_t kManyForPatterns = 10'000;
     if (count > kManyForPatterns) {
       EXPECT_THAT(NormalizeByScanner(sql), testing::EndsWith(" ____t" + std::to_string(count)));
@@ -179,7 +180,7 @@ TEST(Buffers, GrowWithTheText) {
       EXPECT_EQ(CompareEngines(sql).outcome, Outcome::kSame) << unit;
     }
   }
-  // At their very ends.
+  // The literal crosses the very end of a buffer.
   for (std::size_t length = 900; length < 1100; ++length) {
     const std::string sql = std::string(length, '(') + "0.1";
     EXPECT_EQ(CompareEngines(sql).outcome, Outcome::kSame) << length;
@@ -188,14 +189,15 @@ TEST(Buffers, GrowWithTheText) {
 
 class Growth : public testing::TestWithParam<GrowthFamily> {};
 
-// Short enough for the patterns in the main.
+// Most of these are short enough for the patterns.
 TEST_P(Growth, EnginesAgree) {
   Tally tally;
   for (const std::size_t length : {3U, 40U, 300U, 1500U}) tally.Compare(Grow(GetParam(), length));
   tally.Report();
 }
 
-// How many blocks the scanner asks for: one less than the first that is never asked for.
+// The number of blocks that the scanner allocates: one less than the first failure that never
+// happens.
 long ScannerAllocations(const std::string& sql) {
   for (long n = 1;; ++n) {
     const FailNthAllocation failure(n);
@@ -209,13 +211,13 @@ long ScannerAllocations(const std::string& sql) {
 
 TEST_P(Growth, ScannerAllocatesNoMoreForMoreTokens) {
   constexpr std::size_t kLength = 10'000;
-  // The list of groups that aliases are sorted in grows now and then.
+  // The list of groups for sorting aliases may grow a few times.
   constexpr long kListGrows = 16;
   EXPECT_LE(ScannerAllocations(Grow(GetParam(), 16 * kLength)),
             ScannerAllocations(Grow(GetParam(), kLength)) + kListGrows);
 }
 
-// At most 20 bytes a byte, whatever the text. TARN_GROWTH_LENGTH asks for another length.
+// Expects at most 20 bytes of memory for each byte of the text. TARN_GROWTH_LENGTH sets the length.
 void ExpectLittleMemory(const std::string& sql) {
   constexpr std::size_t kMostPerByte = 20;
   const PeakMemory peak;
@@ -232,7 +234,7 @@ TEST_P(Growth, TakesLittleMemory) {
   }
 }
 
-// Processor time, so that what else the machine does counts for little.
+// The thread's processor time, on which the machine's other work has little effect.
 double ProcessorSeconds() {
   timespec time{};
   clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
@@ -253,8 +255,8 @@ double LeastSeconds(const std::string& sql) {
   return least;
 }
 
-// Whether a statement of 16 times the length takes no more than about 16 times the time. Quadratic
-// work would take 256 times, so that a noisy machine has plenty of room, and several tries.
+// Whether 16 times the length takes no more than about 16 times the time. Quadratic work would take
+// 256 times, so the limit can be generous. A noisy machine gets several tries.
 template <typename Grower>
 testing::AssertionResult GrowsLinearly(Grower grow) {
   constexpr std::size_t kLength = 8 << 10;
@@ -279,8 +281,8 @@ TEST_P(Growth, IsLinear) {
 INSTANTIATE_TEST_SUITE_P(Families, Growth, testing::ValuesIn(GrowthFamilies()),
                          [](const auto& instance) { return instance.param.name; });
 
-// TARN_GROWTH_CASES asks for another number of combinations, TARN_GROWTH_START for the one to begin
-// with: what a failure names, and TARN_GROWTH_CASES=1, replays it.
+// TARN_GROWTH_CASES sets the number of combinations, TARN_GROWTH_START the first one. To replay a
+// failure, set the TARN_GROWTH_START that it names and TARN_GROWTH_CASES=1.
 TEST(GrowthCombinations, AreLinearAndTakeLittleMemory) {
   const long start = FromEnvironment("TARN_GROWTH_START", 1);
   const long end = start + FromEnvironment("TARN_GROWTH_CASES", 200);
@@ -304,7 +306,7 @@ class Grouping : public std::numpunct<char> {
   const char* const grouping_;
 };
 
-// Alias numbers alone follow the global locale, that of the call.
+// Only alias numbers follow the global locale, that of the call.
 TEST(AliasNumbers, AreGroupedAsTheGlobalLocaleGroups) {
   struct Row {
     const char* grouping;
@@ -340,7 +342,7 @@ class LoadedPlugin : public testing::Test {
 
 TEST_F(LoadedPlugin, TakesTheScannerUnderTheClassicLocale) {
   EXPECT_EQ(sqlnorm::ChosenEngine(), sqlnorm::Engine::kScanner);
-  // The patterns give up here, so the plug-in can't have asked them.
+  // The patterns give up on this, so the plug-in has not used them.
   const std::string hard = "\"select" + std::string(20'000, ' ') + "1";
   EXPECT_THROW(NormalizeByPatterns(hard), std::runtime_error);
   EXPECT_EQ(Normalize(hard), "\" SELECT 1");
@@ -349,18 +351,18 @@ TEST_F(LoadedPlugin, TakesTheScannerUnderTheClassicLocale) {
 TEST_F(LoadedPlugin, ThrowsForADecimalOutOfRangeAndLeavesTheStatement) {
   std::vector<std::string> statements{"x=1.0e999", "select 1.50 from t where x = 1.0E+309",
                                       "values (1), (1.0e999)"};
-  // At the end of what is dropped, and anywhere in a block.
+  // The literal is at the end of the removed rows, and ends at any position of a block.
   for (std::size_t digits = 309; digits < 309 + 64; ++digits) {
     statements.push_back("values (1), (" + std::string(digits, '9') + ".0");
   }
   for (const std::string& statement : statements) {
     std::string sql = statement;
-    // Boost's exception is known here by its base alone.
+    // Only the base class of Boost's exception is the same class here and in the library.
     EXPECT_THAT([&] { plugin_.Product().NormalizeSQL(sql); },
                 testing::ThrowsMessage<std::bad_cast>(testing::StrEq(
                     "bad lexical cast: source type value could not be interpreted as target")));
     EXPECT_EQ(sql, statement);
-    // Nothing is left of the failed call.
+    // The failed call has left nothing.
     EXPECT_EQ(Normalize("select t2.a, t1.b, 1.50"), "SELECT ____t1.a, ____t2.b, 1.5");
   }
 }

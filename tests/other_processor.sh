@@ -1,10 +1,11 @@
 #!/bin/sh
-# other_processor.sh [s390x|arm64] [COUNT]: compares both engines on COUNT random statements (10000)
-# on another processor, emulated: s390x has the other byte order, neither has SSE2. On Debian 12, with
+# other_processor.sh [s390x|arm64] [COUNT]: compares both engines on COUNT random statements
+# (default: 10000) on another processor, which is emulated. s390x has the other byte order; neither
+# has SSE2. On Debian 12 it needs
 #
 #   apt-get install g++-s390x-linux-gnu g++-aarch64-linux-gnu qemu-user libboost-regex-dev
 #
-# The processor's Boost is downloaded and unpacked below build/, with apt's state there as well, so
+# Boost for that processor is downloaded and unpacked below build/, together with apt's state, so
 # nothing foreign is installed.
 set -eu
 cd "$(dirname "$0")/.."

@@ -1,5 +1,5 @@
-// The product object's operations on a recording platform: what they hand back, every call in
-// order, and what is left when any of it fails.
+// Tests the product object's operations on a recording platform: their outputs, the order of all
+// calls, and the outputs after each possible failure.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/syscall.h>
@@ -35,12 +35,13 @@
 
 namespace {
 
-// Reads until the one that fails with EIO; not above 0: none does.
+// The number of calls of read up to the one that fails with EIO; if not above 0, none fails.
 int reads_until_error = 0;
 
 }  // namespace
 
-// Found before the C library's. Under another name here, since its header may define it inline.
+// This definition takes precedence over the C library's. It has another name here, since the
+// library's header may define `read` inline.
 extern "C" __attribute__((visibility("default"))) ssize_t Read(int descriptor, void* buffer,
                                                                size_t size) __asm__("read");
 ssize_t Read(int descriptor, void* buffer, size_t size) {
@@ -61,14 +62,14 @@ using testing::ElementsAreArray;
 using Calls = std::vector<std::string>;
 using PropertyMap = std::map<std::string, refl::CValue>;
 
-// What the operations write to; each leaves the rest alone.
+// The outputs of the operations. Each operation changes only its own.
 struct Outputs {
   std::string text;
   std::string password;
   PropertyMap properties;
 };
 
-// "TEXT | PASSWORD", and "KEY=TEXT(TYPE)" of each property.
+// Describes the outputs: "TEXT | PASSWORD", then "KEY=TEXT(TYPE)" for each property.
 std::string Look(const Outputs& outputs) {
   std::string look = outputs.text + (outputs.password.empty() ? "" : " | " + outputs.password);
   for (const auto& [key, value] : outputs.properties) {
@@ -78,13 +79,14 @@ std::string Look(const Outputs& outputs) {
   return look;
 }
 
-// Runs an operation in peace, and with everything that can fail failing.
+// Runs an operation without failures, and with a failure of everything that can fail.
 class Operation {
  public:
-  // `before` is what the outputs hold before each run.
+  // Each run begins with the outputs `before`.
   Operation(Outputs before, void (*call)(Outputs&)) : before_(std::move(before)), call_(call) {}
 
-  // In peace. The platform's calls, then "-> " and how the outputs look in the end.
+  // Runs without failures. Returns the platform's calls, then "-> " and the description of the
+  // outputs.
   Calls Trace() {
     Outputs outputs = before_;
     Platform().recording = true;
@@ -100,14 +102,14 @@ class Operation {
     return Platform().calls;
   }
 
-  // Makes each call of the platform throw and then each allocation fail, and expects every time
-  // that the exception comes out, that the outputs are as they were when it happened, and that
-  // nothing else is left, be it memory, log records or the password. One failure may stay within,
-  // if it leaves the outputs looking like `survived`.
+  // Makes each call of the platform throw, then each allocation fail. Expects every time that the
+  // exception reaches the caller, that the outputs are as they were at the failure, and that
+  // nothing is left: no memory, no log record, no password. One failing allocation may raise no
+  // exception, if the outputs are then described as `survived`.
   void FailEverywhere(const std::string& survived = "never") {
     Trace();
     Platform().recording = false;
-    // From now on with a block of its own, so that it does not count.
+    // Allocates a block now, so that it is not counted later.
     constexpr std::size_t kMoreThanInPlace = 100;
     left_.reserve(kMoreThanInPlace);
     const std::size_t calls = looks_.size() - 2;
@@ -133,7 +135,8 @@ class Operation {
   }
 
  private:
-  // With one call or one allocation failing, from 1, neither if 0; whether that came out.
+  // Runs with a failure of that call or allocation (from 1; 0 for none). Returns whether an
+  // exception came out.
   bool Fails(std::size_t call, long allocation) {
     Platform().StartAgain();
     const long live_before = LiveAllocations();
@@ -163,15 +166,14 @@ class Operation {
 
   Outputs before_;
   void (*call_)(Outputs&);
-  // How the outputs look before the operation, before each call, and in the end.
+  // The descriptions of the outputs before the operation, before each call, and at the end.
   std::vector<std::string> looks_;
-  // After a run: how the outputs look, and the number of calls.
+  // After a run: the description of the outputs, and the number of calls.
   std::string left_;
   std::size_t reached_ = 0;
 };
 
-// The product as it is, but that it notes which of its operations are called through its dispatch
-// table.
+// The product, which also notes each of its operations that is called through its dispatch table.
 class NotingProduct : public CProductInterface_Tarn {
  public:
   void LogError(const char* message) override {
@@ -189,8 +191,7 @@ impl_dao::CProductInterface& Noting() {
   return product;
 }
 
-// As other texts here longer than what a string holds without allocating, with a byte that ends
-// texts of C.
+// Like other texts here, longer than a string holds without allocating, and with a NUL byte.
 const std::string kDbName("orders\0of the shop in town", 26);
 
 void GetType(Outputs& out) { EXPECT_TRUE(Noting().GetDBType(out.text, kDbName)); }
@@ -205,7 +206,7 @@ TEST(LoggingBridge, PassesTheVeryMessageOn) {
        {std::tuple(&impl_dao::CProductInterface::LogError, "Error(666667, ", "LogError:213)"),
         {&impl_dao::CProductInterface::LogWarning, "Warn(", "LogWarning:218)"},
         {&impl_dao::CProductInterface::LogDebug, "Debug(", "LogDebug:222)"}}) {
-    // The plug-in's own prefix is no business of the bridge.
+    // LogError and the others add no prefix to the message.
     for (const char* message :
          {"", "[tarn_interface_for_vesta] text", "%s\n\xFF", static_cast<const char*>(nullptr)}) {
       ResetPlatform();
@@ -228,8 +229,8 @@ class Operations : public testing::TestWithParam<CaseRow> {
     Platform().service = std::string("a service\0name of some length", 29);
   }
 
-  // Sets, by "NAME=VALUE", an answer of the platform, "CODE TEXT" for a deciphering, or the
-  // configuration file by path or content.
+  // Applies a setting "NAME=VALUE" of a row: an answer of the platform ("CODE TEXT" for a
+  // deciphering), or the configuration file's path or content.
   void Set(const std::string& setting) {
     RecordingPlatform& platform = Platform();
     const auto number = [](const std::string& text) {
@@ -284,7 +285,7 @@ INSTANTIATE_TEST_SUITE_P(Cases, Operations, testing::ValuesIn(ReadCases("operati
 
 using Properties = Operations;
 
-// Entries that are there keep their place, whatever they held.
+// Existing entries are replaced in place, whatever their values.
 TEST_F(Properties, ReplaceTheirEntriesAndNoOther) {
   const auto other_type = static_cast<refl::Enum::DataTypeEnum>(7);
   Outputs before;
@@ -301,8 +302,8 @@ TEST_F(Properties, ReplaceTheirEntriesAndNoOther) {
 const std::string kName = "defaultDBName=nemgr_transDB_0(41)";
 
 TEST_F(Properties, KeepWhatWasWrittenWhateverFails) {
-  // At the end of a file that needs several growing buffers. Where there is no memory for a FILE,
-  // there is no file.
+  // The mode is at the end of a file that needs several growing buffers. If there is no memory for
+  // a FILE, the file counts as not opened.
   Set("file=" + std::string(20'000, ' ') + R"({"sslmode": "required"})");
   Operation operation({}, GetProperties);
   operation.FailEverywhere("SSLMODE=1(41) " + kName);
@@ -314,7 +315,7 @@ struct Groups : std::numpunct<char> {
   std::string do_grouping() const override { return "\3"; }
 };
 
-// The port is printed as a stream prints it; the default database's name never is.
+// The port has the locale's digit groups, the default database's name never has.
 TEST_F(Properties, AreNotGroupedInTheHostsLocaleAsThePortIs) {
   for (const char* setting : {"type=mysql", "port=12345", "handle=65535"}) Set(setting);
   Outputs out;
@@ -334,7 +335,7 @@ TEST_P(SSLModeSearch, FindsTheMode) {
 INSTANTIATE_TEST_SUITE_P(Cases, SSLModeSearch, testing::ValuesIn(ReadCases("ssl_mode.txt")),
                          CaseName);
 
-// What was read before an error counts.
+// The part that was read before an error counts.
 TEST_F(Properties, HaveTheModeAsFarAsTheFileCanBeRead) {
   const std::string filler(20'000, ' ');
   const std::string setting = R"("sslmode": "required")";
@@ -346,23 +347,23 @@ TEST_F(Properties, HaveTheModeAsFarAsTheFileCanBeRead) {
   }
 }
 
-// The wiping is worth the most to test in an optimised build, where stores into dying objects are
-// the first to go.
+// The tests of wiping matter most in an optimised build, since an optimiser removes stores into
+// objects at the end of their lifetime.
 
 std::string Filler(std::size_t size) { return std::string(size, '\xCC'); }
 
-// Bytes of an object that is gone. Inlined, without a call between the end of the object and here.
+// The bytes of an object after its end. Inlined, since a call in between would overwrite them.
 __attribute__((always_inline)) inline std::string DeadBytes(const char* bytes, std::size_t size) {
   std::array<char, 32> seen{};
-  // To the optimiser they are bytes of unknown origin.
+  // Hides the origin of the bytes from the optimiser.
   asm volatile("" : "+r"(bytes) : : "memory");
   const volatile char* const source = bytes;
   for (std::size_t i = 0; i < size && i < seen.size(); ++i) seen[i] = source[i];
   return {seen.data(), std::min(size, seen.size())};
 }
 
-// A short text lies within the object, whose bytes stay to be seen when it is gone. A long one
-// leaves its tail behind a short one that takes its place.
+// A short text is within the object, whose bytes can still be read after its end. If a short text
+// replaces a long one, the end of the long one is still in the buffer.
 TEST(WipedString, OverwritesAllItsRoom) {
   using dbconfig::WipedString;
   constexpr std::size_t kRoom = 15;
@@ -381,8 +382,8 @@ TEST(WipedString, OverwritesAllItsRoom) {
   }
 }
 
-// A short password lies in the operation's stack frame. It is looked at right after the return,
-// before any other call can use that piece of stack again.
+// A short password is in the operation's stack frame. The test reads it right after the return,
+// before another call overwrites that part of the stack.
 TEST(Account, LeavesNoShortPasswordOnTheStack) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
   GTEST_SKIP() << "the sanitizer's own calls use that piece of stack";
@@ -402,11 +403,12 @@ TEST(Account, LeavesNoShortPasswordOnTheStack) {
 TEST(NormalizeSQL, LeavesTheStatementWhereMemoryEnds) {
   ResetPlatform();
   ASSERT_EQ(sqlnorm::ChosenEngine(), sqlnorm::Engine::kScanner);
-  // One of each: quotes, literals, a group, an IN list, rows, three aliases, blanks to trim.
+  // One of each: quotes, literals, a group, an IN list, rows, three aliases and blanks to trim.
   const std::string statement =
       "\" select t7.id, 0.1 , 0xFF from orders t7, items t3 where (t7.id = t3.no and t3.n >= 2.50) "
       "and not (t3.id in (1, 2)) and e in (@p0, @p1) values (1, 10abc), (2, 3) t9  \"";
-  // And one that outgrows its own capacity and every buffer, with enough aliases to be sorted.
+  // This one outgrows its own capacity and every buffer, and has so many aliases that they are
+  // sorted.
   std::string growing;
   for (int i = 0; i < 300; ++i) growing += "0.1,t1234567" + std::to_string(i) + ",";
   for (const std::string& sql : {statement, growing}) {

@@ -1,4 +1,4 @@
-// What tarn_host's shapes and normalize do beyond a row of cases/tool.txt.
+// Tests of tarn_host's shapes and normalize that do not fit into a row of cases/tool.txt.
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -67,7 +67,7 @@ TEST(Shapes, TellInJsonWhatALogTells) {
   EXPECT_NEAR(slowest["share"], 10.0 / 41, 1e-4);
 }
 
-// The reports of logs, added, are the report of all of them.
+// The sum of the reports of several logs is the report of all of them.
 TEST(Shapes, AddUpReports) {
   const TemporaryFolder folder;
   const std::string log =
@@ -94,7 +94,7 @@ TEST(Shapes, AddUpReports) {
     EXPECT_EQ(result.exit_code, 2);
     EXPECT_THAT(result.errors, AllOf(IsOneErrorLine(), HasSubstr(reason)));
   }
-  // Only a.log's shape of select costs more than before; b is gone.
+  // Only the shape of select in a.log costs more than before; b is gone.
   const auto comparison = nlohmann::json::parse(run({second, "--compare=" + first}).output);
   EXPECT_EQ(comparison["after"]["total_seconds"], 2.0);
   EXPECT_EQ(comparison["changes"][0]["change"], "slower");
@@ -104,7 +104,7 @@ TEST(Shapes, AddUpReports) {
   EXPECT_FALSE(comparison["changes"][1].contains("after"));
 }
 
-// The commands that the manual shows for several processes, as a person types them.
+// Runs the manual's commands for several processes as a person would type them.
 TEST(Shapes, AddUpReportsAsTheManualSays) {
   std::ifstream manual(TARN_MANUAL);
   std::vector<std::string> commands;
@@ -142,7 +142,7 @@ TEST(Shapes, PrintWhatTheyHaveOnCtrlC) {
   OwnedFd write_end(ends[1]);
   RunningProgram tool({TARN_HOST_PATH, "shapes"}, {.input_fd = read_end.Get()});
   ASSERT_EQ(write(write_end.Get(), "a;a;half", 8), 8);
-  // Once the pipe is empty the tool is past the start, where Ctrl-C would end it outright.
+  // An empty pipe shows that the tool has started. During the start Ctrl-C would end it outright.
   int unread = 0;
   do {
     usleep(1000);
@@ -156,10 +156,10 @@ TEST(Shapes, PrintWhatTheyHaveOnCtrlC) {
   EXPECT_THAT(result.errors, AllOf(IsOneErrorLine(), HasSubstr("interrupted")));
 }
 
-// The paths that commands name, which a shell would part at blanks.
+// Paths for the commands. As variables they may contain blanks.
 const std::vector<std::string> kPaths{"TOOL=" TARN_HOST_PATH, "EXAMPLES=" TARN_EXAMPLES};
 
-// What `command`, run by a shell, shows on a terminal of 60 columns.
+// The output of `command`, run by a shell on a terminal of 60 columns.
 std::string OnATerminal(const std::string& command) {
   RunOptions options{.environment = kPaths};
   options.environment.insert(options.environment.end(), {"TERM=xterm", "NO_COLOR="});
@@ -187,7 +187,7 @@ TEST(Terminal, IsFittedByTheTable) {
   EXPECT_THAT(InAPipe(command).output, HasSubstr("group by customer_id\n"));
 }
 
-// Progress is for a terminal: with a pipe for input it has no end to show.
+// Progress is shown on a terminal only. The input is a pipe, so the total is unknown.
 TEST(Terminal, ShowsProgressThereAlone) {
   for (const char* tool : {" shapes", " normalize >/dev/null"}) {
     const std::string command =

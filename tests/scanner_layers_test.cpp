@@ -1,5 +1,5 @@
-// The scanner's lower layers, each against a plain statement of what it does, so that the
-// comparison of the two engines need not find their faults by luck.
+// Tests each lower layer of the scanner against a plain form of it, so that the comparison of the
+// two engines need not find its faults by luck.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -27,7 +27,8 @@ namespace {
 
 using namespace std::string_view_literals;
 
-// Where elements begin and end, and up to where the text had been taken before each sign.
+// Records where each element begins and ends, and up to where the text had been taken before each
+// sign.
 class Recorder {
  public:
   const char* Word(const char* begin, const char* end) {
@@ -36,7 +37,7 @@ class Recorder {
   }
   const char* Sign(const char* p, const char* taken) {
     places_.insert(places_.end(), {taken, p, nullptr});
-    // As the writer does with operators: along with the next sign, if there is one.
+    // Takes the next sign too, if there is one, as the writer does with operators.
     return *p == ',' && p[1] == '.' ? p + 2 : p + 1;
   }
 
@@ -68,14 +69,14 @@ TEST(Elements, AreTheSameByMasksAsByteByByte) {
       for (std::size_t offset = 0; offset < kOffsets; ++offset) {
         ASSERT_NO_FATAL_FAILURE(compare(std::string(offset, ' ') + text));
       }
-      // Before and behind it a word that goes on across the block.
+      // Words before and after it that cross the end of the block.
       ASSERT_NO_FATAL_FAILURE(compare("a" + std::string(kOffsets - 3, '1') + text + "1a"));
       ASSERT_NO_FATAL_FAILURE(compare(std::string(kOffsets - 2, '1') + text + "a1"));
     }
   }
 }
 
-// What printf makes of a literal's value; empty for one that no double can hold.
+// printf's text of a literal's value; empty if no double can hold the value.
 std::string Printed(const std::string& literal) {
   const double value = std::strtod(literal.c_str(), nullptr);
   if (std::isinf(value)) return "";
@@ -103,7 +104,7 @@ TEST(Decimals, ArePrintedAsPrintfPrintsThem) {
   std::vector<std::string> literals{
       "0.0", "00.00", "0.0e5", "999999999999999.9", "9999999999999999.9", "1.7976931348623157e308",
       "1.7976931348623159e308", "1.0e309", "4.9406564584124654e-324", "2.4e-324", "0.1e-400",
-      // The sum of exponent and digits is beyond a 64-bit integer.
+      // The sum of the exponent and the digits does not fit into a 64-bit integer.
       "1.0e9223372036854775807", "100.5E+9223372036854775806", "0.01e-9223372036854775807",
       "1.0e18446744073709551616", "0.1e-18446744073709551616", std::string(309, '9') + ".0",
       std::string(400, '0') + "1.5", "0." + std::string(400, '0') + "1",
@@ -128,7 +129,7 @@ TEST(Decimals, ArePrintedAsPrintfPrintsThem) {
     ASSERT_EQ(Reprinted(literal), Printed(literal)) << literal;
 }
 
-// Asks a table for each alias of a text, and a map for the number that it must have.
+// Asks the table for the number of each alias of a text, and compares it with a map's.
 struct AliasNumbers {
   const char* Word(const char* begin, const char* end) {
     if (IsAlias(begin, end)) {
@@ -155,8 +156,8 @@ TEST(AliasTable, NumbersTextsInOrderOfFirstAppearance) {
   };
   constexpr int kTexts = 400;
   for (int i = 0; i < kTexts; ++i) {
-    // Fewer and more than are compared one by one, and than are sorted by comparing; digits in
-    // common, up to the ends of chunks and beyond; one alias that is the begin of another.
+    // Numbers of aliases below and above the limits for comparing one by one and for std::sort;
+    // common digits up to the ends of chunks and beyond; aliases that are the begin of another.
     const std::size_t count = std::array<std::size_t, 6>{1, 15, 16, 17, 90, 2000}[below(6)];
     const std::string common = digits(std::array<std::size_t, 4>{0, 7, 8, 25}[below(4)]);
     std::vector<std::string> aliases;
@@ -165,7 +166,7 @@ TEST(AliasTable, NumbersTextsInOrderOfFirstAppearance) {
     }
     std::string text;
     for (std::size_t n = below(3 * count); n != 0; --n) {
-      // The digits before "t" are a word of their own; ":" and "\xB7" are nearly digits.
+      // The digits before "t" are a word of their own. "/", ":" and "\xB7" are close to the digits.
       text += aliases[below(count)] +
               std::array{" ", ",", " 12", " xt1 ", ".t1_", ":", "/", "\xB7"}[below(8)];
     }

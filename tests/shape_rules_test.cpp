@@ -1,4 +1,4 @@
-// Which statements are of one shape.
+// Tests which statements have one shape.
 #include "shapes/shape_rules.h"
 
 #include <gtest/gtest.h>
@@ -53,7 +53,7 @@ TEST(ShapeRules, FoldDigitsOfNamesOnRequest) {
   EXPECT_EQ(folded("savepoint s1; select 2fa"), "savepoint ?; SELECT ?fa");
 }
 
-// Lists are folded to some depth alone, so that the memory is bounded.
+// Lists are folded only up to some depth, so that the memory is bounded.
 TEST(ShapeRules, AreTheSameAfterParenthesesOfAnyDepth) {
   for (const std::size_t depth : {1UL, 100UL, 9'000UL, 20'000UL}) {
     const std::string open(depth, '(');
@@ -71,7 +71,7 @@ class RandomShapes : public testing::TestWithParam<Dialect> {
   static constexpr std::uint64_t kStatements = 3000;
 };
 
-// The words of a shape, with a name in quotes or a sign for one.
+// Whether `word` occurs in the shape as a whole word.
 bool HasWord(const std::string& shape, const std::string& word) {
   for (std::size_t at = shape.find(word); at != std::string::npos; at = shape.find(word, at + 1)) {
     const std::size_t end = at + word.size();
@@ -111,8 +111,8 @@ TEST_P(RandomShapes, DependOnNoStatementBefore) {
     const std::string sql = random.Next();
     const std::string shape = ShapeOf(sql, GetParam());
     ASSERT_EQ(used.MakeShape(sql), shape) << sql;
-    // A sign takes two bytes at most, with its blank, and what a list adds it takes from its
-    // values.
+    // A sign takes at most two bytes, with its blank. The bytes that a folded list adds are fewer
+    // than those of the values that it replaces.
     ASSERT_LE(shape.size(), 3 * sql.size()) << sql;
   }
 }

@@ -1,4 +1,5 @@
-// The stand-in of the product platform: log, system configuration, cipher, process and reflection.
+// Tests the stand-in of the product platform: log, system configuration, cipher, process and
+// reflection.
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -33,7 +34,7 @@
 
 namespace {
 
-// What the system calls below do wrong.
+// The faults of the system calls below.
 struct SystemFaults {
   std::size_t longest_read = 50;  // no file comes in one piece
   std::size_t longest_write = SSIZE_MAX;
@@ -50,14 +51,14 @@ int Result(bool fails, long result) {
 
 }  // namespace
 
-// Found before the C library's.
+// These definitions take precedence over the C library's.
 #define TARN_TEST_OVERRIDE extern "C" __attribute__((visibility("default")))
 
 TARN_TEST_OVERRIDE ssize_t read(int descriptor, void* buffer, size_t size) {
   return syscall(SYS_read, descriptor, buffer, std::min(size, faults.longest_read));
 }
 TARN_TEST_OVERRIDE ssize_t write(int descriptor, const void* buffer, size_t size) {
-  // So that other threads come between the writes of a line, if there were several.
+  // Lets other threads write in between, so that a line of several writes would be mixed.
   std::this_thread::yield();
   size = faults.write ? 0 : std::min(size, faults.longest_write);
   return Result(faults.write, syscall(SYS_write, descriptor, buffer, size));
@@ -96,8 +97,8 @@ auto ThrowsCode(Code code) { return testing::Throws<Error>(testing::Field(&Error
 
 const LocationInfo kHere("file.cpp", "Function", 7);
 
-// Whatever is done with the stand-in leaves no descriptor open, and in OpenSSL's queue of errors
-// what its host had there.
+// Every use of the stand-in closes its descriptors, and leaves the host's errors in OpenSSL's queue
+// and none of its own.
 class Standin : public testing::TestWithParam<CaseRow> {
  protected:
   Standin() { ERR_raise(ERR_LIB_USER, kHostsError); }
@@ -108,15 +109,15 @@ class Standin : public testing::TestWithParam<CaseRow> {
     EXPECT_EQ(ERR_get_error(), 0U);
   }
 
-  // The words of the row's label, its first one aside, and its texts.
+  // The words of the row's label after the first.
   std::istringstream Words() const {
     const std::string& label = GetParam().label;
     return std::istringstream(label.substr(std::min(label.find(' '), label.size())));
   }
   const std::string& Text(std::size_t index) const { return GetParam().texts.at(index); }
 
-  // Deciphers with the key file that TARN_KEY_FILE names. The code; on failure the output is left
-  // alone and there is one record, of which `warning` is a part.
+  // Deciphers with the key file that TARN_KEY_FILE names, and returns the code. On failure expects
+  // that the output is unchanged and that there is one record, which contains `warning`.
   unsigned int Decipher(const std::string& text, unsigned int algorithm,
                         const std::string& warning) {
     const StandardError log;
@@ -144,7 +145,7 @@ TEST_P(Log, WritesOneLineARecord) {
   Words() >> word;
   const ScopedVariable level("TARN_LOG_LEVEL", word == "-" ? nullptr : word.c_str());
   const char* const message = Text(0) == "-" ? nullptr : Text(0).c_str();
-  // Also where the system takes little at a time, or nothing.
+  // Also if the system takes few bytes at a time, or none.
   for (const SystemFaults& fault : {SystemFaults{}, {.longest_write = 3}, {.write = true}}) {
     const StandardError log;
     faults = fault;
@@ -185,7 +186,7 @@ TEST_F(Log, KeepsTheLinesOfThreadsWhole) {
   }
 }
 
-// Whether a child process, in which `act` is called, ends by itself.
+// Whether a child process that calls `act` ends by itself.
 template <typename Act>
 bool ChildEnds(Act act) {
   const pid_t child = fork();
@@ -198,7 +199,7 @@ bool ChildEnds(Act act) {
   return waitpid(child, &status, 0) == child && status == 0;
 }
 
-// A child that other threads' records were under way at the birth of must not wait for them.
+// A child that is forked while other threads write records must not wait for these threads.
 TEST_F(Log, ServesForkedChildren) {
   constexpr int kChildren = 50;
   const ScopedVariable level("TARN_LOG_LEVEL", "unknown");
@@ -226,7 +227,7 @@ TEST_F(Log, OutlivesItsReader) {
     LogProcess::Warn("lost", kHere);
     sigpending(&signals);
     if (sigismember(&signals, SIGPIPE) != 0) _exit(1);
-    // One that was waiting before is the host's.
+    // A SIGPIPE that was pending before the record belongs to the host.
     sigaddset(&signals, SIGPIPE);
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
     raise(SIGPIPE);
@@ -294,11 +295,11 @@ TEST_P(Cipher, GivesThePasswordOrACode) {
   EXPECT_EQ(Decipher(Text(0), algorithm, Text(2)), expected);
   if (expected != 0) return;
   EXPECT_EQ(std::exchange(plain_, kUntouched), Text(1));
-  // What is written stays the same, too.
+  // EncryptPassword still writes the same text, too.
   if (algorithm == kAes128Ecb) {
     EXPECT_EQ(EncryptPassword(Secret(Text(1)), algorithm, key_), Text(0));
   }
-  // Any one character changed, any cut and any addition is damage, and not taken for a wrong key.
+  // Any changed character, any cut and any addition counts as damage, not as a wrong key.
   const std::string& text = Text(0);
   for (std::size_t i = 0; i <= text.size(); ++i) {
     for (const char* other : {"", "A", "/", "=", "-", "\x80", " ", "\n", "AAAA"}) {
@@ -313,13 +314,13 @@ TEST_P(Cipher, GivesThePasswordOrACode) {
 
 TEST_F(Cipher, GivesBackEveryPassword) {
   for (const unsigned int algorithm : {kAes256Gcm, kAes128Ecb}) {
-    // Lengths around the block of the cipher and the group of Base64, and the longest.
+    // Lengths around the cipher's block and Base64's group, and the greatest length.
     for (const std::size_t size : {0U, 1U, 2U, 3U, 14U, 15U, 16U, 17U, 31U, 32U, 33U, 1024U}) {
       const SecretBytes password(size, static_cast<unsigned char>(size));
       const std::string text = EncryptPassword(password, algorithm, key_);
       EXPECT_EQ(DecryptPassword(text, algorithm, key_), password) << size;
       EXPECT_EQ(text.find_first_of("\n "), std::string::npos);
-      // A repeated text would mean a repeated nonce.
+      // Two equal texts of AES-256-GCM would have the same nonce.
       EXPECT_EQ(EncryptPassword(password, algorithm, key_) == text, algorithm == kAes128Ecb);
     }
     EXPECT_THAT([&] { EncryptPassword(SecretBytes(1025), algorithm, key_); },
@@ -329,7 +330,7 @@ TEST_F(Cipher, GivesBackEveryPassword) {
   }
 }
 
-// Every allocation fails once. The host gets its exception or a code, and never loses its process.
+// Each allocation fails once. The host gets the exception or a code, and its process continues.
 TEST_F(Cipher, SurvivesTheEndOfMemoryAndLeavesNoPassword) {
   const ScopedVariable level("TARN_LOG_LEVEL", "off");
   const std::string database = "a database of some length";
@@ -343,7 +344,7 @@ TEST_F(Cipher, SurvivesTheEndOfMemoryAndLeavesNoPassword) {
     bool failed = true;
     for (long n = 1; failed; ++n) {
       unsigned int code = 1;
-      // Its end, which a wiper of too few bytes would leave.
+      // The password's end, which would remain if too few bytes were wiped.
       const WatchFreedBlocks watch(std::string_view(kLongPassword).substr(8));
       try {
         const FailNthAllocation failure(n);
@@ -425,7 +426,7 @@ TEST(ProcessNumber, ComesFromTheEnvironmentOrTheProcess) {
     const bool good = value == "4294967295";
     EXPECT_EQ(QuillGetProcId(), good ? 4294967295U : process);
     EXPECT_EQ(QuillGetProcHandle(), good ? 4294967295U : 0U);
-    // A bad one is named.
+    // A warning names each bad value.
     EXPECT_EQ(Lines(log.Text()), good ? 0 : 2) << log.Text();
   }
 }
@@ -449,7 +450,7 @@ TEST(Value, IsCopiedWholeAndEmptiedByAnotherType) {
 TEST_F(Standin, SampleConfigurationIsMadeWholeOrNotAtAll) {
   const ScopedVariable key_file("TARN_KEY_FILE", folder_.Path("run.key"));
   const ScopedVariable file("TARN_SYS_CONF", folder_.Path("sys.json"));
-  // Nothing is written through a link, be it in the place of a file that only lives for a while.
+  // The script follows no link, not even one in the way of a temporary file.
   for (const char* link : {"sys.json", "sys.json.new"}) {
     fs::create_symlink("victim", folder_.Path(link));
   }
@@ -460,7 +461,7 @@ TEST_F(Standin, SampleConfigurationIsMadeWholeOrNotAtAll) {
                       {.folder = folder_.Path("")})
                .exit_code == 0;
   };
-  // Twice: the key of the first time is used again.
+  // Two runs: the second uses the key of the first.
   EXPECT_TRUE(makes(TARN_EXAMPLES "/sys_conf.json"));
   EXPECT_TRUE(makes(folder_.Write(
       "sample.json", R"({"databases": {"db": [{"password":"encipher-19:a\"b\\c $x`y` %s\\"},)"
@@ -475,9 +476,9 @@ TEST_F(Standin, SampleConfigurationIsMadeWholeOrNotAtAll) {
   EXPECT_EQ(plain_, R"( \" )");
   EXPECT_FALSE(fs::exists(folder_.Path("victim")));
   EXPECT_EQ(fs::symlink_status(folder_.Path("sys.json")).permissions(), fs::perms(0600));
-  // Two keys, the sample, the configuration, and the other link.
+  // Two keys, the sample, the configuration, and the other link are there.
   EXPECT_EQ(Entries(folder_.Path("")), 5);
-  // Names that look like options are none.
+  // Names that look like options are taken for names.
   EXPECT_TRUE(makes(TARN_EXAMPLES "/sys_conf.json", "-k.key", "-o.json"));
   EXPECT_EQ(Entries(folder_.Path("")), 7);
 }

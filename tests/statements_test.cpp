@@ -1,4 +1,4 @@
-// How tarn_host folds statements, and what it counts and prints with.
+// Tests how tarn_host folds statements, counts and prints.
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -20,7 +20,7 @@
 
 namespace {
 
-// The most that `write` takes at once, as a pipe might; 0 for no limit.
+// The most bytes that one `write` takes, as with a pipe; 0 for no limit.
 std::size_t most_written = 0;
 
 }  // namespace
@@ -61,7 +61,7 @@ TEST(OneLine, ShowsControlCharactersOfEveryKind) {
   EXPECT_EQ(Printable("a\n\t\r\x1B"), "a\n\t\\r\\x1B");
   EXPECT_EQ(OneLine("\xC2\x80\xC2\x9F\xC2\xA0\xC3\x80"), "\\xC2\\x80\\xC2\\x9F\xC2\xA0\xC3\x80");
   EXPECT_EQ(OneLine("\xC2"), "\xC2");
-  // Part of a character, alone, and after the rest of one that is cut or in an overlong form.
+  // Incomplete characters: a part alone, a part after the rest of a cut one, and an overlong form.
   EXPECT_EQ(OneLine("\xE2\x82\x9B\xF0\x9F\x98\x80"), "\xE2\x82\x9B\xF0\x9F\x98\x80");
   EXPECT_EQ(OneLine("\x9B"), "\\x9B");
   EXPECT_EQ(OneLine("\xC3\x9B\x9B"), "\xC3\x9B\\x9B");

@@ -1,4 +1,4 @@
-// tarn_host as a person runs it: the built program, on good and bad input.
+// Tests the built tarn_host as a person runs it, on good and bad input.
 #include <elf.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -62,7 +62,7 @@ TEST_P(ToolRun, PrintsAndEndsAsItShould) {
   words >> word >> exit_code;
   while (words >> word) {
     const bool variable = arguments.empty() && word.find('=') != std::string::npos;
-    // An empty argument is written as a shell would have it.
+    // A row writes an empty argument as a shell would.
     if (word == "''") word.clear();
     if (word == "@plugin") word = TARN_PLUGIN_PATH;
     if (word == "@wrong") word = TARN_WRONG_PLUGIN_PATH;
@@ -105,7 +105,7 @@ TEST(Tool, EndsInSilenceWhenTheReaderGoesAway) {
   EXPECT_EQ(result.exit_code, 128 + SIGPIPE);
 }
 
-// Whatever the tool opens must not take the number of a standard stream.
+// No file that the tool opens may get the number of a closed standard stream.
 TEST(Tool, ReportsClosedStreams) {
   const auto run = [](const std::string& command) {
     return RunProgram({"/bin/sh", "-c", "\"$0\" " + command, TARN_HOST_PATH});
@@ -126,7 +126,7 @@ TEST(Tool, EndsWithTheWorstOfItsExitCodes) {
       RunProgram({"/bin/sh", "-c", "\"$0\" normalize /no/such - 2>&1", TARN_HOST_PATH},
                  {.input = "a;x=1.0e999;b"});
   EXPECT_EQ(result.exit_code, kTrouble);
-  // On a screen that shows both streams, in order.
+  // A screen shows both streams, in order.
   EXPECT_THAT(result.output, ContainsRegex("/no/such.*\na;\n.*statement 2"));
 }
 
@@ -153,8 +153,8 @@ TEST(Tool, CheckTellsWhatIsWrongWithALibrary) {
       HasSubstr("FAIL  MapErrorCode"));
 }
 
-// The tool brings no platform along that could take the place of the missing one, whose name is one
-// that no system has installed.
+// The tool is not linked to a platform that could replace the missing one. No system has a library
+// of the missing one's name.
 TEST(Plugins, FindTheirPlatformThemselves) {
   const TemporaryFolder folder;
   const std::string platform = "libtarn_platform_missing.so";
@@ -192,20 +192,20 @@ TEST(Check, OutlivesALibraryThatExits) {
               EndsWith("FAIL  leaves its process running: it ended with exit code 0\n"));
 }
 
-// The number of the process that the wrong plug-in wrote to `file`; 0 if `tool` ends without.
+// The process number that the wrong plug-in wrote to `file`; 0 if `tool` ends first.
 pid_t NumberIn(const std::string& file, const RunningProgram& tool) {
   pid_t number = 0;
   while (number == 0 && tool.Running()) std::ifstream(file) >> number;
   return number;
 }
 
-// Whether that process, of which this one is not the parent, comes to its end.
+// Whether that process, which is no child of this one, ends.
 bool Ends(pid_t process) {
   for (int round = 0; round < 1000; ++round) {
     std::ifstream status("/proc/" + std::to_string(process) + "/stat");
     std::string state;
     for (int field = 0; field < 3; ++field) status >> state;
-    // A zombie is nobody's yet.
+    // A zombie has ended, but its parent has not waited for it.
     if (!status || state == "Z") return true;
     usleep(10'000);
   }
@@ -223,13 +223,13 @@ TEST(Check, KeepsItsStreamsFromTheLibraryAndEndsWhatThatLeaves) {
   EXPECT_THAT(result.output, AllOf(Not(HasSubstr("everything")), HasSubstr("FAIL  unloads")));
   pid_t number = 0;
   std::ifstream(file) >> number;
-  // It may have been ended before it could write.
+  // The tool may have ended it before it could write.
   EXPECT_TRUE(number == 0 || Ends(number));
 }
 
 TEST(Check, WaitsForNoLibraryForEver) {
   const TemporaryFolder folder;
-  // It would be opened before any code of the library runs.
+  // The dynamic loader would open this FIFO before any code of the library runs.
   const std::string plugin = folder.Path("libtarn_interface_for_vesta.so");
   std::filesystem::copy_file(TARN_PLUGIN_PATH, plugin);
   ASSERT_EQ(mkfifo(folder.Path("libtarn_platform_standin.so").c_str(), S_IRWXU), 0);
@@ -269,7 +269,7 @@ TEST(Check, CallsNoOperationOfATableThatIsNotWhole) {
   }
 }
 
-// The parts of a library's file that the dynamic loader reads, to be made over.
+// The parts of a library's file that the dynamic loader reads, for a test to change.
 struct ElfParts {
   std::string bytes;
   Elf64_Ehdr header{};
@@ -285,7 +285,7 @@ struct ElfParts {
                          [tag](const Elf64_Dyn& it) { return it.d_tag == tag; });
   }
   Elf64_Xword& Value(Elf64_Sxword tag) { return Entry(tag).d_un.d_val; }
-  // Of a table in the first segment, in which an address is an offset in the file.
+  // The words of a table in the first segment, where addresses equal offsets in the file.
   Elf64_Word* Words(Elf64_Sxword tag) { return reinterpret_cast<Elf64_Word*>(&bytes[Value(tag)]); }
 };
 
@@ -313,7 +313,7 @@ OwnedFd Crafted(const char* path, const Change& change) {
   return ScratchFile(parts.bytes);
 }
 
-// Gives the library a segment more, of that content, which holds the dynamic section.
+// Adds a segment with that content to the library, and makes it the dynamic section.
 void AddDynamicSection(ElfParts& parts, const std::vector<Elf64_Dyn>& entries) {
   constexpr Elf64_Addr kAddress = 1U << 30U;
   const std::size_t size = entries.size() * sizeof(Elf64_Dyn);
@@ -326,7 +326,7 @@ void AddDynamicSection(ElfParts& parts, const std::vector<Elf64_Dyn>& entries) {
   parts.bytes.append(reinterpret_cast<const char*>(entries.data()), size);
 }
 
-// A file must decide neither where the reader looks nor what it costs.
+// A file must not decide which bytes the reader accesses or how much work it does.
 TEST(Check, RefusesCraftedTables) {
   const std::pair<const char*, Change> rows[] = {
       {"program headers", [](ElfParts& it) { it.header.e_phoff = ~0ULL - 7; }},
@@ -379,7 +379,7 @@ TEST(Check, RefusesCraftedTables) {
   }
 }
 
-// What the loader ignores hides nothing, and what it looks at counts.
+// Tables that the loader ignores hide nothing, and those that it reads count.
 TEST(Check, ReadsWhatTheLoaderReads) {
   const auto facts = [](const char* path, const Change& change) {
     return Tool({"check", "/dev/stdin"}, {.input_fd = Crafted(path, change).Get()}).output;
@@ -389,14 +389,14 @@ TEST(Check, ReadsWhatTheLoaderReads) {
   EXPECT_THAT(facts(TARN_WRONG_PLUGIN_PATH,
                     [](ElfParts& it) { it.header.e_shoff = it.header.e_shnum = 0; }),
               AllOf(HasSubstr(more), HasSubstr("FAIL  has no unique symbols: pinned")));
-  // The first symbol is nobody's, so that the second needs an import made findable.
+  // Symbol 0 is always empty. Symbol 1 is an import, which the loader finds if its value is not 0.
   EXPECT_THAT(facts(TARN_PLUGIN_PATH,
                     [](ElfParts& it) {
                       auto* symbols = reinterpret_cast<Elf64_Sym*>(it.Words(DT_SYMTAB));
                       symbols[1].st_value = 1;
                     }),
               HasSubstr("FAIL  exports the entry function alone: "));
-  // Of two entries of one tag, the later.
+  // If a tag has two entries, the later one counts.
   EXPECT_THAT(facts(TARN_PLUGIN_PATH,
                     [](ElfParts& it) {
                       AddDynamicSection(it, {it.Entry(DT_STRTAB),
@@ -414,7 +414,7 @@ TEST(Check, ReadsWhatTheLoaderReads) {
               HasSubstr("FAIL  allows unloading: DF_1_NODELETE"));
 }
 
-// "secret" under algorithm 18 and a key of 64 "a".
+// "secret", enciphered with algorithm 18 and a key of 64 digits "a".
 constexpr const char* kEncipheredSecret = "ARKpKArXwyeRkWnhPSwZ731Enzj92C0WSmkm/PGeEuozFA==\n";
 
 TEST(Encrypt, RefusesALongPasswordRatherThanCutIt) {
@@ -447,7 +447,7 @@ TEST(Tool, TakesInputThatArrivesInPieces) {
     RunningProgram tool(command, {.input_fd = read_end.Get()});
     for (const std::string& piece : pieces) {
       ASSERT_EQ(write(write_end.Get(), piece.data(), piece.size()), std::ssize(piece));
-      // Taken before the next comes.
+      // Waits until the tool has read this piece.
       int unread = 1;
       for (int round = 0; unread > 0 && round < 10'000; ++round) {
         usleep(1000);
@@ -460,12 +460,12 @@ TEST(Tool, TakesInputThatArrivesInPieces) {
   }
 }
 
-// Wherever it is; and by exit, since a parent program does not see a shell's 130.
+// At any moment, and by exit: only a shell reports 130 for a process that a signal ended.
 TEST(Interrupt, EndsTheToolByExit) {
   const TemporaryFolder folder;
   const std::string fifo = folder.Path("fifo");
   ASSERT_EQ(mkfifo(fifo.c_str(), S_IRWXU), 0);
-  // The signal that is caught last once the tool is ready, and the report.
+  // The last signal for which the tool installs a handler before it is ready, and the output.
   for (const auto& [command, last, output] :
        {std::tuple("normalize", SIGINT, ""), {"shapes", SIGALRM, "0 statements, 0 shapes\n"}}) {
     RunningProgram tool({TARN_HOST_PATH, command, fifo});
@@ -478,7 +478,7 @@ TEST(Interrupt, EndsTheToolByExit) {
   }
 }
 
-// The first ends the input; the report then waits for a reader that does not come.
+// The first SIGINT ends the input. The report then waits for a reader that does not come.
 TEST(Interrupt, EndsTheReportAtTheSecondTime) {
   int ends[2];
   ASSERT_EQ(pipe2(ends, O_CLOEXEC | O_NONBLOCK), 0);
@@ -495,11 +495,11 @@ TEST(Interrupt, EndsTheReportAtTheSecondTime) {
 }
 
 #ifdef TARN_FREED_SECRETS_PATH
-// From standard input to the configuration and back: no block of memory is given back with the
-// password in it.
+// From standard input to the configuration and back, no block of memory is freed while it contains
+// the password.
 TEST(Passwords, AreWipedBehindEveryCommand) {
   const TemporaryFolder folder;
-  // The loader takes a blank in a name for the end of it.
+  // The loader splits LD_PRELOAD at blanks, so the library is copied to a path without one.
   const std::string preload = folder.Path("freed_secrets.so");
   std::filesystem::copy_file(TARN_FREED_SECRETS_PATH, preload);
   const std::string secret = "correct horse battery staple";
@@ -519,7 +519,7 @@ TEST(Passwords, AreWipedBehindEveryCommand) {
 }
 #endif
 
-// A terminal: a program writes to one end, and the test reads the other.
+// A terminal: a program writes to one end, and the test reads from the other.
 class PseudoTerminal {
  public:
   PseudoTerminal() {
@@ -532,7 +532,7 @@ class PseudoTerminal {
     return OwnedFd(open(ptsname(own_end_.Get()), O_RDWR | O_NOCTTY | O_CLOEXEC));
   }
 
-  // Everything up to the end of the last program that has it open.
+  // Reads until the last program that has the terminal open ends.
   std::string Screen() const {
     std::string screen;
     char block[4096];
@@ -546,7 +546,7 @@ class PseudoTerminal {
   const OwnedFd own_end_{posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC)};
 };
 
-// Whatever strangers wrote: statements, names, files, libraries.
+// Strangers write statements, names, files and libraries. None of these may control the terminal.
 TEST(Terminal, ObeysNoStranger) {
   const std::string bad = "a\x1B]0;b\x07\x7F\xC2\x9B\x9B\r";
   const TemporaryFolder folder;
@@ -594,7 +594,7 @@ TEST(Terminal, ObeysNoStranger) {
     end.reset();
     std::string screen = terminal.Screen();
     tool.Wait();
-    // The terminal itself begins lines so.
+    // The terminal itself adds these carriage returns.
     for (std::size_t at = 0; (at = screen.find("\r\n", at)) != std::string::npos;)
       screen.erase(at, 1);
     std::erase(screen, '\0');
@@ -603,12 +603,12 @@ TEST(Terminal, ObeysNoStranger) {
   }
 }
 
-// Elsewhere bytes are kept.
+// If standard output is no terminal, the bytes are kept.
 TEST(Normalize, WritesBytesAsTheyAre) {
   EXPECT_EQ(Tool({"normalize"}, {.input = "\x1B\xC2\x9B\x9B"}).output, "\x1B\xC2\x9B\x9B;\n");
 }
 
-// `encrypt` on a terminal of its own.
+// Runs `encrypt` on a terminal of its own.
 class EncryptOnATerminal : public testing::Test {
  protected:
   RunningProgram Start() {
@@ -618,7 +618,7 @@ class EncryptOnATerminal : public testing::Test {
                           {.input_fd = end.Get()});
   }
 
-  // Waits for a question, with the echo off.
+  // Waits for a question, and expects that the echo is off.
   void AwaitQuestion() {
     std::string asked;
     while (!asked.ends_with(": ")) {
@@ -681,8 +681,8 @@ TEST_F(EncryptOnATerminal, TurnsTheEchoOnWhateverEndsIt) {
   EXPECT_TRUE(Echoes());
 }
 
-// A process that nobody could wake, since its parent is in another session, is not stopped; a shell
-// stands for the one at the terminal.
+// The kernel does not stop a process whose parent is in another session, since nobody could
+// continue it. So a shell on the same terminal starts the tool.
 TEST_F(EncryptOnATerminal, IsSuspendedWithTheEchoOn) {
   const std::string state = folder_.Path("state");
   const OwnedFd end = terminal_.ProgramsEnd();

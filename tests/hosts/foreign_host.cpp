@@ -1,5 +1,6 @@
-// A host of another house: its own declaration of the interface, its own compiler and language
-// level, nothing of this project. Usage: foreign_host LIBRARY. Says what does not hold.
+// A host that shares nothing with this project: it has its own declaration of the interface, its
+// own compiler and its own language level. Usage: foreign_host LIBRARY. Prints each check that
+// fails.
 #include <dlfcn.h>
 
 #include <cstdint>
@@ -14,8 +15,8 @@ class CValue;
 
 namespace {
 
-// The nine slots by position, under names of the host's own. The code is unsigned here, as a
-// host may have it.
+// The nine slots by position, under the host's own names. Slot 4 returns an unsigned code, since a
+// host may declare it so.
 struct Product {
   virtual void Slot1(const char* message) = 0;
   virtual void Slot2(const char* message) = 0;
@@ -38,7 +39,7 @@ void Check(bool holds, const char* fact) {
 }
 
 void Use(Product& product) {
-  // The log shows whether these came where they should.
+  // The log shows whether each call reached its operation.
   product.Slot1("first");
   product.Slot2("second");
   product.Slot3("third");
@@ -51,7 +52,7 @@ void Use(Product& product) {
   std::string sql = "select t7.a from tab t7 where t7.b = 1.50";
   product.Slot9(sql);
   Check(sql == "SELECT a FROM tab ____t1 WHERE b = 1.5", "slot 9");
-  // An exception crosses from one compiler's code into the other's.
+  // An exception passes from one compiler's code to the other's.
   sql = "x=1.0e999";
   try {
     product.Slot9(sql);

@@ -1,9 +1,9 @@
 #!/bin/sh
 # check_tree.sh TREE SOURCE SCRATCH
 #
-# Checks the installed TREE: its tool works with the plug-in beside it, its binaries are hardened and
-# know nothing of the folders they were built in. SOURCE is where the sources are, SCRATCH a folder
-# for what the tool needs.
+# Checks the installed TREE: its tool works with the plug-in beside it, and its binaries are
+# hardened and contain no path of the folders they were built in. SOURCE is the source folder,
+# SCRATCH a folder for the tool's files.
 set -eu
 . "${0%/*}/fail.sh"
 
@@ -37,9 +37,9 @@ hasnt() {
 }
 
 has "$tool" -d 'FLAGS_1.*PIE'
-# Its symbols would win over those of the library under examination.
+# The platform's symbols would win over those of the examined library.
 hasnt "$tool" -d 'NEEDED.*platform'
-# Every binary, wherever it lies.
+# All binaries, in any folder.
 binaries=
 find "$tree" -type f >"$scratch/files"
 while read -r binary; do
@@ -55,7 +55,8 @@ while read -r binary; do
   */platform_module.so) ;;
   *.so) has "$binary" -d "SONAME.*\[${binary##*/}\]" ;;
   esac
-  # All are compiled with the same options; not every one calls a function that has a guarded form.
+  # All are compiled with the same options, but not every binary calls a function with a guarded
+  # form.
   case $binary in
   */libtarn_platform_standin.so) has "$binary" --dyn-syms 'UND __[a-z]+(_[a-z]+)*_chk@' ;;
   esac
@@ -68,7 +69,7 @@ for binary in tarn_host libtarn_interface_for_vesta.so libtarn_platform_standin.
   esac
 done
 
-# "./src/..." is what the compiler was told to write, and no trace of a checkout in /src.
+# The compiler was told to write "./src/...", which is no trace of a checkout in /src.
 for folder in "$source" "$(realpath "$source")"; do
   if LC_ALL=C grep -rlaP "(?<![\w.])\Q$folder\E/" "$tree"; then
     fail "these name the folder that they were built in"

@@ -1,8 +1,8 @@
 #!/bin/sh
 # deb_test.sh CPACK SOURCE BUILD SCRATCH
 #
-# Packages BUILD under a strict umask, checks what the package says and holds, and the tree that it
-# unpacks to.
+# Packages BUILD under a strict umask, checks the package's control data and content, and checks the
+# unpacked tree.
 set -eu
 . "${0%/*}/fail.sh"
 umask 077
@@ -43,7 +43,7 @@ for file in bin/tarn_host lib.*/libtarn_interface_for_vesta.so share/man/man1/ta
   lib.*/cmake/tarn_interface_for_vesta/tarn_interface_for_vesta-config.cmake; do
   grep -q " \./usr/$file\$" "$scratch/contents" || fail "no $file"
 done
-# Every file and folder is root's and for everyone to read, and lies below /usr.
+# Every file and folder is owned by root, readable by everyone and below /usr.
 if grep -vE '^(drwxr-xr-x|-rwxr-xr-x|-rw-r--r--) root/root .* \./(usr/.*)?$' "$scratch/contents"; then
   fail "odd entries"
 fi

@@ -1,8 +1,8 @@
 #!/bin/sh
 # dpkg_test.sh FOLDER
 #
-# Installs the Debian package that FOLDER holds into this system, uses it, and removes it. Only where
-# that is wanted: as root, with TARN_TEST_DPKG set, and not where the package is in use.
+# Installs the Debian package in FOLDER into this system, uses it, and removes it. Runs only as
+# root, with TARN_TEST_DPKG set, and if the package is not in use.
 set -eu
 . "${0%/*}/fail.sh"
 

@@ -1,5 +1,5 @@
 #!/bin/sh
-# Sourced by the tests here: fail WORD... says why the script ends.
+# The tests here source this file: fail WORD... prints why the script ends, and ends it.
 fail() {
   echo "${0##*/}: $*" >&2
   exit 1

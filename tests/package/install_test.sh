@@ -1,7 +1,7 @@
 #!/bin/sh
 # install_test.sh CMAKE COMPILER SOURCE BUILD SCRATCH
 #
-# Installs BUILD, moves the tree, checks it there, and builds and runs a host against it.
+# Installs BUILD, moves the tree, checks the moved tree, and builds and runs a host against it.
 set -eu
 . "${0%/*}/fail.sh"
 

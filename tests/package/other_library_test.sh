@@ -9,7 +9,7 @@ compiler=$1 source=$2 scratch=$3
 rm -rf "$scratch"
 mkdir -p "$scratch"
 echo '#include "impl_dao/product_interface.h"' >"$scratch/host.cpp"
-# As much of another library as the interface uses.
+# The part of another library that the interface uses.
 for header in cstdint map string; do
   cat >"$scratch/$header" <<'END'
 #pragma once

@@ -1,20 +1,20 @@
 #!/bin/sh
 # other_platform_test.sh CMAKE COMPILER SOURCE SCRATCH
 #
-# Builds the plug-in on a platform whose layouts and symbols are not the stand-in's, and asks it for
-# all nine operations. Compiles it on one that declares nothing but what it calls.
+# Builds the plug-in on a platform whose layouts and symbols differ from the stand-in's, and calls
+# all nine operations. Compiles it on a platform that declares only the calls that it makes.
 set -eu
 . "${0%/*}/fail.sh"
 
 cmake=$1 compiler=$2 source=$3 scratch=$4
 platform=$source/tests/package/other_platform
-# It would record relative paths where absolute ones are looked for.
+# With it ccache would record relative paths, but the test searches for absolute ones.
 unset CCACHE_BASEDIR
 
 rm -rf "$scratch"
 mkdir -p "$scratch/lib"
 
-# offer FOLDER HEADER: the five headers of a platform, all of them in one.
+# offer FOLDER HEADER: writes the five headers of a platform; HEADER contains all of them.
 offer() {
   mkdir -p "$1/platform"
   for header in "$source"/include/platform/*.h; do
@@ -23,7 +23,8 @@ offer() {
   cp "$platform/$2" "$1"
 }
 
-# compile_on_least DECIPHER-RESULT PROCESS-RESULT SOURCE: without a warning, on a platform that declares the calls alone.
+# compile_on_least DECIPHER-RESULT PROCESS-RESULT SOURCE: compiles SOURCE without a warning on the
+# platform that declares only the calls.
 compile_on_least() {
   "$compiler" -std=c++20 -fsyntax-only -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wshadow \
     -Werror -DDECIPHER_RESULT="$1" -DPROCESS_RESULT="$2" -I "$scratch/least" -I "$source/include" \
@@ -41,8 +42,8 @@ library=$scratch/lib/libother_platform.so
 "$compiler" -std=c++20 -fPIC -shared -Wl,-soname,libother_platform.so "$platform/other_platform.cpp" \
   -o "$library"
 
-# configure OPTION...: without optimisation, which is slow and shows nothing here. What is known of
-# the compiler is kept, what was said of the platform before is not.
+# configure OPTION...: without optimisation, which is slow and shows nothing here. Keeps the cached
+# facts about the compiler, but none about the platform.
 configure() {
   "$cmake" -S "$source" -B "$scratch/build" -G Ninja -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS_DEBUG= \
     -DCMAKE_CXX_COMPILER="$compiler" -U 'TARN_PLATFORM_*' "$@" >"$scratch/log" 2>&1
@@ -51,8 +52,8 @@ configure() {
 by_library=-DTARN_PLATFORM_LIBRARY=$library
 by_headers=-DTARN_PLATFORM_INCLUDE_DIR=$scratch/include
 
-# One of the two alone would crash in silence, and so would a header short.
-# refused REASON OPTION...
+# One option without the other, or a missing header, would give a plug-in that crashes. refused
+# REASON OPTION...
 refused() {
   reason=$1
   shift
@@ -68,7 +69,7 @@ mv "$scratch/c_value.h" "$scratch/include/platform"
 { configure "$by_library" "$by_headers" &&
   "$cmake" --build "$scratch/build" >>"$scratch/log" 2>&1; } || fail "$(cat "$scratch/log")"
 ninja -C "$scratch/build" -t deps >"$scratch/deps"
-# Of a path with a quote, ninja records only what comes after it.
+# If a path contains a quote, ninja records only the part after the quote.
 grep -qF "${scratch##*\'}/include/platform/c_value.h" "$scratch/deps" || fail "no dependencies recorded"
 ! grep -F "${source##*\'}/include/platform" "$scratch/deps" || fail "a declaration of the stand-in is used"
 
@@ -77,7 +78,7 @@ plugin=$scratch/build/lib/libtarn_interface_for_vesta.so
 
 "$compiler" -std=c++20 -DPLUGIN="\"$plugin\"" -I "$scratch/include" -I "$source/include" \
   "$source/tests/package/host/small_host.cpp" "$library" -ldl -o "$scratch/host"
-# The numbers are 1: one record of the log's place alive, at each call.
+# The number 1 in each line: one record of the log's place exists at each call.
 cat >"$scratch/wanted" <<END
 error 666667 getproductinterface.cpp:213 LogError e (1)
 warn 0 getproductinterface.cpp:218 LogWarning w (1)
@@ -96,9 +97,9 @@ env -u APP_CONF_FILE LD_LIBRARY_PATH="$scratch/lib" "$scratch/host" >"$scratch/g
   fail "the host ends with $?"
 diff "$scratch/wanted" "$scratch/got" || fail "other answers"
 
-# Nobody learns from the package's dependencies that it needs that library, unless told.
+# The package's dependencies can't name that library unless the builder does.
 if command -v dpkg-shlibdeps >/dev/null; then
-  # cpack's own words in one line, then what the package depends on
+  # package...: prints cpack's output in one line, then the package's dependencies.
   package() {
     (cd "$scratch/build" && cpack -G DEB -B "$scratch/package" "$@") 2>&1 | tr -s '\n ' ' '
     dpkg-deb -f "$scratch"/package/*.deb Depends

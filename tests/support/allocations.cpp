@@ -11,7 +11,7 @@
 #include <new>
 #include <string_view>
 
-// The C library's malloc under the name that it keeps when another takes its place.
+// The C library's malloc, under the name that it keeps if another malloc replaces it.
 extern "C" void* __libc_malloc(std::size_t size) noexcept;  // NOLINT(bugprone-reserved-identifier)
 
 namespace {
@@ -22,7 +22,7 @@ struct State {
   std::atomic<long> live = 0;
   std::atomic<std::size_t> live_bytes = 0;
   std::atomic<std::size_t> peak_bytes = 0;
-  // Allocations until the one that fails; not above 0: none does.
+  // The number of allocations up to the one that fails; if not above 0, none fails.
   long until_failure = 0;
   bool failed = false;
   std::string_view secret;
@@ -32,7 +32,7 @@ struct State {
 // Initialised before any allocation.
 constinit State state;
 
-// Counts an allocation; whether it is the one to fail.
+// Counts an allocation, and returns whether it must fail.
 bool IsToFail() noexcept {
   if (state.until_failure <= 0 || --state.until_failure != 0) return false;
   state.failed = true;
@@ -40,7 +40,7 @@ bool IsToFail() noexcept {
 }
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-// malloc is the sanitizer's: only what operator new is asked for fails.
+// The sanitizer has a malloc of its own, so only operator new fails.
 bool FailsAboveMalloc() noexcept { return IsToFail(); }
 #else
 bool FailsAboveMalloc() noexcept { return false; }
@@ -52,7 +52,7 @@ void* Allocate(std::size_t size) {
   ++state.live;
   state.live_bytes += malloc_usable_size(block);
   if (state.live_bytes > state.peak_bytes) state.peak_bytes = state.live_bytes.load();
-  // What lay there before the watch does not count.
+  // Bytes from before the watch do not count.
   if (!state.secret.empty()) std::memset(block, 0, malloc_usable_size(block));
   return block;
 }
@@ -74,7 +74,7 @@ void Free(void* block) noexcept {
 }  // namespace
 
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
-// Beneath operator new and what libraries of C allocate, such as fopen.
+// Operator new calls this, and so do the allocating functions of C libraries, for example fopen.
 extern "C" __attribute__((visibility("default"))) void* malloc(std::size_t size) noexcept {
   if (!IsToFail()) return __libc_malloc(size);
   errno = ENOMEM;

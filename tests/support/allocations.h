@@ -1,5 +1,6 @@
-// Sees every operator new and delete of the program that links it, and fails them and, without a
-// sanitizer, every malloc on demand. While anything is failed or watched, one thread may run.
+// Counts every operator new and delete of the program that links it, and makes them (without a
+// sanitizer also every malloc) fail on demand. While a failure or a watch is set, only one thread
+// may run.
 #pragma once
 
 #include <cstddef>
@@ -10,8 +11,8 @@ namespace tarn::test {
 // Number of blocks allocated and not yet freed.
 long LiveAllocations() noexcept;
 
-// During its lifetime notes the most bytes that operator new has handed out at one time, beyond
-// those before.
+// During its lifetime records the greatest number of bytes that operator new has allocated at one
+// time, not counting those from before.
 class PeakMemory {
  public:
   PeakMemory() noexcept;
@@ -25,8 +26,8 @@ class PeakMemory {
   std::size_t before_;
 };
 
-// During its lifetime the `n`-th allocation (from 1) fails, once: operator new throws, malloc is
-// null.
+// During its lifetime the `n`-th allocation (from 1) fails, once: operator new throws, malloc
+// returns null.
 class FailNthAllocation {
  public:
   explicit FailNthAllocation(long n) noexcept;
@@ -38,10 +39,10 @@ class FailNthAllocation {
   static bool Happened() noexcept;
 };
 
-// A secret for WatchFreedBlocks: longer than what a string holds without allocating.
+// A secret for WatchFreedBlocks. It is longer than a string holds without allocating.
 inline constexpr const char* kLongPassword = "correct horse battery staple";
 
-// During its lifetime looks through every block as it is freed. `secret`, of 16 bytes or more, is
+// During its lifetime searches every block that is freed. `secret`, of 16 bytes or more, is
 // borrowed.
 class WatchFreedBlocks {
  public:

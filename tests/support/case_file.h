@@ -1,12 +1,11 @@
-// Cases kept as text, in tests/cases: a file of sections, each a heading and its rows,
+// Test cases in text files in tests/cases: a file has sections, each with a heading and rows:
 //
 //   heading
 //     label [text] => [text]
 //
 // A row is indented; its label may be empty and it has one text or more. The label "=>" continues
-// the row before. "\n", "\t", "\r", "\v",
-// "\f", "\\" and "\xHH" stand for bytes, as `tarn_host trace` prints them. Empty lines and lines
-// that begin with "#" say nothing.
+// the row before. "\n", "\t", "\r", "\v", "\f", "\\" and "\xHH" are escapes for bytes, as
+// `tarn_host trace` prints them. Empty lines and lines that begin with "#" are ignored.
 #pragma once
 
 #include <algorithm>
@@ -22,8 +21,8 @@
 
 namespace tarn::test {
 
-// The texts of a row. Asking for one that the row does not have throws std::out_of_range with the
-// row's place, so that a row with a column too few fails its own test.
+// The texts of a row. Access to a text that the row does not have throws std::out_of_range with the
+// row's position, so that a row with a missing column fails only its own test.
 class CaseTexts : public std::vector<std::string> {
  public:
   explicit CaseTexts(std::string where) : where_(std::move(where)) {}
@@ -46,21 +45,21 @@ struct CaseRow {
   std::string section;
   std::string label;
   CaseTexts texts;
-  // "tests/cases/canonical_text.txt:12", and the lines of the row as they are in the file. Those of
-  // a malformed row say what is wrong with it, and it has no texts.
+  // The position of the row, for example "tests/cases/canonical_text.txt:12", and its lines in the
+  // file. For a malformed row `lines` gives the reason, and there are no texts.
   std::string where;
   std::string lines;
 
-  // Names the row's test: the section and the label's first word.
+  // The name of the row's test: the section and the label's first word.
   std::string Id() const { return section + "_" + label.substr(0, label.find(' ')); }
 
-  // A failing test prints it.
+  // GoogleTest prints a failing row with this.
   friend std::ostream& operator<<(std::ostream& stream, const CaseRow& row) {
     return stream << row.where << ": " << row.lines;
   }
 };
 
-// For INSTANTIATE_TEST_SUITE_P.
+// The names of tests, for INSTANTIATE_TEST_SUITE_P.
 inline constexpr auto CaseName = [](const auto& info) { return info.param.Id(); };
 
 inline std::string Unescaped(std::string_view text) {
@@ -80,7 +79,7 @@ inline std::string Unescaped(std::string_view text) {
   return bytes;
 }
 
-// The texts of "[a] => [b]", which may continue those of `texts`. Returns what is wrong with it.
+// Appends the texts of "[a] => [b]" to `texts`. Returns the reason if the line is malformed.
 inline std::optional<std::string> TakeTexts(std::string_view line, CaseTexts& texts) {
   constexpr std::string_view kBetween = "] => [";
   if (line.empty() || line.front() != '[' || line.back() != ']') {
@@ -99,7 +98,7 @@ inline std::optional<std::string> TakeTexts(std::string_view line, CaseTexts& te
   return std::nullopt;
 }
 
-// The rows of tests/cases/`name`, in order. A malformed row is one whose test fails.
+// The rows of tests/cases/`name`, in order. The test of a malformed row fails.
 inline std::vector<CaseRow> ReadCases(const std::string& name) {
   std::ifstream file(std::string(TARN_CASES "/") + name);
   if (!file) throw std::runtime_error("cannot read the cases in " + name);

@@ -11,7 +11,7 @@
 namespace tarn::test {
 namespace {
 
-// How an engine ended: "=" and a text, or an exception's kind and message.
+// An engine's result: "=" and the text, or the exception's kind and message.
 std::string Ending(std::string (*engine)(const std::string&), const std::string& sql) {
   try {
     return '=' + engine(sql);

@@ -16,10 +16,10 @@ struct Comparison {
   std::string line;
 };
 
-// Sends `sql` down both engines and compares bytes, or the types of the exceptions.
+// Runs both engines on `sql` and compares their bytes, or the types of their exceptions.
 Comparison CompareEngines(const std::string& sql);
 
-// `text` as an argument of printf(1), which gives its bytes back, NUL bytes too.
+// `text` as an argument of printf(1) that prints the same bytes, including NUL bytes.
 std::string Quoted(const std::string& text);
 
 }  // namespace tarn::test

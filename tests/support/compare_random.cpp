@@ -1,5 +1,5 @@
-// Compares both engines on random statements and says how many differ. Needs no test framework, so
-// that it runs wherever a compiler and the regular-expression library are.
+// Compares both engines on random statements and prints how many differ. Needs no test framework,
+// only a compiler and the regular-expression library.
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>

@@ -1,4 +1,4 @@
-// Random statements of one shape and their neighbours of another.
+// Random statements of one shape, and similar statements of another.
 #pragma once
 
 #include <array>
@@ -13,9 +13,8 @@
 
 namespace tarn::test {
 
-// Draws a statement of the dialect and writes it in many ways: with other values, lengths of lists,
-// numbers of rows, comments, blanks and case. The same number gives the same statement and the same
-// ways.
+// Draws a statement of the dialect and writes it in many variants, with other values, lengths of
+// lists, numbers of rows, comments, blanks and case. One number always gives the same variants.
 class DrawnStatement {
  public:
   DrawnStatement(host::Dialect dialect, std::uint64_t number) : dialect_(dialect), random_(number) {
@@ -24,7 +23,7 @@ class DrawnStatement {
     (this->*draw[Below(draw.size())])();
   }
 
-  // The statement in one of its ways.
+  // The next variant of the statement.
   std::string Write() {
     std::string sql = OneIn(4) ? Comment() : "";
     WriteParts(sql, parts_);
@@ -32,14 +31,14 @@ class DrawnStatement {
     return sql;
   }
 
-  // The words and names without quotes, as they were drawn.
+  // The words and the names without quotes, in the case in which they were drawn.
   std::vector<std::string> Words() const {
     std::vector<std::string> words;
     Collect(parts_, words);
     return words;
   }
 
-  // Replaces one of the words, or changes a quoted name: another statement.
+  // Replaces a word or changes a quoted name, so that it is another statement.
   void ChangeOne() {
     std::vector<Part*> changeable;
     for (Part& part : parts_) {
@@ -58,7 +57,7 @@ class DrawnStatement {
   struct Part {
     Kind kind;
     std::string text = {};
-    // Of kRows: one row.
+    // One row, if the part is kRows.
     std::vector<Part> row = {};
   };
 
@@ -71,7 +70,7 @@ class DrawnStatement {
   bool Mysql() const { return dialect_ == host::Dialect::kMysql; }
   bool Postgres() const { return dialect_ == host::Dialect::kPostgres; }
 
-  // Drawing.
+  // Draw the statement.
 
   void Add(Kind kind, std::string text = {}) { parts_.push_back({kind, std::move(text)}); }
   void Words(std::string_view words) {
@@ -261,7 +260,7 @@ class DrawnStatement {
     }
   }
 
-  // Writing.
+  // Write a variant.
 
   std::string Value() {
     if (OneIn(2)) {
@@ -291,7 +290,7 @@ class DrawnStatement {
     return Postgres() ? "/* /* ' */ \" */" : "/* /* \" */";
   }
 
-  // Between what was written and `next`.
+  // Writes the blanks between `sql` and `next`.
   void WriteBlanks(std::string& sql, std::string_view next) {
     constexpr std::string_view kNoneAfter = "(,[";
     constexpr std::string_view kNoneBefore = "),]";
@@ -325,7 +324,7 @@ class DrawnStatement {
           for (char& c : word) {
             if (c >= 'a' && c <= 'z' && OneIn(4)) c = static_cast<char>(c - 'a' + 'A');
           }
-          // MySQL alone runs what is within.
+          // Only MySQL executes the content of such a comment.
           const bool executable = Mysql() && OneIn(20);
           WriteText(sql, executable ? "/*!50001 " + word + " */" : word);
           break;

@@ -1,5 +1,5 @@
-// Preloaded into a program, ends it with exit code 99 when a block is freed that still holds the
-// text that the environment variable FREED_SECRET holds.
+// Preloaded into a program, ends it with exit code 99 if it frees a block that still contains the
+// text of the environment variable FREED_SECRET.
 #include <malloc.h>
 #include <string.h>
 #include <unistd.h>

@@ -1,5 +1,5 @@
-// Statements that are easy to write at any length and hard on a careless normalizer, alone and in
-// combination.
+// Statements that are easy to write at any length and costly for a careless normalizer, alone and
+// in combination.
 #pragma once
 
 #include <cstddef>
@@ -50,15 +50,15 @@ inline void Repeat(std::string_view unit, std::size_t length, std::string& text)
   for (const std::size_t end = text.size() + length; text.size() < end;) text += unit;
 }
 
-// Appends the unit, with `number` for "#" and for each "~" a digit drawn for `number`: the same
-// number gives the same digits.
+// Appends the unit. "#" becomes `number`, and each "~" a digit drawn for `number`: the same number
+// gives the same digits.
 inline void AppendNumbered(std::string_view unit, std::size_t number, std::string& text) {
   std::uint64_t drawn = number;
   for (const char c : unit) {
     if (c == '#') {
       text += std::to_string(number);
     } else if (c == '~') {
-      // The generator "splitmix64", which needs no start-up.
+      // The generator "splitmix64", which needs no warm-up.
       drawn += 0x9E3779B97F4A7C15;
       std::uint64_t mixed = (drawn ^ (drawn >> 30)) * 0xBF58476D1CE4E5B9;
       mixed = (mixed ^ (mixed >> 27)) * 0x94D049BB133111EB;
@@ -80,7 +80,8 @@ inline std::string Grow(const GrowthFamily& family, std::size_t length) {
   return text;
 }
 
-// A statement of about `length` bytes that combines two families. `number` says which and how.
+// A statement of about `length` bytes that combines two families. `number` selects the families and
+// the way to combine them.
 inline std::string GrowCombination(std::uint64_t number, std::size_t length) {
   std::mt19937_64 random(number);
   const std::uint64_t how = random() % 3;
@@ -91,7 +92,7 @@ inline std::string GrowCombination(std::uint64_t number, std::size_t length) {
   std::string text;
   switch (how) {
     case 0:
-      // Two families or more pieces of them, one after the other.
+      // Pieces of two or more families, one after the other.
       for (std::size_t i = 0; i < pieces; ++i) {
         text += Grow(i % 2 == 0 ? one : other, length / pieces);
       }

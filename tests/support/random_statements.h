@@ -13,17 +13,17 @@
 
 namespace tarn::test {
 
-// Draws statements from the tokens of SQL and of this normalizer, and puts what is hard on a
-// scanner where it is hardest: numbers of every length and exponents at the ends of every range,
-// aliases of every length and more of them than are kept in place, lists inside words, and all that
-// at the ends of blocks and of buffers. The same number gives the same statements.
+// Draws statements from the tokens of SQL and of this normalizer. They include the cases that are
+// hard for a scanner: numbers of every length, exponents at the ends of every range, aliases of
+// every length and more of them than are kept in place, lists inside words, and all these at the
+// ends of blocks and buffers. The same number gives the same statements.
 class RandomStatements {
  public:
   explicit RandomStatements(std::uint64_t number) : random_(number) {}
 
   std::string Next() {
     std::string sql;
-    // Some as long as the buffers that lie on the stack.
+    // Some are as long as the buffers on the stack.
     const std::size_t length = OneIn(200) ? 900 + Below(4100) : Below(10 + Below(140));
     aliases_ = OneIn(8) ? 40 : 4;
     if (OneIn(6)) AlignWithBlock(sql);
@@ -41,7 +41,7 @@ class RandomStatements {
   std::size_t Below(std::size_t bound) { return random_() % bound; }
   bool OneIn(std::size_t count) { return Below(count) == 0; }
 
-  // Leaves a few bytes to the end of a block.
+  // Fills the block up to its last few bytes.
   void AlignWithBlock(std::string& sql) {
     constexpr std::size_t kBlock = 64;
     sql.append(kBlock * (1 + Below(2)) - 1 - Below(20), " a1t"[Below(4)]);
@@ -55,7 +55,7 @@ class RandomStatements {
       case 1:
         return (OneIn(2) ? "0x" : "0X") + Digits();
       case 2: {
-        // As many as `aliases_` distinct ones, from two bytes to twelve.
+        // `aliases_` distinct aliases, of two to twelve bytes.
         const std::string number = std::to_string(Below(aliases_));
         return 't' + std::string(OneIn(3) ? 5 + Below(6) : 0, '1') + number;
       }
@@ -73,7 +73,7 @@ class RandomStatements {
     return word.insert(Below(word.size() + 1), list);
   }
 
-  // Zeros and nines in a row are where digits are carried.
+  // Runs of zeros and nines, which carry.
   std::string Digits() {
     const std::size_t kind = Below(8);
     std::string digits(1 + Below(OneIn(3) ? 25 : 8), kind == 0 ? '0' : '9');
@@ -82,7 +82,7 @@ class RandomStatements {
     return digits;
   }
 
-  // Small ones, those at the ends of double's range, and those around the powers of two.
+  // Small exponents, those at the ends of double's range, and those near powers of two.
   std::string Exponent() {
     const std::string sign = std::array{"e", "E", "e+", "e-"}[Below(4)];
     switch (Below(4)) {

@@ -15,7 +15,8 @@
 namespace tarn::test {
 namespace {
 
-// Counts a call, and throws if it is told to. `describe` makes its text, only where it is kept.
+// Counts a call, and throws if it must. Calls `describe` for the call's text only if calls are
+// recorded.
 template <typename Describe>
 void Enter(Describe describe) {
   RecordingPlatform& platform = Platform();
@@ -101,7 +102,7 @@ namespace Quillcommon {
 
 SysConfReader& SysConfReader::Instance() {
   Enter([] { return "Instance()"; });
-  // By turns, so that one kept from an earlier call is told from the one just fetched.
+  // Alternates two readers, so that a kept reader differs from the one just fetched.
   static SysConfReader readers[2];
   static unsigned int count = 0;
   SysConfReader& next = readers[++count % 2];
@@ -192,6 +193,6 @@ std::string CValue::ToString() const { return content_ ? content_->text : std::s
 extern "C" char* getenv(const char* name) noexcept {
   const bool noted = Platform().recording && std::string_view(name) == "APP_CONF_FILE";
   if (noted) Platform().Note("getenv(APP_CONF_FILE)");
-  // The same but in a program that runs as another user than the one who started it.
+  // The same as getenv, unless the program runs as another user than the one who started it.
   return secure_getenv(name);
 }

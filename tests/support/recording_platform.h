@@ -1,6 +1,6 @@
-// A platform for tests, linked to the plug-in's objects in the product platform's stead: it answers
-// what the test set, keeps the sequence of all calls and can throw at any one of them. It also sees
-// the plug-in's getenv.
+// A platform for tests, linked to the plug-in's objects instead of the product platform. It returns
+// the test's answers, records the sequence of all calls and can throw at any one of them. It also
+// sees the plug-in's getenv.
 #pragma once
 
 #include <functional>
@@ -18,13 +18,13 @@ namespace tarn::test {
 
 inline impl_dao::CProductInterface& Product() { return *GetProductInterfaceForVESTA(); }
 
-// What the platform throws when told to.
+// The exception of the platform.
 class PlatformError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
 
-// What one algorithm does to the plain-text output: replaces it by `plain`, then returns `result`.
+// The effect of one algorithm: it replaces the plain-text output by `plain`, then returns `result`.
 struct Deciphering {
   std::string plain;
   unsigned int result = 0;
@@ -32,11 +32,11 @@ struct Deciphering {
 
 inline const std::string kLaterUser("second\0user of some length", 26);
 
-// Answers and record. Not synchronised.
+// The answers and the record of calls. Not synchronised.
 struct RecordingPlatform {
   // The settings, the same for every database name.
   std::string type;
-  // What the first reading of an operation gets; every later one gets kLaterUser.
+  // The result of an operation's first reading; every later one returns kLaterUser.
   std::string user;
   std::string password;
   std::string host;
@@ -49,16 +49,16 @@ struct RecordingPlatform {
   unsigned int process_id = 0;
   unsigned int process_handle = 0;
 
-  // Every call in order, as "function(arguments)"; log calls end in the location's
-  // "file:function:line", decryptEx shows its plain-text argument as it was passed, and a getter
-  // of a reader that was not fetched for it begins with "stale ". Before a call that finds the
-  // outputs changed stands "-> " and how they look.
+  // Every call in order, as "function(arguments)". Log calls end with the location's
+  // "file:function:line", and decryptEx shows its plain-text argument before the call. A getter of
+  // a reader that was not fetched for it begins with "stale ". If the outputs have changed before a
+  // call, "-> " and their description come before it.
   std::vector<std::string> calls;
-  // How the operation's outputs look, for a test that wants to see them.
+  // Describes the operation's outputs, if the test sets it.
   std::function<std::string()> outputs = [] { return std::string(); };
-  // That look before each call that may throw.
+  // That description before each call that may throw.
   std::vector<std::string> states;
-  // Off, the platform allocates nothing of its own.
+  // If false, the platform allocates nothing of its own.
   bool recording = true;
   // Number of the call, counted from 1, that throws PlatformError; 0 for none. decryptEx throws
   // after it has written its output. getenv neither counts nor throws.
@@ -66,16 +66,16 @@ struct RecordingPlatform {
   int call_count = 0;
   int user_readings = 0;
 
-  // LocationInfo objects that live.
+  // The number of LocationInfo objects that exist.
   int live_records = 0;
-  // The reader that the last Instance() gave and that no getter has been called on.
+  // The reader that the last Instance() returned, until a getter is called on it.
   const Quillcommon::SysConfReader* fetched = nullptr;
   // The last log call's message, as the pointer that was passed.
   const char* last_message = nullptr;
-  // Where the last decryptEx left the plain text: the output string's bytes.
+  // The address of the bytes of the output string after the last decryptEx.
   const char* plain_bytes = nullptr;
 
-  // Forgets the calls, not the answers.
+  // Forgets the calls, but not the answers.
   void StartAgain();
   // Adds a call to the record.
   void Note(const std::string& call);
@@ -87,7 +87,7 @@ struct RecordingPlatform {
 // The platform of this process.
 RecordingPlatform& Platform();
 
-// Sets everything back and returns it.
+// Resets everything and returns the platform.
 RecordingPlatform& ResetPlatform();
 
 }  // namespace tarn::test

@@ -1,4 +1,4 @@
-// Running a program as a person does, and keeping what it said.
+// Runs a program as a person does, and keeps its output.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -42,7 +42,7 @@ class OwnedFd {
   int fd_;
 };
 
-// A nameless file, not inherited by programs, that holds `content` and stands at its start.
+// A nameless file that holds `content`, opened at its start and not inherited by programs.
 inline OwnedFd ScratchFile(std::string_view content = {}) {
   OwnedFd file(memfd_create("scratch", MFD_CLOEXEC));
   while (!content.empty()) {
@@ -54,7 +54,7 @@ inline OwnedFd ScratchFile(std::string_view content = {}) {
   return file;
 }
 
-// Everything the file `fd` holds, from its start.
+// The whole content of the file `fd`, from its start.
 inline std::string Content(int fd) {
   std::string content;
   char block[4096];
@@ -82,7 +82,7 @@ struct RunResult {
   bool ended_by_signal = false;
 };
 
-// Prints the last run of a program when a check of its test fails.
+// Prints the last run of a program if a check of its test fails.
 class LastRun : public testing::EmptyTestEventListener {
  public:
   static LastRun& Instance() {
@@ -110,11 +110,11 @@ class LastRun : public testing::EmptyTestEventListener {
   std::string text_;
 };
 
-// A program on its way, started by env(1). A descriptor that is not to reach it must be
+// A running program, started by env(1). A descriptor that it must not inherit must be
 // close-on-exec.
 class RunningProgram {
  public:
-  // `command` is a program, by path or to be searched for, and its arguments. Throws
+  // `command` is a program (a path, or a name to search for) and its arguments. Throws
   // std::system_error.
   explicit RunningProgram(const std::vector<std::string>& command, const RunOptions& options = {})
       : command_(command),
@@ -137,7 +137,7 @@ class RunningProgram {
     std::vector<char*> pointers;
     for (std::string& word : words) pointers.push_back(word.data());
     pointers.push_back(nullptr);
-    // A test that a shell runs in the background has inherited an ignored SIGINT.
+    // Resets SIGINT: a test that a shell runs in the background has inherited it as ignored.
     posix_spawnattr_t attributes;
     posix_spawnattr_init(&attributes);
     sigset_t defaults;
@@ -167,7 +167,7 @@ class RunningProgram {
            info.si_pid == 0;
   }
 
-  // Waits until the program catches `signal` itself; false if it ends before that.
+  // Waits until the program handles `signal` itself. Returns false if it ends before that.
   bool AwaitHandlerOf(int signal) const {
     for (;;) {
       std::ifstream status("/proc/" + std::to_string(pid_) + "/status");
@@ -182,7 +182,7 @@ class RunningProgram {
     }
   }
 
-  // Waits for the end. To be called once.
+  // Waits for the program's end. Call it once.
   RunResult Wait() {
     int status = 0;
     while (waitpid(pid_, &status, 0) < 0 && errno == EINTR) {

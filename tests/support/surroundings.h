@@ -1,4 +1,4 @@
-// What code under test finds around it: variables, files, standard error.
+// The surroundings of tested code: environment variables, files, standard error.
 #pragma once
 
 #include <fcntl.h>
@@ -15,8 +15,8 @@
 
 namespace tarn::test {
 
-// Sets an environment variable, or unsets it for a null value, and puts it back with the object's
-// end. No other thread may read the environment meanwhile.
+// Sets an environment variable, or unsets it if the value is null, and restores it when the object
+// is destroyed. No other thread may read the environment meanwhile.
 class ScopedVariable {
  public:
   ScopedVariable(const char* name, const char* value) : name_(name) {
@@ -42,7 +42,7 @@ class ScopedVariable {
   std::optional<std::string> old_;
 };
 
-// A new folder, gone with the object and all that is in it.
+// A new folder, which is removed with its content when the object is destroyed.
 class TemporaryFolder {
  public:
   TemporaryFolder() {
@@ -58,7 +58,7 @@ class TemporaryFolder {
 
   std::string Path(const std::string& name) const { return path_ / name; }
 
-  // Writes a file over whatever it held; its path.
+  // Writes or overwrites a file, and returns its path.
   std::string Write(const std::string& name, const std::string& content,
                     mode_t mode = S_IRUSR | S_IWUSR) const {
     std::string path = Path(name);
@@ -71,11 +71,11 @@ class TemporaryFolder {
   std::filesystem::path path_;
 };
 
-// Catches what is written to standard error.
+// Catches the output to standard error.
 class StandardError {
  public:
   StandardError() : file_(ScratchFile()), old_(dup(STDERR_FILENO)) {
-    // As a log's file is opened: each write goes to the end, whoever else writes.
+    // Opened like a log file: each write goes to the end, even if others write too.
     fcntl(file_.Get(), F_SETFL, O_APPEND);
     dup2(file_.Get(), STDERR_FILENO);
   }

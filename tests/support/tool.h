@@ -1,4 +1,4 @@
-// tarn_host as a person runs it.
+// Runs tarn_host as a person does.
 #pragma once
 
 #include <gmock/gmock.h>
@@ -15,7 +15,7 @@ inline RunResult Tool(std::vector<std::string> arguments, const RunOptions& opti
   return RunProgram(arguments, options);
 }
 
-// One line that begins as all of the tool's errors do.
+// A single line that begins like all of the tool's errors.
 MATCHER(IsOneErrorLine, "") {
   return arg.starts_with("tarn_host: ") && arg.ends_with('\n') && arg.find('\n') == arg.size() - 1;
 }

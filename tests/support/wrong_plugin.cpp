@@ -1,5 +1,5 @@
-// A library that a host must not load, wrong in every way that still lets it be examined, on a
-// platform of its own.
+// A library that a host must not load. It has every fault that still allows an examination, and
+// needs a platform of its own.
 #include <unistd.h>
 
 #include <algorithm>
@@ -19,7 +19,7 @@ class WrongProduct final : public impl_dao::CProductInterface {
   void LogError(const char* /*message*/) override {}
   void LogWarning(const char* /*message*/) override {}
   void LogDebug(const char* /*message*/) override {}
-  // Wrong for 0, or for every other status.
+  // With WRONG_PLUGIN_MAPS set the result is wrong for 0, otherwise for every other status.
   std::int64_t MapErrorCode(int /*status*/) override {
     return std::getenv("WRONG_PLUGIN_MAPS") == nullptr ? QuillGetProcId() - 1 : 0xB000013;
   }
@@ -40,7 +40,7 @@ class WrongProduct final : public impl_dao::CProductInterface {
   }
 };
 
-// A symbol of this kind pins its library in the process.
+// A GNU unique symbol, which prevents unloading of its library.
 asm(R"(
     .globl pinned
     .type pinned, @gnu_unique_object
@@ -53,7 +53,8 @@ pinned:
 
 namespace {
 
-// Writes the number of its process to the file that WRONG_PLUGIN_FILE names, and stays.
+// Writes the process's number to the file that WRONG_PLUGIN_FILE names, and does not end for a
+// minute.
 void Stay() {
   std::ofstream(std::getenv("WRONG_PLUGIN_FILE")) << getpid() << std::endl;
   sleep(60);
@@ -63,7 +64,7 @@ void Stay() {
 void Misbehave(const std::string& deed) {
   if (deed == "exit") std::exit(0);
   if (deed == "stay") Stay();
-  // Leaves a process with all its streams.
+  // The child process keeps all streams open.
   if (deed == "fork" && fork() == 0) Stay();
   std::fputs("pass  everything: yes", stderr);
   std::puts("pass  everything: yes");
@@ -76,7 +77,7 @@ GetProductInterfaceForVESTA() {
   if (const char* const deed = std::getenv("WRONG_PLUGIN_DOES")) Misbehave(deed);
   static WrongProduct products[2];
   static unsigned calls = 0;
-  // A dispatch table that lacks an entry, the first of which is the type information; or no object.
+  // No object, or one whose dispatch table lacks an entry; entry 0 is the type information.
   if (const char* const entry = std::getenv("WRONG_PLUGIN_LACKS")) {
     if (*entry == '\0') return nullptr;
     constexpr int kEntries = 10;

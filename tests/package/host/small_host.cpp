@@ -1,4 +1,4 @@
-// Prints what the plug-in answers to each operation, on whatever platform it was built.
+// Prints the plug-in's answer to each operation, on any platform.
 #include <dlfcn.h>
 
 #include <cstdio>

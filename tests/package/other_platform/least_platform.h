@@ -1,5 +1,5 @@
-// A platform that declares what the plug-in calls and nothing else. The compiler's command line
-// defines DECIPHER_RESULT and PROCESS_RESULT, the types of results that a platform may choose.
+// A platform that declares only the parts that the plug-in uses. The compiler's command line
+// defines DECIPHER_RESULT and PROCESS_RESULT, the result types that a platform may choose.
 #pragma once
 
 #include <string>

@@ -31,7 +31,7 @@ int LogProcess::Debug(const std::string& message, const LocationInfo& location) 
   return Write("debug", 0, message, location);
 }
 
-// Refuses one algorithm, so that the other is asked.
+// Refuses one algorithm, so that the plug-in tries the other.
 int QuillAESCipher::decryptEx(const std::string& cipherText, std::string& plainText,
                               unsigned int algorithm) {
   if (algorithm != ALGID_AES128_ECB) return -static_cast<int>(algorithm);

@@ -1,5 +1,5 @@
-// A platform that offers the plug-in the same calls as include/platform, and differs from it in all
-// that source code does not see: sizes, members, what is inline, how symbols are named.
+// A platform with the same calls as include/platform. It differs in everything that source code
+// does not see: sizes, members, inline functions and symbol names.
 #pragma once
 
 #include <string>
