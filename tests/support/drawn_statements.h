@@ -284,8 +284,7 @@ class DrawnStatement {
 
   std::string Comment() {
     if (OneIn(3)) return "--" + OneOf(std::array{" x'\n", "\t\"\n", " ;\n", " /*\n", " $$\n"});
-    if (OneIn(2))
-      return OneOf(std::array{"/***/", "/**/", "/*'*/", "/*\";\n*/", "/*$$*/"});
+    if (OneIn(2)) return OneOf(std::array{"/***/", "/**/", "/*'*/", "/*\";\n*/", "/*$$*/"});
     if (Mysql()) return OneOf(std::array{"# it's\n", "#`\n", "/*/*/", "/* /* */", "/*+ a */"});
     return Postgres() ? "/* /* ' */ \" */" : "/* /* \" */";
   }
