@@ -168,7 +168,7 @@ TEST(Report, AddsUpToTheReportOfAllLogs) {
   }
 }
 
-TEST(Shape, AddsWhatTheLogTells) {
+TEST(Shape, AddsTheDetailsOfTheLog) {
   Shape shape;
   shape.Add("slow", {.seconds = 2, .lock_seconds = 0.5, .rows_sent = 1, .rows_affected = 3});
   shape.Add("parsed", {.seconds = 0.25, .executed = false});
@@ -208,7 +208,7 @@ TEST(Shape, HasTheSameExampleInEitherOrder) {
   }
 }
 
-TEST(Comparison, TellsHowAShapeChanged) {
+TEST(Comparison, NamesTheChangeOfAShape) {
   const struct {
     // The seconds of each statement, in a report with times.
     std::vector<double> before;

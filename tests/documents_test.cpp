@@ -95,7 +95,7 @@ TEST(Readme, LimitsOfTheCanonicalTextAreTrue) {
   }
 }
 
-TEST(Readme, ValuesMeetAsItSays) {
+TEST(Readme, ValuesWithOneKeyAreTrue) {
   for (const auto& row : ReadmeTable("| one value | another | because |")) {
     EXPECT_EQ(Canonical(row.at(0).at(0)), Canonical(row.at(1).at(0)));
   }
@@ -138,7 +138,7 @@ TEST(Readme, SSLModesAreTrue) {
 }
 
 #ifdef TARN_CXX
-TEST(Readme, HostCompilesAndPrintsWhatItSays) {
+TEST(Readme, HostCompilesAndPrintsTheStatedText) {
   const std::string code = Part(Document("README.md"), "```cpp\n", "```\n").substr(7);
   const ScratchFolder folder;
   const std::string source = folder.Write("host.cpp", code);

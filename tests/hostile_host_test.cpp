@@ -95,7 +95,7 @@ std::string AnswersOfAll(impl_dao::CProductInterface& product) {
   return answers + sql;
 }
 
-TEST(Threads, MayCallEverythingWhileCopiesComeAndGo) {
+TEST(Threads, MayCallWhileCopiesAreLoadedAndUnloaded) {
   constexpr int kCallers = 8;
   constexpr int kCalls = 50;
   constexpr int kLoaders = 2;
@@ -281,7 +281,7 @@ TEST(HostLocale, GroupsTheNumbersOfAliasesAlone) {
 
 // The patterns keep the locale of loading, in which they were compiled. They are used if a single
 // byte differs.
-TEST(LocaleOfLoading, DecidesWhatALetterASpaceAndALowerCaseAre) {
+TEST(LocaleOfLoading, DecidesLettersSpacesAndLowerCase) {
   using Ctype = std::ctype_base;
   struct Row {
     char byte;

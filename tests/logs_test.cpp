@@ -424,7 +424,7 @@ TEST(PackedInput, IsNoTextThatLooksLikeIt) {
   }
 }
 
-TEST(PostgresPrefix, IsReadAsThePersonSays) {
+TEST(PostgresPrefix, IsReadByTheGivenPattern) {
   for (const CaseRow& row : ReadCases("prefixes.txt")) {
     ReadOptions options;
     options.format = ReadableFormats().at("pglog");

@@ -301,7 +301,7 @@ TEST_F(Properties, ReplaceTheirEntriesAndNoOther) {
 
 const std::string kName = "defaultDBName=nemgr_transDB_0(41)";
 
-TEST_F(Properties, KeepWhatWasWrittenWhateverFails) {
+TEST_F(Properties, KeepWrittenEntriesAfterAnyFailure) {
   // The mode is at the end of a file that needs several growing buffers. If there is no memory for
   // a FILE, the file counts as not opened.
   Set("file=" + std::string(20'000, ' ') + R"({"sslmode": "required"})");
@@ -364,7 +364,7 @@ __attribute__((always_inline)) inline std::string DeadBytes(const char* bytes, s
 
 // A short text is within the object, whose bytes can still be read after its end. If a short text
 // replaces a long one, the end of the long one is still in the buffer.
-TEST(WipedString, OverwritesAllItsRoom) {
+TEST(WipedString, OverwritesAllItsBytes) {
   using dbconfig::WipedString;
   constexpr std::size_t kRoom = 15;
   const std::string full_room(kRoom, 's');
@@ -400,7 +400,7 @@ TEST(Account, LeavesNoShortPasswordOnTheStack) {
   EXPECT_EQ(out.password, short_password);
 }
 
-TEST(NormalizeSQL, LeavesTheStatementWhereMemoryEnds) {
+TEST(NormalizeSQL, LeavesTheStatementIfMemoryRunsOut) {
   ResetPlatform();
   ASSERT_EQ(sqlnorm::ChosenEngine(), sqlnorm::Engine::kScanner);
   // One of each: quotes, literals, a group, an IN list, rows, three aliases and blanks to trim.

@@ -30,14 +30,14 @@ TEST(Normalize, TakesStatementsLongerThanABlock) {
   EXPECT_EQ(result.output, word + "\nb\n" + word + "\n");
 }
 
-TEST(Shapes, ReplaceInJsonWhatIsNotUtf8) {
+TEST(Shapes, ReplaceInvalidUtf8InJson) {
   const RunResult result = Tool({"shapes", "--input=nul", "--json"}, {.input = "\xFF;\n\""});
   const auto report = nlohmann::json::parse(result.output);
   EXPECT_EQ(report["shapes"][0]["example"], "\xEF\xBF\xBD;\n\"");
   EXPECT_EQ(nlohmann::json::parse(Tool({"shapes", "--json"}).output)["shapes"].size(), 0);
 }
 
-TEST(Shapes, TellInJsonWhatALogTells) {
+TEST(Shapes, PrintTheDetailsOfALogInJson) {
   const std::string log = TARN_EXAMPLES "/slow.log";
   const RunResult result =
       Tool({"shapes", "--input=slowlog", "--json", "--top=2", "--sort=max", log});
@@ -135,7 +135,7 @@ TEST(Shapes, AddUpReportsAsTheManualSays) {
   EXPECT_EQ(added.errors, "");
 }
 
-TEST(Shapes, PrintWhatTheyHaveOnCtrlC) {
+TEST(Shapes, PrintTheCountsSoFarOnCtrlC) {
   int ends[2];
   ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
   const OwnedFd read_end(ends[0]);

@@ -26,7 +26,7 @@ std::string ShapeOf(const std::string& statement, Dialect dialect, bool fold_dig
 
 class Shapes : public testing::TestWithParam<CaseRow> {};
 
-TEST_P(Shapes, MeetOrStayApart) {
+TEST_P(Shapes, AreOneOrDifferent) {
   const std::string& label = GetParam().label;
   const Dialect dialect = Dialects().at(label.substr(label.find(' ') + 1));
   const std::vector<std::string>& statements = GetParam().texts;
@@ -82,7 +82,7 @@ bool HasWord(const std::string& shape, const std::string& word) {
   return false;
 }
 
-TEST_P(RandomShapes, TellAllButValues) {
+TEST_P(RandomShapes, DependOnAllButValues) {
   ShapeMaker used({.dialect = GetParam()});
   for (std::uint64_t number = 0; number < kStatements; ++number) {
     DrawnStatement statement(GetParam(), number);

@@ -331,7 +331,7 @@ TEST_F(Cipher, GivesBackEveryPassword) {
 }
 
 // Each allocation fails once. The host gets the exception or a code, and its process continues.
-TEST_F(Cipher, SurvivesTheEndOfMemoryAndLeavesNoPassword) {
+TEST_F(Cipher, SurvivesFailedAllocationsAndLeavesNoPassword) {
   const ScopedVariable level("TARN_LOG_LEVEL", "off");
   const std::string database = "a database of some length";
   for (const unsigned int algorithm : {kAes256Gcm, kAes128Ecb}) {

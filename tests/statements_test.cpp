@@ -36,7 +36,7 @@ namespace {
 using namespace tarn::host;
 using ::testing::HasSubstr;
 
-TEST(Output, WritesWhatIsLeftOfAPartialWrite) {
+TEST(Output, WritesTheRestAfterAPartialWrite) {
   const OwnedFd file = ScratchFile();
   const std::string text(100'000, 'x');
   most_written = 7;
@@ -71,7 +71,7 @@ TEST(OneLine, ShowsControlCharactersOfEveryKind) {
   EXPECT_EQ(OneLine("\xF4\x90\x80\x80\xE2\x82"), "\xF4\\x90\\x80\\x80\xE2\\x82");
 }
 
-TEST(JsonText, EscapesWhatATerminalObeys) {
+TEST(JsonText, EscapesControlCharacters) {
   EXPECT_EQ(JsonText("\x1B\x7F\xC2\x80\xC2\x9F\xC2\xA0\xC3\x80\x9B\xE2\x82\x9B"),
             "\"\\u001b\\u007f\\u0080\\u009f\xC2\xA0\xC3\x80\xEF\xBF\xBD\xE2\x82\x9B\"");
 }

@@ -95,7 +95,7 @@ TEST(Tool, ReportsUnwritableOutput) {
   }
 }
 
-TEST(Tool, EndsInSilenceWhenTheReaderGoesAway) {
+TEST(Tool, EndsInSilenceIfTheReaderHasGone) {
   int ends[2];
   ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
   close(ends[0]);
@@ -116,7 +116,7 @@ TEST(Tool, ReportsClosedStreams) {
   EXPECT_EQ(run("shapes no-such-file 2>&-").exit_code, kTrouble);
 }
 
-TEST(Tool, TellsItsVersionAndHelpsWithExamples) {
+TEST(Tool, PrintsItsVersionAndHelpWithExamples) {
   EXPECT_THAT(Tool({"--version"}).output, ContainsRegex("^tarn_host [0-9.]+\n$"));
   EXPECT_THAT(Tool({"map", "--help"}).output, HasSubstr("  tarn_host map 0x7fffffff\n"));
 }
@@ -137,7 +137,7 @@ TEST(Tool, CheckPassesTheLibraryBesideIt) {
   EXPECT_THAT(result.output, AllOf(HasSubstr("pass  unloads"), Not(HasSubstr("FAIL"))));
 }
 
-TEST(Tool, CheckTellsWhatIsWrongWithALibrary) {
+TEST(Tool, CheckNamesTheFaultsOfALibrary) {
   const RunResult result = Tool({"check", TARN_WRONG_PLUGIN_PATH});
   EXPECT_EQ(result.exit_code, kFailed);
   EXPECT_EQ(result.errors, "");
@@ -177,7 +177,7 @@ TEST(Plugins, FindTheirPlatformThemselves) {
   }
 }
 
-TEST(Trace, RefusesWhatNobodyWouldRead) {
+TEST(Trace, RefusesMoreThanOneMebibyte) {
   const std::string input((std::size_t{1} << 20U) + 1, 'a');
   const RunResult result = Tool({"trace"}, {.input = input});
   EXPECT_EQ(result.exit_code, 2);
@@ -212,7 +212,7 @@ bool Ends(pid_t process) {
   return false;
 }
 
-TEST(Check, KeepsItsStreamsFromTheLibraryAndEndsWhatThatLeaves) {
+TEST(Check, KeepsItsStreamsFromTheLibraryAndEndsItsProcesses) {
   const TemporaryFolder folder;
   const std::string file = folder.Path("number");
   RunningProgram tool({"timeout", "20", "/bin/sh", "-c", "\"$0\" check \"$1\" 2>&1 | cat",
@@ -243,7 +243,7 @@ TEST(Check, WaitsForNoLibraryForEver) {
   }
 }
 
-TEST(Check, TakesTheLibrarysProcessWithIt) {
+TEST(Check, EndsTheLibrarysProcessToo) {
   const TemporaryFolder folder;
   for (const int signal : {SIGINT, SIGKILL}) {
     const std::string file = folder.Path(std::to_string(signal));
@@ -380,7 +380,7 @@ TEST(Check, RefusesCraftedTables) {
 }
 
 // Tables that the loader ignores hide nothing, and those that it reads count.
-TEST(Check, ReadsWhatTheLoaderReads) {
+TEST(Check, ReadsTheTablesOfTheLoader) {
   const auto facts = [](const char* path, const Change& change) {
     return Tool({"check", "/dev/stdin"}, {.input_fd = Crafted(path, change).Get()}).output;
   };
@@ -479,7 +479,7 @@ TEST(Interrupt, EndsTheToolByExit) {
 }
 
 // The first SIGINT ends the input. The report then waits for a reader that does not come.
-TEST(Interrupt, EndsTheReportAtTheSecondTime) {
+TEST(Interrupt, EndsTheReportAtTheSecondSignal) {
   int ends[2];
   ASSERT_EQ(pipe2(ends, O_CLOEXEC | O_NONBLOCK), 0);
   const OwnedFd read_end(ends[0]);
@@ -497,7 +497,7 @@ TEST(Interrupt, EndsTheReportAtTheSecondTime) {
 #ifdef TARN_FREED_SECRETS_PATH
 // From standard input to the configuration and back, no block of memory is freed while it contains
 // the password.
-TEST(Passwords, AreWipedBehindEveryCommand) {
+TEST(Passwords, AreWipedByEveryCommand) {
   const TemporaryFolder folder;
   // The loader splits LD_PRELOAD at blanks, so the library is copied to a path without one.
   const std::string preload = folder.Path("freed_secrets.so");
