@@ -99,8 +99,8 @@ std::vector<StatementSet> Sets() {
   };
 }
 
-// Loads the first lines of a statement into the cache. If a set is larger than the cache, this
-// measures an engine and not the machine's memory. GCC may drop __builtin_prefetch.
+// Loads the first lines of a statement into the cache. Otherwise a set larger than the cache would
+// measure the machine's memory and not an engine. GCC may drop __builtin_prefetch.
 void Prefetch(const std::string& sql) {
   constexpr std::size_t kLine = 64;
   constexpr std::size_t kMost = 512;
