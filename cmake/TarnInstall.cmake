@@ -11,8 +11,8 @@ set(TARN_INSTALL_CMAKEDIR "${CMAKE_INSTALL_LIBDIR}/cmake/${PROJECT_NAME}")
 
 # The plug-in's own search path alone finds the libraries that it needs: it contains the plug-in's
 # folder, and the folders that the caller of CMake names. The build folder has the same layout, and
-# the plug-in in it the same path: a path that CMake rewrites at installation ends in ":" until
-# then, which means the current folder of the process.
+# the plug-in has the same search path there. If CMake rewrote the path at installation, it would
+# end in ":" before that, which means the current folder of the process.
 set_target_properties(
   tarn_interface_for_vesta PROPERTIES INSTALL_RPATH "$ORIGIN;${CMAKE_INSTALL_RPATH}"
                                       BUILD_WITH_INSTALL_RPATH ON)

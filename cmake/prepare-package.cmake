@@ -13,7 +13,7 @@ file(
   WORLD_READ
   WORLD_EXECUTE)
 
-# Adds a Debian changelog to the project's own. Both and the man page are compressed without name
+# Adds a Debian changelog next to the project's own. Both and the man page are compressed without name
 # and time, so that each build gives the same bytes.
 set(shared "${CPACK_TEMPORARY_INSTALL_DIRECTORY}${CPACK_PACKAGING_INSTALL_PREFIX}/share")
 string(TIMESTAMP now "%a, %d %b %Y %H:%M:%S +0000" UTC)
