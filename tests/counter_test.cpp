@@ -253,7 +253,7 @@ TEST(Report, ThatIsDamagedIsRefusedWhole) {
   for (std::size_t size = 0; size + 1 < report.size(); size += 1 + size / 50) {
     EXPECT_THROW(ReadReport("", report.substr(0, size), {}), InputError) << size;
   }
-  // Each member in turn gets a value of an unknown type.
+  // Each member in turn gets an invalid value.
   for (std::size_t at = 0; (at = report.find("\": ", at + 1)) != std::string::npos;) {
     std::string damaged = report;
     const std::size_t end = damaged.find_first_of(",\n", at);

@@ -13,8 +13,8 @@ struct DecimalLiteral {
   const char* end;
 };
 
-// Bytes that ReprintDecimal may touch. The longest output, for example "-2.2250738585072014e-308",
-// takes 24.
+// The number of bytes that ReprintDecimal may touch. The longest output takes 24, for example
+// "-2.2250738585072014e-308".
 inline constexpr std::size_t kRoomForDecimal = 48;
 
 // Writes the literal's value in double precision with up to 17 significant digits, as printf's
