@@ -1,4 +1,4 @@
-// The host framework's view of a product: the abstract class whose dispatch table the host calls.
+// The interface of a product to the host framework: the class whose dispatch table the host calls.
 //
 // The order of the nine operations is the binary contract between host and plug-in. Do not reorder,
 // insert or append, and add no virtual destructor: the dispatch table holds these nine and nothing
@@ -127,12 +127,12 @@ class CProductInterface {
   // serves wrong results. For example, the two values in each line have one key:
   //
   //   0.1              0.1000000000000000001   decimals are doubles
-  //   '172.10.10.10'   '172.1.10.1'            rules apply within quotes: decimals
+  //   '172.10.10.10'   '172.1.10.1'            rules apply within quotes, too: decimals
   //   '3.10'           '3.1'                   likewise
   //   '0x1F'           '31'                    hexadecimals
   //   'a  b'           'a b'                   white space
   //   't1'             't2'                    aliases
-  //   VALUES (1), (2)  VALUES (1), (3)         only the first row stays
+  //   VALUES (1), (2)  VALUES (1), (3)         only the first row is kept
   //
   // The C++ locale that is global when the library is loaded decides which bytes are letters,
   // digits or spaces, and the lower case of each letter. Literals are always read and printed as in
