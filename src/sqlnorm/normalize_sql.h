@@ -7,7 +7,7 @@ namespace tarn::sqlnorm {
 // The two implementations of the same canonical text.
 enum class Engine {
   kScanner,   // hand-written, linear in the statement; classifies bytes under the classic locale
-  kPatterns,  // the 23 regular expressions, which saw the global locale when the library was loaded
+  kPatterns,  // the 23 regular expressions, under the locale that was global at loading
 };
 
 // The engine that the functions below use, decided when the library is loaded: the scanner, unless

@@ -73,7 +73,7 @@ struct BlockClasses {
   static constexpr std::size_t kBytes = 64;
 
   std::uint64_t words = 0;   // letters, digits and the underscore
-  std::uint64_t digits = 0;  // among them
+  std::uint64_t digits = 0;  // the digits among them
   std::uint64_t spaces = 0;
 };
 

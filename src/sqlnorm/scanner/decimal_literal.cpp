@@ -64,7 +64,7 @@ constexpr std::array<double, 23> kExactPowers = [] {
   return powers;
 }();
 
-// How many digits a number other than 0 has.
+// The number of digits of `number`, which must not be 0.
 int CountDigits(std::uint64_t number) noexcept {
   // 1233 / 4096 is a little more than the decimal logarithm of 2.
   const int estimate = (64 - std::countl_zero(number)) * 1233 >> 12;

@@ -70,8 +70,8 @@ constexpr std::uint64_t ToUpper(std::uint64_t letters) noexcept {
   return letters & ~internal::kFoldCase;
 }
 
-// The keyword that equals a word, in either case, or null. `start` is the word's first eight bytes,
-// or fewer and bytes after it, and `length` its length.
+// The keyword that equals a word, in either case, or null. `start` is the eight bytes from the
+// word's begin on, some of them perhaps after its end, and `length` is the word's length.
 inline const Keyword* FindKeyword(std::uint64_t start, std::size_t length) noexcept {
   const std::uint64_t lower = ToLower(start);
   const Keyword& keyword = internal::kKeywords[lower & internal::kLetterMask];

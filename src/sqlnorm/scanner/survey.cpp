@@ -26,8 +26,8 @@ class ParenthesisSurvey {
     survey_.parameters |= parameter;
     const bool plain = !comparison && !negation && !parameter;
     if (row_ != nullptr) {
-      // A row that another rewrite may change before truncation sees it is no longer certain. Any
-      // other parenthesis within the row, such as a call's, changes nothing.
+      // If another rewrite may change the row before truncation, its end is no longer certain. Any
+      // other parenthesis within the row changes nothing, for example a call's.
       if (plain) return;
       survey_.rows = true;
       row_ = nullptr;

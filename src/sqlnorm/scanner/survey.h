@@ -4,7 +4,7 @@
 
 namespace tarn::sqlnorm {
 
-// Which rewrites may apply to a statement. A flag may be set needlessly, but is never missing.
+// The rewrites that may apply to a statement. The flag of each that does apply is always set.
 struct Survey {
   const char* first_literal = nullptr;  // no literal begins before it; null if there is none
   bool comparisons = false;             // comparison-group unwrapping
