@@ -668,8 +668,8 @@ TEST_F(EncryptOnATerminal, RefusesASlip) {
 }
 
 TEST_F(EncryptOnATerminal, TurnsTheEchoOnWhateverEndsIt) {
-  for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGALRM, SIGUSR1, SIGABRT, SIGSEGV,
-                           SIGRTMIN}) {
+  for (const int signal :
+       {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGALRM, SIGUSR1, SIGABRT, SIGSEGV, SIGRTMIN}) {
     RunningProgram tool = Start();
     AwaitQuestion();
     tool.Signal(signal);
