@@ -42,23 +42,31 @@ std::string Visible(const char* text) {
 class BrokenPipeGuard {
  public:
   BrokenPipeGuard() noexcept {
-    sigset_t waiting;
-    sigpending(&waiting);
-    was_waiting_ = sigismember(&waiting, SIGPIPE) == 1;
     sigemptyset(&pipe_signal_);
     sigaddset(&pipe_signal_, SIGPIPE);
+    was_waiting_ = IsWaiting();
     pthread_sigmask(SIG_BLOCK, &pipe_signal_, &old_mask_);
   }
   BrokenPipeGuard(const BrokenPipeGuard&) = delete;
   BrokenPipeGuard& operator=(const BrokenPipeGuard&) = delete;
-  ~BrokenPipeGuard() {
+  ~BrokenPipeGuard() { pthread_sigmask(SIG_SETMASK, &old_mask_, nullptr); }
+
+  // To be called once a write has raised the signal, which is for this thread alone.
+  void TakeSignal() noexcept {
     const timespec at_once{};
-    // Takes the signal, if the write has raised it.
-    if (!was_waiting_) TEMP_FAILURE_RETRY(sigtimedwait(&pipe_signal_, nullptr, &at_once));
-    pthread_sigmask(SIG_SETMASK, &old_mask_, nullptr);
+    // A signal that is pending for the thread is taken before one that is pending for the process.
+    TEMP_FAILURE_RETRY(sigtimedwait(&pipe_signal_, nullptr, &at_once));
+    // If one was pending for this thread before, the write's signal has merged with it.
+    if (was_waiting_ && !IsWaiting()) std::raise(SIGPIPE);
   }
 
  private:
+  static bool IsWaiting() noexcept {
+    sigset_t waiting;
+    sigpending(&waiting);
+    return sigismember(&waiting, SIGPIPE) == 1;
+  }
+
   sigset_t pipe_signal_;
   sigset_t old_mask_;
   bool was_waiting_;
@@ -69,10 +77,11 @@ void Write(const std::string& mark, const char* message, const LocationInfo& loc
   const std::string line = mark + ' ' + Visible(location.File()) + ':' +
                            std::to_string(location.Line()) + ' ' + Visible(location.Function()) +
                            ": " + Visible(message) + '\n';
-  const BrokenPipeGuard guard;
+  BrokenPipeGuard guard;
   // One write takes the whole line, unless a signal interrupts it or the disk is full.
   for (std::string_view rest(line); !rest.empty();) {
     const ssize_t written = TEMP_FAILURE_RETRY(write(STDERR_FILENO, rest.data(), rest.size()));
+    if (written < 0 && errno == EPIPE) guard.TakeSignal();
     // The log itself has failed, so there is nothing to report this to.
     if (written <= 0) return;
     rest.remove_prefix(static_cast<std::size_t>(written));

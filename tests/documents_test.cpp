@@ -157,12 +157,12 @@ TEST(Readme, HostCompilesAndPrintsTheStatedText) {
 
 // The completions that bash offers for `words`, the last of which may be incomplete.
 std::set<std::string> Completed(const Strings& words) {
-  std::string script =
-      ". '" TARN_SOURCE "/tools/tarn_host/completion/tarn_host.bash'; COMP_WORDS=(";
+  std::string script = ". \"$0\"; COMP_WORDS=(";
   for (const std::string& word : words) script += "'" + word + "' ";
   script += "); COMP_CWORD=" + std::to_string(words.size() - 1) +
             "; _tarn_host; printf '%s\\n' \"${COMPREPLY[@]}\"";
-  std::istringstream offered(RunProgram({"bash", "-c", script}).output);
+  const std::string completion = TARN_SOURCE "/tools/tarn_host/completion/tarn_host.bash";
+  std::istringstream offered(RunProgram({"bash", "-c", script, completion}).output);
   std::set<std::string> found;
   for (std::string word; offered >> word;) found.insert(word);
   return found;

@@ -192,6 +192,12 @@ TEST(Check, OutlivesALibraryThatExits) {
               EndsWith("FAIL  leaves its process running: it ended with exit code 0\n"));
 }
 
+TEST(Check, HearsNoLibraryForEver) {
+  const RunResult result =
+      Tool({"check", TARN_WRONG_PLUGIN_PATH}, {.environment = {"WRONG_PLUGIN_DOES=tell"}});
+  EXPECT_THAT(result.output, EndsWith("it tells more than there is to tell\n"));
+}
+
 // The process number that the wrong plug-in wrote to `file`; 0 if `tool` ends first.
 pid_t NumberIn(const std::string& file, const RunningProgram& tool) {
   pid_t number = 0;
@@ -362,13 +368,20 @@ TEST(Check, RefusesCraftedTables) {
        [](ElfParts& it) {
          AddDynamicSection(it, std::vector<Elf64_Dyn>(1 << 20, {DT_SONAME, {}}));
        }},
+      {"many libraries",
+       [](ElfParts& it) {
+         std::vector<Elf64_Dyn> entries(257, it.Entry(DT_NEEDED));
+         entries.insert(entries.end(), {it.Entry(DT_STRTAB), {DT_NULL, {}}});
+         AddDynamicSection(it, entries);
+       }},
   };
   for (const auto& [name, change] : rows) {
     const OwnedFd file = Crafted(TARN_PLUGIN_PATH, change);
     const RunResult result = Tool({"check", "/dev/stdin"}, {.input_fd = file.Get()});
     EXPECT_EQ(result.exit_code, 2) << name << ": " << result.output;
     EXPECT_THAT(result.errors,
-                AllOf(IsOneErrorLine(), ContainsRegex("damaged ELF file|not an ELF shared object")))
+                AllOf(IsOneErrorLine(),
+                      ContainsRegex("damaged ELF file|not an ELF shared object|more than 256")))
         << name;
   }
   const OwnedFd plugin(open(TARN_PLUGIN_PATH, O_RDONLY | O_CLOEXEC));
@@ -478,6 +491,32 @@ TEST(Interrupt, EndsTheToolByExit) {
   }
 }
 
+// The statement that is being processed gets two seconds.
+TEST(Interrupt, WaitsForNoStatementForEver) {
+  const TemporaryFolder folder;
+  const std::string file = folder.Path("number");
+  RunningProgram tool(
+      {TARN_HOST_PATH, "shapes", "--exact", "--plugin", TARN_WRONG_PLUGIN_PATH},
+      {.input = "a", .environment = {"WRONG_PLUGIN_NEVER_ENDS=", "WRONG_PLUGIN_FILE=" + file}});
+  ASSERT_NE(NumberIn(file, tool), 0);
+  tool.Signal(SIGINT);
+  EXPECT_EQ(tool.Wait().exit_code, 130);
+}
+
+// As for a program that a shell has started in the background.
+TEST(Interrupt, StaysIgnoredWhereItWas) {
+  const TemporaryFolder folder;
+  const std::string fifo = folder.Path("fifo");
+  ASSERT_EQ(mkfifo(fifo.c_str(), S_IRWXU), 0);
+  const RunResult result =
+      RunProgram({"/bin/sh", "-c",
+                  "trap '' INT; \"$0\" normalize \"$1\" & exec 3>\"$1\"; kill -INT $!; "
+                  "echo a >&3; exec 3>&-; wait $!",
+                  TARN_HOST_PATH, fifo});
+  EXPECT_EQ(result.exit_code, 0);
+  EXPECT_EQ(result.output, "a;\n");
+}
+
 // The first SIGINT ends the input. The report then waits for a reader that does not come.
 TEST(Interrupt, EndsTheReportAtTheSecondSignal) {
   int ends[2];
@@ -564,6 +603,7 @@ TEST(Terminal, ObeysNoStranger) {
                                                {"normalize", "--pairs"},
                                                {"normalize", "--input=lines", "--pairs"},
                                                {"normalize", "--input=nul"},
+                                               {"normalize", "--input=nul", "--pairs"},
                                                {"normalize", "--dialect=" + bad},
                                                {"normalize", bad},
                                                {"trace"},
@@ -668,7 +708,8 @@ TEST_F(EncryptOnATerminal, RefusesASlip) {
 }
 
 TEST_F(EncryptOnATerminal, TurnsTheEchoOnWhateverEndsIt) {
-  for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGALRM, SIGUSR1, SIGRTMIN}) {
+  for (const int signal :
+       {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGALRM, SIGUSR1, SIGABRT, SIGSEGV, SIGRTMIN}) {
     RunningProgram tool = Start();
     AwaitQuestion();
     tool.Signal(signal);

@@ -14,6 +14,18 @@
 #include "impl_dao/product_interface.h"
 #include "platform/quill_process.h"
 
+namespace {
+
+// Writes the number of its process to the file that WRONG_PLUGIN_FILE names, and stays, whatever
+// signal is caught.
+void Stay() {
+  std::ofstream(std::getenv("WRONG_PLUGIN_FILE")) << getpid() << std::endl;
+  for (unsigned left = 60; left > 0;) left = sleep(left);
+  _exit(0);
+}
+
+}  // namespace
+
 class WrongProduct final : public impl_dao::CProductInterface {
  public:
   void LogError(const char* /*message*/) override {}
@@ -35,6 +47,7 @@ class WrongProduct final : public impl_dao::CProductInterface {
   }
   bool GetDBType(std::string& /*dbType*/, const std::string& /*dbName*/) override { return false; }
   void NormalizeSQL(std::string& sql) override {
+    if (std::getenv("WRONG_PLUGIN_NEVER_ENDS") != nullptr) Stay();
     if (sql.size() > 1) throw std::runtime_error("no such luck");
     sql += '?';
   }
@@ -61,9 +74,18 @@ void Stay() {
   _exit(0);
 }
 
+// Writes without an end to every descriptor that may be a pipe to the tool.
+[[noreturn]] void TellALot() {
+  const std::string text(1U << 16U, 'a');
+  for (int fd = 3;; fd = fd < 63 ? fd + 1 : 3) {
+    [[maybe_unused]] const ssize_t written = write(fd, text.data(), text.size());
+  }
+}
+
 void Misbehave(const std::string& deed) {
   if (deed == "exit") std::exit(0);
   if (deed == "stay") Stay();
+  if (deed == "tell") TellALot();
   // The child process keeps all streams open.
   if (deed == "fork" && fork() == 0) Stay();
   std::fputs("pass  everything: yes", stderr);

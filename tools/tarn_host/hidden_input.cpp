@@ -19,10 +19,9 @@ namespace tarn::host {
 HiddenInput::HiddenInput() : terminal_(open("/dev/tty", O_RDWR | O_CLOEXEC)) {
   if (terminal_ < 0) terminal_ = STDIN_FILENO;
   sigfillset(&caught_);
-  // Faults of the process are not to wait, and these stop it only once it is in the background,
-  // where it may not touch the terminal, or do nothing.
-  for (const int signal : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT, SIGTRAP, SIGSYS, SIGTTIN,
-                           SIGTTOU, SIGCHLD, SIGURG, SIGWINCH}) {
+  // These do nothing, or stop the process only once it is in the background, where it may not touch
+  // the terminal. A fault of the process ends it even while its signal is blocked.
+  for (const int signal : {SIGTTIN, SIGTTOU, SIGCHLD, SIGURG, SIGWINCH}) {
     sigdelset(&caught_, signal);
   }
   signal_fd_ = signalfd(-1, &caught_, SFD_CLOEXEC);

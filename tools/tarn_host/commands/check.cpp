@@ -94,7 +94,7 @@ void Send(int to_parent, const std::string& line) {
 }
 
 // A process that loads the library and tells of it, ended with the object and with all that it has
-// started in its session.
+// started in its process group.
 class Examiner {
  public:
   // Nothing may be buffered for output. Throws ToolError.
