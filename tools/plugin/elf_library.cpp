@@ -7,13 +7,10 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <map>
-#include <string>
 #include <type_traits>
-#include <vector>
 
 #include "sql/errors.h"
 

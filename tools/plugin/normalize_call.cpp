@@ -1,8 +1,5 @@
 #include "plugin/normalize_call.h"
 
-#include <exception>
-#include <optional>
-#include <string>
 #include <typeinfo>
 
 namespace tarn::host {

@@ -3,7 +3,6 @@
 #include <dlfcn.h>
 
 #include <filesystem>
-#include <string>
 #include <system_error>
 
 namespace tarn::host {

@@ -9,15 +9,12 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <functional>
 #include <limits>
 #include <memory>
 #include <sstream>
-#include <string>
 #include <string_view>
 #include <system_error>
 #include <typeinfo>
-#include <vector>
 
 #include "plugin/normalize_call.h"
 #include "plugin/plugin.h"

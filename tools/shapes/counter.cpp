@@ -2,12 +2,7 @@
 
 #include <algorithm>
 #include <cassert>
-#include <cstddef>
-#include <cstdint>
 #include <future>
-#include <optional>
-#include <string>
-#include <string_view>
 #include <system_error>
 #include <utility>
 #include <vector>

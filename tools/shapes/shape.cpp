@@ -1,14 +1,8 @@
 #include "shapes/shape.h"
 
 #include <algorithm>
-#include <cstdint>
 #include <iterator>
 #include <limits>
-#include <map>
-#include <optional>
-#include <set>
-#include <string>
-#include <string_view>
 #include <tuple>
 
 namespace tarn::host {

@@ -4,11 +4,8 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <string>
-#include <string_view>
 #include <vector>
 
-#include "sql/dialect.h"
 #include "sql/lexer.h"
 #include "sql/text.h"
 

@@ -1,9 +1,7 @@
 #include "shapes/time_statistics.h"
 
-#include <algorithm>
 #include <cassert>
 #include <cmath>
-#include <cstdint>
 #include <vector>
 
 namespace tarn::host {

@@ -3,13 +3,10 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/signalfd.h>
-#include <termios.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
-#include <csignal>
-#include <string>
 
 #include "tarn_host/errors.h"
 #include "tarn_host/output.h"

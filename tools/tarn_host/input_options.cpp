@@ -1,11 +1,5 @@
 #include "tarn_host/input_options.h"
 
-#include <cstdint>
-#include <map>
-#include <string>
-#include <string_view>
-#include <vector>
-
 namespace tarn::host {
 namespace {
 

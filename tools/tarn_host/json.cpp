@@ -1,7 +1,6 @@
 #include "tarn_host/json.h"
 
 #include <nlohmann/json.hpp>
-#include <string>
 #include <string_view>
 
 namespace tarn::host {

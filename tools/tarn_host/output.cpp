@@ -4,10 +4,7 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstddef>
 #include <cstdlib>
-#include <string>
-#include <string_view>
 #include <utility>
 
 #include "tarn_host/errors.h"

@@ -2,7 +2,6 @@
 
 #include <array>
 #include <filesystem>
-#include <string>
 #include <system_error>
 
 #include "plugin/plugin.h"

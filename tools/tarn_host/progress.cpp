@@ -5,12 +5,8 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cstddef>
-#include <cstdint>
 #include <cstdio>
-#include <string>
-#include <vector>
 
 #include "logs/input.h"
 #include "tarn_host/output.h"

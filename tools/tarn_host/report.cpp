@@ -8,10 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <nlohmann/json.hpp>
-#include <optional>
 #include <stdexcept>
-#include <string>
-#include <string_view>
 #include <utility>
 
 #include "plugin/normalize_call.h"
