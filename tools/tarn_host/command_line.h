@@ -8,6 +8,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace CLI {
@@ -29,18 +30,15 @@ class Command {
 
   void Flag(const std::string& name, bool& value, const std::string& help);
 
-  // Any text, also an empty one.
-  void Argument(const std::string& name, std::optional<std::string>& value, const std::string& help,
-                Presence presence);
-  void Arguments(const std::string& name, std::vector<std::string>& values,
-                 const std::string& help);
+  // Any text, an empty one included.
+  void Text(const std::string& name, std::optional<std::string>& value, const std::string& help,
+            Presence presence = Presence::kOptional);
+  void Texts(const std::string& name, std::vector<std::string>& values, const std::string& help);
 
   // The name of a file, a library or a database. An empty one is refused: a script's unset variable
   // must not mean the default.
-  void NameArgument(const std::string& name, std::string& value, const std::string& help,
-                    Presence presence);
-  void NameOption(const std::string& name, std::string& value, const std::string& kind,
-                  const std::string& help);
+  void Name(const std::string& name, std::string& value, const std::string& kind,
+            const std::string& help, Presence presence = Presence::kOptional);
 
   // A whole number from 1 to `most`.
   void Count(const std::string& name, std::uint64_t& value, std::uint64_t most,
@@ -78,14 +76,22 @@ class CommandLine {
   CommandLine& operator=(const CommandLine&) = delete;
   ~CommandLine();
 
-  // Adds a command. Where it is chosen, `run` returns the exit code and may throw.
-  Command Add(const std::string& name, const std::string& help, std::function<int()> run);
+  // Adds a command, and returns it with the options that its declarations write to. If the command
+  // is chosen, `run` gets the options and returns the exit code; it may throw.
+  template <typename Options>
+  std::pair<Command, Options&> Add(const std::string& name, const std::string& help,
+                                   int (*run)(const Options&)) {
+    const auto options = std::make_shared<Options>();
+    return {AddCommand(name, help, [options, run] { return run(*options); }), *options};
+  }
 
   // Runs the command that `argv` names, or prints help or the version, and returns the exit code.
   // Throws ToolError for bad usage and what the command throws. To be called once.
   int Run(int argc, char** argv);
 
  private:
+  Command AddCommand(const std::string& name, const std::string& help, std::function<int()> run);
+
   std::unique_ptr<CLI::App> app_;
   int exit_code_ = 0;
 };

@@ -33,13 +33,13 @@ void AddInputOptions(Command& command, InputOptions& options,
   command.Choice("--dialect", options.reading.dialect, Dialects(), "NAME",
                  "Whose quotes, comments and separators: mysql (the default, except for "
                  "PostgreSQL's logs), ansi or postgres");
-  command.NameOption("--prefix", options.reading.prefix, "FORMAT",
-                     "The log_line_prefix of a PostgreSQL log, unless it is a usual one");
+  command.Name("--prefix", options.reading.prefix, "FORMAT",
+               "The log_line_prefix of a PostgreSQL log, unless it is a usual one");
   command.Count("--max-statement", options.max_statement_mib, kMostMib,
                 "Leave out statements of more than N MiB (default: 64)");
-  command.Arguments("FILE", options.files,
-                    "Files of statements, packed by gzip, bzip2, xz, zstd or lz4 or not; standard "
-                    "input for \"-\" or none");
+  command.Texts("FILE", options.files,
+                "Files of statements, packed by gzip, bzip2, xz, zstd or lz4 or not; standard "
+                "input for \"-\" or none");
 }
 
 }  // namespace tarn::host

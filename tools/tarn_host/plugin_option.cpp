@@ -36,8 +36,7 @@ std::string LoaderPath(const std::string& library) {
 }
 
 void AddPluginOption(Command& command, std::string& path) {
-  command.NameOption("--plugin", path, "PATH",
-                     "Load this library instead of the one beside the tool");
+  command.Name("--plugin", path, "PATH", "Load this library instead of the one beside the tool");
 }
 
 std::string ChosenPlugin(const std::string& path) {

@@ -14,7 +14,6 @@
 #include <cstdint>
 #include <cstring>
 #include <exception>
-#include <memory>
 #include <string>
 #include <string_view>
 
@@ -220,13 +219,11 @@ int Check(const CheckOptions& options) {
 }  // namespace
 
 void AddCheckCommand(CommandLine& line) {
-  const auto options = std::make_shared<CheckOptions>();
-  Command command = line.Add("check", "Tell whether a library is fit to be loaded into a host",
-                             [options] { return Check(*options); });
-  command.NameArgument("LIBRARY", options->library,
-                       "The library's file; by default the one beside the tool",
-                       Presence::kOptional);
-  command.Count("--timeout", options->seconds, kMaxSeconds,
+  auto [command, options] =
+      line.Add("check", "Tell whether a library is fit to be loaded into a host", Check);
+  command.Name("LIBRARY", options.library, "",
+               "The library's file; by default the one beside the tool");
+  command.Count("--timeout", options.seconds, kMaxSeconds,
                 "Give the library N seconds to be loaded and to answer (default: 10)");
   command.Footer(
       "Prints one line a fact, \"pass\" or \"FAIL\"; the exit code is 1 when any fails. The facts\n"

@@ -9,7 +9,6 @@
 #include <cstdlib>
 #include <exception>
 #include <map>
-#include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <utility>
@@ -215,15 +214,14 @@ int Config(const ConfigOptions& options) {
 }  // namespace
 
 void AddConfigCommand(CommandLine& line) {
-  const auto options = std::make_shared<ConfigOptions>();
-  Command command = line.Add("config", "Print what the plug-in answers for a database",
-                             [options] { return Config(*options); });
-  command.NameArgument("DBNAME", options->database, "Name of the database in the configuration",
-                       Presence::kRequired);
-  command.Flag("--show-password", options->show_password,
+  auto [command, options] =
+      line.Add("config", "Print what the plug-in answers for a database", Config);
+  command.Name("DBNAME", options.database, "", "Name of the database in the configuration",
+               Presence::kRequired);
+  command.Flag("--show-password", options.show_password,
                "Print the deciphered password instead of a mask");
-  command.Flag("--json", options->json, "Print a JSON object instead of a table");
-  AddPluginOption(command, options->plugin);
+  command.Flag("--json", options.json, "Print a JSON object instead of a table");
+  AddPluginOption(command, options.plugin);
   command.Footer(
       "Prints the engine type, the login account, the address and the connection properties, or "
       "the\n"

@@ -6,7 +6,6 @@
 #include <cerrno>
 #include <cstddef>
 #include <map>
-#include <memory>
 #include <string>
 
 #include "standin/password_cipher.h"
@@ -76,17 +75,16 @@ int Encrypt(const EncryptOptions& options) {
 }  // namespace
 
 void AddEncryptCommand(CommandLine& line) {
-  const auto options = std::make_shared<EncryptOptions>();
-  Command command = line.Add("encrypt", "Encipher a password for the stand-in's configuration",
-                             [options] { return Encrypt(*options); });
+  auto [command, options] =
+      line.Add("encrypt", "Encipher a password for the stand-in's configuration", Encrypt);
   const std::map<std::string, unsigned int> algorithms{{"19", standin::kAes256Gcm},
                                                        {"aes-256-gcm", standin::kAes256Gcm},
                                                        {"18", standin::kAes128Ecb},
                                                        {"aes-128-ecb", standin::kAes128Ecb}};
-  command.Choice("--algorithm", options->algorithm, algorithms, "NAME",
+  command.Choice("--algorithm", options.algorithm, algorithms, "NAME",
                  "aes-256-gcm (19, the default) or aes-128-ecb (18)");
-  command.NameOption("--key", options->key_file, "FILE",
-                     "Key file; the one that TARN_KEY_FILE names if not given");
+  command.Name("--key", options.key_file, "FILE",
+               "Key file; the one that TARN_KEY_FILE names if not given");
   command.Footer(
       "Reads the password from the first line of standard input, without echo and twice on a\n"
       "terminal, and prints the text to store.\n\n"

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -122,15 +121,16 @@ class Normalizer {
   int exit_code_ = kExitSuccess;
 };
 
+int Normalize(const NormalizeOptions& options) { return Normalizer(options).Run(); }
+
 }  // namespace
 
 void AddNormalizeCommand(CommandLine& line) {
-  const auto options = std::make_shared<NormalizeOptions>();
-  Command command = line.Add("normalize", "Print the canonical texts of statements",
-                             [options] { return Normalizer(*options).Run(); });
-  AddInputOptions(command, options->input);
-  command.Flag("--pairs", options->pairs, "Print each statement before its canonical text");
-  AddPluginOption(command, options->plugin);
+  auto [command, options] =
+      line.Add("normalize", "Print the canonical texts of statements", Normalize);
+  AddInputOptions(command, options.input);
+  command.Flag("--pairs", options.pairs, "Print each statement before its canonical text");
+  AddPluginOption(command, options.plugin);
   command.Footer(
       "The texts come out separated as the statements came in; with --input=nul every byte is\n"
       "kept. A statement that fails is reported with its number, the others still come out, and\n"

@@ -8,7 +8,6 @@
 #include <filesystem>
 #include <limits>
 #include <map>
-#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -355,19 +354,18 @@ int Shapes(const ShapesOptions& options) {
 }  // namespace
 
 void AddShapesCommand(CommandLine& line) {
-  const auto options = std::make_shared<ShapesOptions>();
-  Command command = line.Add("shapes", "Count statements by shape, and sum up how long they took",
-                             [options] { return Shapes(*options); });
+  auto [command, options] =
+      line.Add("shapes", "Count statements by shape, and sum up how long they took", Shapes);
   auto formats = ReadableFormats();
   formats.emplace(kReportFormat.name, &kReportFormat);
-  AddInputOptions(command, options->input, formats);
-  command.Flag("--exact", options->rule.exact,
+  AddInputOptions(command, options.input, formats);
+  command.Flag("--exact", options.rule.exact,
                "Count by the canonical text, in which values and lists stay");
-  command.Flag("--fold-digits", options->rule.fold_digits,
+  command.Flag("--fold-digits", options.rule.fold_digits,
                "Count names that differ in digits alone as one, for tables that are numbered");
-  command.Flag("--keys", options->rule.keys,
+  command.Flag("--keys", options.rule.keys,
                "Count the canonical texts of each shape, the keys in a host's tables");
-  command.Choice("--sort", options->table.rank.order,
+  command.Choice("--sort", options.table.rank.order,
                  std::map<std::string, ShapeOrder>{{"count", ShapeOrder::kCount},
                                                    {"time", ShapeOrder::kTime},
                                                    {"max", ShapeOrder::kMax},
@@ -376,33 +374,32 @@ void AddShapesCommand(CommandLine& line) {
                  "What comes first: the most statements (count), the most time in all (time, the "
                  "default where times are known), the slowest statement (max) or the most rows "
                  "examined (rows)");
-  command.Count("--top", options->table.rank.top, kMostShapes,
+  command.Count("--top", options.table.rank.top, kMostShapes,
                 "Print the first N shapes, sum up the others");
-  command.Count("--min-count", options->table.rank.min_count, kMostShapes,
+  command.Count("--min-count", options.table.rank.min_count, kMostShapes,
                 "Sum up the shapes of fewer than N statements");
-  command.Flag("--examples", options->table.examples,
+  command.Flag("--examples", options.table.examples,
                "Print below each shape its slowest statement and when it ran");
-  command.NameOption(
-      "--since", options->since, "TIME",
-      "Leave out statements before a time of the log, as 2026-11-24 09:05, or before "
-      "the last 90s, 30m, 2h or 7d of it");
-  command.NameOption("--until", options->until, "TIME", "Leave out statements from then on");
+  command.Name("--since", options.since, "TIME",
+               "Leave out statements before a time of the log, as 2026-11-24 09:05, or before "
+               "the last 90s, 30m, 2h or 7d of it");
+  command.Name("--until", options.until, "TIME", "Leave out statements from then on");
   std::map<std::string, Detail> details;
   for (std::size_t i = 0; i < kDetails; ++i) {
     const std::string name = NameOf(static_cast<Detail>(i));
-    command.NameOption("--" + name, options->details.at(i), "NAME",
-                       "Leave out statements of any other " + name);
+    command.Name("--" + name, options.details.at(i), "NAME",
+                 "Leave out statements of any other " + name);
     details.emplace(name, static_cast<Detail>(i));
   }
-  command.Choice("--group-by", options->rule.group_by, details, "DETAIL",
+  command.Choice("--group-by", options.rule.group_by, details, "DETAIL",
                  "Count the shapes of each user, database (db) or host apart");
-  command.NameOption("--compare", options->compare, "FILE",
-                     "Tell what changed since the report or log FILE");
-  command.Flag("--json", options->json,
+  command.Name("--compare", options.compare, "FILE",
+               "Tell what changed since the report or log FILE");
+  command.Flag("--json", options.json,
                "Print JSON, with examples; such reports add up when they are read again");
-  command.Count("--threads", options->threads, kMostThreads,
+  command.Count("--threads", options.threads, kMostThreads,
                 "Count on N threads (default: one per processor)");
-  AddPluginOption(command, options->plugin);
+  AddPluginOption(command, options.plugin);
   command.Footer(
       "Statements are of one shape when they differ in values, in the length of lists of them, in\n"
       "the number of VALUES rows, in comments, case and spacing, and in what the canonical text\n"

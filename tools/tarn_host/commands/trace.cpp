@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <exception>
-#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -117,13 +116,11 @@ int Trace(const TraceOptions& options) {
 }  // namespace
 
 void AddTraceCommand(CommandLine& line) {
-  const auto options = std::make_shared<TraceOptions>();
-  Command command = line.Add("trace", "Print what each rewrite step makes of a statement",
-                             [options] { return Trace(*options); });
-  command.Argument("STATEMENT", options->statement, "The statement; standard input when absent",
-                   Presence::kOptional);
-  command.NameOption("--plugin", options->plugin, "PATH",
-                     "Compare the result with what this library makes of the statement");
+  auto [command, options] =
+      line.Add("trace", "Print what each rewrite step makes of a statement", Trace);
+  command.Text("STATEMENT", options.statement, "The statement; standard input when absent");
+  command.Name("--plugin", options.plugin, "PATH",
+               "Compare the result with what this library makes of the statement");
   command.Footer(
       "Prints the text after each of the 23 steps that changed it, with the step's number and\n"
       "name. Control characters are shown as \\n, \\t and the like. The steps are the tool's own;\n"
