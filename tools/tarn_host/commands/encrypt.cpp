@@ -1,9 +1,15 @@
 #include "tarn_host/commands.h"
 
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/signalfd.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
+#include <csignal>
 #include <cstddef>
 #include <map>
 #include <string>
@@ -11,7 +17,6 @@
 #include "standin/password_cipher.h"
 #include "tarn_host/errors.h"
 #include "tarn_host/exit_code.h"
-#include "tarn_host/hidden_input.h"
 #include "tarn_host/output.h"
 #include "tarn_host/plugin_option.h"
 
@@ -48,6 +53,88 @@ SecretBytes ReadLine(int fd) {
   line.erase(end, line.end());
   return line;
 }
+
+// The terminal that a person types at, without echo for as long as the object lives. Any signal
+// that ends or suspends the process finds the echo turned on; after the process goes on, it is off
+// again. One at a time in a process, which has no other thread.
+class HiddenInput {
+ public:
+  // Takes the process's terminal or, without one, standard input. Throws ToolError.
+  HiddenInput() : terminal_(open("/dev/tty", O_RDWR | O_CLOEXEC)) {
+    if (terminal_ < 0) terminal_ = STDIN_FILENO;
+    sigfillset(&caught_);
+    // Faults of the process are not to wait, and these stop it only once it is in the background,
+    // where it may not touch the terminal, or do nothing.
+    for (const int signal : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT, SIGTRAP, SIGSYS, SIGTTIN,
+                             SIGTTOU, SIGCHLD, SIGURG, SIGWINCH}) {
+      sigdelset(&caught_, signal);
+    }
+    signal_fd_ = signalfd(-1, &caught_, SFD_CLOEXEC);
+    if (signal_fd_ < 0 || tcgetattr(terminal_, &shown_) != 0) {
+      const int error = errno;
+      close(signal_fd_);
+      if (terminal_ != STDIN_FILENO) close(terminal_);
+      throw ToolError(SystemReason("terminal", error));
+    }
+    pthread_sigmask(SIG_BLOCK, &caught_, &old_mask_);
+    SetEcho(false);
+  }
+  HiddenInput(const HiddenInput&) = delete;
+  HiddenInput& operator=(const HiddenInput&) = delete;
+  ~HiddenInput() {
+    SetEcho(true);
+    // What was typed too much is not for the shell.
+    tcflush(terminal_, TCIFLUSH);
+    pthread_sigmask(SIG_SETMASK, &old_mask_, nullptr);
+    close(signal_fd_);
+    if (terminal_ != STDIN_FILENO) close(terminal_);
+  }
+
+  // Puts `question` on the screen, and again whenever the process was suspended, and waits for a
+  // line to read from Fd. Throws ToolError.
+  void Ask(const std::string& question) {
+    Output screen(terminal_ == STDIN_FILENO ? STDERR_FILENO : terminal_, "terminal");
+    screen.Write(question);
+    screen.Flush();
+    std::array<pollfd, 2> watched{{{signal_fd_, POLLIN, 0}, {terminal_, POLLIN, 0}}};
+    for (;;) {
+      if (poll(watched.data(), watched.size(), -1) < 0) {
+        if (errno == EINTR) continue;
+        throw ToolError(SystemReason("poll", errno));
+      }
+      signalfd_siginfo signal;
+      if (watched[0].revents == 0) return;
+      if (read(signal_fd_, &signal, sizeof signal) != sizeof signal) continue;
+      SetEcho(true);
+      pthread_sigmask(SIG_SETMASK, &old_mask_, nullptr);
+      // Ends or suspends the process, or does nothing.
+      std::raise(static_cast<int>(signal.ssi_signo));
+      pthread_sigmask(SIG_BLOCK, &caught_, nullptr);
+      SetEcho(false);
+      screen.Write(question);
+      screen.Flush();
+    }
+  }
+
+  int Fd() const noexcept { return terminal_; }
+
+ private:
+  void SetEcho(bool on) noexcept {
+    termios settings = shown_;
+    if (!on) {
+      settings.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+      // The end of a line shows all the same.
+      settings.c_lflag |= ECHONL;
+    }
+    TEMP_FAILURE_RETRY(tcsetattr(terminal_, TCSANOW, &settings));
+  }
+
+  int terminal_;
+  termios shown_{};
+  sigset_t caught_{};
+  sigset_t old_mask_{};
+  int signal_fd_ = -1;
+};
 
 // Asks twice on the terminal, without echo. Throws ToolError.
 SecretBytes AskTerminal() {
