@@ -11,7 +11,6 @@
 #include <csignal>
 
 #include "tarn_host/errors.h"
-#include "tarn_host/exit_code.h"
 
 namespace tarn::host {
 namespace {

@@ -21,7 +21,6 @@
 #include "plugin/plugin_check.h"
 #include "tarn_host/commands.h"
 #include "tarn_host/errors.h"
-#include "tarn_host/exit_code.h"
 #include "tarn_host/output.h"
 #include "tarn_host/plugin_option.h"
 

@@ -16,7 +16,6 @@
 
 #include "standin/password_cipher.h"
 #include "tarn_host/errors.h"
-#include "tarn_host/exit_code.h"
 #include "tarn_host/output.h"
 #include "tarn_host/plugin_option.h"
 
@@ -31,14 +30,12 @@ struct EncryptOptions {
   std::string key_file;
 };
 
-// With room for a byte too many, so that a long password is refused rather than cut.
-constexpr std::size_t kRoom = standin::kMaxPasswordBytes + 1;
-
 // The first line of what `fd` gives, without its end: a newline, after a carriage return or not.
 // Throws ToolError.
 SecretBytes ReadLine(int fd) {
-  // The carriage return belongs to no password and must not make one too long.
-  SecretBytes line(kRoom + 1);
+  // The longest password, a carriage return, and a byte too many, so that a longer password is
+  // refused and not cut.
+  SecretBytes line(standin::kMaxPasswordBytes + 2);
   auto filled = line.begin();
   auto end = filled;
   while (filled != line.end() && end == filled) {
@@ -94,25 +91,24 @@ class HiddenInput {
   // line to read from Fd. Throws ToolError.
   void Ask(const std::string& question) {
     Output screen(terminal_ == STDIN_FILENO ? STDERR_FILENO : terminal_, "terminal");
-    screen.Write(question);
-    screen.Flush();
     std::array<pollfd, 2> watched{{{signal_fd_, POLLIN, 0}, {terminal_, POLLIN, 0}}};
     for (;;) {
-      if (poll(watched.data(), watched.size(), -1) < 0) {
-        if (errno == EINTR) continue;
+      screen.Write(question);
+      screen.Flush();
+      if (TEMP_FAILURE_RETRY(poll(watched.data(), watched.size(), -1)) < 0) {
         throw ToolError(SystemReason("poll", errno));
       }
-      signalfd_siginfo signal;
       if (watched[0].revents == 0) return;
-      if (read(signal_fd_, &signal, sizeof signal) != sizeof signal) continue;
+      signalfd_siginfo signal;
+      if (TEMP_FAILURE_RETRY(read(signal_fd_, &signal, sizeof signal)) < 0) {
+        throw ToolError(SystemReason("signalfd", errno));
+      }
       SetEcho(true);
       pthread_sigmask(SIG_SETMASK, &old_mask_, nullptr);
       // Ends or suspends the process, or does nothing.
       std::raise(static_cast<int>(signal.ssi_signo));
       pthread_sigmask(SIG_BLOCK, &caught_, nullptr);
       SetEcho(false);
-      screen.Write(question);
-      screen.Flush();
     }
   }
 

@@ -3,7 +3,7 @@
 #include <string>
 
 #include "standin/key_file.h"
-#include "tarn_host/exit_code.h"
+#include "tarn_host/errors.h"
 #include "tarn_host/plugin_option.h"
 
 namespace tarn::host {

@@ -12,7 +12,6 @@
 
 #include "plugin/plugin.h"
 #include "tarn_host/errors.h"
-#include "tarn_host/exit_code.h"
 #include "tarn_host/output.h"
 #include "tarn_host/plugin_option.h"
 

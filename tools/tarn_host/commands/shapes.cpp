@@ -22,7 +22,6 @@
 #include "plugin/plugin.h"
 #include "shapes/counter.h"
 #include "tarn_host/errors.h"
-#include "tarn_host/exit_code.h"
 #include "tarn_host/input_options.h"
 #include "tarn_host/interrupt.h"
 #include "tarn_host/output.h"

@@ -13,7 +13,6 @@
 #include "plugin/plugin.h"
 #include "sqlnorm/patterns/pattern_engine.h"
 #include "tarn_host/errors.h"
-#include "tarn_host/exit_code.h"
 #include "tarn_host/output.h"
 #include "tarn_host/plugin_option.h"
 
