@@ -8,8 +8,11 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <map>
+#include <memory>
+#include <new>
 #include <type_traits>
 
 #include "sql/errors.h"
@@ -29,24 +32,17 @@ constexpr std::size_t kMaxShownSymbols = 5;
 // the content is not trusted.
 class ElfImage {
  public:
-  explicit ElfImage(const std::string& path)
-      : path_(path),
-        // A FIFO without a writer would block otherwise.
-        fd_(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC)) {
-    if (fd_ < 0) throw InputError(SystemReason(path_, errno));
-    try {
-      struct stat status {};
-      if (fstat(fd_, &status) != 0 || !S_ISREG(status.st_mode)) Fail("not a regular file");
-      size_ = static_cast<std::uint64_t>(status.st_size);
-      ReadHeaders();
-    } catch (...) {
-      close(fd_);
-      throw;
-    }
+  explicit ElfImage(const std::string& path) : path_(path) {
+    // A FIFO without a writer would block otherwise.
+    const int fd = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0) throw InputError(SystemReason(path_, errno));
+    file_.reset(fdopen(fd, "rb"));
+    if (!file_) throw std::bad_alloc();
+    struct stat status {};
+    if (fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) Fail("not a regular file");
+    size_ = static_cast<std::uint64_t>(status.st_size);
+    ReadHeaders();
   }
-  ElfImage(const ElfImage&) = delete;
-  ElfImage& operator=(const ElfImage&) = delete;
-  ~ElfImage() { close(fd_); }
 
   [[noreturn]] void Fail(const char* reason) const { throw InputError(path_ + ": " + reason); }
   void Require(bool sound) const {
@@ -128,20 +124,21 @@ class ElfImage {
   }
 
   void ReadInto(void* to, std::size_t size, std::uint64_t offset) const {
-    auto* rest = static_cast<char*>(to);
-    while (size > 0) {
-      const ssize_t got = pread(fd_, rest, size, static_cast<off_t>(offset));
-      if (got < 0 && errno == EINTR) continue;
-      if (got < 0) throw InputError(SystemReason(path_, errno));
-      if (got == 0) Fail("it became shorter while it was read");
-      rest += got;
-      size -= static_cast<std::size_t>(got);
-      offset += static_cast<std::uint64_t>(got);
+    errno = 0;
+    if (fseeko(file_.get(), static_cast<off_t>(offset), SEEK_SET) == 0 &&
+        std::fread(to, 1, size, file_.get()) == size) {
+      return;
     }
+    if (errno != 0) throw InputError(SystemReason(path_, errno));
+    Fail("it became shorter while it was read");
   }
 
+  struct CloseFile {
+    void operator()(std::FILE* file) const noexcept { std::fclose(file); }
+  };
+
   std::string path_;
-  int fd_;
+  std::unique_ptr<std::FILE, CloseFile> file_;
   std::uint64_t size_ = 0;
   std::vector<Elf64_Phdr> segments_;
   Elf64_Addr dynamic_section_ = 0;

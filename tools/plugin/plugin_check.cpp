@@ -47,33 +47,23 @@ std::string LoadedFile(const std::string& name) {
   return handle && dlinfo(handle.get(), RTLD_DI_LINKMAP, &map) == 0 ? map->l_name : "";
 }
 
-// Finds the libraries that a library at `path`, which can't be loaded, needs: each looked for where
-// the dynamic loader would, so that all missing ones show at once.
-class NeededFinder {
- public:
-  NeededFinder(const std::string& path, const ElfLibrary& library) {
-    std::istringstream search_path(library.search_path);
-    for (std::string folder; std::getline(search_path, folder, ':');) {
-      for (const std::string_view origin : {"$ORIGIN", "${ORIGIN}"}) {
-        if (!folder.starts_with(origin)) continue;
-        folder.replace(0, origin.size(), std::filesystem::path(path).parent_path().string());
-      }
-      folders_.emplace_back(folder);
+// Where the dynamic loader would find the library `name` that `library`, at `path`, needs: a file,
+// or "yes" in the loader's own folders; empty if nowhere. For a library that can't be loaded, so
+// that all missing ones are told at once.
+std::string FindNeeded(const std::string& path, const ElfLibrary& library,
+                       const std::string& name) {
+  std::istringstream search_path(library.search_path);
+  for (std::string folder; std::getline(search_path, folder, ':');) {
+    for (const std::string_view origin : {"$ORIGIN", "${ORIGIN}"}) {
+      if (!folder.starts_with(origin)) continue;
+      folder.replace(0, origin.size(), std::filesystem::path(path).parent_path().string());
     }
+    const auto file = std::filesystem::path(folder) / name;
+    std::error_code error;
+    if (std::filesystem::is_regular_file(file, error)) return file.string();
   }
-
-  std::string Find(const std::string& name) const {
-    for (const auto& folder : folders_) {
-      std::error_code error;
-      const auto file = folder / name;
-      if (std::filesystem::is_regular_file(file, error)) return file.string();
-    }
-    return LibraryHandle(dlopen(name.c_str(), RTLD_LAZY)) ? "yes" : "";
-  }
-
- private:
-  std::vector<std::filesystem::path> folders_;
-};
+  return LibraryHandle(dlopen(name.c_str(), RTLD_LAZY)) ? "yes" : "";
+}
 
 void TellNeeded(const ElfLibrary& library,
                 const std::function<std::string(const std::string&)>& find, const Tell& tell) {
@@ -83,44 +73,35 @@ void TellNeeded(const ElfLibrary& library,
   }
 }
 
-// Where a loaded library lies in memory.
-class LibraryRange {
- public:
-  // `inside` is an address of the library.
-  explicit LibraryRange(const void* inside) noexcept : base_(BaseOf(inside)) {}
+// The start of the loaded library that holds `address`; null if none does.
+const void* LibraryAt(const void* address) noexcept {
+  Dl_info info;
+  return address != nullptr && dladdr(address, &info) != 0 ? info.dli_fbase : nullptr;
+}
 
-  bool Has(const void* address) const noexcept {
-    return base_ != nullptr && BaseOf(address) == base_;
-  }
-
- private:
-  static const void* BaseOf(const void* address) noexcept {
-    Dl_info info;
-    return address != nullptr && dladdr(address, &info) != 0 ? info.dli_fbase : nullptr;
-  }
-
-  const void* base_;
-};
-
-// Whether the object's dispatch table is whole, so that its operations may be called.
-bool CheckDispatchTable(const impl_dao::CProductInterface& product, const LibraryRange& range,
+// Whether the object's dispatch table is whole, so that its operations may be called. `entry` is
+// the library's entry function.
+bool CheckDispatchTable(const impl_dao::CProductInterface& product, const void* entry,
                         const Tell& tell) {
+  const auto outside = [library = LibraryAt(entry)](const void* address) {
+    return library == nullptr || LibraryAt(address) != library;
+  };
   std::string trouble;
-  const void* const* table = nullptr;
-  if (range.Has(&product)) {
+  if (outside(&product)) {
+    trouble = "the object lies outside the library";
+  } else {
+    const void* const* table = nullptr;
     std::memcpy(&table, static_cast<const void*>(&product), sizeof table);
     // The type information comes right before the first slot.
-    constexpr std::size_t kEntries = kSlots + 1;
-    if (!range.Has(table) || !range.Has(table - 1) || !range.Has(table + kSlots - 1)) {
+    if (outside(table) || outside(table - 1) || outside(table + kSlots - 1)) {
       trouble = "it lies outside the library";
+    } else if (outside(table[-1])) {
+      trouble = "no type information";
     }
-    for (std::size_t entry = 0; entry < kEntries && trouble.empty(); ++entry) {
-      if (range.Has(*(table - 1 + entry))) continue;
-      trouble = entry == 0 ? "no type information"
-                           : "slot " + std::to_string(entry) + " points outside the library";
+    for (std::size_t slot = 0; slot < kSlots && trouble.empty(); ++slot) {
+      if (!outside(table[slot])) continue;
+      trouble = "slot " + std::to_string(slot + 1) + " points outside the library";
     }
-  } else {
-    trouble = "the object lies outside the library";
   }
   const bool whole = trouble.empty();
   tell({whole, "dispatch table", whole ? "nine slots, all within the library" : trouble});
@@ -162,8 +143,8 @@ void CheckCalls(const std::string& path, const ElfLibrary& library, const Tell& 
   impl_dao::CProductInterface& product = plugin.Product();
   const bool same = plugin.Entry()() == &product;
   tell({same, "entry function", same ? "one pointer on two calls" : "two pointers on two calls"});
-  const LibraryRange range(reinterpret_cast<const void*>(&plugin.Entry()));
-  if (!CheckDispatchTable(product, range, tell)) return;
+  const auto* const entry = reinterpret_cast<const void*>(&plugin.Entry());
+  if (!CheckDispatchTable(product, entry, tell)) return;
   tell(CheckTypeName(product));
   tell(CheckMapErrorCode(product));
   tell(CheckNormalizeSql(product));
@@ -186,9 +167,8 @@ void CheckLoaded(const std::string& path, const ElfLibrary& library, const Tell&
     tell({!still_there, "unloads", still_there ? "still in the process" : "yes"});
   } catch (const PluginError& error) {
     tell({false, "loads", error.what()});
-    const NeededFinder finder(path, library);
-    TellNeeded(
-        library, [&finder](const std::string& name) { return finder.Find(name); }, tell);
+    const auto find = [&](const std::string& name) { return FindNeeded(path, library, name); };
+    TellNeeded(library, find, tell);
   }
 }
 
