@@ -69,7 +69,7 @@ void TellNeeded(const ElfLibrary& library,
                 const std::function<std::string(const std::string&)>& find, const Tell& tell) {
   for (const std::string& name : library.needed) {
     const std::string where = find(name);
-    tell({!where.empty(), "finds " + name, where.empty() ? "not found" : where});
+    tell({!where.empty(), "finds " + name + ": " + (where.empty() ? "not found" : where)});
   }
 }
 
@@ -104,7 +104,7 @@ bool CheckDispatchTable(const impl_dao::CProductInterface& product, const void* 
     }
   }
   const bool whole = trouble.empty();
-  tell({whole, "dispatch table", whole ? "nine slots, all within the library" : trouble});
+  tell({whole, "dispatch table: " + (whole ? "nine slots, all within the library" : trouble)});
   return whole;
 }
 
@@ -113,7 +113,7 @@ Fact CheckTypeName(const impl_dao::CProductInterface& product) {
   const std::unique_ptr<char, decltype(&std::free)> name(
       abi::__cxa_demangle(mangled, nullptr, nullptr, nullptr), &std::free);
   const std::string_view shown = name ? name.get() : mangled;
-  return {shown == kProductType, "type", std::string(shown)};
+  return {shown == kProductType, "type: " + std::string(shown)};
 }
 
 Fact CheckMapErrorCode(impl_dao::CProductInterface& product) {
@@ -123,26 +123,27 @@ Fact CheckMapErrorCode(impl_dao::CProductInterface& product) {
        {1, -1, std::numeric_limits<int>::max(), std::numeric_limits<int>::min()}) {
     maps = maps && product.MapErrorCode(status) == kGenericError;
   }
-  return {maps, "MapErrorCode",
-          maps ? "0 for 0, 0xB000013 otherwise" : "not 0 for 0 and 0xB000013 otherwise"};
+  return {maps, maps ? "MapErrorCode: 0 for 0, 0xB000013 otherwise"
+                     : "MapErrorCode: not 0 for 0 and 0xB000013 otherwise"};
 }
 
 Fact CheckNormalizeSql(impl_dao::CProductInterface& product) {
   std::string sql = kSampleStatement;
   const auto reason = CallNormalize(product, sql);
-  return {!reason && sql == kSampleCanonical, "NormalizeSQL", reason.value_or(sql)};
+  return {!reason && sql == kSampleCanonical, "NormalizeSQL: " + reason.value_or(sql)};
 }
 
 // All that asks the library itself, which is unloaded again in any case. Throws PluginError when it
 // can't be loaded or has no entry function.
 void CheckCalls(const std::string& path, const ElfLibrary& library, const Tell& tell) {
   const Plugin plugin(path);
-  tell({true, "loads", path});
+  tell({true, "loads: " + path});
   TellNeeded(library, LoadedFile, tell);
 
   impl_dao::CProductInterface& product = plugin.Product();
   const bool same = plugin.Entry()() == &product;
-  tell({same, "entry function", same ? "one pointer on two calls" : "two pointers on two calls"});
+  tell({same, same ? "entry function: one pointer on two calls"
+                   : "entry function: two pointers on two calls"});
   const auto* const entry = reinterpret_cast<const void*>(&plugin.Entry());
   if (!CheckDispatchTable(product, entry, tell)) return;
   tell(CheckTypeName(product));
@@ -154,19 +155,20 @@ void CheckCalls(const std::string& path, const ElfLibrary& library, const Tell& 
 
 std::vector<Fact> CheckFile(const ElfLibrary& library) {
   return {{library.exported.count == 1 && library.exported.first.front() == kEntryFunction,
-           "exports the entry function alone", Listed(library.exported)},
-          {library.unique.count == 0, "has no unique symbols", Listed(library.unique)},
-          {!library.no_delete, "allows unloading", library.no_delete ? "DF_1_NODELETE" : "yes"},
-          {library.soname == kPluginFile, "soname", library.soname.value_or("none")}};
+           "exports the entry function alone: " + Listed(library.exported)},
+          {library.unique.count == 0, "has no unique symbols: " + Listed(library.unique)},
+          {!library.no_delete,
+           library.no_delete ? "allows unloading: DF_1_NODELETE" : "allows unloading: yes"},
+          {library.soname == kPluginFile, "soname: " + library.soname.value_or("none")}};
 }
 
 void CheckLoaded(const std::string& path, const ElfLibrary& library, const Tell& tell) {
   try {
     CheckCalls(path, library, tell);
-    const bool still_there = IsLoaded(path);
-    tell({!still_there, "unloads", still_there ? "still in the process" : "yes"});
+    const bool gone = !IsLoaded(path);
+    tell({gone, gone ? "unloads: yes" : "unloads: still in the process"});
   } catch (const PluginError& error) {
-    tell({false, "loads", error.what()});
+    tell({false, std::string("loads: ") + error.what()});
     const auto find = [&](const std::string& name) { return FindNeeded(path, library, name); };
     TellNeeded(library, find, tell);
   }

@@ -8,12 +8,12 @@
 
 namespace tarn::host {
 
-// One thing that makes a plug-in fit for a host, or unfit: "soname", with the name it has.
+// One thing that makes a plug-in fit for a host, or unfit.
 struct Fact {
   bool holds;
-  std::string name;
-  // A stranger's text in part.
-  std::string detail;
+  // The fact and its detail, as in "soname: libtarn_interface_for_vesta.so". The detail may be text
+  // from the library, of any bytes.
+  std::string text;
 };
 
 // The facts that the library's file alone tells.

@@ -42,11 +42,9 @@ class FactSheet {
   void Head(std::string_view text) { output_.Write(std::string(text) + ":\n"); }
 
   void Add(const Fact& fact) {
-    const std::string_view word = fact.holds ? "pass" : "FAIL";
-    const std::string_view colour = fact.holds ? "\x1B[32m" : "\x1B[1;31m";
-    std::string line(word);
-    if (output_.Coloured()) line = std::string(colour) + line + "\x1B[0m";
-    output_.Write(line + "  " + OneLine(fact.name) + ": " + OneLine(fact.detail) + '\n');
+    std::string word = fact.holds ? "pass" : "FAIL";
+    if (output_.Coloured()) word = (fact.holds ? "\x1B[32m" : "\x1B[1;31m") + word + "\x1B[0m";
+    output_.Write(word + "  " + OneLine(fact.text) + '\n');
     output_.Flush();
     all_hold_ = all_hold_ && fact.holds;
   }
@@ -58,8 +56,8 @@ class FactSheet {
   bool all_hold_ = true;
 };
 
-// What the child process sends: a line for each fact, "+NAME\tDETAIL" or "-NAME\tDETAIL", and this
-// line at its end, since its exit code might be the library's.
+// What the child process sends: a line for each fact, as "+soname: NAME" or "-soname: NAME", and
+// this line at its end, since its exit code might be the library's.
 constexpr std::string_view kEnd = ".";
 
 void Send(int to_parent, const std::string& line) {
@@ -82,11 +80,11 @@ void Send(int to_parent, const std::string& line) {
   for (const int signal : {SIGINT, SIGALRM}) std::signal(signal, SIG_DFL);
   try {
     CheckLoaded(path, library, [to_parent](const Fact& fact) {
-      Send(to_parent, (fact.holds ? '+' : '-') + OneLine(fact.name) + '\t' + OneLine(fact.detail));
+      Send(to_parent, (fact.holds ? '+' : '-') + OneLine(fact.text));
     });
     Send(to_parent, std::string(kEnd));
   } catch (const std::exception& error) {
-    Send(to_parent, "-examination\t" + OneLine(error.what()));
+    Send(to_parent, "-examination: " + OneLine(error.what()));
   }
   _exit(kExitSuccess);
 }
@@ -117,7 +115,7 @@ class Examiner {
 
   // Adds the facts that the process tells, for so many seconds at most.
   void AddFacts(std::uint64_t seconds, FactSheet& facts) {
-    constexpr const char* kLeavesRunning = "leaves its process running";
+    const std::string leaves_running = "leaves its process running: ";
     // Far more than all facts take.
     constexpr std::size_t kMaxBytes = std::size_t{1} << 20U;
     const auto end = Clock::now() + std::chrono::seconds(seconds);
@@ -129,21 +127,22 @@ class Examiner {
       if (got <= 0) break;
       total += static_cast<std::size_t>(got);
       heard.append(block.data(), static_cast<std::size_t>(got));
-      for (std::size_t line = 0; (line = heard.find('\n')) != std::string::npos;) {
-        if (heard.compare(0, line, kEnd) == 0) return;
-        AddFact(heard.substr(0, line), facts);
-        heard.erase(0, line + 1);
+      for (std::size_t end_of_line = 0; (end_of_line = heard.find('\n')) != std::string::npos;) {
+        const std::string line = heard.substr(0, end_of_line);
+        heard.erase(0, end_of_line + 1);
+        if (line == kEnd) return;
+        facts.Add({line.starts_with('+'), line.empty() ? line : line.substr(1)});
       }
       if (total > kMaxBytes) {
-        facts.Add({false, kLeavesRunning, "it tells more than there is to tell"});
+        facts.Add({false, leaves_running + "it tells more than there is to tell"});
         return;
       }
     }
     if (Clock::now() >= end) {
-      facts.Add({false, "ends in time",
-                 "still running after " + std::to_string(seconds) + " s (see --timeout)"});
+      facts.Add({false, "ends in time: still running after " + std::to_string(seconds) +
+                            " s (see --timeout)"});
     } else {
-      facts.Add({false, kLeavesRunning, HowItEnded(End())});
+      facts.Add({false, leaves_running + HowItEnded(End())});
     }
   }
 
@@ -164,13 +163,6 @@ class Examiner {
       // Its end of the pipe is closed, and it runs on.
       watched[0].fd = -1;
     }
-  }
-
-  static void AddFact(const std::string& line, FactSheet& facts) {
-    const std::size_t tab = std::min(line.find('\t'), line.size());
-    const std::size_t name = std::min<std::size_t>(1, tab);
-    facts.Add({line.starts_with('+'), line.substr(name, tab - name),
-               tab < line.size() ? line.substr(tab + 1) : ""});
   }
 
   static std::string HowItEnded(int status) {
