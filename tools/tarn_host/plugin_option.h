@@ -11,15 +11,13 @@ namespace tarn::host {
 // search.
 std::string FileOfTheTool(const std::string& file);
 
-// What to hand to the dynamic loader for a library as a person names it: a name without a slash
-// means the file in the current folder if there is one, and the loader's search otherwise.
-std::string LoaderPath(const std::string& library);
-
 // Adds --plugin PATH to `command`. `path` must outlive the parsing; it stays empty when the option
 // is not given. Hand it to ChosenPlugin.
 void AddPluginOption(Command& command, std::string& path);
 
-// The library to load for the value of --plugin.
+// The library to load for the value of --plugin, in the dynamic loader's words: without a value the
+// tool's own. A name without a slash means the file in the current folder if there is one, and the
+// loader's search otherwise.
 std::string ChosenPlugin(const std::string& path);
 
 }  // namespace tarn::host

@@ -151,13 +151,15 @@ class FileCounter {
  public:
   FileCounter(const ShapesOptions& options, impl_dao::CProductInterface& product,
               InterruptWatch& watch, Problems& problems)
-      : options_(options), product_(product), watch_(watch), problems_(problems) {
-    counting_.fold_digits = options.rule.fold_digits;
-    counting_.exact = options.rule.exact;
-    counting_.keys = options.rule.keys;
-    counting_.group_by = options.rule.group_by;
-    counting_.threads = static_cast<unsigned>(options.threads);
-  }
+      : options_(options),
+        product_(product),
+        watch_(watch),
+        problems_(problems),
+        counting_{.fold_digits = options.rule.fold_digits,
+                  .exact = options.rule.exact,
+                  .keys = options.rule.keys,
+                  .group_by = options.rule.group_by,
+                  .threads = static_cast<unsigned>(options.threads)} {}
 
   ShapeCount Count(const std::vector<std::string>& files) {
     std::vector<std::string> logs;
