@@ -20,8 +20,8 @@ namespace tarn::host {
 enum class Detail : std::size_t { kUser, kDatabase, kHost };
 inline constexpr std::size_t kDetails = 3;
 
-// Empty where the log does not tell.
-std::string_view DetailOf(const Execution& execution, Detail detail) noexcept;
+// "user", "db" or "host".
+const char* NameOf(Detail detail) noexcept;
 
 // Shapes are counted apart for each group, and in order of their keys.
 struct ShapeKey {

@@ -17,9 +17,9 @@ TimeKey KeyOf(const std::optional<LogTime>& time) noexcept {
   return {time->Instant(), time->wall_microseconds, time->offset_seconds.has_value()};
 }
 
-// The order of examples: the smallest is kept. `example` is an Example or has views in its place.
-template <typename AnyExample>
-auto KeyOf(const AnyExample& example) noexcept {
+// The order of examples: the smallest is kept.
+template <typename Text>
+auto KeyOf(const BasicExample<Text>& example) noexcept {
   using View = std::string_view;
   // The slowest first, those without a time last.
   const std::int64_t slowness =
@@ -29,23 +29,12 @@ auto KeyOf(const AnyExample& example) noexcept {
                          View(example.host), View(example.parameters));
 }
 
-// An Example that owns no text.
-struct ExampleView {
-  std::string_view text;
-  std::optional<std::uint64_t> microseconds;
-  const std::optional<LogTime>& time;
-  std::string_view user;
-  std::string_view database;
-  std::string_view host;
-  std::string_view parameters;
-};
-
 void AddCounter(std::optional<std::uint64_t>& sum, const std::optional<std::uint64_t>& number) {
   if (number) sum = CappedSum(sum.value_or(0), std::min(*number, kMostSum));
 }
 
-template <typename AnyExample>
-void OfferExample(std::optional<Example>& example, const AnyExample& offered) {
+template <typename Text>
+void OfferExample(std::optional<Example>& example, const BasicExample<Text>& offered) {
   if (example && KeyOf(*example) <= KeyOf(offered)) return;
   example = Example{
       std::string(offered.text),      offered.microseconds,          offered.time,
@@ -107,8 +96,9 @@ void Shape::Add(std::string_view statement, const Execution& execution) {
   Counters::operator+=(one);
   if (!execution.error.empty()) AddError(errors, std::string(execution.error), 1);
   if (!execution.query_id.empty()) AddQueryId(query_ids, std::string(execution.query_id));
-  OfferExample(example, ExampleView{statement, microseconds, execution.time, execution.user,
-                                    execution.database, execution.host, execution.parameters});
+  OfferExample(example, BasicExample<std::string_view>{statement, microseconds, execution.time,
+                                                       execution.user, execution.database,
+                                                       execution.host, execution.parameters});
 }
 
 Shape& Shape::operator+=(const Shape& other) {

@@ -16,16 +16,18 @@
 namespace tarn::host {
 
 // One statement with the facts that its log tells; a text is empty where it does not.
-struct Example {
-  std::string text;
+template <typename Text>
+struct BasicExample {
+  Text text;
   std::optional<std::uint64_t> microseconds;
   std::optional<LogTime> time;
-  std::string user;
-  std::string database;
-  std::string host;
+  Text user;
+  Text database;
+  Text host;
   // The values bound to the statement's parameters, as the log prints them.
-  std::string parameters;
+  Text parameters;
 };
+using Example = BasicExample<std::string>;
 
 struct Counters {
   Counters& operator+=(const Counters& other);

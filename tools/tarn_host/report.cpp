@@ -246,11 +246,6 @@ void WriteList(const Json& head, const char* name, const Elements& elements,
 
 }  // namespace
 
-const char* NameOf(Detail detail) noexcept {
-  constexpr std::array<const char*, kDetails> kNames = {"user", "db", "host"};
-  return kNames.at(static_cast<std::size_t>(detail));
-}
-
 void WriteReport(const ShapeCount& count, const RankOptions& options, const CountingRule& rule,
                  impl_dao::CProductInterface& product, Output& output) {
   const Ranking ranking = Rank(count, options);

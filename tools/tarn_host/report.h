@@ -24,9 +24,6 @@ struct CountingRule {
   bool operator==(const CountingRule&) const = default;
 };
 
-// "user", "db" or "host".
-const char* NameOf(Detail detail) noexcept;
-
 // Prints the report, shape by shape. `product` makes the canonical texts of the examples. Throws as
 // Output::Write does.
 void WriteReport(const ShapeCount& count, const RankOptions& options, const CountingRule& rule,

@@ -52,10 +52,6 @@ std::string Duration(std::uint64_t microseconds) {
   return Formatted("%.*f %s", decimals, number, unit);
 }
 
-std::string NumberOrDash(const std::optional<std::uint64_t>& number) {
-  return number ? std::to_string(*number) : "-";
-}
-
 // A column of facts; a text is at most `width` characters long as a rule.
 struct Column {
   const char* title;
@@ -90,8 +86,10 @@ std::vector<Column> ColumnsOf(const Ranking& ranking) {
     const auto value = kRowCounters[i].value;
     if (!(ranking.all.*value)) continue;
     columns.push_back(
-        {kRowColumns[i].first, kRowColumns[i].second,
-         [value](const Counters& counters) { return NumberOrDash(counters.*value); }});
+        {kRowColumns[i].first, kRowColumns[i].second, [value](const Counters& counters) {
+           const std::optional<std::uint64_t>& number = counters.*value;
+           return number ? std::to_string(*number) : "-";
+         }});
   }
   if (ranking.all.lock_microseconds.value_or(0) > 0) {
     columns.push_back({"lock", kTimeWidth, [](const Counters& counters) {
