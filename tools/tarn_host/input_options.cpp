@@ -1,16 +1,6 @@
 #include "tarn_host/input_options.h"
 
 namespace tarn::host {
-namespace {
-
-// 1 TiB, more than memory holds.
-constexpr std::uint64_t kMostMib = std::uint64_t{1} << 20U;
-
-}  // namespace
-
-std::vector<std::string> InputOptions::FilesOrStandardInput() const {
-  return files.empty() ? std::vector<std::string>{kStandardInput} : files;
-}
 
 ReadOptions InputOptions::Reading() const {
   ReadOptions result = reading;
@@ -24,6 +14,8 @@ std::string_view InputOptions::Terminator() const noexcept {
 
 void AddInputOptions(Command& command, InputOptions& options,
                      const std::map<std::string, const Format*>& formats) {
+  // 1 TiB, more than memory holds.
+  constexpr std::uint64_t kMostMib = std::uint64_t{1} << 20U;
   command.Choice(
       "--input", options.reading.format, formats, "FORMAT",
       "How statements lie in the input: separated by semicolons (sql), newlines (lines) or NUL "

@@ -13,12 +13,11 @@ namespace tarn::host {
 
 // The inputs of a command, as the command line names them.
 struct InputOptions {
-  std::vector<std::string> files;
+  // Standard input alone if the command line names none.
+  std::vector<std::string> files{kStandardInput};
   ReadOptions reading;
   std::uint64_t max_statement_mib = kMaxStatement >> 20U;
 
-  // `files`, or standard input alone when there are none.
-  std::vector<std::string> FilesOrStandardInput() const;
   // How to read them.
   ReadOptions Reading() const;
   // What ends a text that is printed as the inputs' statements are.

@@ -6,7 +6,6 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "logs/reader.h"
 #include "plugin/normalize_call.h"
@@ -26,53 +25,17 @@ struct NormalizeOptions {
   std::string plugin;
 };
 
-// Prints canonical texts in the format of the input.
-class CanonicalPrinter {
- public:
-  CanonicalPrinter(Output& output, const NormalizeOptions& options)
-      : output_(output), options_(options) {}
-
-  void Print(std::string_view statement, std::string_view canonical) {
-    const std::string_view terminator = options_.input.Terminator();
-    const bool nul = terminator == kNul;
-    if (options_.pairs && nul) {
-      output_.WriteUntrusted(statement);
-      output_.Write(kNul);
-    } else if (options_.pairs) {
-      output_.WriteUntrusted(statement);
-      output_.Write(output_.Coloured() ? "\n\x1B[1;32m=>\x1B[0m " : "\n=> ");
-    }
-    output_.WriteUntrusted(canonical);
-    if (nul) {
-      output_.Write(kNul);
-    } else if (options_.pairs) {
-      output_.Write("\n\n");
-    } else {
-      output_.Write(terminator);
-    }
-  }
-
- private:
-  static constexpr std::string_view kNul{"\0", 1};
-
-  Output& output_;
-  const NormalizeOptions& options_;
-};
-
 class Normalizer {
  public:
   explicit Normalizer(const NormalizeOptions& options)
-      : options_(options),
-        files_(options.input.FilesOrStandardInput()),
-        plugin_(ChosenPlugin(options.plugin)),
-        printer_(output_, options) {
+      : options_(options), plugin_(ChosenPlugin(options.plugin)) {
     // Not between the texts on a screen.
-    if (output_.Width() == 0) progress_.emplace(files_);
+    if (output_.Width() == 0) progress_.emplace(options.input.files);
   }
 
   // Returns the exit code. Throws ToolError.
   int Run() {
-    StatementReader reader(files_, options_.input.Reading());
+    StatementReader reader(options_.input.files, options_.input.Reading());
     StatementBatch batch;
     for (bool more = true; more;) {
       try {
@@ -96,11 +59,24 @@ class Normalizer {
       if (const auto reason = CallNormalize(plugin_.Product(), sql)) {
         Report(reader.PlaceOf(number) + ": " + *reason, kExitFailed);
       } else {
-        printer_.Print(batch[index], sql);
+        PrintText(batch[index], sql);
       }
     }
     output_.Flush();
     if (progress_) progress_->Show(reader.BytesRead(), batch.FirstNumber() + batch.Size() - 1);
+  }
+
+  // In the format of the input.
+  void PrintText(std::string_view statement, std::string_view canonical) {
+    constexpr std::string_view kNul("\0", 1);
+    const std::string_view terminator = options_.input.Terminator();
+    const bool nul = terminator == kNul;
+    if (options_.pairs) {
+      output_.WriteUntrusted(statement);
+      output_.Write(nul ? kNul : output_.Coloured() ? "\n\x1B[1;32m=>\x1B[0m " : "\n=> ");
+    }
+    output_.WriteUntrusted(canonical);
+    output_.Write(options_.pairs && !nul ? "\n\n" : terminator);
   }
 
   void Report(const std::string& message, int exit_code) {
@@ -112,10 +88,8 @@ class Normalizer {
   }
 
   const NormalizeOptions& options_;
-  const std::vector<std::string> files_;
   const Plugin plugin_;
   Output output_;
-  CanonicalPrinter printer_;
   std::optional<ProgressBar> progress_;
   int exit_code_ = kExitSuccess;
 };

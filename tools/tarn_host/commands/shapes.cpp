@@ -330,7 +330,7 @@ int Shapes(const ShapesOptions& options) {
   FileCounter counter(options, plugin.Product(), watch, problems);
   std::optional<ShapeCount> before;
   if (!options.compare.empty()) before = counter.Count({options.compare});
-  const ShapeCount count = counter.Count(options.input.FilesOrStandardInput());
+  const ShapeCount count = counter.Count(options.input.files);
   watch.Stop();
   if (watch.Interrupted()) {
     problems.Add("shapes: interrupted; this is what was counted so far", kExitInterrupted);

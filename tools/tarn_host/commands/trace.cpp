@@ -19,39 +19,31 @@
 namespace tarn::host {
 namespace {
 
-// One line a text: a label, and the text in brackets, which show blanks at its ends.
-class TraceTable {
- public:
-  explicit TraceTable(Output& output) : output_(output) {}
-
-  void Row(std::string_view label, std::string_view text) {
-    constexpr std::size_t kLabelWidth = 36;
-    std::string row(label);
-    row.resize(std::max(kLabelWidth, row.size() + 1), ' ');
-    if (output_.Coloured()) row = "\x1B[1m" + row + "\x1B[0m";
-    output_.Write(row + '[' + OneLine(text) + "]\n");
-  }
-
- private:
-  Output& output_;
-};
+// Prints a line: the label, and the text in brackets, which show blanks at its ends.
+void PrintRow(Output& output, std::string_view label, std::string_view text) {
+  constexpr std::size_t kLabelWidth = 36;
+  std::string row(label);
+  row.resize(std::max(kLabelWidth, row.size() + 1), ' ');
+  if (output.Coloured()) row = "\x1B[1m" + row + "\x1B[0m";
+  output.Write(row + '[' + OneLine(text) + "]\n");
+}
 
 // Prints the text after each step that changed it.
 class ChangePrinter final : public sqlnorm::StepObserver {
  public:
-  ChangePrinter(TraceTable& table, std::string text) : table_(table), text_(std::move(text)) {}
+  ChangePrinter(Output& output, std::string text) : output_(output), text_(std::move(text)) {}
 
   void AfterStep(int step, const char* name, const std::string& text) override {
     last_step_ = step;
     if (text == text_) return;
-    table_.Row((step < 10 ? " " : "") + std::to_string(step) + ' ' + name, text);
+    PrintRow(output_, (step < 10 ? " " : "") + std::to_string(step) + ' ' + name, text);
     text_ = text;
   }
 
   int LastStep() const noexcept { return last_step_; }
 
  private:
-  TraceTable& table_;
+  Output& output_;
   std::string text_;
   int last_step_ = 0;
 };
@@ -81,9 +73,8 @@ int Trace(const TraceOptions& options) {
   if (!options.plugin.empty()) plugin.emplace(ChosenPlugin(options.plugin));
   const std::string input = options.statement ? *options.statement : ReadStatement();
   Output output;
-  TraceTable table(output);
-  table.Row("input", input);
-  ChangePrinter printer(table, input);
+  PrintRow(output, "input", input);
+  ChangePrinter printer(output, input);
   std::string result;
   try {
     result = sqlnorm::NormalizeByPatterns(input, &printer);
@@ -95,14 +86,14 @@ int Trace(const TraceOptions& options) {
                 NormalizeFailure(error));
     return kExitFailed;
   }
-  table.Row("result", result);
+  PrintRow(output, "result", result);
   std::string reason;
   if (plugin) {
     std::string canonical = input;
     if (const auto thrown = CallNormalize(plugin->Product(), canonical)) {
       reason = "the plug-in fails: " + *thrown;
     } else {
-      table.Row("plug-in", canonical);
+      PrintRow(output, "plug-in", canonical);
       if (canonical != result) reason = "the plug-in's text is not the result of these steps";
     }
   }
