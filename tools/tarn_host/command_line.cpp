@@ -1,6 +1,7 @@
 #include "tarn_host/command_line.h"
 
 #include <CLI/CLI.hpp>
+#include <sstream>
 
 #include "tarn_host/errors.h"
 #include "tarn_host/output.h"
@@ -19,12 +20,6 @@ std::string UsageReason(const CLI::App& app, const CLI::ParseError& error) {
   }
   const std::string command = chosen.front()->get_name();
   return command + ": " + error.what() + " (see tarn_host " + command + " --help)";
-}
-
-void Print(const std::string& text) {
-  Output output;
-  output.Write(text);
-  output.Flush();
 }
 
 }  // namespace
@@ -90,12 +85,14 @@ Command CommandLine::AddCommand(const std::string& name, const std::string& help
 int CommandLine::Run(int argc, char** argv) {
   try {
     app_->parse(argc, argv);
-  } catch (const CLI::CallForVersion& version) {
-    Print(std::string(version.what()) + '\n');
-  } catch (const CLI::CallForHelp&) {
-    Print(app_->help());
   } catch (const CLI::ParseError& error) {
-    throw ToolError(UsageReason(*app_, error));
+    if (error.get_exit_code() != 0) throw ToolError(UsageReason(*app_, error));
+    // Not an error, but the wish for help or the version.
+    std::ostringstream text;
+    app_->exit(error, text);
+    Output output;
+    output.Write(text.str());
+    output.Flush();
   }
   return exit_code_;
 }

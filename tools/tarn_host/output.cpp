@@ -14,14 +14,15 @@ namespace {
 
 constexpr std::size_t kBufferSize = std::size_t{64} * 1024;
 
-}  // namespace
-
+// By the rule of Output::Coloured.
 bool WantsColour(int fd) noexcept {
   const char* no_color = std::getenv("NO_COLOR");
   if (no_color != nullptr && *no_color != '\0') return false;
   const char* term = std::getenv("TERM");
   return term != nullptr && std::string_view(term) != "dumb" && isatty(fd) == 1;
 }
+
+}  // namespace
 
 std::size_t TerminalWidth(int fd) noexcept {
   constexpr std::size_t kUsualWidth = 80;

@@ -48,7 +48,4 @@ std::size_t TerminalWidth(int fd) noexcept;
 // character counts as one column. The whole text for the width 0.
 std::string Fitted(std::string_view text, std::size_t width);
 
-// Whether a stream on `fd` wants colours, by the rule of Output::Coloured.
-bool WantsColour(int fd) noexcept;
-
 }  // namespace tarn::host
