@@ -20,7 +20,7 @@
 namespace tarn::host {
 namespace {
 
-// Far above any library's.
+// No real library comes near these limits.
 constexpr std::uint64_t kMaxDynamicEntries = 4096;
 constexpr std::uint64_t kMaxNameBytes = std::uint64_t{16} << 10U;
 constexpr std::size_t kMaxNeeded = 256;
@@ -28,8 +28,8 @@ constexpr std::size_t kMaxNeeded = 256;
 constexpr std::uint64_t kBlock = 4096;
 constexpr std::size_t kMaxShownSymbols = 5;
 
-// An ELF shared object's file, as the dynamic loader puts it into memory. Every access is checked;
-// the content is not trusted.
+// An ELF shared object's file, addressed as the dynamic loader maps it into memory. The content is
+// not trusted: every access is checked.
 class ElfImage {
  public:
   explicit ElfImage(const std::string& path) : path_(path) {
@@ -110,7 +110,7 @@ class ElfImage {
     const auto page = static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE));
     std::uint64_t mapped_end = 0;
     for (const Elf64_Phdr& it : headers) {
-      // The last of several counts.
+      // Of several, the loader takes the last.
       if (it.p_type == PT_DYNAMIC) dynamic_section_ = it.p_vaddr;
       if (it.p_type != PT_LOAD) continue;
       Require(it.p_filesz <= it.p_memsz && it.p_memsz <= ~it.p_vaddr - page &&
@@ -144,10 +144,10 @@ class ElfImage {
   Elf64_Addr dynamic_section_ = 0;
 };
 
-// The values of the dynamic section by their tags. Of a tag that comes twice, the later counts.
+// The values of the dynamic section by their tags. If a tag comes twice, its last value counts.
 using DynamicValues = std::map<Elf64_Sxword, Elf64_Xword>;
 
-// How many symbols the table at DT_GNU_HASH leads to: up to the end of the chain that begins last.
+// The number of symbols in the table at DT_GNU_HASH: the last one ends the chain that begins last.
 std::uint64_t CountByGnuHash(const ElfImage& image, Elf64_Addr hash) {
   enum Head { kBuckets, kFirstSymbol, kBloomWords, kBloomShift, kHeadWords };
   const auto head = image.Table<Elf64_Word>(kHeadWords, hash);
@@ -169,7 +169,7 @@ std::uint64_t CountByGnuHash(const ElfImage& image, Elf64_Addr hash) {
   return last;
 }
 
-// How many symbols the table at DT_HASH leads to.
+// The number of symbols in the table at DT_HASH.
 std::uint64_t CountByHash(const ElfImage& image, Elf64_Addr hash) {
   enum Head { kBuckets, kSymbols, kHeadWords };
   const auto head = image.Table<Elf64_Word>(kHeadWords, hash);
@@ -181,7 +181,7 @@ std::uint64_t CountByHash(const ElfImage& image, Elf64_Addr hash) {
   return head[kSymbols];
 }
 
-// Whether the loader gives the symbol to whoever asks for it by name.
+// Whether the loader finds the symbol by its name.
 bool IsExported(const Elf64_Sym& symbol) noexcept {
   const unsigned visibility = ELF64_ST_VISIBILITY(symbol.st_other);
   return (symbol.st_shndx != SHN_UNDEF || symbol.st_value != 0) &&
@@ -190,7 +190,7 @@ bool IsExported(const Elf64_Sym& symbol) noexcept {
 }
 
 void ReadSymbols(const ElfImage& image, const DynamicValues& values, ElfLibrary& library) {
-  // Without a table of hashes, nothing is found. DT_HASH counts where there is no other.
+  // The loader finds nothing without a hash table. It uses DT_HASH if there is no DT_GNU_HASH.
   std::uint64_t count = 0;
   if (const auto gnu_hash = values.find(DT_GNU_HASH); gnu_hash != values.end()) {
     count = CountByGnuHash(image, gnu_hash->second);

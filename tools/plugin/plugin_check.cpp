@@ -31,7 +31,7 @@ constexpr const char* kSampleStatement =
 constexpr std::string_view kSampleCanonical =
     "SELECT a, 1.5 FROM tab ____t1 WHERE id = 31 and b >= 2500";
 
-// The first few names, and how many more there are.
+// The first few names and the number of the others: "a, b and 2 more".
 std::string Listed(const SymbolNames& names) {
   if (names.count == 0) return "none";
   std::string text;
@@ -40,16 +40,16 @@ std::string Listed(const SymbolNames& names) {
   return more == 0 ? text : text + " and " + std::to_string(more) + " more";
 }
 
-// The file of the library that the process knows as `name`; empty where it has none.
+// The file of the loaded library `name`; empty if the library is not loaded.
 std::string LoadedFile(const std::string& name) {
   const LibraryHandle handle(dlopen(name.c_str(), RTLD_LAZY | RTLD_NOLOAD));
   link_map* map = nullptr;
   return handle && dlinfo(handle.get(), RTLD_DI_LINKMAP, &map) == 0 ? map->l_name : "";
 }
 
-// Where the dynamic loader would find the library `name` that `library`, at `path`, needs: a file,
-// or "yes" in the loader's own folders; empty if nowhere. For a library that can't be loaded, so
-// that all missing ones are told at once.
+// The file in which the dynamic loader would find the library `name`, which `library` at `path`
+// needs; "yes" if it is in the loader's own folders, empty if it is missing. The loader stops at
+// the first missing library, while this finds all of them.
 std::string FindNeeded(const std::string& path, const ElfLibrary& library,
                        const std::string& name) {
   std::istringstream search_path(library.search_path);
@@ -133,7 +133,7 @@ Fact CheckNormalizeSql(impl_dao::CProductInterface& product) {
   return {!reason && sql == kSampleCanonical, "NormalizeSQL: " + reason.value_or(sql)};
 }
 
-// All that asks the library itself, which is unloaded again in any case. Throws PluginError when it
+// Makes all checks that need the library loaded, and unloads it. Throws PluginError if the library
 // can't be loaded or has no entry function.
 void CheckCalls(const std::string& path, const ElfLibrary& library, const Tell& tell) {
   const Plugin plugin(path);

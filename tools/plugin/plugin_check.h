@@ -16,12 +16,12 @@ struct Fact {
   std::string text;
 };
 
-// The facts that the library's file alone tells.
+// The facts that can be read from the library's file.
 std::vector<Fact> CheckFile(const ElfLibrary& library);
 
-// Loads the library at `path`, calls it and unloads it again, and tells each fact at once, since
-// what the library does next may end the process. `library` is that of the file at `path`. Throws
-// what `tell` throws.
+// Loads the library at `path`, calls it and unloads it again. Hands each fact to `tell` at once,
+// since the library may end the process in its next call. Lets the exceptions of `tell` through.
+// Requires: `library` was read from the file at `path`.
 void CheckLoaded(const std::string& path, const ElfLibrary& library,
                  const std::function<void(const Fact&)>& tell);
 

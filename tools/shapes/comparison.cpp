@@ -14,7 +14,7 @@ std::uint64_t CostOf(const Counters& counters, bool timed) noexcept {
 }
 
 Change ChangeOf(const ShapeChange& shape, bool timed) noexcept {
-  // A shape that is missing has neither statements nor times.
+  // A shape with neither statements nor times is missing in that count.
   const auto missing = [](const Counters& one) { return one.count == 0 && !one.times.Known(); };
   if (missing(shape.before)) return Change::kNew;
   if (missing(shape.after)) return Change::kGone;

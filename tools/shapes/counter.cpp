@@ -14,7 +14,7 @@
 namespace tarn::host {
 namespace {
 
-// The detail, or nothing if the log does not tell it.
+// Empty if the log does not record the detail.
 std::string_view DetailOf(const Execution& execution, Detail detail) noexcept {
   const std::array texts = {execution.user, execution.database, execution.host};
   return texts.at(static_cast<std::size_t>(detail));
@@ -124,7 +124,7 @@ ShapeCount& ShapeCount::operator+=(ShapeCount other) {
       (!first_failure || other.first_failure->position < first_failure->position)) {
     first_failure = std::move(other.first_failure);
   }
-  // Moves the shapes that are new; those that are left in `other` are known here.
+  // Moves the new shapes out of `other`, and leaves those that are known here already.
   shapes.merge(other.shapes);
   for (const auto& [key, shape] : other.shapes) shapes.at(key) += shape;
   return *this;

@@ -10,18 +10,18 @@ namespace {
 
 using TimeKey = std::tuple<std::int64_t, std::int64_t, bool>;
 
-// In order of time; without one last. No two different times have the same key.
+// Sorts by time; no time comes last. No two different times have the same key.
 TimeKey KeyOf(const std::optional<LogTime>& time) noexcept {
   constexpr std::int64_t kLast = std::numeric_limits<std::int64_t>::max();
   if (!time) return {kLast, kLast, false};
   return {time->Instant(), time->wall_microseconds, time->offset_seconds.has_value()};
 }
 
-// The order of examples: the smallest is kept.
+// Sorts examples: the one with the smallest key is kept.
 template <typename Text>
 auto KeyOf(const BasicExample<Text>& example) noexcept {
   using View = std::string_view;
-  // The slowest first, those without a time last.
+  // The slowest example has the smallest key. One without a duration comes after all others.
   const std::int64_t slowness =
       example.microseconds ? -static_cast<std::int64_t>(*example.microseconds) : 1;
   return std::make_tuple(slowness, KeyOf(example.time), View(example.text).size(),
@@ -79,7 +79,7 @@ void Shape::Add(std::string_view statement, const Execution& execution) {
   if (execution.seconds) microseconds = TimeStatistics::Microseconds(*execution.seconds);
   if (execution.executed) {
     one.count = 1;
-    // Into the classes at once: those of `one` would be allocated each time.
+    // Adding to `one` would allocate a map for each execution.
     if (microseconds) times.Add(*microseconds);
   } else {
     one.times.total = microseconds.value_or(0);

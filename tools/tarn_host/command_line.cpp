@@ -9,7 +9,8 @@
 namespace tarn::host {
 namespace {
 
-// What was wrong with the command line, and where to read on.
+// The reason for refusing the command line, and the help to read: "a command is required (see
+// tarn_host --help)".
 std::string UsageReason(const CLI::App& app, const CLI::ParseError& error) {
   const auto chosen = app.get_subcommands();
   if (chosen.empty()) {

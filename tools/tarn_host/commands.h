@@ -9,7 +9,7 @@ namespace tarn::host {
 // `normalize [FILE...]`: the canonical texts of statements.
 void AddNormalizeCommand(CommandLine& line);
 
-// `trace [STATEMENT]`: what each rewrite step makes of a statement.
+// `trace [STATEMENT]`: a statement after each rewrite step.
 void AddTraceCommand(CommandLine& line);
 
 // `map STATUS`: the product's error code for a native status.
@@ -21,7 +21,7 @@ void AddShapesCommand(CommandLine& line);
 // `check [LIBRARY]`: whether a library is fit to be loaded into a host.
 void AddCheckCommand(CommandLine& line);
 
-// `config DBNAME`: what the product answers for a database.
+// `config DBNAME`: the product's answers for a database.
 void AddConfigCommand(CommandLine& line);
 
 // `encrypt`: a password enciphered for the stand-in's configuration.

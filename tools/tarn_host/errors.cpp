@@ -7,7 +7,7 @@ namespace tarn::host {
 
 void ReportError(std::string_view message) {
   const std::string line = "tarn_host: " + OneLine(message) + '\n';
-  // There is no one left to tell if standard error can't be written.
+  // If standard error can't be written, the message is lost.
   static_cast<void>(std::fwrite(line.data(), 1, line.size(), stderr));
 }
 

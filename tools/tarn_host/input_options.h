@@ -11,16 +11,16 @@
 
 namespace tarn::host {
 
-// The inputs of a command, as the command line names them.
+// The inputs of a command as given on the command line.
 struct InputOptions {
   // Standard input alone if the command line names none.
   std::vector<std::string> files{kStandardInput};
   ReadOptions reading;
   std::uint64_t max_statement_mib = kMaxStatement >> 20U;
 
-  // How to read them.
+  // `reading` with the limit that `max_statement_mib` gives.
   ReadOptions Reading() const;
-  // What ends a text that is printed as the inputs' statements are.
+  // The end of each text that is printed in the format of the input: ";\n" for "sql".
   std::string_view Terminator() const noexcept;
 };
 

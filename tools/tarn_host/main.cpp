@@ -33,8 +33,8 @@ int Run(int argc, char** argv) {
   return line.Run(argc, argv);
 }
 
-// Gives the standard streams that the caller has closed a descriptor, lest a file or a signal's
-// descriptor take their number. It points the wrong way, so that using one is reported.
+// Opens each standard stream that the caller has closed, so that no other file gets its number. It
+// is opened for the wrong direction, so that an attempt to use it is reported.
 void OpenStandardStreams() {
   for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
     // The lowest free number is taken.
@@ -48,13 +48,12 @@ void OpenStandardStreams() {
 int main(int argc, char** argv) {
   OpenStandardStreams();
   ExitOnInterrupt();
-  // A reader that goes away shows as a failed write.
+  // Without the signal, a write to a closed pipe fails with EPIPE.
   std::signal(SIGPIPE, SIG_IGN);
   try {
     return Run(argc, argv);
   } catch (const ReaderGone&) {
-    // Ends in silence and with the status that shells expect: that of a process which the signal
-    // ended.
+    // Ends without a message, and by the signal, as shells expect.
     std::signal(SIGPIPE, SIG_DFL);
     return std::raise(SIGPIPE);
   } catch (const std::exception& error) {

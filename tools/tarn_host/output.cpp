@@ -36,7 +36,7 @@ std::string Fitted(std::string_view text, std::size_t width) {
   const auto begins_character = [](char c) {
     return (static_cast<unsigned char>(c) & 0xC0U) != 0x80U;
   };
-  // Where the columns end that leave room for the dots.
+  // The offset at which a text that is too long is cut, to append the dots.
   std::size_t cut = 0;
   std::size_t columns = 0;
   for (std::size_t at = 0; at < text.size() && width > 0; ++at) {
@@ -58,7 +58,7 @@ Output::~Output() {
   try {
     Flush();
   } catch (const ToolError&) {
-    // Whoever wanted to know has called Flush.
+    // A caller who wants to know of the error has called Flush.
     buffer_.clear();
   }
 }

@@ -19,7 +19,8 @@ std::string FileOfTheTool(const std::string& file) {
   std::error_code error;
   const std::filesystem::path executable = std::filesystem::read_symlink("/proc/self/exe", error);
   if (!error) {
-    // The build folder's layout, then the installed tree's, which may have been moved.
+    // The first two are the layout of a build folder, the last that of an installed tree, which may
+    // have been moved.
     for (const char* const folder : {".", "../lib", TARN_LIBRARY_FOLDER}) {
       const auto candidate = (executable.parent_path() / folder / file).lexically_normal();
       if (Exists(candidate)) return candidate.string();

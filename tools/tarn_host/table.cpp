@@ -30,12 +30,12 @@ std::string Counted(std::uint64_t count, const char* what) {
   return std::to_string(count) + ' ' + what + (count == 1 ? "" : "s");
 }
 
-// `text` after as many blanks as make `width` columns of it.
+// `text` with blanks before it, `width` columns in all.
 std::string RightAligned(const std::string& text, std::size_t width) {
   return std::string(width - std::min(width, text.size()), ' ') + text;
 }
 
-// Three digits, or all of a whole number: "2.53 s", "158 ms", "86400 s".
+// Three digits, or all digits of a larger whole number: "2.53 s", "158 ms", "86400 s".
 std::string Duration(std::uint64_t microseconds) {
   constexpr double kThousand = 1000;
   auto number = static_cast<double>(microseconds);
@@ -52,7 +52,7 @@ std::string Duration(std::uint64_t microseconds) {
   return Formatted("%.*f %s", decimals, number, unit);
 }
 
-// A column of facts; a text is at most `width` characters long as a rule.
+// A column of facts. Its texts are usually at most `width` characters long.
 struct Column {
   const char* title;
   std::size_t width;
@@ -62,7 +62,7 @@ struct Column {
 constexpr std::size_t kTimeColumns = 4;
 constexpr std::size_t kTimeWidth = 8;
 
-// All columns that the input has facts for, the most wanted ones first.
+// The columns that the input has facts for, the most useful ones first.
 std::vector<Column> ColumnsOf(const Ranking& ranking) {
   std::vector<Column> columns;
   const auto add_time = [&columns](const char* title, auto time) {
@@ -100,10 +100,10 @@ std::vector<Column> ColumnsOf(const Ranking& ranking) {
   return columns;
 }
 
-// The columns of a table up to the id.
+// The columns of a table from the rank to the id.
 class Frame {
  public:
-  // `width` is the terminal's, 0 for none.
+  // `width` is the number of the terminal's columns, 0 without a terminal.
   Frame(const Ranking& ranking, bool grouped, std::size_t width)
       : ranking_(ranking), columns_(ColumnsOf(ranking)), grouped_(grouped) {
     if (width == 0) return;
@@ -123,7 +123,7 @@ class Frame {
     columns_.resize(kept);
   }
 
-  // Whether there is no room for the shape after the id.
+  // Whether the shape is printed in a line of its own, since the terminal is too narrow.
   bool Narrow() const noexcept { return narrow_; }
 
   std::string Head() const {
@@ -134,7 +134,7 @@ class Frame {
     return head + (grouped_ ? "  group  shape" : "  shape");
   }
 
-  // `rank` may be empty.
+  // `rank` is empty for the sum of other shapes.
   std::string Row(const std::string& rank, const Counters& counters) const {
     constexpr double kPercent = 100;
     std::string row = Formatted("%4s %9llu %6.2f %%", rank.c_str(),

@@ -34,7 +34,7 @@ struct CheckOptions {
   std::uint64_t seconds = 10;
 };
 
-// Prints one line a fact.
+// Prints one line for each fact.
 class FactSheet {
  public:
   explicit FactSheet(Output& output) : output_(output) {}
@@ -72,8 +72,8 @@ void Send(int to_parent, const std::string& line) {
                                pid_t parent) {
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   if (getppid() != parent) _exit(kExitTrouble);
-  // Neither the library nor what it starts gets the tool's terminal or a stream that someone waits
-  // for the end of.
+  // The library and the processes that it starts get neither the tool's terminal nor its streams,
+  // which a caller may read to their end.
   setsid();
   const int nothing = open("/dev/null", O_RDWR | O_CLOEXEC);
   for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) dup2(nothing, stream);
@@ -89,11 +89,11 @@ void Send(int to_parent, const std::string& line) {
   _exit(kExitSuccess);
 }
 
-// A process that loads the library and tells of it, ended with the object and with all that it has
-// started in its session.
+// A child process that loads the library and sends the facts. The object's end kills it with all
+// processes that it has started in its process group.
 class Examiner {
  public:
-  // Nothing may be buffered for output. Throws ToolError.
+  // Throws ToolError. Requires: no output is buffered, since the child would write it again.
   Examiner(const std::string& path, const ElfLibrary& library) {
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0) throw ToolError(SystemReason("check", errno));
@@ -113,10 +113,10 @@ class Examiner {
   Examiner& operator=(const Examiner&) = delete;
   ~Examiner() { End(); }
 
-  // Adds the facts that the process tells, for so many seconds at most.
+  // Adds the facts that the process sends, for `seconds` at most.
   void AddFacts(std::uint64_t seconds, FactSheet& facts) {
     const std::string leaves_running = "leaves its process running: ";
-    // Far more than all facts take.
+    // All facts take far less.
     constexpr std::size_t kMaxBytes = std::size_t{1} << 20U;
     const auto end = Clock::now() + std::chrono::seconds(seconds);
     std::string heard;
@@ -149,7 +149,8 @@ class Examiner {
  private:
   using Clock = std::chrono::steady_clock;
 
-  // Waits for something to read; false at `end`, or when the process has ended and told all.
+  // Waits for something to read. Returns false at `end`, or if the process has ended and all that
+  // it sent was read.
   bool Await(Clock::time_point end) {
     std::array<pollfd, 2> watched{{{from_child_, POLLIN, 0}, {ended_fd_, POLLIN, 0}}};
     for (;;) {
@@ -160,7 +161,7 @@ class Examiner {
       if (ready <= 0) continue;
       if ((watched[0].revents & POLLIN) != 0) return true;
       if (watched[1].revents != 0) return false;
-      // Its end of the pipe is closed, and it runs on.
+      // The process has closed its end of the pipe and goes on running.
       watched[0].fd = -1;
     }
   }
@@ -172,12 +173,12 @@ class Examiner {
     return std::string("it died: ") + strsignal(WTERMSIG(status));
   }
 
-  // Ends the process and gives back everything. Returns the process's status.
+  // Kills the process, closes the descriptors and returns the process's status.
   int End() noexcept {
     if (from_child_ < 0) return 0;
     int status = 0;
     if (child_ > 0) {
-      // Its number is not given to another before it is waited for.
+      // No other process gets its number before waitpid.
       kill(-child_, SIGKILL);
       kill(child_, SIGKILL);
       while (waitpid(child_, &status, 0) < 0 && errno == EINTR) {

@@ -27,7 +27,7 @@
 namespace tarn::host {
 namespace {
 
-// Says nothing of the password's length.
+// Its length does not depend on the password's.
 constexpr const char* kMask = "********";
 
 struct ConfigOptions {
@@ -44,11 +44,11 @@ struct Answers {
   std::map<std::string, std::string> properties;
 };
 
-// The platform module, running on the same platform as the plug-in.
+// The platform module, using the same platform library as the plug-in.
 class SharedPlatform {
  public:
-  // Throws ToolError when the plug-in runs on a platform other than the tool's, whose values would
-  // be misread.
+  // Throws ToolError if the plug-in uses another platform library than the module, since the module
+  // would misread its values.
   SharedPlatform(const Plugin& plugin, const std::string& plugin_path) {
     const std::string path = FileOfTheTool(kPlatformModuleFile);
     handle_.reset(dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL));
@@ -76,7 +76,8 @@ class SharedPlatform {
     return reason == nullptr ? "unknown reason" : reason;
   }
 
-  // The library that holds the plug-in's `function`, or what to look for it among.
+  // The library that holds the plug-in's `function`. If there is no such function, the libraries
+  // that the plug-in needs: "liba.so or libb.so".
   static std::string PlatformOf(const void* function, const std::string& plugin_path) {
     Dl_info theirs;
     if (function != nullptr && dladdr(function, &theirs) != 0) return theirs.dli_fname;
@@ -91,7 +92,7 @@ class SharedPlatform {
   const PlatformModule* module_ = nullptr;
 };
 
-// What the stand-in platform warns of while this object lives; nothing on another platform.
+// The warnings of the stand-in platform during this object's life. Another platform gives none.
 class PlatformWarnings {
  public:
   explicit PlatformWarnings(const Plugin& plugin)
@@ -105,9 +106,9 @@ class PlatformWarnings {
     if (observe_ != nullptr) observe_(nullptr, nullptr);
   }
 
-  // The first warning that tells why an answer can't be had; empty where all can. The plug-in tries
-  // a password with two algorithms: that it was enciphered with another one is no cause, unless it
-  // is so for both.
+  // The first warning that is the cause of a missing answer; empty if there is none. The plug-in
+  // tries a password with two algorithms. So a warning that it was enciphered with another
+  // algorithm is a cause only if it came for both.
   std::string FirstCause() const {
     const auto of_other = [](const Warning& it) {
       return it.code == standin::Code::kOtherAlgorithm;
@@ -132,8 +133,8 @@ class PlatformWarnings {
   std::vector<Warning> warnings_;
 };
 
-// Why the plug-in can't read the application configuration that the environment names; empty if it
-// can, or if none is named.
+// The reason why the application configuration that the environment names can't be read; empty if
+// it can be read, or if the environment names none.
 std::string AppConfTrouble() {
   const char* const path = std::getenv("APP_CONF_FILE");
   if (path == nullptr || access(path, R_OK) == 0) return {};
@@ -151,7 +152,7 @@ void PrintTable(const Answers& answers, const std::string& password, Output& out
   std::size_t width = 0;
   for (const auto& row : rows) width = std::max(width, row.first.size() + kGap);
   for (auto& [label, value] : rows) {
-    // No blanks at a line's end where there is no value.
+    // A line without a value must not end in blanks.
     if (!value.empty()) label.resize(width, ' ');
     output.Write(OneLine(label) + OneLine(value) + '\n');
   }
@@ -159,7 +160,7 @@ void PrintTable(const Answers& answers, const std::string& password, Output& out
 
 void PrintJson(const std::string& database, const Answers& answers, const std::string* password,
                Output& output) {
-  // Keeps the order in which they were asked for.
+  // The ordered type keeps the members in this order.
   nlohmann::ordered_json document{{"database", database},
                                   {"type", answers.type},
                                   {"user", answers.user},
@@ -176,7 +177,7 @@ int Config(const ConfigOptions& options) {
   const std::string path = ChosenPlugin(options.plugin);
   const Plugin plugin(path);
   const SharedPlatform platform(plugin, path);
-  // A person who sees the answers needs no log, and one who sees none gets the first cause.
+  // A person who sees the answers needs no log, and gets the first cause if there are none.
   const char* const level = std::getenv("TARN_LOG_LEVEL");
   if (level == nullptr || *level == '\0') setenv("TARN_LOG_LEVEL", "off", 1);
   impl_dao::CProductInterface& product = plugin.Product();
@@ -198,7 +199,8 @@ int Config(const ConfigOptions& options) {
     ReportError("config: " + options.database + ": " + cause);
     return kExitFailed;
   }
-  // An empty password shows as such: no secret, but perhaps what a failed deciphering has left.
+  // An empty password is shown, since it is no secret and may be the result of a failed
+  // deciphering.
   const bool masked = !options.show_password && !password.Text().empty();
   Output output;
   if (options.json) {

@@ -30,8 +30,8 @@ struct EncryptOptions {
   std::string key_file;
 };
 
-// The first line of what `fd` gives, without its end: a newline, after a carriage return or not.
-// Throws ToolError.
+// Reads the first line from `fd`, without the newline and a carriage return before it. Throws
+// ToolError.
 SecretBytes ReadLine(int fd) {
   // The longest password, a carriage return, and a byte too many, so that a longer password is
   // refused and not cut.
@@ -51,17 +51,17 @@ SecretBytes ReadLine(int fd) {
   return line;
 }
 
-// The terminal that a person types at, without echo for as long as the object lives. Any signal
-// that ends or suspends the process finds the echo turned on; after the process goes on, it is off
-// again. One at a time in a process, which has no other thread.
+// The user's terminal, without echo during the object's life. Before a signal ends or suspends the
+// process, the echo is turned on; if the process goes on, it is turned off again. Requires: the
+// process has no other such object and no other thread.
 class HiddenInput {
  public:
   // Takes the process's terminal or, without one, standard input. Throws ToolError.
   HiddenInput() : terminal_(open("/dev/tty", O_RDWR | O_CLOEXEC)) {
     if (terminal_ < 0) terminal_ = STDIN_FILENO;
     sigfillset(&caught_);
-    // Faults of the process are not to wait, and these stop it only once it is in the background,
-    // where it may not touch the terminal, or do nothing.
+    // Not caught are faults, which must not wait; SIGTTIN and SIGTTOU, which come only in the
+    // background, where the process may not change the terminal; and signals without an effect.
     for (const int signal : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT, SIGTRAP, SIGSYS, SIGTTIN,
                              SIGTTOU, SIGCHLD, SIGURG, SIGWINCH}) {
       sigdelset(&caught_, signal);
@@ -80,15 +80,15 @@ class HiddenInput {
   HiddenInput& operator=(const HiddenInput&) = delete;
   ~HiddenInput() {
     SetEcho(true);
-    // What was typed too much is not for the shell.
+    // The shell must not read the rest of the password as a command.
     tcflush(terminal_, TCIFLUSH);
     pthread_sigmask(SIG_SETMASK, &old_mask_, nullptr);
     close(signal_fd_);
     if (terminal_ != STDIN_FILENO) close(terminal_);
   }
 
-  // Puts `question` on the screen, and again whenever the process was suspended, and waits for a
-  // line to read from Fd. Throws ToolError.
+  // Prints `question`, again each time the process was suspended, and waits until a line can be
+  // read from Fd. Throws ToolError.
   void Ask(const std::string& question) {
     Output screen(terminal_ == STDIN_FILENO ? STDERR_FILENO : terminal_, "terminal");
     std::array<pollfd, 2> watched{{{signal_fd_, POLLIN, 0}, {terminal_, POLLIN, 0}}};
@@ -119,7 +119,7 @@ class HiddenInput {
     termios settings = shown_;
     if (!on) {
       settings.c_lflag &= ~static_cast<tcflag_t>(ECHO);
-      // The end of a line shows all the same.
+      // The newline at the end is shown nevertheless.
       settings.c_lflag |= ECHONL;
     }
     TEMP_FAILURE_RETRY(tcsetattr(terminal_, TCSANOW, &settings));
@@ -144,7 +144,7 @@ SecretBytes AskTerminal() {
 }
 
 int Encrypt(const EncryptOptions& options) {
-  // Before the question: a password typed in vain would be annoying.
+  // Reading the key comes first, so that nobody types a password in vain.
   const CipherKey key = options.key_file.empty() ? CipherKey::FromEnvironment()
                                                  : CipherKey::FromFile(options.key_file);
   const SecretBytes password = isatty(STDIN_FILENO) == 1 ? AskTerminal() : ReadLine(STDIN_FILENO);

@@ -29,7 +29,7 @@ class Normalizer {
  public:
   explicit Normalizer(const NormalizeOptions& options)
       : options_(options), plugin_(ChosenPlugin(options.plugin)) {
-    // Not between the texts on a screen.
+    // On a screen, the line would appear between the texts.
     if (output_.Width() == 0) progress_.emplace(options.input.files);
   }
 
@@ -80,7 +80,7 @@ class Normalizer {
   }
 
   void Report(const std::string& message, int exit_code) {
-    // Keeps the order on a screen that shows both streams.
+    // On a screen that shows both streams, the message comes after the texts before it.
     output_.Flush();
     if (progress_) progress_->Clear();
     ReportError(message);

@@ -34,10 +34,10 @@ namespace tarn::host {
 namespace {
 
 constexpr unsigned kMostThreads = 256;
-// More than fit into memory.
+// More shapes do not fit into memory.
 constexpr std::uint64_t kMostShapes = std::numeric_limits<std::uint32_t>::max();
 
-// A format of `shapes` alone, whose inputs are no statements.
+// A format that only `shapes` has. Its inputs hold no statements.
 constexpr Format kReportFormat{"report", "a report", Dialect::kMysql, nullptr, nullptr, "", ""};
 
 struct ShapesOptions {
@@ -47,7 +47,7 @@ struct ShapesOptions {
   bool json = false;
   std::uint64_t threads = std::clamp(std::thread::hardware_concurrency(), 1U, kMostThreads);
   std::string plugin;
-  // As typed; empty where not given.
+  // As typed; empty if not given.
   std::string since;
   std::string until;
   std::array<std::string, kDetails> details;
@@ -55,7 +55,7 @@ struct ShapesOptions {
   std::string compare;
 };
 
-// What went wrong with the inputs, and the exit code that comes of it.
+// The problems with the inputs, and the exit code that follows from them.
 class Problems {
  public:
   void Add(std::string problem, int exit_code) {
@@ -120,7 +120,7 @@ bool IsRegular(const std::string& file) {
   return std::filesystem::is_regular_file(file, error);
 }
 
-// Whether a file holds a report. Of an input that can be read only once it takes nothing.
+// Whether a file holds a report. Reads nothing from an input that can be read only once.
 bool HoldsReport(const std::string& file) {
   if (file == kStandardInput || !IsRegular(file)) return false;
   try {
@@ -128,7 +128,7 @@ bool HoldsReport(const std::string& file) {
     TextInput input(file);
     return BeginsReport({head, input.Read(head, sizeof head)});
   } catch (const InputError&) {
-    // Reading it as a log reports that.
+    // The error is reported when the file is read as a log.
     return false;
   }
 }
@@ -191,7 +191,7 @@ class FileCounter {
     return total;
   }
 
-  // Reports statements that failed, and questions to which the logs have no answer.
+  // Reports statements that failed, and options for which the logs lack the facts.
   void ReportLeftOut(const ShapeCount& count) {
     const int exit_code = count.counted == 0 ? kExitFailed : kExitSuccess;
     bool untold = false;
@@ -239,7 +239,8 @@ class FileCounter {
                        [](const std::string& detail) { return !detail.empty(); });
   }
 
-  // Sets the filter. Times before the log's end need its end, so the logs are read once more.
+  // Sets the filter. A distance such as "2h" is counted from the log's end, so the logs are read
+  // an additional time to find it.
   void ChooseStatements(const std::vector<std::string>& logs) {
     std::optional<LogTime> end;
     for (const auto& [name, text, limit] :
@@ -304,7 +305,7 @@ class FileCounter {
     constexpr std::int64_t kSecond = 1'000'000;
     const std::map<char, std::int64_t> units = {
         {'s', kSecond}, {'m', 60 * kSecond}, {'h', 3600 * kSecond}, {'d', 86'400 * kSecond}};
-    // More digits than this are no distance within a log.
+    // No log spans a distance of more digits.
     constexpr std::size_t kMostDigits = 7;
     const std::size_t digits = text.find_first_not_of("0123456789");
     if (digits == 0 || digits > kMostDigits || digits + 1 != text.size()) return std::nullopt;

@@ -48,8 +48,7 @@ class ChangePrinter final : public sqlnorm::StepObserver {
   int last_step_ = 0;
 };
 
-// The statement that standard input holds. What nobody would read is refused, and so is an input
-// without an end. Throws ToolError.
+// Reads the statement from standard input. Throws ToolError if it is longer than 1 MiB, or endless.
 std::string ReadStatement() {
   constexpr std::size_t kMaxBytes = std::size_t{1} << 20U;
   Input input(kStandardInput);
@@ -106,8 +105,7 @@ int Trace(const TraceOptions& options) {
 }  // namespace
 
 void AddTraceCommand(CommandLine& line) {
-  auto [command, options] =
-      line.Add("trace", "Print what each rewrite step makes of a statement", Trace);
+  auto [command, options] = line.Add("trace", "Print a statement after each rewrite step", Trace);
   command.Text("STATEMENT", options.statement, "The statement; standard input when absent");
   command.Name("--plugin", options.plugin, "PATH",
                "Compare the result with what this library makes of the statement");
