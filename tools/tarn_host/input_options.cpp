@@ -18,20 +18,20 @@ void AddInputOptions(Command& command, InputOptions& options,
   constexpr std::uint64_t kMostMib = std::uint64_t{1} << 20U;
   command.Choice(
       "--input", options.reading.format, formats, "FORMAT",
-      "How statements lie in the input: separated by semicolons (sql), newlines (lines) or NUL "
-      "bytes (nul), or in MySQL's slow query log (slowlog) or general log (general), or in "
-      "PostgreSQL's log (pglog), CSV log (csvlog) or JSON log (jsonlog); by default its first "
-      "lines tell");
+      "Format of the input: statements separated by semicolons (sql), newlines (lines) or NUL "
+      "bytes (nul), MySQL's slow query log (slowlog) or general log (general), or PostgreSQL's "
+      "log (pglog), CSV log (csvlog) or JSON log (jsonlog); by default recognised by its first "
+      "lines");
   command.Choice("--dialect", options.reading.dialect, Dialects(), "NAME",
-                 "Whose quotes, comments and separators: mysql (the default, except for "
+                 "SQL dialect, for quotes, comments and separators: mysql (the default, except for "
                  "PostgreSQL's logs), ansi or postgres");
   command.Name("--prefix", options.reading.prefix, "FORMAT",
-               "The log_line_prefix of a PostgreSQL log, unless it is a usual one");
+               "The log_line_prefix of a PostgreSQL log, if it is not one of the usual ones");
   command.Count("--max-statement", options.max_statement_mib, kMostMib,
                 "Leave out statements of more than N MiB (default: 64)");
   command.Texts("FILE", options.files,
-                "Files of statements, packed by gzip, bzip2, xz, zstd or lz4 or not; standard "
-                "input for \"-\" or none");
+                "Files of statements, which gzip, bzip2, xz, zstd or lz4 may have compressed; "
+                "\"-\" or no file means standard input");
 }
 
 }  // namespace tarn::host

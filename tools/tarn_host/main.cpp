@@ -16,12 +16,11 @@ using namespace tarn::host;
 // Runs the chosen command and returns its exit code. Throws ToolError, PluginError and
 // std::bad_alloc.
 int Run(int argc, char** argv) {
-  CommandLine line(
-      "Does what a host does with the product plug-in, from the command line.", TARN_VERSION,
-      "\"tarn_host COMMAND --help\" tells of one command.\n\n"
-      "Exit codes: 0 success; 1 something the command was given failed, such as a statement;\n"
-      "2 bad usage, or a file or library that can't be used; 130 ended by Ctrl-C;\n"
-      "141 nobody read the output any more.");
+  CommandLine line("Uses the product plug-in as a host does, from the command line.", TARN_VERSION,
+                   "\"tarn_host COMMAND --help\" describes one command.\n\n"
+                   "Exit codes: 0 success; 1 a statement failed, or a checked fact does not hold;\n"
+                   "2 bad usage, or a file or library that can't be used; 130 ended by Ctrl-C;\n"
+                   "141 the reader of the output has closed it.");
   AddNormalizeCommand(line);
   AddTraceCommand(line);
   AddMapCommand(line);

@@ -212,15 +212,15 @@ int Check(const CheckOptions& options) {
 
 void AddCheckCommand(CommandLine& line) {
   auto [command, options] =
-      line.Add("check", "Tell whether a library is fit to be loaded into a host", Check);
+      line.Add("check", "Check whether a host can load and use a library", Check);
   command.Name("LIBRARY", options.library, "",
                "The library's file; by default the one beside the tool");
   command.Count("--timeout", options.seconds, kMaxSeconds,
-                "Give the library N seconds to be loaded and to answer (default: 10)");
+                "End the check after N seconds (default: 10)");
   command.Footer(
-      "Prints one line a fact, \"pass\" or \"FAIL\"; the exit code is 1 when any fails. The facts\n"
-      "that the file tells come first. For the others the library is loaded and called, in a\n"
-      "process of its own: its code can forge them, so don't check one that you don't trust.\n\n"
+      "Prints one line for each fact, \"pass\" or \"FAIL\". The exit code is 1 if any fact fails.\n"
+      "The facts in the file come first. For the others a child process loads the library and\n"
+      "calls it. Its code can forge them, so don't check a library that you don't trust.\n\n"
       "Examples:\n"
       "  tarn_host check\n"
       "  tarn_host check --timeout=60 ./libtarn_interface_for_vesta.so");

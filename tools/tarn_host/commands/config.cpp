@@ -216,7 +216,7 @@ int Config(const ConfigOptions& options) {
 
 void AddConfigCommand(CommandLine& line) {
   auto [command, options] =
-      line.Add("config", "Print what the plug-in answers for a database", Config);
+      line.Add("config", "Print the plug-in's answers for a database", Config);
   command.Name("DBNAME", options.database, "", "Name of the database in the configuration",
                Presence::kRequired);
   command.Flag("--show-password", options.show_password,
@@ -224,10 +224,9 @@ void AddConfigCommand(CommandLine& line) {
   command.Flag("--json", options.json, "Print a JSON object instead of a table");
   AddPluginOption(command, options.plugin);
   command.Footer(
-      "Prints the engine type, the login account, the address and the connection properties, or "
-      "the\n"
-      "first reason why they can't be had. Without --show-password the password is ********, in\n"
-      "JSON null with \"password_masked\": true.\n\n"
+      "Prints the engine type, the login account, the address and the connection properties, or\n"
+      "the first reason for which one is missing. Without --show-password the password is\n"
+      "********, and in JSON null with \"password_masked\": true.\n\n"
       "The stand-in platform reads:\n"
       "  TARN_SYS_CONF     JSON file of the databases\n"
       "  TARN_KEY_FILE     key file of the stored passwords\n"

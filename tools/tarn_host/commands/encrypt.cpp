@@ -167,10 +167,10 @@ void AddEncryptCommand(CommandLine& line) {
   command.Choice("--algorithm", options.algorithm, algorithms, "NAME",
                  "aes-256-gcm (19, the default) or aes-128-ecb (18)");
   command.Name("--key", options.key_file, "FILE",
-               "Key file; the one that TARN_KEY_FILE names if not given");
+               "Key file (default: the one that TARN_KEY_FILE names)");
   command.Footer(
-      "Reads the password from the first line of standard input, without echo and twice on a\n"
-      "terminal, and prints the text to store.\n\n"
+      "Reads the password from the first line of standard input. A terminal asks for it twice,\n"
+      "without echo. Prints the text to store in the configuration.\n\n"
       "Examples:\n"
       "  tarn_host encrypt --key orders.key\n"
       "  tarn_host encrypt --algorithm aes-128-ecb < password.txt");

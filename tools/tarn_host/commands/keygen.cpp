@@ -19,11 +19,11 @@ int Keygen(const std::string& file) {
 void AddKeygenCommand(CommandLine& line) {
   auto [command, file] =
       line.Add("keygen", "Make a key file for the stand-in's stored passwords", Keygen);
-  command.Name("FILE", file, "", "The file to make; one that exists is left as it is",
+  command.Name("FILE", file, "", "The file to make; an existing file is not overwritten",
                Presence::kRequired);
   command.Footer(
-      "The file is readable and writable by its owner alone, as the stand-in demands. Passwords\n"
-      "enciphered with a lost key are lost.\n\n"
+      "The file is readable and writable by its owner alone, as the stand-in requires. If the\n"
+      "key is lost, so are the passwords that were enciphered with it.\n\n"
       "Example:\n"
       "  tarn_host keygen orders.key");
 }

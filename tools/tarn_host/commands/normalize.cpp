@@ -105,9 +105,9 @@ void AddNormalizeCommand(CommandLine& line) {
   command.Flag("--pairs", options.pairs, "Print each statement before its canonical text");
   AddPluginOption(command, options.plugin);
   command.Footer(
-      "The texts come out separated as the statements came in; with --input=nul every byte is\n"
-      "kept. A statement that fails is reported with its number, the others still come out, and\n"
-      "the exit code is 1.\n\n"
+      "The texts are separated as the statements of the input are. With --input=nul every byte is\n"
+      "kept. A statement that fails is reported with its number, the others are printed, and the\n"
+      "exit code is 1.\n\n"
       "Examples:\n"
       "  tarn_host normalize statements.sql\n"
       "  tarn_host normalize --pairs statements.sql\n"

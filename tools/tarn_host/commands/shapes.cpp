@@ -357,57 +357,57 @@ int Shapes(const ShapesOptions& options) {
 
 void AddShapesCommand(CommandLine& line) {
   auto [command, options] =
-      line.Add("shapes", "Count statements by shape, and sum up how long they took", Shapes);
+      line.Add("shapes", "Count statements by shape, and sum up their times", Shapes);
   auto formats = ReadableFormats();
   formats.emplace(kReportFormat.name, &kReportFormat);
   AddInputOptions(command, options.input, formats);
   command.Flag("--exact", options.rule.exact,
-               "Count by the canonical text, in which values and lists stay");
-  command.Flag("--fold-digits", options.rule.fold_digits,
-               "Count names that differ in digits alone as one, for tables that are numbered");
+               "Count by the canonical text, which keeps values and lists");
+  command.Flag(
+      "--fold-digits", options.rule.fold_digits,
+      "Count names that differ only in digits as one, such as orders_2024 and orders_2025");
   command.Flag("--keys", options.rule.keys,
-               "Count the canonical texts of each shape, the keys in a host's tables");
+               "Count the canonical texts of each shape, which are the keys in a host's tables");
   command.Choice("--sort", options.table.rank.order,
                  std::map<std::string, ShapeOrder>{{"count", ShapeOrder::kCount},
                                                    {"time", ShapeOrder::kTime},
                                                    {"max", ShapeOrder::kMax},
                                                    {"rows", ShapeOrder::kRows}},
                  "ORDER",
-                 "What comes first: the most statements (count), the most time in all (time, the "
-                 "default where times are known), the slowest statement (max) or the most rows "
+                 "Print first the shapes with the most statements (count), the most time (time, "
+                 "the default if times are known), the slowest statement (max) or the most rows "
                  "examined (rows)");
   command.Count("--top", options.table.rank.top, kMostShapes,
-                "Print the first N shapes, sum up the others");
+                "Print the first N shapes and sum up the others");
   command.Count("--min-count", options.table.rank.min_count, kMostShapes,
                 "Sum up the shapes of fewer than N statements");
   command.Flag("--examples", options.table.examples,
                "Print below each shape its slowest statement and when it ran");
   command.Name("--since", options.since, "TIME",
-               "Leave out statements before a time of the log, as 2026-11-24 09:05, or before "
-               "the last 90s, 30m, 2h or 7d of it");
-  command.Name("--until", options.until, "TIME", "Leave out statements from then on");
+               "Leave out statements before a time, such as 2026-11-24 09:05, or before the last "
+               "90s, 30m, 2h or 7d of the log");
+  command.Name("--until", options.until, "TIME", "Leave out statements of this time or later");
   std::map<std::string, Detail> details;
   for (std::size_t i = 0; i < kDetails; ++i) {
     const std::string name = NameOf(static_cast<Detail>(i));
     command.Name("--" + name, options.details.at(i), "NAME",
-                 "Leave out statements of any other " + name);
+                 "Leave out statements of every other " + name);
     details.emplace(name, static_cast<Detail>(i));
   }
   command.Choice("--group-by", options.rule.group_by, details, "DETAIL",
-                 "Count the shapes of each user, database (db) or host apart");
+                 "Count the shapes of each user, database (db) or host separately");
   command.Name("--compare", options.compare, "FILE",
-               "Tell what changed since the report or log FILE");
+               "Print the changes since the report or log FILE");
   command.Flag("--json", options.json,
-               "Print JSON, with examples; such reports add up when they are read again");
+               "Print JSON, with examples; reports can be read again and add up");
   command.Count("--threads", options.threads, kMostThreads,
                 "Count on N threads (default: one per processor)");
   AddPluginOption(command, options.plugin);
   command.Footer(
-      "Statements are of one shape when they differ in values, in the length of lists of them, in\n"
-      "the number of VALUES rows, in comments, case and spacing, and in what the canonical text\n"
-      "unites. Where the input is a log that tells times, they are summed up. Statements that "
-      "fail\n"
-      "are left out and reported. Ctrl-C ends the input: what was counted so far is printed.\n\n"
+      "Statements have one shape if they differ only in values, in the length of lists of values,\n"
+      "in the number of VALUES rows, or in comments, case and spacing. If the input is a log with\n"
+      "times, the times are summed up. Statements that fail are reported. Ctrl-C ends the input\n"
+      "and prints the counts so far.\n\n"
       "Examples:\n"
       "  tarn_host shapes statements.sql\n"
       "  tarn_host shapes --input=slowlog --top 10 mysql-slow.log.1.gz\n"

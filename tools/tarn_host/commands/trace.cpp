@@ -106,13 +106,13 @@ int Trace(const TraceOptions& options) {
 
 void AddTraceCommand(CommandLine& line) {
   auto [command, options] = line.Add("trace", "Print a statement after each rewrite step", Trace);
-  command.Text("STATEMENT", options.statement, "The statement; standard input when absent");
+  command.Text("STATEMENT", options.statement, "The statement (default: standard input)");
   command.Name("--plugin", options.plugin, "PATH",
-               "Compare the result with what this library makes of the statement");
+               "Compare the result with the canonical text of this library");
   command.Footer(
       "Prints the text after each of the 23 steps that changed it, with the step's number and\n"
-      "name. Control characters are shown as \\n, \\t and the like. The steps are the tool's own;\n"
-      "with --plugin the exit code is 1 when that library's text is another.\n\n"
+      "name. Control characters are shown as \\n, \\t and so on. The tool takes the steps itself.\n"
+      "With --plugin the exit code is 1 if the library's text differs from their result.\n\n"
       "Examples:\n"
       "  tarn_host trace \"select t3.a, 1.50 from tab t3 where (t3.id = 0x1F)\"\n"
       "  tarn_host trace < statement.sql");
