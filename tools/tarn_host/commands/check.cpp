@@ -56,8 +56,8 @@ class FactSheet {
   bool all_hold_ = true;
 };
 
-// What the child process sends: a line for each fact, as "+soname: NAME" or "-soname: NAME", and
-// this line at its end, since its exit code might be the library's.
+// The child process sends a line for each fact, "+soname: NAME" or "-soname: NAME", and this line
+// at its end, since its exit code might be the library's.
 constexpr std::string_view kEnd = ".";
 
 void Send(int to_parent, const std::string& line) {

@@ -74,46 +74,6 @@ class Problems {
   int exit_code_ = kExitSuccess;
 };
 
-// The statements of all files, one file after another. Next is thread-safe, the rest is not.
-class StatementQueue {
- public:
-  StatementQueue(const InputOptions& options, const std::vector<std::string>& files,
-                 InterruptWatch& watch, Problems& problems)
-      : reader_(files, options.Reading(), &watch), problems_(problems), progress_(files) {}
-
-  // As BatchSource.
-  bool Next(StatementBatch& batch, std::uint64_t& position) {
-    const std::lock_guard lock(mutex_);
-    for (;;) {
-      try {
-        const bool more = reader_.Read(batch);
-        for (Remark& remark : reader_.TakeRemarks()) {
-          problems_.Add(std::move(remark.text), remark.is_problem ? kExitFailed : kExitSuccess);
-        }
-        if (!more) return false;
-        position = batch.FirstNumber();
-        progress_.Show(reader_.BytesRead(), position + batch.Size() - 1);
-        return true;
-      } catch (const InputError& error) {
-        problems_.Add(error.what(), kExitTrouble);
-      }
-    }
-  }
-
-  void ClearProgress() { progress_.Clear(); }
-
-  // "NAME: statement N: REASON", N counting within its input.
-  std::string Describe(const StatementFailure& failure) const {
-    return reader_.PlaceOf(failure.position) + ": " + failure.reason;
-  }
-
- private:
-  std::mutex mutex_;
-  StatementReader reader_;
-  Problems& problems_;
-  ProgressBar progress_;
-};
-
 // Whether `file` can be read more than once.
 bool IsRegular(const std::string& file) {
   std::error_code error;
@@ -180,14 +140,7 @@ class FileCounter {
         problems_.Add(error.what(), kExitTrouble);
       }
     }
-    if (logs.empty()) return total;
-    ChooseStatements(logs);
-    StatementQueue queue(options_.input, logs, watch_, problems_);
-    total += CountShapes([&queue](StatementBatch& batch,
-                                  std::uint64_t& position) { return queue.Next(batch, position); },
-                         product_, counting_);
-    queue.ClearProgress();
-    if (total.first_failure) failure_ = queue.Describe(*total.first_failure);
+    if (!logs.empty()) total += CountLogs(logs);
     return total;
   }
 
@@ -233,6 +186,35 @@ class FileCounter {
   }
 
  private:
+  ShapeCount CountLogs(const std::vector<std::string>& logs) {
+    ChooseStatements(logs);
+    StatementReader reader(logs, options_.input.Reading(), &watch_);
+    ProgressBar progress(logs);
+    std::mutex mutex;
+    const auto next = [&](StatementBatch& batch, std::uint64_t& position) {
+      const std::lock_guard lock(mutex);
+      for (;;) {
+        try {
+          const bool more = reader.Read(batch);
+          for (Remark& remark : reader.TakeRemarks()) {
+            problems_.Add(std::move(remark.text), remark.is_problem ? kExitFailed : kExitSuccess);
+          }
+          if (!more) return false;
+          position = batch.FirstNumber();
+          progress.Show(reader.BytesRead(), position + batch.Size() - 1);
+          return true;
+        } catch (const InputError& error) {
+          problems_.Add(error.what(), kExitTrouble);
+        }
+      }
+    };
+    ShapeCount count = CountShapes(next, product_, counting_);
+    if (const auto& failure = count.first_failure) {
+      failure_ = reader.PlaceOf(failure->position) + ": " + failure->reason;
+    }
+    return count;
+  }
+
   bool Filters() const {
     return !options_.since.empty() || !options_.until.empty() ||
            std::any_of(options_.details.begin(), options_.details.end(),
@@ -319,7 +301,7 @@ class FileCounter {
   InterruptWatch& watch_;
   Problems& problems_;
   CountOptions counting_;
-  // Describes the first statement that failed.
+  // The first statement that failed, as "NAME: statement N: REASON".
   std::string failure_;
 };
 
