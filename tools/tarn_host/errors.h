@@ -1,6 +1,8 @@
 #pragma once
 
+#include <cstdio>
 #include <stdexcept>
+#include <string>
 #include <string_view>
 
 #include "sql/errors.h"
@@ -30,7 +32,10 @@ class ReaderGone : public ToolError {
   using ToolError::ToolError;
 };
 
-// Writes "tarn_host: ", OneLine(`message`) and a newline to standard error, in one piece.
-void ReportError(std::string_view message);
+// Writes "tarn_host: ", OneLine(`message`) and a newline to standard error, in one piece. If
+// standard error can't be written, the message is lost. Thread-safe.
+inline void ReportError(std::string_view message) {
+  std::fputs(("tarn_host: " + OneLine(message) + '\n').c_str(), stderr);
+}
 
 }  // namespace tarn::host

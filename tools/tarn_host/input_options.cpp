@@ -8,10 +8,6 @@ ReadOptions InputOptions::Reading() const {
   return result;
 }
 
-std::string_view InputOptions::Terminator() const noexcept {
-  return reading.format == nullptr ? ";\n" : reading.format->terminator;
-}
-
 void AddInputOptions(Command& command, InputOptions& options,
                      const std::map<std::string, const Format*>& formats) {
   // 1 TiB, more than memory holds.

@@ -3,7 +3,6 @@
 #include <cstdint>
 #include <map>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "logs/reader.h"
@@ -20,8 +19,6 @@ struct InputOptions {
 
   // `reading` with the limit that `max_statement_mib` gives.
   ReadOptions Reading() const;
-  // The end of each text that is printed in the format of the input: ";\n" for "sql".
-  std::string_view Terminator() const noexcept;
 };
 
 // Adds FILE..., --input=FORMAT, --dialect=NAME, --prefix=FORMAT and --max-statement=N to `command`.

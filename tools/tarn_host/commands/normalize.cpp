@@ -69,7 +69,8 @@ class Normalizer {
   // In the format of the input.
   void PrintText(std::string_view statement, std::string_view canonical) {
     constexpr std::string_view kNul("\0", 1);
-    const std::string_view terminator = options_.input.Terminator();
+    const Format* const format = options_.input.reading.format;
+    const std::string_view terminator = format == nullptr ? ";\n" : format->terminator;
     const bool nul = terminator == kNul;
     if (options_.pairs) {
       output_.WriteUntrusted(statement);
