@@ -34,7 +34,8 @@ using LibraryHandle = std::unique_ptr<void, CloseLibrary>;
 bool IsLoaded(const std::string& path);
 
 // A loaded product plug-in, unloaded with the object. The product must not be used after that, and
-// no exception that it threw may be alive then: their code is unloaded.
+// no exception that it threw may be alive then: their code is unloaded. Several threads may use one
+// object.
 class Plugin {
  public:
   // Loads the library at `path` with all its symbols resolved, offers none of them to other

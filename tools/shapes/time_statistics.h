@@ -1,6 +1,7 @@
 #pragma once
 
 #include <algorithm>
+#include <cassert>
 #include <cstdint>
 #include <map>
 
@@ -12,6 +13,7 @@ inline constexpr std::uint64_t kMostSum = (std::uint64_t{1} << 51U) - 1;
 // The sum, or kMostSum if the sum is larger. Sums made so do not depend on the order of their
 // terms. Requires: neither `a` nor `b` exceeds kMostSum.
 constexpr std::uint64_t CappedSum(std::uint64_t a, std::uint64_t b) noexcept {
+  assert(a <= kMostSum && b <= kMostSum);
   return std::min(a + b, kMostSum);
 }
 

@@ -8,7 +8,7 @@ namespace tarn::host {
 
 // The path of a library that belongs to this tool: `file` in the executable's own folder, in ../lib
 // or in the installed folder of libraries, whichever exists first. Otherwise `file` itself, which
-// the dynamic loader searches for.
+// the dynamic loader searches for. Thread-safe.
 std::string FileOfTheTool(const std::string& file);
 
 // Adds --plugin PATH to `command`. `path` stays empty if the option is not given; ChosenPlugin
