@@ -4,7 +4,6 @@
 #include <array>
 #include <cstdint>
 #include <map>
-#include <tuple>
 
 namespace tarn::host {
 namespace {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cassert>
 #include <future>
+#include <string_view>
 #include <system_error>
 #include <utility>
 #include <vector>

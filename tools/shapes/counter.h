@@ -7,7 +7,6 @@
 #include <map>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <tuple>
 
 #include "impl_dao/product_interface.h"

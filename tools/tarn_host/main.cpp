@@ -7,7 +7,6 @@
 #include "tarn_host/commands.h"
 #include "tarn_host/errors.h"
 #include "tarn_host/interrupt.h"
-#include "tarn_host/output.h"
 
 namespace {
 

@@ -1,6 +1,5 @@
 #include "tarn_host/progress.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 

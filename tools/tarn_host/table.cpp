@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <functional>
-#include <limits>
 #include <optional>
 #include <string>
 #include <utility>
@@ -109,12 +108,8 @@ class Frame {
     if (width == 0) return;
     constexpr std::size_t kFixed = 23 + 2 + 16;
     constexpr std::size_t kRoomForShape = 26;
-    std::size_t needed = kFixed + kRoomForShape;
-    for (std::size_t i = 0; i < columns_.size() && i < kTimeColumns && ranking.all.times.Known();
-         ++i) {
-      needed += columns_[i].width + 1;
-    }
-    narrow_ = needed > width;
+    const std::size_t times = ranking.all.times.Known() ? kTimeColumns * (kTimeWidth + 1) : 0;
+    narrow_ = kFixed + kRoomForShape + times > width;
     std::size_t used = narrow_ ? kFixed : kFixed + kRoomForShape;
     std::size_t kept = 0;
     while (kept < columns_.size() && used + columns_[kept].width < width) {

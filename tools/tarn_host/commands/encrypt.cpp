@@ -17,7 +17,6 @@
 #include "standin/password_cipher.h"
 #include "tarn_host/errors.h"
 #include "tarn_host/output.h"
-#include "tarn_host/plugin_option.h"
 
 namespace tarn::host {
 namespace {

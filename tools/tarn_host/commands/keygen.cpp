@@ -4,7 +4,6 @@
 
 #include "standin/key_file.h"
 #include "tarn_host/errors.h"
-#include "tarn_host/plugin_option.h"
 
 namespace tarn::host {
 namespace {
