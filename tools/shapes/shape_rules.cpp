@@ -279,6 +279,15 @@ class ShapeWriter {
     shape_.resize(to);
   }
 
+  void FoldName(std::size_t begin, bool numbered) {
+    if (numbered) {
+      FoldNumberedName(begin);
+    } else if (options_.fold_digits) {
+      FoldDigits(begin);
+    }
+    name_due_ = false;
+  }
+
   // Words become lower-case, except for the seven that the product writes in capitals:
   //   Select A From B  ->  SELECT a FROM b
   void AddWord(std::string_view word) {
@@ -294,12 +303,7 @@ class ShapeWriter {
     const std::uint16_t traits =
         qualified ? 0 : kVocabulary.TraitsOf(std::string_view(shape_).substr(begin));
     if (traits == 0) {
-      if (name_due_ && word[0] != '@') {
-        FoldNumberedName(begin);
-      } else if (options_.fold_digits) {
-        FoldDigits(begin);
-      }
-      name_due_ = false;
+      FoldName(begin, name_due_ && word[0] != '@');
     } else if (last_ == Last::kNothing) {
       name_due_ = (traits & kBeforeName) != 0;
     } else {
@@ -339,12 +343,7 @@ class ShapeWriter {
     const std::size_t begin = shape_.size() - name.size();
     // The U of U&"a".
     shape_[begin] = Lower(shape_[begin]);
-    if (name_due_) {
-      FoldNumberedName(begin);
-    } else if (options_.fold_digits) {
-      FoldDigits(begin);
-    }
-    name_due_ = false;
+    FoldName(begin, name_due_);
     last_ = Last::kName;
     context_ = 0;
   }
