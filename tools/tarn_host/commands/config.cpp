@@ -54,7 +54,8 @@ class SharedPlatform {
     handle_.reset(dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL));
     const void* const symbol =
         handle_ ? dlsym(handle_.get(), kPlatformModuleSymbol) : static_cast<void*>(nullptr);
-    if (symbol == nullptr) throw ToolError("cannot load the tool's module: " + Reason());
+    if (symbol == nullptr)
+      throw ToolError("cannot load the tool's module: " + std::string(dlerror()));
     module_ = static_cast<const PlatformModule*>(symbol);
 
     Dl_info ours;
@@ -71,11 +72,6 @@ class SharedPlatform {
   }
 
  private:
-  static std::string Reason() {
-    const char* const reason = dlerror();
-    return reason == nullptr ? "unknown reason" : reason;
-  }
-
   // The library that holds the plug-in's `function`. If there is no such function, the libraries
   // that the plug-in needs: "liba.so or libb.so".
   static std::string PlatformOf(const void* function, const std::string& plugin_path) {
