@@ -133,7 +133,7 @@ class Examiner {
         facts.Add({line.starts_with('+'), line.empty() ? line : line.substr(1)});
       }
       if (total > kMaxBytes) {
-        facts.Add({false, leaves_running + "it tells more than there is to tell"});
+        facts.Add({false, leaves_running + "it sends more than 1 MiB"});
         return;
       }
     }
@@ -201,7 +201,7 @@ int Check(const CheckOptions& options) {
   FactSheet facts(output);
   facts.Head("read from the file");
   for (const Fact& fact : CheckFile(library)) facts.Add(fact);
-  facts.Head("told by a process that has loaded it");
+  facts.Head("reported by a process that has loaded it");
   output.Flush();
   Examiner(path, library).AddFacts(options.seconds, facts);
   return facts.AllHold() ? kExitSuccess : kExitFailed;

@@ -131,7 +131,7 @@ class FileCounter {
       try {
         // The report to compare with was filtered when it was made.
         if (file != options_.compare && Filters()) {
-          throw InputError(file + ": a report holds no single statements to choose from");
+          throw InputError(file + ": a report holds no single statements, so it can't be filtered");
         }
         const std::string text = WholeText(file, watch_);
         total += ReadReport(file == kStandardInput ? "standard input" : file, text, options_.rule);
@@ -151,8 +151,8 @@ class FileCounter {
       if (number == 0) return;
       untold = true;
       problems_.Add("shapes: " + option + " left out " + std::to_string(number) +
-                        (number == 1 ? " statement" : " statements") +
-                        ", of which the log does not tell the " + detail,
+                        (number == 1 ? " statement" : " statements") + " without a " + detail +
+                        " in the log",
                     exit_code);
     };
     report(count.without_time, options_.since.empty() ? "--until" : "--since", "time");
@@ -161,19 +161,19 @@ class FileCounter {
       report(count.without_detail.at(i), std::string("--") + name, name);
     }
     if (count.counted == 0 && counting_.filter.Active() && !untold) {
-      problems_.Add("shapes: no statement is of the time, user, db and host asked for", exit_code);
+      problems_.Add("shapes: no statement has the given time, user, db and host", exit_code);
     }
     if (options_.table.rank.order == ShapeOrder::kRows && count.counted > 0 &&
         std::all_of(count.shapes.begin(), count.shapes.end(), [](const auto& entry) {
           return !entry.second.rows_examined && !entry.second.rows_sent;
         })) {
-      problems_.Add("shapes: --sort=rows: the log tells no rows", kExitFailed);
+      problems_.Add("shapes: --sort=rows: the log records no rows", kExitFailed);
     }
     if (options_.rule.group_by && count.counted > 0 &&
         std::all_of(count.shapes.begin(), count.shapes.end(),
                     [](const auto& entry) { return entry.first.group.empty(); })) {
       problems_.Add(
-          std::string("shapes: --group-by: the log tells no ") + NameOf(*options_.rule.group_by),
+          std::string("shapes: --group-by: the log records no ") + NameOf(*options_.rule.group_by),
           kExitFailed);
     }
     if (count.failed == 0) return;
@@ -232,8 +232,8 @@ class FileCounter {
       if (*limit) continue;
       const auto distance = MicrosecondsTyped(*text);
       if (!distance) {
-        throw ToolError(std::string("shapes: ") + name +
-                        ": no time, nor a number of s, m, h or d: " + *text);
+        throw ToolError(std::string("shapes: ") + name + ": " + *text +
+                        " is neither a time nor a number of s, m, h or d");
       }
       if (!end) end = EndOf(logs, name);
       *limit = end;
@@ -264,7 +264,7 @@ class FileCounter {
         // Counting reports it.
       }
     }
-    if (!last) throw ToolError("shapes: " + option + ": the log tells no time");
+    if (!last) throw ToolError("shapes: " + option + ": the log records no time");
     return *last;
   }
 
