@@ -13,7 +13,7 @@ struct SymbolNames {
   std::size_t count = 0;
 };
 
-// The facts in the file of a shared library that the dynamic loader goes by, read without loading
+// The facts in the file of a shared library that the dynamic loader uses, read without loading
 // the library.
 struct ElfLibrary {
   // The symbols that other libraries can find in this one.

@@ -48,8 +48,7 @@ Comparison Compare(const ShapeCount& before, const ShapeCount& after, std::size_
     shapes[key].key = &key;
     shapes[key].after += shape;
   }
-  const bool timed = comparison.before.times.Known() || comparison.after.times.Known();
-  comparison.timed = timed;
+  const bool timed = comparison.Timed();
   for (auto& [key, shape] : shapes) {
     shape.change = ChangeOf(shape, timed);
     comparison.changes.push_back(shape);

@@ -25,6 +25,8 @@ struct ShapeChange {
 };
 
 struct Comparison {
+  bool Timed() const noexcept { return before.times.Known() || after.times.Known(); }
+
   // Sums of all shapes.
   Counters before;
   Counters after;
@@ -32,7 +34,6 @@ struct Comparison {
   // The shapes whose cost has grown most come first. The cost is the total time, or the number of
   // statements if no times are known.
   std::vector<ShapeChange> changes;
-  bool timed = false;
 };
 
 // Compares two counts and keeps the first `top` changes. The result points into `before` and

@@ -107,10 +107,10 @@ class Frame {
       : ranking_(ranking), columns_(ColumnsOf(ranking)), grouped_(grouped) {
     if (width == 0) return;
     constexpr std::size_t kFixed = 23 + 2 + 16;
-    constexpr std::size_t kRoomForShape = 26;
+    constexpr std::size_t kShapeWidth = 26;
     const std::size_t times = ranking.all.times.Known() ? kTimeColumns * (kTimeWidth + 1) : 0;
-    narrow_ = kFixed + kRoomForShape + times > width;
-    std::size_t used = narrow_ ? kFixed : kFixed + kRoomForShape;
+    narrow_ = kFixed + kShapeWidth + times > width;
+    std::size_t used = narrow_ ? kFixed : kFixed + kShapeWidth;
     std::size_t kept = 0;
     while (kept < columns_.size() && used + columns_[kept].width < width) {
       used += columns_[kept++].width + 1;
@@ -237,7 +237,7 @@ void PrintTable(const Comparison& comparison, Output& output) {
     const auto add_time = [&line](const Counters& counters, std::uint64_t time) {
       line += ' ' + RightAligned(counters.times.Known() ? Duration(time) : "-", kTimeWidth);
     };
-    if (comparison.timed) {
+    if (comparison.Timed()) {
       add_time(before, before.times.total);
       add_time(after, after.times.total);
       add_time(before, before.times.Mean());
@@ -247,7 +247,7 @@ void PrintTable(const Comparison& comparison, Output& output) {
   };
   std::string head = Formatted("%-6s %19s", "", "statements");
   std::string columns = Formatted("%-6s %9s %9s", "change", "before", "after");
-  if (comparison.timed) {
+  if (comparison.Timed()) {
     head += Formatted(" %17s %17s", "total", "mean");
     for (int i = 0; i < 2; ++i) columns += Formatted(" %8s %8s", "before", "after");
   }
