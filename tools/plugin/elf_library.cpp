@@ -7,20 +7,20 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <map>
-#include <string>
+#include <memory>
+#include <new>
 #include <type_traits>
-#include <vector>
 
 #include "sql/errors.h"
 
 namespace tarn::host {
 namespace {
 
-// Far above any library's.
+// No real library comes near these limits.
 constexpr std::uint64_t kMaxDynamicEntries = 4096;
 constexpr std::uint64_t kMaxNameBytes = std::uint64_t{16} << 10U;
 constexpr std::size_t kMaxNeeded = 256;
@@ -28,28 +28,21 @@ constexpr std::size_t kMaxNeeded = 256;
 constexpr std::uint64_t kBlock = 4096;
 constexpr std::size_t kMaxShownSymbols = 5;
 
-// An ELF shared object's file, as the dynamic loader puts it into memory. Every access is checked;
-// the content is not trusted.
+// An ELF shared object's file, addressed as the dynamic loader maps it into memory. The content is
+// not trusted: every access is checked.
 class ElfImage {
  public:
-  explicit ElfImage(const std::string& path)
-      : path_(path),
-        // A FIFO without a writer would block otherwise.
-        fd_(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC)) {
-    if (fd_ < 0) throw InputError(SystemReason(path_, errno));
-    try {
-      struct stat status {};
-      if (fstat(fd_, &status) != 0 || !S_ISREG(status.st_mode)) Fail("not a regular file");
-      size_ = static_cast<std::uint64_t>(status.st_size);
-      ReadHeaders();
-    } catch (...) {
-      close(fd_);
-      throw;
-    }
+  explicit ElfImage(const std::string& path) : path_(path) {
+    // A FIFO without a writer would block otherwise.
+    const int fd = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0) throw InputError(SystemReason(path_, errno));
+    file_.reset(fdopen(fd, "rb"));
+    if (!file_) throw std::bad_alloc();
+    struct stat status {};
+    if (fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) Fail("not a regular file");
+    size_ = static_cast<std::uint64_t>(status.st_size);
+    ReadHeaders();
   }
-  ElfImage(const ElfImage&) = delete;
-  ElfImage& operator=(const ElfImage&) = delete;
-  ~ElfImage() { close(fd_); }
 
   [[noreturn]] void Fail(const char* reason) const { throw InputError(path_ + ": " + reason); }
   void Require(bool sound) const {
@@ -117,7 +110,7 @@ class ElfImage {
     const auto page = static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE));
     std::uint64_t mapped_end = 0;
     for (const Elf64_Phdr& it : headers) {
-      // The last of several counts.
+      // Of several, the loader takes the last.
       if (it.p_type == PT_DYNAMIC) dynamic_section_ = it.p_vaddr;
       if (it.p_type != PT_LOAD) continue;
       Require(it.p_filesz <= it.p_memsz && it.p_memsz <= ~it.p_vaddr - page &&
@@ -131,29 +124,30 @@ class ElfImage {
   }
 
   void ReadInto(void* to, std::size_t size, std::uint64_t offset) const {
-    auto* rest = static_cast<char*>(to);
-    while (size > 0) {
-      const ssize_t got = pread(fd_, rest, size, static_cast<off_t>(offset));
-      if (got < 0 && errno == EINTR) continue;
-      if (got < 0) throw InputError(SystemReason(path_, errno));
-      if (got == 0) Fail("it became shorter while it was read");
-      rest += got;
-      size -= static_cast<std::size_t>(got);
-      offset += static_cast<std::uint64_t>(got);
+    errno = 0;
+    if (fseeko(file_.get(), static_cast<off_t>(offset), SEEK_SET) == 0 &&
+        std::fread(to, 1, size, file_.get()) == size) {
+      return;
     }
+    if (errno != 0) throw InputError(SystemReason(path_, errno));
+    Fail("it became shorter while it was read");
   }
 
+  struct CloseFile {
+    void operator()(std::FILE* file) const noexcept { std::fclose(file); }
+  };
+
   std::string path_;
-  int fd_;
+  std::unique_ptr<std::FILE, CloseFile> file_;
   std::uint64_t size_ = 0;
   std::vector<Elf64_Phdr> segments_;
   Elf64_Addr dynamic_section_ = 0;
 };
 
-// The values of the dynamic section by their tags. Of a tag that comes twice, the later counts.
+// The values of the dynamic section by their tags. If a tag comes twice, its last value counts.
 using DynamicValues = std::map<Elf64_Sxword, Elf64_Xword>;
 
-// How many symbols the table at DT_GNU_HASH leads to: up to the end of the chain that begins last.
+// The number of symbols in the table at DT_GNU_HASH: the last one ends the chain that begins last.
 std::uint64_t CountByGnuHash(const ElfImage& image, Elf64_Addr hash) {
   enum Head { kBuckets, kFirstSymbol, kBloomWords, kBloomShift, kHeadWords };
   const auto head = image.Table<Elf64_Word>(kHeadWords, hash);
@@ -175,7 +169,7 @@ std::uint64_t CountByGnuHash(const ElfImage& image, Elf64_Addr hash) {
   return last;
 }
 
-// How many symbols the table at DT_HASH leads to.
+// The number of symbols in the table at DT_HASH.
 std::uint64_t CountByHash(const ElfImage& image, Elf64_Addr hash) {
   enum Head { kBuckets, kSymbols, kHeadWords };
   const auto head = image.Table<Elf64_Word>(kHeadWords, hash);
@@ -187,7 +181,7 @@ std::uint64_t CountByHash(const ElfImage& image, Elf64_Addr hash) {
   return head[kSymbols];
 }
 
-// Whether the loader gives the symbol to whoever asks for it by name.
+// Whether the loader finds the symbol by its name.
 bool IsExported(const Elf64_Sym& symbol) noexcept {
   const unsigned visibility = ELF64_ST_VISIBILITY(symbol.st_other);
   return (symbol.st_shndx != SHN_UNDEF || symbol.st_value != 0) &&
@@ -196,7 +190,7 @@ bool IsExported(const Elf64_Sym& symbol) noexcept {
 }
 
 void ReadSymbols(const ElfImage& image, const DynamicValues& values, ElfLibrary& library) {
-  // Without a table of hashes, nothing is found. DT_HASH counts where there is no other.
+  // The loader finds nothing without a hash table. It uses DT_HASH if there is no DT_GNU_HASH.
   std::uint64_t count = 0;
   if (const auto gnu_hash = values.find(DT_GNU_HASH); gnu_hash != values.end()) {
     count = CountByGnuHash(image, gnu_hash->second);

@@ -13,29 +13,31 @@ struct SymbolNames {
   std::size_t count = 0;
 };
 
-// What the file of a shared library says to the dynamic loader, read without loading it.
+// The facts in the file of a shared library that the dynamic loader uses, read without loading
+// the library.
 struct ElfLibrary {
-  // The symbols that others can find in the library, and those of them that are unique in a
-  // process, which pin the library there.
+  // The symbols that other libraries can find in this one.
   SymbolNames exported;
+  // Those of them that are unique in a process. They keep the library from being unloaded.
   SymbolNames unique;
-  // The libraries it asks for.
+  // The names of the libraries that this one needs, as in "libc.so.6".
   std::vector<std::string> needed;
-  // The folders, parted by colons, in which it looks for them, "$ORIGIN" being its own.
+  // The folders in which the loader looks for them, separated by colons. "$ORIGIN" is the folder of
+  // the library itself.
   std::string search_path;
   std::optional<std::string> soname;
-  // DF_1_NODELETE: it never leaves a process again.
+  // DF_1_NODELETE: the library is never unloaded.
   bool no_delete = false;
 };
 
-// Reads the 64-bit little-endian ELF shared object at `path` by what the dynamic loader reads: the
+// Reads the 64-bit little-endian ELF shared object at `path`. Like the dynamic loader, it reads the
 // program headers, the dynamic section at its address in memory, and the symbols that the hash
-// table leads to. Section headers, which the loader ignores, may be forged or absent. Relocations,
-// which can change all of that while the library is loaded, are not applied.
+// table leads to. The loader ignores section headers, so they may be forged or absent. Relocations
+// are not applied, though they can change all of that while the library is loaded.
 //
-// Time and memory are bounded whatever the file holds: a table is read once, in blocks. Throws
-// InputError when the file can't be read, is no regular file, is something else, is damaged, or has
-// more than 4,096 dynamic entries or 256 needed libraries.
+// Each table is read once, in blocks, so time is linear in the file and memory is bounded. Throws
+// InputError if the file can't be read, is not a regular file, is not such an object, is damaged,
+// or has more than 4,096 dynamic entries or 256 needed libraries. Thread-safe.
 ElfLibrary ReadElfLibrary(const std::string& path);
 
 }  // namespace tarn::host

@@ -1,14 +1,11 @@
 #include "plugin/normalize_call.h"
 
-#include <exception>
-#include <optional>
-#include <string>
 #include <typeinfo>
 
 namespace tarn::host {
 
 std::string NormalizeFailure(const std::exception& error) {
-  // The conversion of literals fails so, and its own text tells nothing of them.
+  // The conversion of a decimal literal throws this, with a text that does not mention literals.
   if (dynamic_cast<const std::bad_cast*>(&error) != nullptr) {
     return "a decimal number is beyond the range of a double";
   }

@@ -8,11 +8,12 @@
 
 namespace tarn::host {
 
-// Why a normalizer threw `error`, on one line.
+// The reason why a normalizer threw `error`, on one line.
 std::string NormalizeFailure(const std::exception& error);
 
-// Has `product` rewrite `sql` in place. Returns the reason when it threw, `sql` then being as it
-// was. The exception itself is gone by then, so the library may be unloaded. Thread-safe.
+// Lets `product` rewrite `sql` in place. If it throws, returns the reason and leaves `sql`
+// unchanged. No exception of the library outlives the call, so the library may be unloaded
+// afterwards. Thread-safe.
 std::optional<std::string> CallNormalize(impl_dao::CProductInterface& product, std::string& sql);
 
 }  // namespace tarn::host

@@ -1,8 +1,5 @@
 #include "plugin/platform_module.h"
 
-#include <map>
-#include <string>
-
 #include "platform/c_value.h"
 #include "platform/quill_process.h"
 

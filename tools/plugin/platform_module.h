@@ -1,6 +1,6 @@
-// A module of the tool that is loaded after a plug-in and so runs on the platform that the plug-in
-// brought along. The tool itself is linked to no platform: the platform's symbols would win over
-// those of the library under examination.
+// A module of the tool that is loaded after a plug-in, and so uses the platform library that the
+// plug-in has loaded. The tool itself is linked to no platform library: its symbols would take
+// precedence over those of the plug-in's platform.
 #pragma once
 
 #include <map>
@@ -10,18 +10,17 @@
 
 namespace tarn::host {
 
-// The module's file, below the folder of libraries.
+// The module's file, relative to the folder of libraries.
 inline constexpr const char* kPlatformModuleFile = "tarn_host/platform_module.so";
 
-// What the module offers, under the name kPlatformModuleSymbol.
+// The functions that the module offers. It exports one such object, kPlatformModuleSymbol.
 struct PlatformModule {
-  // A function of the platform that the module was built and is running with. A plug-in that finds
-  // the same function under the same name shares that platform, and values of the platform's types
-  // may pass between the two.
+  // A function of the platform library that the module uses. If the plug-in finds the same function
+  // under its name, both use one platform, and may exchange values of the platform's types.
   const void* platform_function;
 
-  // Replaces `texts` with the connection properties that `product` sets. Throws what it throws.
-  // Requires: the plug-in shares the module's platform.
+  // Replaces `texts` with the connection properties that `product` sets. Lets its exceptions
+  // through. Requires: the plug-in uses the module's platform library.
   void (*read_properties)(impl_dao::CProductInterface& product,
                           std::map<std::string, std::string>& texts);
 };

@@ -3,7 +3,6 @@
 #include <dlfcn.h>
 
 #include <filesystem>
-#include <string>
 #include <system_error>
 
 namespace tarn::host {
@@ -13,7 +12,7 @@ LibraryHandle Load(const std::string& path) {
   if (path.find('/') != std::string::npos) {
     std::error_code error;
     const auto type = std::filesystem::status(path, error).type();
-    // Where there is nothing, the dynamic loader has the better words.
+    // If no file exists, the dynamic loader's own message is clearer.
     if (!error && type != std::filesystem::file_type::regular) {
       throw PluginError("cannot load plug-in: " + path + ": not a regular file");
     }

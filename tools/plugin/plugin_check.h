@@ -8,20 +8,21 @@
 
 namespace tarn::host {
 
-// One thing that makes a plug-in fit for a host, or unfit: "soname", with the name it has.
+// One thing that makes a plug-in fit for a host, or unfit.
 struct Fact {
   bool holds;
-  std::string name;
-  // A stranger's text in part.
-  std::string detail;
+  // The fact and its detail, as in "soname: libtarn_interface_for_vesta.so". The detail may be text
+  // from the library, of any bytes.
+  std::string text;
 };
 
-// The facts that the library's file alone tells.
+// The facts that can be read from the library's file.
 std::vector<Fact> CheckFile(const ElfLibrary& library);
 
-// Loads the library at `path`, calls it and unloads it again, and tells each fact at once, since
-// what the library does next may end the process. `library` is that of the file at `path`. Throws
-// what `tell` throws.
+// Loads the library at `path`, calls it and unloads it again. Hands each fact to `tell` at once,
+// since the library may end the process in its next call. Lets the exceptions of `tell` through.
+// Not
+// thread-safe. Requires: `library` was read from the file at `path`.
 void CheckLoaded(const std::string& path, const ElfLibrary& library,
                  const std::function<void(const Fact&)>& tell);
 

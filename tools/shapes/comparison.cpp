@@ -2,10 +2,8 @@
 
 #include <algorithm>
 #include <array>
-#include <cstddef>
 #include <cstdint>
 #include <map>
-#include <tuple>
 
 namespace tarn::host {
 namespace {
@@ -15,7 +13,7 @@ std::uint64_t CostOf(const Counters& counters, bool timed) noexcept {
 }
 
 Change ChangeOf(const ShapeChange& shape, bool timed) noexcept {
-  // A shape that is missing has neither statements nor times.
+  // A shape with neither statements nor times is missing in that count.
   const auto missing = [](const Counters& one) { return one.count == 0 && !one.times.Known(); };
   if (missing(shape.before)) return Change::kNew;
   if (missing(shape.after)) return Change::kGone;
@@ -50,8 +48,7 @@ Comparison Compare(const ShapeCount& before, const ShapeCount& after, std::size_
     shapes[key].key = &key;
     shapes[key].after += shape;
   }
-  const bool timed = comparison.before.times.Known() || comparison.after.times.Known();
-  comparison.timed = timed;
+  const bool timed = comparison.Timed();
   for (auto& [key, shape] : shapes) {
     shape.change = ChangeOf(shape, timed);
     comparison.changes.push_back(shape);

@@ -2,11 +2,7 @@
 
 #include <algorithm>
 #include <cassert>
-#include <cstddef>
-#include <cstdint>
 #include <future>
-#include <optional>
-#include <string>
 #include <string_view>
 #include <system_error>
 #include <utility>
@@ -18,6 +14,12 @@
 
 namespace tarn::host {
 namespace {
+
+// Empty if the log does not record the detail.
+std::string_view DetailOf(const Execution& execution, Detail detail) noexcept {
+  const std::array texts = {execution.user, execution.database, execution.host};
+  return texts.at(static_cast<std::size_t>(detail));
+}
 
 // Whether `time` is before `limit`.
 bool IsBefore(const LogTime& time, const LogTime& limit) noexcept {
@@ -35,10 +37,7 @@ class Worker {
     const bool filtered = options_.filter.Active();
     StatementBatch batch;
     for (std::uint64_t position = 0; source(batch, position);) {
-      if (!shape_maker_ || dialect_ != batch.SqlDialect()) {
-        dialect_ = batch.SqlDialect();
-        shape_maker_.emplace(ShapeOptions{dialect_, options_.fold_digits});
-      }
+      ShapeMaker shape_maker({batch.SqlDialect(), options_.fold_digits});
       if (!filtered) {
         WidenSpan(count_.first_time, count_.last_time, batch.FirstTime());
         WidenSpan(count_.first_time, count_.last_time, batch.LastTime());
@@ -49,7 +48,7 @@ class Worker {
           if (!Passes(execution)) continue;
           WidenSpan(count_.first_time, count_.last_time, execution.time);
         }
-        Add(batch[index], execution, position + index);
+        Add(batch[index], execution, position + index, shape_maker);
       }
     }
     return std::move(count_);
@@ -74,7 +73,8 @@ class Worker {
     return true;
   }
 
-  void Add(std::string_view statement, const Execution& execution, std::uint64_t position) {
+  void Add(std::string_view statement, const Execution& execution, std::uint64_t position,
+           ShapeMaker& shape_maker) {
     bool canonical = false;
     if (options_.exact || options_.keys) {
       canonical_ = statement;
@@ -86,7 +86,7 @@ class Worker {
         if (options_.exact) return;
       }
     }
-    key_.shape = options_.exact ? canonical_ : shape_maker_->MakeShape(statement);
+    key_.shape = options_.exact ? canonical_ : shape_maker.MakeShape(statement);
     if (options_.group_by) key_.group = DetailOf(execution, *options_.group_by);
     Shape& shape = count_.shapes[key_];
     shape.Add(statement, execution);
@@ -96,9 +96,6 @@ class Worker {
 
   impl_dao::CProductInterface& product_;
   const CountOptions& options_;
-  Dialect dialect_ = Dialect::kMysql;
-  // For the dialect.
-  std::optional<ShapeMaker> shape_maker_;
   std::string canonical_;
   ShapeKey key_;
   ShapeCount count_;
@@ -106,16 +103,9 @@ class Worker {
 
 }  // namespace
 
-std::string_view DetailOf(const Execution& execution, Detail detail) noexcept {
-  switch (detail) {
-    case Detail::kUser:
-      return execution.user;
-    case Detail::kDatabase:
-      return execution.database;
-    case Detail::kHost:
-      break;
-  }
-  return execution.host;
+const char* NameOf(Detail detail) noexcept {
+  constexpr std::array kNames = {"user", "db", "host"};
+  return kNames.at(static_cast<std::size_t>(detail));
 }
 
 bool ExecutionFilter::Active() const noexcept {
@@ -135,7 +125,7 @@ ShapeCount& ShapeCount::operator+=(ShapeCount other) {
       (!first_failure || other.first_failure->position < first_failure->position)) {
     first_failure = std::move(other.first_failure);
   }
-  // Moves the shapes that are new; those that are left in `other` are known here.
+  // Moves the new shapes out of `other`, and leaves those that are known here already.
   shapes.merge(other.shapes);
   for (const auto& [key, shape] : other.shapes) shapes.at(key) += shape;
   return *this;

@@ -7,7 +7,6 @@
 #include <map>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <tuple>
 
 #include "impl_dao/product_interface.h"
@@ -16,16 +15,17 @@
 
 namespace tarn::host {
 
-// A text that a log may tell of an execution.
+// A text that a log may record with an execution.
 enum class Detail : std::size_t { kUser, kDatabase, kHost };
 inline constexpr std::size_t kDetails = 3;
 
-// Empty where the log does not tell.
-std::string_view DetailOf(const Execution& execution, Detail detail) noexcept;
+// "user", "db" or "host".
+const char* NameOf(Detail detail) noexcept;
 
-// Shapes are counted apart for each group, and in order of their keys.
+// The key by which statements are counted: each group has shapes of its own.
 struct ShapeKey {
-  // The detail that statements are grouped by; empty without one.
+  // The value of the detail that statements are grouped by, such as a user's name; empty without
+  // grouping.
   std::string group;
   // The text that the statements of a shape share.
   std::string shape;
@@ -36,7 +36,7 @@ struct ShapeKey {
 };
 
 struct StatementFailure {
-  // The number of the statement among all; the first has 1.
+  // The number of the statement among all, from 1.
   std::uint64_t position;
   std::string reason;
 };
@@ -44,37 +44,39 @@ struct StatementFailure {
 struct ShapeCount {
   ShapeCount& operator+=(ShapeCount other);
 
-  // Ordered: strangers write the keys, and no key can make the others slow.
+  // An ordered map: strangers write the keys, and could make a hash table slow by colliding ones.
   std::map<ShapeKey, Shape> shapes;
   // Executions counted in `shapes`.
   std::uint64_t counted = 0;
-  // Statements whose canonical text was needed and that the product threw on.
+  // Statements whose canonical text was needed while the product threw an exception.
   std::uint64_t failed = 0;
   // The one of them with the lowest position.
   std::optional<StatementFailure> first_failure;
-  // The span of the log, or with a filter of the statements that pass it.
+  // The first and last time in the log or, with a filter, of the statements that pass it.
   std::optional<LogTime> first_time;
   std::optional<LogTime> last_time;
-  // Statements that a filter left out since the log does not tell their time, or the detail.
+  // Statements that a filter left out because the log does not record their time, or the detail.
   std::uint64_t without_time = 0;
   std::array<std::uint64_t, kDetails> without_detail{};
 };
 
-// Which executions are counted: all that have each of the properties given.
+// Chooses the executions to count: those that have every property given here.
 struct ExecutionFilter {
-  // Not before, and before. A time without an offset is by the log's own clock.
+  // At `since` or later, and before `until`. A time without an offset is in the log's own time
+  // zone.
   std::optional<LogTime> since;
   std::optional<LogTime> until;
   std::array<std::optional<std::string>, kDetails> details;
 
-  // Whether it may leave something out.
+  // Whether any property is given.
   bool Active() const noexcept;
 };
 
 struct CountOptions {
-  // As ShapeOptions::fold_digits. Shapes are made in the dialect of each batch.
+  // As ShapeOptions::fold_digits. The dialect is that of each batch.
   bool fold_digits = false;
-  // Count by the canonical text instead of by shape; a statement without one is left out.
+  // Count by the canonical text instead of by shape. A statement on which the product throws is
+  // left out.
   bool exact = false;
   // Collect Shape::keys.
   bool keys = false;
@@ -83,15 +85,16 @@ struct CountOptions {
   unsigned threads = 1;
 };
 
-// Replaces the batch by the next statements and the number by the position of their first (see
-// StatementFailure::position); false when there are no more. Called by several threads, at once.
+// Replaces the batch by the next statements and the number by the position of the first of them
+// (see StatementFailure::position). Returns false at the end. Several threads call it at once.
 using BatchSource = std::function<bool(StatementBatch&, std::uint64_t&)>;
 
 // Counts the statements of `source` by shape on several threads, each with a count of its own, and
-// adds the counts. Throws an exception that stopped a thread, such as std::bad_alloc, after the
-// others have come to the end of the source, and std::system_error when no thread can be started.
+// adds the counts. If an exception such as std::bad_alloc stops a thread, the others go on to the
+// end of the source, and the exception is thrown then. Throws std::system_error if no thread can be
+// started.
 //
-// Requires: `product` allows concurrent calls; at least one thread is asked for.
+// Requires: `product` allows concurrent calls, and `options.threads` is at least 1.
 ShapeCount CountShapes(const BatchSource& source, impl_dao::CProductInterface& product,
                        const CountOptions& options);
 

@@ -4,11 +4,8 @@
 
 #include <array>
 #include <climits>
-#include <cstdint>
 #include <cstdio>
 #include <stdexcept>
-#include <string>
-#include <string_view>
 
 namespace tarn::host {
 

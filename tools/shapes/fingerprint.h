@@ -6,12 +6,12 @@
 
 namespace tarn::host {
 
-// The first eight bytes of the SHA-256 of `text`, the first one the most significant. A collision
-// costs whoever wants one 2^32 attempts. Throws std::runtime_error when the cryptographic library
+// The first eight bytes of the SHA-256 of `text` as a big-endian number. Finding two texts with the
+// same fingerprint takes some 2^32 attempts. Throws std::runtime_error if the cryptographic library
 // fails. Thread-safe.
 std::uint64_t Fingerprint(std::string_view text);
 
-// 16 lower-case digits.
+// `number` in 16 lower-case hexadecimal digits, as in "00000000000000ff".
 std::string Hexadecimal(std::uint64_t number);
 
 }  // namespace tarn::host

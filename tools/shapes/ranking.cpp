@@ -1,8 +1,6 @@
 #include "shapes/ranking.h"
 
 #include <algorithm>
-#include <cstddef>
-#include <cstdint>
 #include <tuple>
 
 namespace tarn::host {

@@ -11,27 +11,29 @@
 
 namespace tarn::host {
 
-// What comes first: the most frequent shape, the one that took the most time, the one with the
-// slowest statement, or the one that read the most rows (those examined, or those sent where no log
-// tells them); among equals the more frequent one, then in order of ShapeKey.
+// The measure by which shapes are sorted, the largest first: the number of statements, their total
+// time, the time of the slowest one, or the rows that they examined (the rows that they sent, if no
+// log records those examined). Of equal shapes the more frequent one comes first, then the one with
+// the smaller ShapeKey.
 enum class ShapeOrder { kCount, kTime, kMax, kRows };
 
 using ShapeEntry = std::pair<const ShapeKey, Shape>;
 
 struct RankOptions {
-  // By default kTime when the input tells times, otherwise kCount.
+  // By default kTime if the input records times, otherwise kCount.
   std::optional<ShapeOrder> order;
-  // Shapes beyond these many, or of fewer statements, are summed up.
+  // The first `top` shapes of at least `min_count` statements are shown. The others are summed up.
   std::size_t top = std::numeric_limits<std::size_t>::max();
   std::uint64_t min_count = 0;
 };
 
-// Which shapes of a count are shown, in order, and the sum of the others.
+// The shapes of a count that are shown, in order, and the sum of the others.
 struct Ranking {
-  // Their share of the time if `order` is kTime, otherwise of the statements: from 0 to 1.
+  // The share of a shape in the total time if `order` is kTime, otherwise in the number of
+  // statements: from 0 to 1.
   double ShareOf(const Counters& shape) const noexcept;
 
-  // Within the count that was ranked.
+  // Points into the count that was ranked.
   std::vector<const ShapeEntry*> shown;
   std::size_t other_shapes = 0;
   Counters others;
@@ -40,7 +42,7 @@ struct Ranking {
   ShapeOrder order = ShapeOrder::kCount;
 };
 
-// The ranking refers to `count`.
+// Ranks the shapes of `count`. The result points into `count`, which must outlive it. Thread-safe.
 Ranking Rank(const ShapeCount& count, const RankOptions& options);
 
 }  // namespace tarn::host

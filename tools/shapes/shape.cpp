@@ -1,14 +1,8 @@
 #include "shapes/shape.h"
 
 #include <algorithm>
-#include <cstdint>
 #include <iterator>
 #include <limits>
-#include <map>
-#include <optional>
-#include <set>
-#include <string>
-#include <string_view>
 #include <tuple>
 
 namespace tarn::host {
@@ -16,18 +10,18 @@ namespace {
 
 using TimeKey = std::tuple<std::int64_t, std::int64_t, bool>;
 
-// In order of time; without one last. No two different times have the same key.
+// Sorts by time; no time comes last. No two different times have the same key.
 TimeKey KeyOf(const std::optional<LogTime>& time) noexcept {
   constexpr std::int64_t kLast = std::numeric_limits<std::int64_t>::max();
   if (!time) return {kLast, kLast, false};
   return {time->Instant(), time->wall_microseconds, time->offset_seconds.has_value()};
 }
 
-// The order of examples: the smallest is kept. `example` is an Example or has views in its place.
-template <typename AnyExample>
-auto KeyOf(const AnyExample& example) noexcept {
+// Sorts examples: the one with the smallest key is kept.
+template <typename Text>
+auto KeyOf(const BasicExample<Text>& example) noexcept {
   using View = std::string_view;
-  // The slowest first, those without a time last.
+  // The slowest example has the smallest key. One without a duration comes after all others.
   const std::int64_t slowness =
       example.microseconds ? -static_cast<std::int64_t>(*example.microseconds) : 1;
   return std::make_tuple(slowness, KeyOf(example.time), View(example.text).size(),
@@ -35,23 +29,12 @@ auto KeyOf(const AnyExample& example) noexcept {
                          View(example.host), View(example.parameters));
 }
 
-// An Example that owns no text.
-struct ExampleView {
-  std::string_view text;
-  std::optional<std::uint64_t> microseconds;
-  const std::optional<LogTime>& time;
-  std::string_view user;
-  std::string_view database;
-  std::string_view host;
-  std::string_view parameters;
-};
-
 void AddCounter(std::optional<std::uint64_t>& sum, const std::optional<std::uint64_t>& number) {
   if (number) sum = CappedSum(sum.value_or(0), std::min(*number, kMostSum));
 }
 
-template <typename AnyExample>
-void OfferExample(std::optional<Example>& example, const AnyExample& offered) {
+template <typename Text>
+void OfferExample(std::optional<Example>& example, const BasicExample<Text>& offered) {
   if (example && KeyOf(*example) <= KeyOf(offered)) return;
   example = Example{
       std::string(offered.text),      offered.microseconds,          offered.time,
@@ -96,7 +79,7 @@ void Shape::Add(std::string_view statement, const Execution& execution) {
   if (execution.seconds) microseconds = TimeStatistics::Microseconds(*execution.seconds);
   if (execution.executed) {
     one.count = 1;
-    // Into the classes at once: those of `one` would be allocated each time.
+    // Adding to `one` would allocate a map for each execution.
     if (microseconds) times.Add(*microseconds);
   } else {
     one.times.total = microseconds.value_or(0);
@@ -113,8 +96,9 @@ void Shape::Add(std::string_view statement, const Execution& execution) {
   Counters::operator+=(one);
   if (!execution.error.empty()) AddError(errors, std::string(execution.error), 1);
   if (!execution.query_id.empty()) AddQueryId(query_ids, std::string(execution.query_id));
-  OfferExample(example, ExampleView{statement, microseconds, execution.time, execution.user,
-                                    execution.database, execution.host, execution.parameters});
+  OfferExample(example, BasicExample<std::string_view>{statement, microseconds, execution.time,
+                                                       execution.user, execution.database,
+                                                       execution.host, execution.parameters});
 }
 
 Shape& Shape::operator+=(const Shape& other) {

@@ -1,5 +1,5 @@
-// What is known of the statements of one shape. All of it adds up: in whichever order statements
-// and sums of them are added, the result is the same.
+// The facts about the statements of one shape. They add up: the order in which statements and sums
+// of them are added does not change the result. No object is thread-safe.
 #pragma once
 
 #include <cstddef>
@@ -15,17 +15,19 @@
 
 namespace tarn::host {
 
-// One statement with the facts that its log tells; a text is empty where it does not.
-struct Example {
-  std::string text;
+// One statement with the facts that its log records. A text is empty if the log does not record it.
+template <typename Text>
+struct BasicExample {
+  Text text;
   std::optional<std::uint64_t> microseconds;
   std::optional<LogTime> time;
-  std::string user;
-  std::string database;
-  std::string host;
+  Text user;
+  Text database;
+  Text host;
   // The values bound to the statement's parameters, as the log prints them.
-  std::string parameters;
+  Text parameters;
 };
+using Example = BasicExample<std::string>;
 
 struct Counters {
   Counters& operator+=(const Counters& other);
@@ -33,37 +35,38 @@ struct Counters {
   // Executions, timed or not.
   std::uint64_t count = 0;
   TimeStatistics times;
-  // Sums of the numbers in logs, of at most kMostSum; nothing where no log tells.
+  // Sums of the numbers in logs, of at most kMostSum; nothing if no log records them.
   std::optional<std::uint64_t> lock_microseconds;
   std::optional<std::uint64_t> rows_sent;
   std::optional<std::uint64_t> rows_examined;
   std::optional<std::uint64_t> rows_affected;
-  // How many executions ended with an error.
+  // The number of executions that ended with an error.
   std::uint64_t failures = 0;
   std::optional<LogTime> first_seen;
   std::optional<LogTime> last_seen;
 };
 
 struct Shape : Counters {
-  // The most server's ids that are kept.
+  // The most server's ids that are kept of a shape.
   static constexpr std::size_t kMostQueryIds = 16;
 
-  // Adds one execution of `statement`, or time that is spent on it without executing it.
+  // Adds one execution of `statement`. If Execution::executed is false, such as for parsing, only
+  // its time and its other facts are added.
   void Add(std::string_view statement, const Execution& execution);
   Shape& operator+=(const Shape& other);
 
-  // The failures by their error's number or SQLSTATE.
+  // The number of failures by the number or SQLSTATE of the error.
   std::map<std::string, std::uint64_t> errors;
-  // The server's own names of the shape, the first kMostQueryIds in order of their bytes.
+  // The server's own ids of the shape, the first kMostQueryIds in order of their bytes.
   std::set<std::string> query_ids;
-  // The fingerprints of the statements' canonical texts, where they were asked for.
+  // The fingerprints of the statements' canonical texts, if they were asked for.
   std::set<std::uint64_t> keys;
-  // The slowest statement; of several the earliest, then the shortest, then the first in order of
-  // its bytes.
+  // The slowest statement. Of several equally slow ones it is the earliest, then the shortest, then
+  // the first in order of its bytes.
   std::optional<Example> example;
 };
 
-// The counters of rows by the names that reports give them.
+// The counters of rows with their names in reports.
 struct RowCounter {
   const char* name;
   std::optional<std::uint64_t> Counters::*value;
@@ -72,8 +75,9 @@ inline constexpr RowCounter kRowCounters[] = {{"rows_sent", &Counters::rows_sent
                                               {"rows_examined", &Counters::rows_examined},
                                               {"rows_affected", &Counters::rows_affected}};
 
-// Extends the span from `first` to `last` by `time`. Of two clocks at one instant the one further
-// ahead is the later, so that the order of calls does not matter.
+// Extends the span from `first` to `last` by `time`. Of two times at one instant, the one with the
+// later wall clock is the later, so that the order of calls does not matter: 12:00+02:00 is after
+// 10:00Z.
 void WidenSpan(std::optional<LogTime>& first, std::optional<LogTime>& last,
                const std::optional<LogTime>& time);
 

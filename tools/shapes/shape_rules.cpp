@@ -4,11 +4,8 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <string>
-#include <string_view>
 #include <vector>
 
-#include "sql/dialect.h"
 #include "sql/lexer.h"
 #include "sql/text.h"
 
@@ -17,13 +14,13 @@ namespace {
 
 constexpr std::string_view kPlaceholder = "?";
 
-// Properties of a word that the rules look at, as bits.
+// The properties of a word that the rules use, as bits.
 enum WordTraits : std::uint16_t {
   kCapitals = 1U << 0U,     // written in capitals, as the product does
   kBeforeValue = 1U << 1U,  // a value may follow, so that a sign belongs to it
   kReserved = 1U << 2U,     // means something else without quotes
   kBeforeName = 1U << 3U,   // begins a statement in which a name follows that programs number
-  kPassedOver = 1U << 4U,   // may be between that word and the name
+  kPassedOver = 1U << 4U,   // may be between the word and that name
   kIs = 1U << 5U,
   kNot = 1U << 6U,
   kSet = 1U << 7U,
@@ -66,8 +63,8 @@ constexpr WordList kWordLists[] = {
     {kArray, "array"},
 };
 
-// The words of the lists by a hash that is good enough for them. They are fixed, so that nobody can
-// make a search take more than a few steps.
+// The words of the lists in a hash table. The words are fixed, so no input can make a search take
+// more than a few steps.
 class Vocabulary {
  public:
   constexpr Vocabulary() noexcept {
@@ -113,7 +110,7 @@ class Vocabulary {
 
 constexpr Vocabulary kVocabulary;
 
-// The last token, as far as the next one's meaning depends on it.
+// The kinds of the last token that the meaning of the next one depends on.
 enum class Last : unsigned char {
   kNothing,
   kWord,
@@ -128,19 +125,20 @@ enum class Last : unsigned char {
   kSign
 };
 
-// How far the rows of a VALUES are.
+// The state of the rows after VALUES.
 enum class Rows : unsigned char { kNone, kExpected, kWithin, kAfter, kComma };
 
 // An open pair of parentheses, the open brackets of an ARRAY, or the statement itself.
 struct Level {
-  // Where in the shape the first element and the first row end; 0 before.
+  // The offsets in the shape at which the first element and the first row end; 0 before that.
   std::size_t first_end = 0;
   std::size_t first_row_end = 0;
   Rows rows = Rows::kNone;
   bool array = false;
-  // Whether a name is before it, as in f(a).
+  // Whether it follows a name, as in f(a).
   bool call = false;
-  // Whether it holds nothing but values and commas between them so far; whether a value is due.
+  // Whether it holds only values with commas between them so far, and whether a value is due, as
+  // after "(" and ",".
   bool list = true;
   bool value_due = true;
 };
@@ -152,7 +150,7 @@ bool IsPlainName(std::string_view name) noexcept {
          });
 }
 
-// Writes the shape of one statement, or of several in a row, token by token.
+// Writes the shape of one statement, or of several with semicolons between them, token by token.
 class ShapeWriter {
  public:
   ShapeWriter(const ShapeOptions& options, std::string& shape) : options_(options), shape_(shape) {
@@ -164,7 +162,7 @@ class ShapeWriter {
 
   void Add(const Token& token) {
     if (token.Is(';')) {
-      // A last semicolon goes.
+      // A semicolon at the end is dropped.
       semicolon_ = !shape_.empty();
       return;
     }
@@ -174,7 +172,7 @@ class ShapeWriter {
     }
     switch (token.kind) {
       case TokenKind::kText:
-        // Texts that follow one another are one: 'a' 'b'
+        // Adjacent texts are one text: 'a' 'b'
         if (last_ != Last::kText) AddValue(Last::kText);
         return;
       case TokenKind::kNumber:
@@ -217,16 +215,16 @@ class ShapeWriter {
     context_ = 0;
   }
 
-  // NULL, TRUE and FALSE are values where a value may be:
+  // NULL, TRUE and FALSE are values if a value may follow the word before:
   //   x = null, y is null  ->  x = ?, y is null
   bool IsValueWord(std::string_view word) const noexcept {
-    // Most words are none of them.
+    // Ends the search for most words.
     const char first = Lower(word[0]);
     if (first != 'n' && first != 't' && first != 'f') return false;
     const bool null = EqualIgnoringCase(word, "null");
     const bool truth = EqualIgnoringCase(word, "true") || EqualIgnoringCase(word, "false");
     if (!null && !truth) return false;
-    // NOT NULL declares a column, and SET NULL tells how to delete.
+    // NOT NULL declares a column, and SET NULL an action on deletion.
     if ((context_ & kIs) != 0 || (null && (context_ & (kNot | kSet)) != 0)) return false;
     return last_ != Last::kDot && !OperandBefore();
   }
@@ -239,7 +237,7 @@ class ShapeWriter {
     last_ = Last::kSign;
   }
 
-  // A list of values, or of such lists, becomes one that tells no length:
+  // A list of values, or of such lists, loses its length:
   //   a in (1, 2, 3), f(1), array[[1, 2], [3]]  ->  a in (?, ...), f(?, ...), array[[?, ...], ...]
   void FoldList(const Level& list) {
     shape_.resize(list.first_end);
@@ -258,7 +256,7 @@ class ShapeWriter {
     level.rows = Rows::kAfter;
   }
 
-  // A name with a digit, in a statement about a thing that programs number:
+  // A name with a digit becomes "?" in a statement about an object that programs number:
   //   rollback to savepoint sp_17  ->  rollback to savepoint ?
   void FoldNumberedName(std::size_t begin) {
     if (std::none_of(shape_.begin() + static_cast<std::ptrdiff_t>(begin), shape_.end(), IsDigit)) {
@@ -268,7 +266,7 @@ class ShapeWriter {
     shape_ += kPlaceholder;
   }
 
-  // On request, digits within names and "_" between them:
+  // On request, the digits of a name, with any "_" between them, become "?":
   //   orders_2024_11  ->  orders_?
   void FoldDigits(std::size_t begin) {
     const auto digit = [this](std::size_t at) { return at < shape_.size() && IsDigit(shape_[at]); };
@@ -281,7 +279,16 @@ class ShapeWriter {
     shape_.resize(to);
   }
 
-  // Words are lower-cased but for the seven:
+  void FoldName(std::size_t begin, bool numbered) {
+    if (numbered) {
+      FoldNumberedName(begin);
+    } else if (options_.fold_digits) {
+      FoldDigits(begin);
+    }
+    name_due_ = false;
+  }
+
+  // Words become lower-case, except for the seven that the product writes in capitals:
   //   Select A From B  ->  SELECT a FROM b
   void AddWord(std::string_view word) {
     const Rows rows = levels_.back().rows;
@@ -296,12 +303,7 @@ class ShapeWriter {
     const std::uint16_t traits =
         qualified ? 0 : kVocabulary.TraitsOf(std::string_view(shape_).substr(begin));
     if (traits == 0) {
-      if (name_due_ && word[0] != '@') {
-        FoldNumberedName(begin);
-      } else if (options_.fold_digits) {
-        FoldDigits(begin);
-      }
-      name_due_ = false;
+      FoldName(begin, name_due_ && word[0] != '@');
     } else if (last_ == Last::kNothing) {
       name_due_ = (traits & kBeforeName) != 0;
     } else {
@@ -322,13 +324,13 @@ class ShapeWriter {
       // VALUES ROW(1), ROW(2)
       levels_.back().rows = rows;
     }
-    // Of IS NOT, both words matter.
+    // IS NOT keeps the traits of both words.
     context_ =
         (traits & kNot) != 0 ? static_cast<std::uint16_t>(traits | (context_ & kIs)) : traits;
     last_ = (traits & kBeforeValue) != 0 ? Last::kBeforeValue : Last::kWord;
   }
 
-  // Quotes around a name go if it reads the same without them:
+  // The quotes around a name are dropped if it means the same without them:
   //   "a"."B", "select"  ->  a."B", "select"
   void AddQuotedName(std::string_view name) {
     Spoil();
@@ -341,12 +343,7 @@ class ShapeWriter {
     const std::size_t begin = shape_.size() - name.size();
     // The U of U&"a".
     shape_[begin] = Lower(shape_[begin]);
-    if (name_due_) {
-      FoldNumberedName(begin);
-    } else if (options_.fold_digits) {
-      FoldDigits(begin);
-    }
-    name_due_ = false;
+    FoldName(begin, name_due_);
     last_ = Last::kName;
     context_ = 0;
   }
@@ -384,12 +381,12 @@ class ShapeWriter {
   }
 
   void Open(char sign) {
-    // Deeper ones are not folded, so that memory is bounded.
+    // Deeper lists are not folded, so that memory is bounded.
     constexpr std::size_t kMostLevels = 10'000;
     Level& level = levels_.back();
     const bool row = level.rows == Rows::kExpected || level.rows == Rows::kComma;
     level.rows = row ? Rows::kWithin : Rows::kNone;
-    // An array is an element of the list that its word spoiled.
+    // The word ARRAY has ended the list, but the array is an element of it.
     if ((context_ & kArray) != 0 && sign == '[') level.list = was_list_;
     const bool call = last_ == Last::kWord || last_ == Last::kName;
     Write({&sign, 1}, call);
@@ -447,14 +444,15 @@ class ShapeWriter {
            last_ == Last::kValue || last_ == Last::kClose;
   }
 
-  // Before a token that is no value, comma or parenthesis, and after signs without a value.
+  // Called before a token that is no value, comma or parenthesis, and after signs without a value:
+  // the level is no list of values any more.
   void Spoil() noexcept {
     signs_begin_ = kNoPlace;
     levels_.back().list = false;
     levels_.back().rows = Rows::kNone;
   }
 
-  // `attached`: without a blank before it.
+  // Appends `token`, with a blank before it unless it is `attached`.
   void Write(std::string_view token, bool attached = false) {
     if (!attached && !shape_.empty()) {
       const char before = shape_.back();
@@ -472,14 +470,14 @@ class ShapeWriter {
   const ShapeOptions& options_;
   std::string& shape_;
   std::vector<Level> levels_;
-  // How many parentheses are open beyond those in `levels_`.
+  // The number of open parentheses that have no level in `levels_`.
   std::size_t deeper_ = 0;
   Last last_ = Last::kNothing;
-  // The traits of the last word or two, when the last token is one.
+  // The traits of the last word, or of the last two; 0 if the last token is no word.
   std::uint16_t context_ = 0;
   // Whether the level was a list before the last word.
   bool was_list_ = false;
-  // Where the signs begin that belong to a value if one follows.
+  // The offset in the shape of the signs that belong to a value if one follows.
   std::size_t signs_begin_ = kNoPlace;
   bool semicolon_ = false;
   // Whether the next name is one that programs number.
@@ -489,7 +487,7 @@ class ShapeWriter {
 }  // namespace
 
 const std::string& ShapeMaker::MakeShape(std::string_view statement) {
-  // Hardly a shape is longer.
+  // A shape is rarely longer than its statement.
   shape_.reserve(statement.size());
   ShapeWriter writer(options_, shape_);
   Lexer lexer(statement, options_.dialect);

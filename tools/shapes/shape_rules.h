@@ -9,25 +9,27 @@ namespace tarn::host {
 
 struct ShapeOptions {
   Dialect dialect = Dialect::kMysql;
-  // Whether digits within names fold as well, for tables that are numbered:
+  // Whether digits in names are folded as well, for tables that are numbered:
   // orders_2024_11  ->  orders_?
   bool fold_digits = false;
 };
 
-// Makes the shape of a statement: a text that statements share which a person would call the same.
+// Makes the shape of a statement: the text that it has in common with all statements that a person
+// would call the same.
 //
 //   SELECT a FROM o WHERE b IN (1, 2) -- x   ->  SELECT a FROM o WHERE b in (?, ...)
 //   insert into o values (1,'a'), (2,'b');   ->  INSERT into o VALUES (?, ...)
 //
-// The rules are in shape_rules.cpp, each a function with an example.
+// In shape_rules.cpp each rule is a function with an example.
 //
-// Takes any bytes. Time is linear in the statement; memory is linear in the longest shape. Throws
-// std::bad_alloc alone. An object serves one thread at a time.
+// A statement may hold any bytes. Time is linear in the statement; memory is linear in the longest
+// shape. Throws only std::bad_alloc. One thread at a time may use an object.
 class ShapeMaker {
  public:
   explicit ShapeMaker(const ShapeOptions& options) : options_(options) {}
 
-  // The result is valid until the next call, which nothing of this one has an effect on.
+  // The result is valid until the next call. It depends on `statement` alone and not on earlier
+  // calls.
   const std::string& MakeShape(std::string_view statement);
 
  private:

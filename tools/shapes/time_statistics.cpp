@@ -1,15 +1,14 @@
 #include "shapes/time_statistics.h"
 
-#include <algorithm>
 #include <cassert>
 #include <cmath>
-#include <cstdint>
 #include <vector>
 
 namespace tarn::host {
 namespace {
 
-// Ascending, from 0 to kMostSum. Whole numbers, so that every machine has the same.
+// The bounds of the classes in ascending order, from 0 to kMostSum. They are whole numbers, so that
+// every machine computes the same ones.
 const std::vector<std::uint64_t>& ClassBounds() {
   static const std::vector<std::uint64_t> bounds = [] {
     constexpr std::uint64_t kStep = 20;
@@ -52,7 +51,7 @@ TimeStatistics& TimeStatistics::operator+=(const TimeStatistics& other) {
 }
 
 std::uint64_t TimeStatistics::Percentile95() const noexcept {
-  // Rounded up: of 19 durations, all.
+  // 95 % of the durations, rounded up: all of 19.
   constexpr std::uint64_t kTwentieth = 20;
   const std::uint64_t wanted = count - count / kTwentieth;
   std::uint64_t seen = 0;

@@ -1,45 +1,48 @@
 #pragma once
 
 #include <algorithm>
+#include <cassert>
 #include <cstdint>
 #include <map>
 
 namespace tarn::host {
 
-// The largest sum: so many microseconds, 71 years, are told exactly by a double of seconds.
+// The largest sum. A double of seconds holds so many microseconds, 71 years, exactly.
 inline constexpr std::uint64_t kMostSum = (std::uint64_t{1} << 51U) - 1;
 
-// The sum, or kMostSum if it is larger. So sums do not depend on the order in which they are made.
-// Requires: neither exceeds kMostSum.
+// The sum, or kMostSum if the sum is larger. Sums made so do not depend on the order of their
+// terms. Requires: neither `a` nor `b` exceeds kMostSum.
 constexpr std::uint64_t CappedSum(std::uint64_t a, std::uint64_t b) noexcept {
+  assert(a <= kMostSum && b <= kMostSum);
   return std::min(a + b, kMostSum);
 }
 
-// Sums up durations in bounded memory: they are counted in classes, some 700 of them. All numbers
-// are whole microseconds of at most kMostSum, so that the sum of statistics is exact. Not
-// thread-safe.
+// Sums up durations in bounded memory: it counts them in some 700 classes. All durations are whole
+// microseconds of at most kMostSum, so that the sum of statistics is exact. Not thread-safe.
 struct TimeStatistics {
-  // The bound of a class exceeds each duration in it by less than this ratio.
+  // The bound of a class is less than this many times each duration in the class.
   static constexpr double kClassRatio = 1.05;
 
-  // The duration that is next to `seconds`. Requires: `seconds` are not negative.
+  // `seconds` in microseconds, rounded, and at most kMostSum. Requires: `seconds` is not negative.
   static std::uint64_t Microseconds(double seconds) noexcept;
 
-  // Counts one duration. Requires: it is at most kMostSum.
+  // Counts one duration. Requires: `microseconds` is at most kMostSum.
   void Add(std::uint64_t microseconds);
   TimeStatistics& operator+=(const TimeStatistics& other);
 
   bool Known() const noexcept { return count > 0 || total > 0; }
-  // 0 when there is no duration, as Percentile95.
+  // The mean of the durations in microseconds, rounded down; 0 without a duration.
   std::uint64_t Mean() const noexcept { return count == 0 ? 0 : total / count; }
-  // 95 % of the durations do not exceed this; at most 5 % above the exact value.
+  // 95 % of the durations do not exceed this number of microseconds. It is at most 5 % above the
+  // exact percentile; 0 without a duration.
   std::uint64_t Percentile95() const noexcept;
 
   std::uint64_t count = 0;
-  // Of the durations, and of time that belongs to none of them.
+  // The sum of the durations, and of time that belongs to no execution, such as that of parsing.
   std::uint64_t total = 0;
   std::uint64_t max = 0;
-  // How many durations do not exceed a class's bound, and exceed the one before.
+  // The number of durations in each class, by the bound of the class. A class holds the durations
+  // that exceed the bound before it and do not exceed its own.
   std::map<std::uint64_t, std::uint64_t> classes;
 };
 

@@ -1,7 +1,7 @@
 #include "tarn_host/command_line.h"
 
 #include <CLI/CLI.hpp>
-#include <utility>
+#include <sstream>
 
 #include "tarn_host/errors.h"
 #include "tarn_host/output.h"
@@ -9,14 +9,8 @@
 namespace tarn::host {
 namespace {
 
-CLI::Validator NotEmpty() {
-  return {[](const std::string& name) {
-            return name.empty() ? std::string("the name is empty") : std::string();
-          },
-          ""};
-}
-
-// What was wrong with the command line, and where to read on.
+// The reason for refusing the command line, and the help to read: "a command is required (see
+// tarn_host --help)".
 std::string UsageReason(const CLI::App& app, const CLI::ParseError& error) {
   const auto chosen = app.get_subcommands();
   if (chosen.empty()) {
@@ -29,39 +23,31 @@ std::string UsageReason(const CLI::App& app, const CLI::ParseError& error) {
   return command + ": " + error.what() + " (see tarn_host " + command + " --help)";
 }
 
-void Print(const std::string& text) {
-  Output output;
-  output.Write(text);
-  output.Flush();
-}
-
 }  // namespace
 
 void Command::Flag(const std::string& name, bool& value, const std::string& help) {
   app_->add_flag(name, value, help);
 }
 
-void Command::Argument(const std::string& name, std::optional<std::string>& value,
-                       const std::string& help, Presence presence) {
+void Command::Text(const std::string& name, std::optional<std::string>& value,
+                   const std::string& help, Presence presence) {
   app_->add_option(name, value, help)->required(presence == Presence::kRequired)->type_name("");
 }
 
-void Command::Arguments(const std::string& name, std::vector<std::string>& values,
-                        const std::string& help) {
+void Command::Texts(const std::string& name, std::vector<std::string>& values,
+                    const std::string& help) {
   app_->add_option(name, values, help)->type_name("");
 }
 
-void Command::NameArgument(const std::string& name, std::string& value, const std::string& help,
-                           Presence presence) {
+void Command::Name(const std::string& name, std::string& value, const std::string& kind,
+                   const std::string& help, Presence presence) {
+  const auto refuse_empty = [](const std::string& text) {
+    return text.empty() ? std::string("the name is empty") : std::string();
+  };
   app_->add_option(name, value, help)
       ->required(presence == Presence::kRequired)
-      ->check(NotEmpty())
-      ->type_name("");
-}
-
-void Command::NameOption(const std::string& name, std::string& value, const std::string& kind,
-                         const std::string& help) {
-  app_->add_option(name, value, help)->check(NotEmpty())->type_name(kind);
+      ->check(CLI::Validator(refuse_empty, ""))
+      ->type_name(kind);
 }
 
 void Command::Count(const std::string& name, std::uint64_t& value, std::uint64_t most,
@@ -90,8 +76,8 @@ CommandLine::CommandLine(const std::string& description, const std::string& vers
 
 CommandLine::~CommandLine() = default;
 
-Command CommandLine::Add(const std::string& name, const std::string& help,
-                         std::function<int()> run) {
+Command CommandLine::AddCommand(const std::string& name, const std::string& help,
+                                std::function<int()> run) {
   CLI::App* const command = app_->add_subcommand(name, help);
   command->callback([this, run = std::move(run)] { exit_code_ = run(); });
   return Command(*command);
@@ -100,12 +86,14 @@ Command CommandLine::Add(const std::string& name, const std::string& help,
 int CommandLine::Run(int argc, char** argv) {
   try {
     app_->parse(argc, argv);
-  } catch (const CLI::CallForVersion& version) {
-    Print(std::string(version.what()) + '\n');
-  } catch (const CLI::CallForHelp&) {
-    Print(app_->help());
   } catch (const CLI::ParseError& error) {
-    throw ToolError(UsageReason(*app_, error));
+    if (error.get_exit_code() != 0) throw ToolError(UsageReason(*app_, error));
+    // Not an error, but the wish for help or the version.
+    std::ostringstream text;
+    app_->exit(error, text);
+    Output output;
+    output.Write(text.str());
+    output.Flush();
   }
   return exit_code_;
 }

@@ -1,5 +1,5 @@
-// The tool's commands and their options as a person types them. CLI11 lies behind this and in
-// command_line.cpp alone, since it takes the compiler several seconds wherever it is included.
+// The command line: commands with their options. Only command_line.cpp includes CLI11, which takes
+// the compiler several seconds in each file.
 #pragma once
 
 #include <cstdint>
@@ -8,6 +8,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace CLI {
@@ -16,37 +17,35 @@ class App;
 
 namespace tarn::host {
 
-// Whether a command can do without an argument.
+// Whether an argument may be absent.
 enum class Presence { kOptional, kRequired };
 
-// A command while its options are declared. Each function adds one that parsing writes to
-// `value`, which is left alone when the option is not given and must outlive the parsing. A `name`
-// begins with "--", or is that of an argument in capitals; `kind` is what help shows for the value.
+// A command whose options are being declared. Each function adds one option. Parsing writes it to
+// `value`, or leaves `value` unchanged if the option is not given. A `name` begins with "--"; the
+// name of an argument is in capitals, as FILE. Help shows `kind` for the value, as in "--key FILE".
+// Requires: `value` outlives the parsing.
 class Command {
  public:
-  // Borrows `app`.
+  // Requires: `app` outlives this object.
   explicit Command(CLI::App& app) noexcept : app_(&app) {}
 
   void Flag(const std::string& name, bool& value, const std::string& help);
 
   // Any text, also an empty one.
-  void Argument(const std::string& name, std::optional<std::string>& value, const std::string& help,
-                Presence presence);
-  void Arguments(const std::string& name, std::vector<std::string>& values,
-                 const std::string& help);
+  void Text(const std::string& name, std::optional<std::string>& value, const std::string& help,
+            Presence presence = Presence::kOptional);
+  void Texts(const std::string& name, std::vector<std::string>& values, const std::string& help);
 
-  // The name of a file, a library or a database. An empty one is refused: a script's unset variable
-  // must not mean the default.
-  void NameArgument(const std::string& name, std::string& value, const std::string& help,
-                    Presence presence);
-  void NameOption(const std::string& name, std::string& value, const std::string& kind,
-                  const std::string& help);
+  // The name of a file, a library or a database. Parsing refuses an empty name: `--key "$UNSET"` in
+  // a script must not mean the default.
+  void Name(const std::string& name, std::string& value, const std::string& kind,
+            const std::string& help, Presence presence = Presence::kOptional);
 
   // A whole number from 1 to `most`.
   void Count(const std::string& name, std::uint64_t& value, std::uint64_t most,
              const std::string& help);
 
-  // One of the names in `values`, which help lists.
+  // One of the names in `values`. Parsing writes the value of that name.
   template <typename Chosen, typename Value>
   void Choice(const std::string& name, Chosen& value, const std::map<std::string, Value>& values,
               const std::string& kind, const std::string& help) {
@@ -58,7 +57,7 @@ class Command {
         kind, help);
   }
 
-  // What help says behind the options.
+  // The text that help prints after the options.
   void Footer(const std::string& text);
 
  private:
@@ -78,14 +77,22 @@ class CommandLine {
   CommandLine& operator=(const CommandLine&) = delete;
   ~CommandLine();
 
-  // Adds a command. Where it is chosen, `run` returns the exit code and may throw.
-  Command Add(const std::string& name, const std::string& help, std::function<int()> run);
+  // Adds a command, and returns it with the options that its declarations write to. If the command
+  // is chosen, `run` gets the options and returns the exit code; it may throw.
+  template <typename Options>
+  std::pair<Command, Options&> Add(const std::string& name, const std::string& help,
+                                   int (*run)(const Options&)) {
+    const auto options = std::make_shared<Options>();
+    return {AddCommand(name, help, [options, run] { return run(*options); }), *options};
+  }
 
   // Runs the command that `argv` names, or prints help or the version, and returns the exit code.
-  // Throws ToolError for bad usage and what the command throws. To be called once.
+  // Throws ToolError for bad usage, and lets the command's exceptions through. May be called once.
   int Run(int argc, char** argv);
 
  private:
+  Command AddCommand(const std::string& name, const std::string& help, std::function<int()> run);
+
   std::unique_ptr<CLI::App> app_;
   int exit_code_ = 0;
 };

@@ -6,28 +6,13 @@
 
 namespace tarn::host {
 
-// `normalize [FILE...]`: the canonical texts of statements.
-void AddNormalizeCommand(CommandLine& line);
-
-// `trace [STATEMENT]`: what each rewrite step makes of a statement.
-void AddTraceCommand(CommandLine& line);
-
-// `map STATUS`: the product's error code for a native status.
-void AddMapCommand(CommandLine& line);
-
-// `shapes [FILE...]`: statements counted by shape.
-void AddShapesCommand(CommandLine& line);
-
-// `check [LIBRARY]`: whether a library is fit to be loaded into a host.
-void AddCheckCommand(CommandLine& line);
-
-// `config DBNAME`: what the product answers for a database.
-void AddConfigCommand(CommandLine& line);
-
-// `encrypt`: a password enciphered for the stand-in's configuration.
-void AddEncryptCommand(CommandLine& line);
-
-// `keygen FILE`: a new key file.
-void AddKeygenCommand(CommandLine& line);
+void AddNormalizeCommand(CommandLine& line);  // `normalize [FILE...]`: prints canonical texts
+void AddTraceCommand(CommandLine& line);      // `trace [STATEMENT]`: prints each rewrite step
+void AddMapCommand(CommandLine& line);        // `map STATUS`: prints the product's error code
+void AddShapesCommand(CommandLine& line);     // `shapes [FILE...]`: counts statements by shape
+void AddCheckCommand(CommandLine& line);      // `check [LIBRARY]`: examines a plug-in
+void AddConfigCommand(CommandLine& line);     // `config DBNAME`: prints answers for a database
+void AddEncryptCommand(CommandLine& line);    // `encrypt`: enciphers a password
+void AddKeygenCommand(CommandLine& line);     // `keygen FILE`: makes a key file
 
 }  // namespace tarn::host

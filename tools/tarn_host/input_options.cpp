@@ -1,22 +1,6 @@
 #include "tarn_host/input_options.h"
 
-#include <cstdint>
-#include <map>
-#include <string>
-#include <string_view>
-#include <vector>
-
 namespace tarn::host {
-namespace {
-
-// 1 TiB, more than memory holds.
-constexpr std::uint64_t kMostMib = std::uint64_t{1} << 20U;
-
-}  // namespace
-
-std::vector<std::string> InputOptions::FilesOrStandardInput() const {
-  return files.empty() ? std::vector<std::string>{kStandardInput} : files;
-}
 
 ReadOptions InputOptions::Reading() const {
   ReadOptions result = reading;
@@ -24,28 +8,26 @@ ReadOptions InputOptions::Reading() const {
   return result;
 }
 
-std::string_view InputOptions::Terminator() const noexcept {
-  return reading.format == nullptr ? ";\n" : reading.format->terminator;
-}
-
 void AddInputOptions(Command& command, InputOptions& options,
                      const std::map<std::string, const Format*>& formats) {
+  // 1 TiB, more than memory holds.
+  constexpr std::uint64_t kMostMib = std::uint64_t{1} << 20U;
   command.Choice(
       "--input", options.reading.format, formats, "FORMAT",
-      "How statements lie in the input: separated by semicolons (sql), newlines (lines) or NUL "
-      "bytes (nul), or in MySQL's slow query log (slowlog) or general log (general), or in "
-      "PostgreSQL's log (pglog), CSV log (csvlog) or JSON log (jsonlog); by default its first "
-      "lines tell");
+      "Format of the input: statements separated by semicolons (sql), newlines (lines) or NUL "
+      "bytes (nul), MySQL's slow query log (slowlog) or general log (general), or PostgreSQL's "
+      "log (pglog), CSV log (csvlog) or JSON log (jsonlog); by default recognised by its first "
+      "lines");
   command.Choice("--dialect", options.reading.dialect, Dialects(), "NAME",
-                 "Whose quotes, comments and separators: mysql (the default, except for "
+                 "SQL dialect, for quotes, comments and separators: mysql (the default, except for "
                  "PostgreSQL's logs), ansi or postgres");
-  command.NameOption("--prefix", options.reading.prefix, "FORMAT",
-                     "The log_line_prefix of a PostgreSQL log, unless it is a usual one");
+  command.Name("--prefix", options.reading.prefix, "FORMAT",
+               "The log_line_prefix of a PostgreSQL log, if it is not one of the usual ones");
   command.Count("--max-statement", options.max_statement_mib, kMostMib,
                 "Leave out statements of more than N MiB (default: 64)");
-  command.Arguments("FILE", options.files,
-                    "Files of statements, packed by gzip, bzip2, xz, zstd or lz4 or not; standard "
-                    "input for \"-\" or none");
+  command.Texts("FILE", options.files,
+                "Files of statements, which gzip, bzip2, xz, zstd or lz4 may have compressed; "
+                "\"-\" or no file means standard input");
 }
 
 }  // namespace tarn::host

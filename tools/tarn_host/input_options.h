@@ -3,7 +3,6 @@
 #include <cstdint>
 #include <map>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "logs/reader.h"
@@ -11,18 +10,15 @@
 
 namespace tarn::host {
 
-// The inputs of a command, as the command line names them.
+// The inputs of a command as given on the command line.
 struct InputOptions {
-  std::vector<std::string> files;
+  // Standard input alone if the command line names none.
+  std::vector<std::string> files{kStandardInput};
   ReadOptions reading;
   std::uint64_t max_statement_mib = kMaxStatement >> 20U;
 
-  // `files`, or standard input alone when there are none.
-  std::vector<std::string> FilesOrStandardInput() const;
-  // How to read them.
+  // `reading` with the limit that `max_statement_mib` gives.
   ReadOptions Reading() const;
-  // What ends a text that is printed as the inputs' statements are.
-  std::string_view Terminator() const noexcept;
 };
 
 // Adds FILE..., --input=FORMAT, --dialect=NAME, --prefix=FORMAT and --max-statement=N to `command`.

@@ -11,13 +11,12 @@
 #include <csignal>
 
 #include "tarn_host/errors.h"
-#include "tarn_host/exit_code.h"
 
 namespace tarn::host {
 namespace {
 
-// Where the next Ctrl-C is to be reported: the watch's descriptor, or kNowhere, which ends the
-// process. A signal handler has nothing else to go by.
+// The descriptor to which the next Ctrl-C is reported: the watch's, or kNowhere, which ends the
+// process. A signal handler can only use global state.
 constexpr int kNowhere = -1;
 std::atomic<int> watching_fd{kNowhere};
 static_assert(std::atomic<int>::is_always_lock_free);
@@ -67,7 +66,7 @@ bool InterruptWatch::Wait(int fd) {
   while (poll(watched.data(), watched.size(), -1) < 0) {
     if (errno != EINTR) throw ToolError(SystemReason("poll", errno));
   }
-  // The event is never taken, so that it counts ever after.
+  // The event is never read, so that it ends every later wait, too.
   return watched[0].revents == 0;
 }
 

@@ -4,18 +4,17 @@
 
 namespace tarn::host {
 
-// From now on Ctrl-C ends the process at once with kExitInterrupted, by exit rather than by the
-// signal, so that whoever started it sees that status. Where the process was started with the
-// signal ignored, that stays. To be called once, before any thread is started.
+// From now on Ctrl-C ends the process at once with the exit code kExitInterrupted, not by the
+// signal, so that its parent sees that code. If the process was started with the signal ignored, it
+// stays ignored. Requires: called once, before any thread is started.
 void ExitOnInterrupt() noexcept;
 
-// Turns the first Ctrl-C into the end of the input, for as long as it lives; a second one ends the
-// process at once, and so does the first after kGraceSeconds, if the watch lives that long.
-// Requires: ExitOnInterrupt was called, and no other watch is alive. Any thread may call
-// Interrupted.
+// As long as a watch exists, the first Ctrl-C ends the input instead of the process. A second one
+// ends the process at once. So does the first one after kGraceSeconds if the watch still exists.
+// Requires: ExitOnInterrupt was called, and no other watch exists. Any thread may call Interrupted.
 class InterruptWatch final : public InputWaiter {
  public:
-  // How long what is in hand may take after Ctrl-C.
+  // The time after Ctrl-C in which the statements that were read may be counted.
   static constexpr unsigned kGraceSeconds = 2;
 
   // Throws ToolError.
@@ -24,15 +23,15 @@ class InterruptWatch final : public InputWaiter {
   InterruptWatch& operator=(const InterruptWatch&) = delete;
   ~InterruptWatch();
 
-  // Waits until `fd` can be read; false, now and ever after, once Ctrl-C was pressed.
+  // Waits until `fd` can be read, and returns true. Returns false if Ctrl-C was pressed, now or
+  // before.
   bool Wait(int fd) override;
 
   // Whether Ctrl-C was pressed.
   bool Interrupted() const noexcept;
 
-  // Ends the watch before the object's end: from now on Ctrl-C ends the process at once again.
-  // Interrupted stays as it is. To be called when there is no more input, before output that may
-  // block.
+  // Ends the watch: from now on Ctrl-C ends the process at once again, and Interrupted does not
+  // change any more. Call it after the last input and before output, which may block.
   void Stop() noexcept;
 
  private:

@@ -1,7 +1,6 @@
 #include "tarn_host/json.h"
 
 #include <nlohmann/json.hpp>
-#include <string>
 #include <string_view>
 
 namespace tarn::host {
@@ -14,8 +13,8 @@ std::string JsonText(const nlohmann::ordered_json& document) {
   constexpr unsigned char kLastControl = 0x9F;
   const std::string json =
       document.dump(kIndent, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
-  // The library escapes those below the blank alone. The rest can be in texts only, and in valid
-  // UTF-8, where 0xC2 always begins a character of two bytes.
+  // The library escapes only the control characters below U+0020. The others occur only in texts,
+  // which are valid UTF-8 by now. There 0xC2 always begins a character of two bytes.
   std::string text;
   text.reserve(json.size());
   for (const char c : json) {

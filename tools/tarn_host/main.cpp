@@ -6,9 +6,7 @@
 
 #include "tarn_host/commands.h"
 #include "tarn_host/errors.h"
-#include "tarn_host/exit_code.h"
 #include "tarn_host/interrupt.h"
-#include "tarn_host/output.h"
 
 namespace {
 
@@ -17,12 +15,11 @@ using namespace tarn::host;
 // Runs the chosen command and returns its exit code. Throws ToolError, PluginError and
 // std::bad_alloc.
 int Run(int argc, char** argv) {
-  CommandLine line(
-      "Does what a host does with the product plug-in, from the command line.", TARN_VERSION,
-      "\"tarn_host COMMAND --help\" tells of one command.\n\n"
-      "Exit codes: 0 success; 1 something the command was given failed, such as a statement;\n"
-      "2 bad usage, or a file or library that can't be used; 130 ended by Ctrl-C;\n"
-      "141 nobody read the output any more.");
+  CommandLine line("Uses the product plug-in as a host does, from the command line.", TARN_VERSION,
+                   "\"tarn_host COMMAND --help\" describes one command.\n\n"
+                   "Exit codes: 0 success; 1 a statement failed, or a checked fact does not hold;\n"
+                   "2 bad usage, or a file or library that can't be used; 130 ended by Ctrl-C;\n"
+                   "141 the reader of the output has closed it.");
   AddNormalizeCommand(line);
   AddTraceCommand(line);
   AddMapCommand(line);
@@ -34,8 +31,8 @@ int Run(int argc, char** argv) {
   return line.Run(argc, argv);
 }
 
-// Gives the standard streams that the caller has closed a descriptor, lest a file or a signal's
-// descriptor take their number. It points the wrong way, so that using one is reported.
+// Opens each standard stream that the caller has closed, so that no other file gets its number. It
+// is opened for the wrong direction, so that an attempt to use it is reported.
 void OpenStandardStreams() {
   for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
     // The lowest free number is taken.
@@ -49,13 +46,12 @@ void OpenStandardStreams() {
 int main(int argc, char** argv) {
   OpenStandardStreams();
   ExitOnInterrupt();
-  // A reader that goes away shows as a failed write.
+  // Without the signal, a write to a closed pipe fails with EPIPE.
   std::signal(SIGPIPE, SIG_IGN);
   try {
     return Run(argc, argv);
   } catch (const ReaderGone&) {
-    // Ends in silence and with the status that shells expect: that of a process which the signal
-    // ended.
+    // Ends without a message, and by the signal, as shells expect.
     std::signal(SIGPIPE, SIG_DFL);
     return std::raise(SIGPIPE);
   } catch (const std::exception& error) {

@@ -4,10 +4,7 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstddef>
 #include <cstdlib>
-#include <string>
-#include <string_view>
 #include <utility>
 
 #include "tarn_host/errors.h"
@@ -17,14 +14,15 @@ namespace {
 
 constexpr std::size_t kBufferSize = std::size_t{64} * 1024;
 
-}  // namespace
-
+// By the rule of Output::Coloured.
 bool WantsColour(int fd) noexcept {
   const char* no_color = std::getenv("NO_COLOR");
   if (no_color != nullptr && *no_color != '\0') return false;
   const char* term = std::getenv("TERM");
   return term != nullptr && std::string_view(term) != "dumb" && isatty(fd) == 1;
 }
+
+}  // namespace
 
 std::size_t TerminalWidth(int fd) noexcept {
   constexpr std::size_t kUsualWidth = 80;
@@ -38,7 +36,7 @@ std::string Fitted(std::string_view text, std::size_t width) {
   const auto begins_character = [](char c) {
     return (static_cast<unsigned char>(c) & 0xC0U) != 0x80U;
   };
-  // Where the columns end that leave room for the dots.
+  // The offset at which a text that is too long is cut, to append the dots.
   std::size_t cut = 0;
   std::size_t columns = 0;
   for (std::size_t at = 0; at < text.size() && width > 0; ++at) {
@@ -60,7 +58,7 @@ Output::~Output() {
   try {
     Flush();
   } catch (const ToolError&) {
-    // Whoever wanted to know has called Flush.
+    // A caller who wants to know of the error has called Flush.
     buffer_.clear();
   }
 }

@@ -6,28 +6,29 @@
 
 namespace tarn::host {
 
-// Writes a file descriptor, standard output as a rule, through a buffer. Not thread-safe.
+// Writes to a file descriptor, by default standard output, through a buffer. Not thread-safe.
 class Output {
  public:
-  // `name` is what an error calls the stream. The descriptor stays the caller's.
+  // Errors call the stream `name`. The caller closes the descriptor.
   Output();
   Output(int fd, std::string name);
   Output(const Output&) = delete;
   Output& operator=(const Output&) = delete;
-  // Writes what is left, in silence: call Flush first to learn of an error.
+  // Writes the rest of the buffer and ignores errors. To learn of an error, call Flush first.
   ~Output();
 
-  // Throws ReaderGone when the stream is a pipe that nobody reads, and ToolError when it can't be
-  // written otherwise; what is buffered then is given up.
+  // Throws ReaderGone if the stream is a pipe whose reader has closed it, and ToolError on any
+  // other error. Either discards the buffer.
   void Write(std::string_view bytes);
   void Flush();
 
-  // Writes text that a stranger wrote: on a terminal as Printable makes it, elsewhere as it is. A
-  // character must not be split between two calls. Throws as Write does.
+  // Writes text that a stranger wrote: to a terminal with visible control characters (see
+  // Printable), elsewhere unchanged. Throws as Write does. Requires: no character is split between
+  // two calls.
   void WriteUntrusted(std::string_view text);
 
-  // Whether colours are welcome: the stream is a terminal, NO_COLOR is unset or empty, and TERM
-  // does not say "dumb".
+  // Whether to print colours: the stream is a terminal, NO_COLOR is unset or empty, and TERM is set
+  // to something other than "dumb".
   bool Coloured() const noexcept { return coloured_; }
 
   // As TerminalWidth of the stream.
@@ -41,14 +42,12 @@ class Output {
   bool coloured_;
 };
 
-// How many columns the terminal on `fd` has; 0 when it is none.
+// The number of columns of the terminal on `fd`; 0 if it is no terminal.
 std::size_t TerminalWidth(int fd) noexcept;
 
-// The first `width` columns of `text`, a line in UTF-8, its last three dots if it is longer. Every
-// character counts as one column. The whole text for the width 0.
+// The first `width` columns of `text`, a line in UTF-8. A longer text is cut and ends in three
+// dots: Fitted("abcdef", 5) is "ab...". Each character counts as one column. The width 0 means no
+// limit.
 std::string Fitted(std::string_view text, std::size_t width);
-
-// Whether a stream on `fd` wants colours, by the rule of Output::Coloured.
-bool WantsColour(int fd) noexcept;
 
 }  // namespace tarn::host

@@ -1,8 +1,6 @@
 #include "tarn_host/plugin_option.h"
 
-#include <array>
 #include <filesystem>
-#include <string>
 #include <system_error>
 
 #include "plugin/plugin.h"
@@ -21,9 +19,9 @@ std::string FileOfTheTool(const std::string& file) {
   std::error_code error;
   const std::filesystem::path executable = std::filesystem::read_symlink("/proc/self/exe", error);
   if (!error) {
-    // The build folder's layout, then the installed tree's, which may have been moved.
-    const std::array<const char*, 3> folders{".", "../lib", TARN_LIBRARY_FOLDER};
-    for (const char* folder : folders) {
+    // The first two are the layout of a build folder, the last that of an installed tree, which may
+    // have been moved.
+    for (const char* const folder : {".", "../lib", TARN_LIBRARY_FOLDER}) {
       const auto candidate = (executable.parent_path() / folder / file).lexically_normal();
       if (Exists(candidate)) return candidate.string();
     }
@@ -31,18 +29,13 @@ std::string FileOfTheTool(const std::string& file) {
   return file;
 }
 
-std::string LoaderPath(const std::string& library) {
-  if (library.find('/') == std::string::npos && Exists(library)) return "./" + library;
-  return library;
-}
-
 void AddPluginOption(Command& command, std::string& path) {
-  command.NameOption("--plugin", path, "PATH",
-                     "Load this library instead of the one beside the tool");
+  command.Name("--plugin", path, "PATH", "Load this library instead of the one beside the tool");
 }
 
 std::string ChosenPlugin(const std::string& path) {
-  return path.empty() ? FileOfTheTool(kPluginFile) : LoaderPath(path);
+  if (path.empty()) return FileOfTheTool(kPluginFile);
+  return path.find('/') == std::string::npos && Exists(path) ? "./" + path : path;
 }
 
 }  // namespace tarn::host

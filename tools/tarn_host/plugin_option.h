@@ -6,20 +6,18 @@
 
 namespace tarn::host {
 
-// The library that belongs to this tool: `file` beside the executable, in ../lib or in
-// ../lib/<multiarch>, the first that exists. Otherwise `file` itself, for the dynamic loader to
-// search.
+// The path of a library that belongs to this tool: `file` in the executable's own folder, in ../lib
+// or in the installed folder of libraries, whichever exists first. Otherwise `file` itself, which
+// the dynamic loader searches for. Thread-safe.
 std::string FileOfTheTool(const std::string& file);
 
-// What to hand to the dynamic loader for a library as a person names it: a name without a slash
-// means the file in the current folder if there is one, and the loader's search otherwise.
-std::string LoaderPath(const std::string& library);
-
-// Adds --plugin PATH to `command`. `path` must outlive the parsing; it stays empty when the option
-// is not given. Hand it to ChosenPlugin.
+// Adds --plugin PATH to `command`. `path` stays empty if the option is not given; ChosenPlugin
+// takes it. Requires: `path` outlives the parsing.
 void AddPluginOption(Command& command, std::string& path);
 
-// The library to load for the value of --plugin.
+// The path to hand to the dynamic loader for the value of --plugin. An empty value means the tool's
+// own plug-in. A name without a slash means the file in the current folder if it exists, and a
+// library for the loader to search otherwise.
 std::string ChosenPlugin(const std::string& path);
 
 }  // namespace tarn::host

@@ -1,16 +1,11 @@
 #include "tarn_host/progress.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cstddef>
-#include <cstdint>
 #include <cstdio>
-#include <string>
-#include <vector>
 
 #include "logs/input.h"
 #include "tarn_host/output.h"
@@ -19,7 +14,7 @@ namespace tarn::host {
 namespace {
 
 constexpr std::uint64_t kMiB = std::uint64_t{1} << 20U;
-// Less than this is over before a bar is of use.
+// A smaller input is read before a bar is useful.
 constexpr std::uint64_t kLargeInput = kMiB;
 constexpr auto kFirstDelay = std::chrono::milliseconds(500);
 constexpr auto kInterval = std::chrono::milliseconds(100);
@@ -62,7 +57,7 @@ void ProgressBar::Show(std::uint64_t bytes, std::uint64_t statements) {
     line = std::to_string(bytes / kMiB);
   }
   line += " MiB, " + std::to_string(statements) + " statements";
-  // In the last column the cursor would go on to the next line.
+  // A character in the last column would move the cursor to the next line.
   line = '\r' + Fitted(line, TerminalWidth(STDERR_FILENO) - 1) + "\x1B[K";
   std::fputs(line.c_str(), stderr);
 }
@@ -70,7 +65,7 @@ void ProgressBar::Show(std::uint64_t bytes, std::uint64_t statements) {
 void ProgressBar::Clear() {
   if (!shown_) return;
   shown_ = false;
-  // To the start of the line, and erase it.
+  // Moves the cursor to the start of the line and erases the line.
   std::fputs("\r\x1B[K", stderr);
 }
 

@@ -8,28 +8,29 @@
 
 namespace tarn::host {
 
-// A line on standard error that tells how far a command is. It shows nothing unless standard error
-// is a terminal, the input is none, and either large or of a length that can't be known. Not
+// A line on standard error that shows the progress of a command. It appears only if standard error
+// is a terminal, the input is not, and the input is larger than 1 MiB or of unknown length. Not
 // thread-safe.
 class ProgressBar {
  public:
-  // `files` are what the command reads, as Input names them.
+  // `files` are the command's inputs; "-" is standard input.
   explicit ProgressBar(const std::vector<std::string>& files);
   ProgressBar(const ProgressBar&) = delete;
   ProgressBar& operator=(const ProgressBar&) = delete;
-  // Clears the line away.
+  // Erases the line.
   ~ProgressBar();
 
-  // Redraws the line, if it is time: `bytes` of the files were read, with `statements` in them.
+  // Draws the line again, at most ten times a second: `bytes` of the files were read, with
+  // `statements` in them.
   void Show(std::uint64_t bytes, std::uint64_t statements);
 
-  // Clears the line away, to make room for other output.
+  // Erases the line before other output.
   void Clear();
 
  private:
   using Clock = std::chrono::steady_clock;
 
-  // Of all files, in bytes; nothing when one of them has no length.
+  // The length of all files in bytes; nothing if one of them has no length, such as a pipe.
   std::optional<std::uint64_t> total_ = 0;
   bool wanted_;
   bool shown_ = false;

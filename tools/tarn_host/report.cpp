@@ -8,10 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <nlohmann/json.hpp>
-#include <optional>
 #include <stdexcept>
-#include <string>
-#include <string_view>
 #include <utility>
 
 #include "plugin/normalize_call.h"
@@ -24,7 +21,7 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-// The first member; its value is the version of the form.
+// The first member of a report. Its value is the version of the form.
 constexpr const char* kMark = "tarn_host_report";
 constexpr int kVersion = 1;
 // Names of members that are written and read in more than one function.
@@ -76,7 +73,7 @@ std::string GetText(const Json& json, const std::string& name) {
   return text;
 }
 
-// A number that is not one of ours is refused: sums would not be exact any more.
+// Refuses a number that no report of ours holds, since sums would not be exact any more.
 std::uint64_t ToNumber(const Json& json) {
   if (!json.is_number_unsigned() || json.get<std::uint64_t>() > kMostSum) {
     throw std::invalid_argument("not a count: " + json.dump());
@@ -104,7 +101,7 @@ std::optional<std::uint64_t> GetMicroseconds(const Json& json, const char* name)
   return TimeStatistics::Microseconds(seconds->get<double>());
 }
 
-// "2026-11-24T09:05:29.5325Z"; without a zone where the log does not tell.
+// "2026-11-24T09:05:29.5325Z", or without a zone if the log does not record one.
 std::string IsoTime(const LogTime& time) {
   std::string text = FormatLogTime({time.wall_microseconds, std::nullopt});
   text[text.find(' ')] = 'T';
@@ -189,7 +186,7 @@ void AddShape(const Json& json, ShapeCount& count) {
   shape.count = GetNumber(json, "count");
   shape.times.total = GetMicroseconds(json, "total_seconds").value_or(0);
   shape.times.max = GetMicroseconds(json, "max_seconds").value_or(0);
-  // They must outlive the loops over them.
+  // Each must outlive the loop over its items.
   const Json histogram = json.value("histogram", Json::object());
   const Json errors = json.value("errors", Json::object());
   for (const auto& [bound, number] : histogram.items()) {
@@ -231,8 +228,8 @@ std::string Indented(const Json& json) {
   return lines;
 }
 
-// Writes `head` and then, as its last member, a list: one by one, so that they are never in memory
-// together.
+// Writes `head` with one more member, a list. Its elements are made and written one by one, so that
+// they are never all in memory.
 template <typename Elements, typename MakeElement>
 void WriteList(const Json& head, const char* name, const Elements& elements,
                const MakeElement& make, Output& output) {
@@ -248,11 +245,6 @@ void WriteList(const Json& head, const char* name, const Elements& elements,
 }
 
 }  // namespace
-
-const char* NameOf(Detail detail) noexcept {
-  constexpr std::array<const char*, kDetails> kNames = {"user", "db", "host"};
-  return kNames.at(static_cast<std::size_t>(detail));
-}
 
 void WriteReport(const ShapeCount& count, const RankOptions& options, const CountingRule& rule,
                  impl_dao::CProductInterface& product, Output& output) {
@@ -332,7 +324,7 @@ ShapeCount ReadReport(const std::string& name, std::string_view text, const Coun
   ShapeCount count;
   CountingRule counted;
   try {
-    // Shapes are added one by one, so that they are never in memory together as JSON.
+    // Shapes are added one by one, so that their JSON is never in memory all at once.
     constexpr int kShapeDepth = 2;
     const auto take_shape = [&count](int depth, Json::parse_event_t event, Json& json) {
       // Values of a histogram are the deepest of a report; deeper ones would exhaust the stack.

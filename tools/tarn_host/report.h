@@ -1,5 +1,4 @@
-// Reports as JSON. They hold everything that a report of several logs needs: the reports of the
-// logs add up to it, byte by byte.
+// Reports as JSON. The reports of several logs add up to the report of all these logs, to the byte.
 #pragma once
 
 #include <optional>
@@ -14,7 +13,7 @@
 
 namespace tarn::host {
 
-// How statements were counted. Reports add up only if they agree in all of it.
+// How statements were counted. Reports add up only if their rules are the same.
 struct CountingRule {
   bool exact = false;
   bool fold_digits = false;
@@ -24,10 +23,7 @@ struct CountingRule {
   bool operator==(const CountingRule&) const = default;
 };
 
-// "user", "db" or "host".
-const char* NameOf(Detail detail) noexcept;
-
-// Prints the report, shape by shape. `product` makes the canonical texts of the examples. Throws as
+// Write JSON, shape by shape. `product` makes the canonical texts of the examples. Throw as
 // Output::Write does.
 void WriteReport(const ShapeCount& count, const RankOptions& options, const CountingRule& rule,
                  impl_dao::CProductInterface& product, Output& output);
@@ -36,8 +32,8 @@ void WriteComparison(const Comparison& comparison, Output& output);
 // Whether `head`, the first bytes of a text, are those of a report.
 bool BeginsReport(std::string_view head) noexcept;
 
-// Reads a report from its text. `name` is what errors call it. Throws InputError if it is damaged,
-// lacks shapes, or was counted by another rule.
+// Reads a report from its text. Throws InputError, which calls the report `name`, if it is damaged,
+// was written without some of its shapes, or was counted by another rule.
 ShapeCount ReadReport(const std::string& name, std::string_view text, const CountingRule& rule);
 
 }  // namespace tarn::host

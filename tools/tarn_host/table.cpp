@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <functional>
-#include <limits>
 #include <optional>
 #include <string>
 #include <utility>
@@ -30,12 +29,12 @@ std::string Counted(std::uint64_t count, const char* what) {
   return std::to_string(count) + ' ' + what + (count == 1 ? "" : "s");
 }
 
-// `text` after as many blanks as make `width` columns of it.
+// `text` with blanks before it, `width` columns in all.
 std::string RightAligned(const std::string& text, std::size_t width) {
   return std::string(width - std::min(width, text.size()), ' ') + text;
 }
 
-// Three digits, or all of a whole number: "2.53 s", "158 ms", "86400 s".
+// Three digits, or all digits of a larger whole number: "2.53 s", "158 ms", "86400 s".
 std::string Duration(std::uint64_t microseconds) {
   constexpr double kThousand = 1000;
   auto number = static_cast<double>(microseconds);
@@ -52,11 +51,7 @@ std::string Duration(std::uint64_t microseconds) {
   return Formatted("%.*f %s", decimals, number, unit);
 }
 
-std::string NumberOrDash(const std::optional<std::uint64_t>& number) {
-  return number ? std::to_string(*number) : "-";
-}
-
-// A column of facts; a text is at most `width` characters long as a rule.
+// A column of facts. Its texts are usually at most `width` characters long.
 struct Column {
   const char* title;
   std::size_t width;
@@ -66,7 +61,7 @@ struct Column {
 constexpr std::size_t kTimeColumns = 4;
 constexpr std::size_t kTimeWidth = 8;
 
-// All columns that the input has facts for, the most wanted ones first.
+// The columns that the input has facts for, the most useful ones first.
 std::vector<Column> ColumnsOf(const Ranking& ranking) {
   std::vector<Column> columns;
   const auto add_time = [&columns](const char* title, auto time) {
@@ -90,8 +85,10 @@ std::vector<Column> ColumnsOf(const Ranking& ranking) {
     const auto value = kRowCounters[i].value;
     if (!(ranking.all.*value)) continue;
     columns.push_back(
-        {kRowColumns[i].first, kRowColumns[i].second,
-         [value](const Counters& counters) { return NumberOrDash(counters.*value); }});
+        {kRowColumns[i].first, kRowColumns[i].second, [value](const Counters& counters) {
+           const std::optional<std::uint64_t>& number = counters.*value;
+           return number ? std::to_string(*number) : "-";
+         }});
   }
   if (ranking.all.lock_microseconds.value_or(0) > 0) {
     columns.push_back({"lock", kTimeWidth, [](const Counters& counters) {
@@ -102,22 +99,18 @@ std::vector<Column> ColumnsOf(const Ranking& ranking) {
   return columns;
 }
 
-// The columns of a table up to the id.
+// The columns of a table from the rank to the id.
 class Frame {
  public:
-  // `width` is the terminal's, 0 for none.
+  // `width` is the number of the terminal's columns, 0 without a terminal.
   Frame(const Ranking& ranking, bool grouped, std::size_t width)
       : ranking_(ranking), columns_(ColumnsOf(ranking)), grouped_(grouped) {
     if (width == 0) return;
     constexpr std::size_t kFixed = 23 + 2 + 16;
-    constexpr std::size_t kRoomForShape = 26;
-    std::size_t needed = kFixed + kRoomForShape;
-    for (std::size_t i = 0; i < columns_.size() && i < kTimeColumns && ranking.all.times.Known();
-         ++i) {
-      needed += columns_[i].width + 1;
-    }
-    narrow_ = needed > width;
-    std::size_t used = narrow_ ? kFixed : kFixed + kRoomForShape;
+    constexpr std::size_t kShapeWidth = 26;
+    const std::size_t times = ranking.all.times.Known() ? kTimeColumns * (kTimeWidth + 1) : 0;
+    narrow_ = kFixed + kShapeWidth + times > width;
+    std::size_t used = narrow_ ? kFixed : kFixed + kShapeWidth;
     std::size_t kept = 0;
     while (kept < columns_.size() && used + columns_[kept].width < width) {
       used += columns_[kept++].width + 1;
@@ -125,7 +118,7 @@ class Frame {
     columns_.resize(kept);
   }
 
-  // Whether there is no room for the shape after the id.
+  // Whether the shape is printed in a line of its own, since the terminal is too narrow.
   bool Narrow() const noexcept { return narrow_; }
 
   std::string Head() const {
@@ -136,7 +129,7 @@ class Frame {
     return head + (grouped_ ? "  group  shape" : "  shape");
   }
 
-  // `rank` may be empty.
+  // `rank` is empty for the sum of other shapes.
   std::string Row(const std::string& rank, const Counters& counters) const {
     constexpr double kPercent = 100;
     std::string row = Formatted("%4s %9llu %6.2f %%", rank.c_str(),
@@ -244,7 +237,7 @@ void PrintTable(const Comparison& comparison, Output& output) {
     const auto add_time = [&line](const Counters& counters, std::uint64_t time) {
       line += ' ' + RightAligned(counters.times.Known() ? Duration(time) : "-", kTimeWidth);
     };
-    if (comparison.timed) {
+    if (comparison.Timed()) {
       add_time(before, before.times.total);
       add_time(after, after.times.total);
       add_time(before, before.times.Mean());
@@ -254,7 +247,7 @@ void PrintTable(const Comparison& comparison, Output& output) {
   };
   std::string head = Formatted("%-6s %19s", "", "statements");
   std::string columns = Formatted("%-6s %9s %9s", "change", "before", "after");
-  if (comparison.timed) {
+  if (comparison.Timed()) {
     head += Formatted(" %17s %17s", "total", "mean");
     for (int i = 0; i < 2; ++i) columns += Formatted(" %8s %8s", "before", "after");
   }

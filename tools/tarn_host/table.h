@@ -9,12 +9,12 @@ namespace tarn::host {
 
 struct TableOptions {
   RankOptions rank;
-  // Print below each shape its slowest statement and what the logs tell of it.
+  // Print below each shape its slowest statement and the facts that the logs record of it.
   bool examples = false;
 };
 
-// Prints tables that fit a terminal: columns of facts that no log tells are left out, and on a
-// terminal the last ones for which there is no room. Throws as Output::Write does.
+// Print a table. Columns of facts that no log records are left out. On a terminal so are the last
+// columns if the table is too wide. Throw as Output::Write does.
 void PrintTable(const ShapeCount& count, const TableOptions& options, Output& output);
 void PrintTable(const Comparison& comparison, Output& output);
 

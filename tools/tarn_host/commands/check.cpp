@@ -5,7 +5,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <chrono>
@@ -14,7 +13,6 @@
 #include <cstdint>
 #include <cstring>
 #include <exception>
-#include <memory>
 #include <string>
 #include <string_view>
 
@@ -22,7 +20,6 @@
 #include "plugin/plugin_check.h"
 #include "tarn_host/commands.h"
 #include "tarn_host/errors.h"
-#include "tarn_host/exit_code.h"
 #include "tarn_host/output.h"
 #include "tarn_host/plugin_option.h"
 
@@ -36,7 +33,7 @@ struct CheckOptions {
   std::uint64_t seconds = 10;
 };
 
-// Prints one line a fact.
+// Prints one line for each fact.
 class FactSheet {
  public:
   explicit FactSheet(Output& output) : output_(output) {}
@@ -44,11 +41,9 @@ class FactSheet {
   void Head(std::string_view text) { output_.Write(std::string(text) + ":\n"); }
 
   void Add(const Fact& fact) {
-    const std::string_view word = fact.holds ? "pass" : "FAIL";
-    const std::string_view colour = fact.holds ? "\x1B[32m" : "\x1B[1;31m";
-    std::string line(word);
-    if (output_.Coloured()) line = std::string(colour) + line + "\x1B[0m";
-    output_.Write(line + "  " + OneLine(fact.name) + ": " + OneLine(fact.detail) + '\n');
+    std::string word = fact.holds ? "pass" : "FAIL";
+    if (output_.Coloured()) word = (fact.holds ? "\x1B[32m" : "\x1B[1;31m") + word + "\x1B[0m";
+    output_.Write(word + "  " + OneLine(fact.text) + '\n');
     output_.Flush();
     all_hold_ = all_hold_ && fact.holds;
   }
@@ -60,8 +55,8 @@ class FactSheet {
   bool all_hold_ = true;
 };
 
-// What the child process sends: a line for each fact, "+NAME\tDETAIL" or "-NAME\tDETAIL", and this
-// line at its end, since its exit code might be the library's.
+// The child process sends a line for each fact, "+soname: NAME" or "-soname: NAME", and this line
+// at its end, since its exit code might be the library's.
 constexpr std::string_view kEnd = ".";
 
 void Send(int to_parent, const std::string& line) {
@@ -76,28 +71,28 @@ void Send(int to_parent, const std::string& line) {
                                pid_t parent) {
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   if (getppid() != parent) _exit(kExitTrouble);
-  // Neither the library nor what it starts gets the tool's terminal or a stream that someone waits
-  // for the end of.
+  // The library and the processes that it starts get neither the tool's terminal nor its streams,
+  // which a caller may read to their end.
   setsid();
   const int nothing = open("/dev/null", O_RDWR | O_CLOEXEC);
   for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) dup2(nothing, stream);
   for (const int signal : {SIGINT, SIGALRM}) std::signal(signal, SIG_DFL);
   try {
     CheckLoaded(path, library, [to_parent](const Fact& fact) {
-      Send(to_parent, (fact.holds ? '+' : '-') + OneLine(fact.name) + '\t' + OneLine(fact.detail));
+      Send(to_parent, (fact.holds ? '+' : '-') + OneLine(fact.text));
     });
     Send(to_parent, std::string(kEnd));
   } catch (const std::exception& error) {
-    Send(to_parent, "-examination\t" + OneLine(error.what()));
+    Send(to_parent, "-examination: " + OneLine(error.what()));
   }
   _exit(kExitSuccess);
 }
 
-// A process that loads the library and tells of it, ended with the object and with all that it has
-// started in its process group.
+// A child process that loads the library and sends the facts. The object's end kills it with all
+// processes that it has started in its process group.
 class Examiner {
  public:
-  // Nothing may be buffered for output. Throws ToolError.
+  // Throws ToolError. Requires: no output is buffered, since the child would write it again.
   Examiner(const std::string& path, const ElfLibrary& library) {
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0) throw ToolError(SystemReason("check", errno));
@@ -117,10 +112,10 @@ class Examiner {
   Examiner& operator=(const Examiner&) = delete;
   ~Examiner() { End(); }
 
-  // Adds the facts that the process tells, for so many seconds at most.
+  // Adds the facts that the process sends, for `seconds` at most.
   void AddFacts(std::uint64_t seconds, FactSheet& facts) {
-    constexpr const char* kLeavesRunning = "leaves its process running";
-    // Far more than all facts take.
+    const std::string leaves_running = "leaves its process running: ";
+    // All facts take far less.
     constexpr std::size_t kMaxBytes = std::size_t{1} << 20U;
     const auto end = Clock::now() + std::chrono::seconds(seconds);
     std::string heard;
@@ -131,28 +126,30 @@ class Examiner {
       if (got <= 0) break;
       total += static_cast<std::size_t>(got);
       heard.append(block.data(), static_cast<std::size_t>(got));
-      for (std::size_t line = 0; (line = heard.find('\n')) != std::string::npos;) {
-        if (heard.compare(0, line, kEnd) == 0) return;
-        AddFact(heard.substr(0, line), facts);
-        heard.erase(0, line + 1);
+      for (std::size_t end_of_line = 0; (end_of_line = heard.find('\n')) != std::string::npos;) {
+        const std::string line = heard.substr(0, end_of_line);
+        heard.erase(0, end_of_line + 1);
+        if (line == kEnd) return;
+        facts.Add({line.starts_with('+'), line.empty() ? line : line.substr(1)});
       }
       if (total > kMaxBytes) {
-        facts.Add({false, kLeavesRunning, "it tells more than there is to tell"});
+        facts.Add({false, leaves_running + "it sends more than 1 MiB"});
         return;
       }
     }
     if (Clock::now() >= end) {
-      facts.Add({false, "ends in time",
-                 "still running after " + std::to_string(seconds) + " s (see --timeout)"});
+      facts.Add({false, "ends in time: still running after " + std::to_string(seconds) +
+                            " s (see --timeout)"});
     } else {
-      facts.Add({false, kLeavesRunning, HowItEnded(End())});
+      facts.Add({false, leaves_running + HowItEnded(End())});
     }
   }
 
  private:
   using Clock = std::chrono::steady_clock;
 
-  // Waits for something to read; false at `end`, or when the process has ended and told all.
+  // Waits for something to read. Returns false at `end`, or if the process has ended and all that
+  // it sent was read.
   bool Await(Clock::time_point end) {
     std::array<pollfd, 2> watched{{{from_child_, POLLIN, 0}, {ended_fd_, POLLIN, 0}}};
     for (;;) {
@@ -163,16 +160,9 @@ class Examiner {
       if (ready <= 0) continue;
       if ((watched[0].revents & POLLIN) != 0) return true;
       if (watched[1].revents != 0) return false;
-      // Its end of the pipe is closed, and it runs on.
+      // The process has closed its end of the pipe and goes on running.
       watched[0].fd = -1;
     }
-  }
-
-  static void AddFact(const std::string& line, FactSheet& facts) {
-    const std::size_t tab = std::min(line.find('\t'), line.size());
-    const std::size_t name = std::min<std::size_t>(1, tab);
-    facts.Add({line.starts_with('+'), line.substr(name, tab - name),
-               tab < line.size() ? line.substr(tab + 1) : ""});
   }
 
   static std::string HowItEnded(int status) {
@@ -182,12 +172,12 @@ class Examiner {
     return std::string("it died: ") + strsignal(WTERMSIG(status));
   }
 
-  // Ends the process and gives back everything. Returns the process's status.
+  // Kills the process, closes the descriptors and returns the process's status.
   int End() noexcept {
     if (from_child_ < 0) return 0;
     int status = 0;
     if (child_ > 0) {
-      // Its number is not given to another before it is waited for.
+      // No other process gets its number before waitpid.
       kill(-child_, SIGKILL);
       kill(child_, SIGKILL);
       while (waitpid(child_, &status, 0) < 0 && errno == EINTR) {
@@ -211,7 +201,7 @@ int Check(const CheckOptions& options) {
   FactSheet facts(output);
   facts.Head("read from the file");
   for (const Fact& fact : CheckFile(library)) facts.Add(fact);
-  facts.Head("told by a process that has loaded it");
+  facts.Head("reported by a process that has loaded it");
   output.Flush();
   Examiner(path, library).AddFacts(options.seconds, facts);
   return facts.AllHold() ? kExitSuccess : kExitFailed;
@@ -220,18 +210,16 @@ int Check(const CheckOptions& options) {
 }  // namespace
 
 void AddCheckCommand(CommandLine& line) {
-  const auto options = std::make_shared<CheckOptions>();
-  Command command = line.Add("check", "Tell whether a library is fit to be loaded into a host",
-                             [options] { return Check(*options); });
-  command.NameArgument("LIBRARY", options->library,
-                       "The library's file; by default the one beside the tool",
-                       Presence::kOptional);
-  command.Count("--timeout", options->seconds, kMaxSeconds,
-                "Give the library N seconds to be loaded and to answer (default: 10)");
+  auto [command, options] =
+      line.Add("check", "Check whether a host can load and use a library", Check);
+  command.Name("LIBRARY", options.library, "",
+               "The library's file; by default the one beside the tool");
+  command.Count("--timeout", options.seconds, kMaxSeconds,
+                "End the check after N seconds (default: 10)");
   command.Footer(
-      "Prints one line a fact, \"pass\" or \"FAIL\"; the exit code is 1 when any fails. The facts\n"
-      "that the file tells come first. For the others the library is loaded and called, in a\n"
-      "process of its own: its code can forge them, so don't check one that you don't trust.\n\n"
+      "Prints one line for each fact, \"pass\" or \"FAIL\". The exit code is 1 if any fact fails.\n"
+      "The facts in the file come first. For the others a child process loads the library and\n"
+      "calls it. Its code can forge them, so don't check a library that you don't trust.\n\n"
       "Examples:\n"
       "  tarn_host check\n"
       "  tarn_host check --timeout=60 ./libtarn_interface_for_vesta.so");

@@ -9,7 +9,6 @@
 #include <cstdlib>
 #include <exception>
 #include <map>
-#include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <utility>
@@ -21,7 +20,6 @@
 #include "plugin/plugin.h"
 #include "standin/warning.h"
 #include "tarn_host/errors.h"
-#include "tarn_host/exit_code.h"
 #include "tarn_host/json.h"
 #include "tarn_host/output.h"
 #include "tarn_host/plugin_option.h"
@@ -29,7 +27,7 @@
 namespace tarn::host {
 namespace {
 
-// Says nothing of the password's length.
+// Its length does not depend on the password's.
 constexpr const char* kMask = "********";
 
 struct ConfigOptions {
@@ -46,17 +44,18 @@ struct Answers {
   std::map<std::string, std::string> properties;
 };
 
-// The platform module, running on the same platform as the plug-in.
+// The platform module, using the same platform library as the plug-in.
 class SharedPlatform {
  public:
-  // Throws ToolError when the plug-in runs on a platform other than the tool's, whose values would
-  // be misread.
+  // Throws ToolError if the plug-in uses another platform library than the module, since the module
+  // would misread its values.
   SharedPlatform(const Plugin& plugin, const std::string& plugin_path) {
     const std::string path = FileOfTheTool(kPlatformModuleFile);
     handle_.reset(dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL));
     const void* const symbol =
         handle_ ? dlsym(handle_.get(), kPlatformModuleSymbol) : static_cast<void*>(nullptr);
-    if (symbol == nullptr) throw ToolError("cannot load the tool's module: " + Reason());
+    if (symbol == nullptr)
+      throw ToolError("cannot load the tool's module: " + std::string(dlerror()));
     module_ = static_cast<const PlatformModule*>(symbol);
 
     Dl_info ours;
@@ -73,12 +72,8 @@ class SharedPlatform {
   }
 
  private:
-  static std::string Reason() {
-    const char* const reason = dlerror();
-    return reason == nullptr ? "unknown reason" : reason;
-  }
-
-  // The library that holds the plug-in's `function`, or what to look for it among.
+  // The library that holds the plug-in's `function`. If there is no such function, the libraries
+  // that the plug-in needs: "liba.so or libb.so".
   static std::string PlatformOf(const void* function, const std::string& plugin_path) {
     Dl_info theirs;
     if (function != nullptr && dladdr(function, &theirs) != 0) return theirs.dli_fname;
@@ -93,7 +88,7 @@ class SharedPlatform {
   const PlatformModule* module_ = nullptr;
 };
 
-// What the stand-in platform warns of while this object lives; nothing on another platform.
+// The warnings of the stand-in platform during this object's life. Another platform gives none.
 class PlatformWarnings {
  public:
   explicit PlatformWarnings(const Plugin& plugin)
@@ -107,9 +102,9 @@ class PlatformWarnings {
     if (observe_ != nullptr) observe_(nullptr, nullptr);
   }
 
-  // The first warning that tells why an answer can't be had; empty where all can. The plug-in tries
-  // a password with two algorithms: that it was enciphered with another one is no cause, unless it
-  // is so for both.
+  // The first warning that is the cause of a missing answer; empty if there is none. The plug-in
+  // tries a password with two algorithms. So a warning that it was enciphered with another
+  // algorithm is a cause only if it came for both.
   std::string FirstCause() const {
     const auto of_other = [](const Warning& it) {
       return it.code == standin::Code::kOtherAlgorithm;
@@ -134,8 +129,8 @@ class PlatformWarnings {
   std::vector<Warning> warnings_;
 };
 
-// Why the plug-in can't read the application configuration that the environment names; empty if it
-// can, or if none is named.
+// The reason why the application configuration that the environment names can't be read; empty if
+// it can be read, or if the environment names none.
 std::string AppConfTrouble() {
   const char* const path = std::getenv("APP_CONF_FILE");
   if (path == nullptr || access(path, R_OK) == 0) return {};
@@ -153,7 +148,7 @@ void PrintTable(const Answers& answers, const std::string& password, Output& out
   std::size_t width = 0;
   for (const auto& row : rows) width = std::max(width, row.first.size() + kGap);
   for (auto& [label, value] : rows) {
-    // No blanks at a line's end where there is no value.
+    // A line without a value must not end in blanks.
     if (!value.empty()) label.resize(width, ' ');
     output.Write(OneLine(label) + OneLine(value) + '\n');
   }
@@ -161,7 +156,7 @@ void PrintTable(const Answers& answers, const std::string& password, Output& out
 
 void PrintJson(const std::string& database, const Answers& answers, const std::string* password,
                Output& output) {
-  // Keeps the order in which they were asked for.
+  // The ordered type keeps the members in this order.
   nlohmann::ordered_json document{{"database", database},
                                   {"type", answers.type},
                                   {"user", answers.user},
@@ -178,7 +173,7 @@ int Config(const ConfigOptions& options) {
   const std::string path = ChosenPlugin(options.plugin);
   const Plugin plugin(path);
   const SharedPlatform platform(plugin, path);
-  // A person who sees the answers needs no log, and one who sees none gets the first cause.
+  // A person who sees the answers needs no log, and gets the first cause if there are none.
   const char* const level = std::getenv("TARN_LOG_LEVEL");
   if (level == nullptr || *level == '\0') setenv("TARN_LOG_LEVEL", "off", 1);
   impl_dao::CProductInterface& product = plugin.Product();
@@ -200,7 +195,8 @@ int Config(const ConfigOptions& options) {
     ReportError("config: " + options.database + ": " + cause);
     return kExitFailed;
   }
-  // An empty password shows as such: no secret, but perhaps what a failed deciphering has left.
+  // An empty password is shown, since it is no secret and may be the result of a failed
+  // deciphering.
   const bool masked = !options.show_password && !password.Text().empty();
   Output output;
   if (options.json) {
@@ -215,20 +211,18 @@ int Config(const ConfigOptions& options) {
 }  // namespace
 
 void AddConfigCommand(CommandLine& line) {
-  const auto options = std::make_shared<ConfigOptions>();
-  Command command = line.Add("config", "Print what the plug-in answers for a database",
-                             [options] { return Config(*options); });
-  command.NameArgument("DBNAME", options->database, "Name of the database in the configuration",
-                       Presence::kRequired);
-  command.Flag("--show-password", options->show_password,
+  auto [command, options] =
+      line.Add("config", "Print the plug-in's answers for a database", Config);
+  command.Name("DBNAME", options.database, "", "Name of the database in the configuration",
+               Presence::kRequired);
+  command.Flag("--show-password", options.show_password,
                "Print the deciphered password instead of a mask");
-  command.Flag("--json", options->json, "Print a JSON object instead of a table");
-  AddPluginOption(command, options->plugin);
+  command.Flag("--json", options.json, "Print a JSON object instead of a table");
+  AddPluginOption(command, options.plugin);
   command.Footer(
-      "Prints the engine type, the login account, the address and the connection properties, or "
-      "the\n"
-      "first reason why they can't be had. Without --show-password the password is ********, in\n"
-      "JSON null with \"password_masked\": true.\n\n"
+      "Prints the engine type, the login account, the address and the connection properties, or\n"
+      "the first reason for which one is missing. Without --show-password the password is\n"
+      "********, and in JSON null with \"password_masked\": true.\n\n"
       "The stand-in platform reads:\n"
       "  TARN_SYS_CONF     JSON file of the databases\n"
       "  TARN_KEY_FILE     key file of the stored passwords\n"

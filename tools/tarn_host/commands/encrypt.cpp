@@ -1,20 +1,22 @@
 #include "tarn_host/commands.h"
 
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/signalfd.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
+#include <csignal>
 #include <cstddef>
 #include <map>
-#include <memory>
 #include <string>
 
 #include "standin/password_cipher.h"
 #include "tarn_host/errors.h"
-#include "tarn_host/exit_code.h"
-#include "tarn_host/hidden_input.h"
 #include "tarn_host/output.h"
-#include "tarn_host/plugin_option.h"
 
 namespace tarn::host {
 namespace {
@@ -27,14 +29,12 @@ struct EncryptOptions {
   std::string key_file;
 };
 
-// With room for a byte too many, so that a long password is refused rather than cut.
-constexpr std::size_t kRoom = standin::kMaxPasswordBytes + 1;
-
-// The first line of what `fd` gives, without its end: a newline, after a carriage return or not.
-// Throws ToolError.
+// Reads the first line from `fd`, without the newline and a carriage return before it. Throws
+// ToolError.
 SecretBytes ReadLine(int fd) {
-  // The carriage return belongs to no password and must not make one too long.
-  SecretBytes line(kRoom + 1);
+  // The longest password, a carriage return, and a byte too many, so that a longer password is
+  // refused and not cut.
+  SecretBytes line(standin::kMaxPasswordBytes + 2);
   auto filled = line.begin();
   auto end = filled;
   while (filled != line.end() && end == filled) {
@@ -50,6 +50,87 @@ SecretBytes ReadLine(int fd) {
   return line;
 }
 
+// The user's terminal, without echo during the object's life. Before a signal ends or suspends the
+// process, the echo is turned on; if the process goes on, it is turned off again. Requires: the
+// process has no other such object and no other thread.
+class HiddenInput {
+ public:
+  // Takes the process's terminal or, without one, standard input. Throws ToolError.
+  HiddenInput() : terminal_(open("/dev/tty", O_RDWR | O_CLOEXEC)) {
+    if (terminal_ < 0) terminal_ = STDIN_FILENO;
+    sigfillset(&caught_);
+    // Not caught are signals without an effect, and SIGTTIN and SIGTTOU, which come only in the
+    // background, where the process may not change the terminal. A fault of the process itself ends
+    // it even if its signal is blocked.
+    for (const int signal : {SIGTTIN, SIGTTOU, SIGCHLD, SIGURG, SIGWINCH}) {
+      sigdelset(&caught_, signal);
+    }
+    signal_fd_ = signalfd(-1, &caught_, SFD_CLOEXEC);
+    if (signal_fd_ < 0 || tcgetattr(terminal_, &shown_) != 0) {
+      const int error = errno;
+      close(signal_fd_);
+      if (terminal_ != STDIN_FILENO) close(terminal_);
+      throw ToolError(SystemReason("terminal", error));
+    }
+    pthread_sigmask(SIG_BLOCK, &caught_, &old_mask_);
+    SetEcho(false);
+  }
+  HiddenInput(const HiddenInput&) = delete;
+  HiddenInput& operator=(const HiddenInput&) = delete;
+  ~HiddenInput() {
+    SetEcho(true);
+    // The shell must not read the rest of the password as a command.
+    tcflush(terminal_, TCIFLUSH);
+    pthread_sigmask(SIG_SETMASK, &old_mask_, nullptr);
+    close(signal_fd_);
+    if (terminal_ != STDIN_FILENO) close(terminal_);
+  }
+
+  // Prints `question`, again each time the process was suspended, and waits until a line can be
+  // read from Fd. Throws ToolError.
+  void Ask(const std::string& question) {
+    Output screen(terminal_ == STDIN_FILENO ? STDERR_FILENO : terminal_, "terminal");
+    std::array<pollfd, 2> watched{{{signal_fd_, POLLIN, 0}, {terminal_, POLLIN, 0}}};
+    for (;;) {
+      screen.Write(question);
+      screen.Flush();
+      if (TEMP_FAILURE_RETRY(poll(watched.data(), watched.size(), -1)) < 0) {
+        throw ToolError(SystemReason("poll", errno));
+      }
+      if (watched[0].revents == 0) return;
+      signalfd_siginfo signal;
+      if (TEMP_FAILURE_RETRY(read(signal_fd_, &signal, sizeof signal)) < 0) {
+        throw ToolError(SystemReason("signalfd", errno));
+      }
+      SetEcho(true);
+      pthread_sigmask(SIG_SETMASK, &old_mask_, nullptr);
+      // Ends or suspends the process, or does nothing.
+      std::raise(static_cast<int>(signal.ssi_signo));
+      pthread_sigmask(SIG_BLOCK, &caught_, nullptr);
+      SetEcho(false);
+    }
+  }
+
+  int Fd() const noexcept { return terminal_; }
+
+ private:
+  void SetEcho(bool on) noexcept {
+    termios settings = shown_;
+    if (!on) {
+      settings.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+      // The newline at the end is shown nevertheless.
+      settings.c_lflag |= ECHONL;
+    }
+    TEMP_FAILURE_RETRY(tcsetattr(terminal_, TCSANOW, &settings));
+  }
+
+  int terminal_;
+  termios shown_{};
+  sigset_t caught_{};
+  sigset_t old_mask_{};
+  int signal_fd_ = -1;
+};
+
 // Asks twice on the terminal, without echo. Throws ToolError.
 SecretBytes AskTerminal() {
   HiddenInput input;
@@ -62,7 +143,7 @@ SecretBytes AskTerminal() {
 }
 
 int Encrypt(const EncryptOptions& options) {
-  // Before the question: a password typed in vain would be annoying.
+  // Reading the key comes first, so that nobody types a password in vain.
   const CipherKey key = options.key_file.empty() ? CipherKey::FromEnvironment()
                                                  : CipherKey::FromFile(options.key_file);
   const SecretBytes password = isatty(STDIN_FILENO) == 1 ? AskTerminal() : ReadLine(STDIN_FILENO);
@@ -76,20 +157,19 @@ int Encrypt(const EncryptOptions& options) {
 }  // namespace
 
 void AddEncryptCommand(CommandLine& line) {
-  const auto options = std::make_shared<EncryptOptions>();
-  Command command = line.Add("encrypt", "Encipher a password for the stand-in's configuration",
-                             [options] { return Encrypt(*options); });
+  auto [command, options] =
+      line.Add("encrypt", "Encipher a password for the stand-in's configuration", Encrypt);
   const std::map<std::string, unsigned int> algorithms{{"19", standin::kAes256Gcm},
                                                        {"aes-256-gcm", standin::kAes256Gcm},
                                                        {"18", standin::kAes128Ecb},
                                                        {"aes-128-ecb", standin::kAes128Ecb}};
-  command.Choice("--algorithm", options->algorithm, algorithms, "NAME",
+  command.Choice("--algorithm", options.algorithm, algorithms, "NAME",
                  "aes-256-gcm (19, the default) or aes-128-ecb (18)");
-  command.NameOption("--key", options->key_file, "FILE",
-                     "Key file; the one that TARN_KEY_FILE names if not given");
+  command.Name("--key", options.key_file, "FILE",
+               "Key file (default: the one that TARN_KEY_FILE names)");
   command.Footer(
-      "Reads the password from the first line of standard input, without echo and twice on a\n"
-      "terminal, and prints the text to store.\n\n"
+      "Reads the password from the first line of standard input. A terminal asks for it twice,\n"
+      "without echo. Prints the text to store in the configuration.\n\n"
       "Examples:\n"
       "  tarn_host encrypt --key orders.key\n"
       "  tarn_host encrypt --algorithm aes-128-ecb < password.txt");

@@ -1,26 +1,28 @@
 #include "tarn_host/commands.h"
 
-#include <memory>
 #include <string>
 
 #include "standin/key_file.h"
-#include "tarn_host/exit_code.h"
-#include "tarn_host/plugin_option.h"
+#include "tarn_host/errors.h"
 
 namespace tarn::host {
+namespace {
+
+int Keygen(const std::string& file) {
+  standin::CipherKey::CreateFile(file);
+  return kExitSuccess;
+}
+
+}  // namespace
 
 void AddKeygenCommand(CommandLine& line) {
-  const auto file = std::make_shared<std::string>();
-  Command command =
-      line.Add("keygen", "Make a key file for the stand-in's stored passwords", [file] {
-        standin::CipherKey::CreateFile(*file);
-        return kExitSuccess;
-      });
-  command.NameArgument("FILE", *file, "The file to make; one that exists is left as it is",
-                       Presence::kRequired);
+  auto [command, file] =
+      line.Add("keygen", "Make a key file for the stand-in's stored passwords", Keygen);
+  command.Name("FILE", file, "", "The file to make; an existing file is not overwritten",
+               Presence::kRequired);
   command.Footer(
-      "The file is readable and writable by its owner alone, as the stand-in demands. Passwords\n"
-      "enciphered with a lost key are lost.\n\n"
+      "The file is readable and writable by its owner alone, as the stand-in requires. If the\n"
+      "key is lost, so are the passwords that were enciphered with it.\n\n"
       "Example:\n"
       "  tarn_host keygen orders.key");
 }

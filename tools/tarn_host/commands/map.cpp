@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <limits>
-#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -13,7 +12,6 @@
 
 #include "plugin/plugin.h"
 #include "tarn_host/errors.h"
-#include "tarn_host/exit_code.h"
 #include "tarn_host/output.h"
 #include "tarn_host/plugin_option.h"
 
@@ -64,12 +62,11 @@ int Map(const MapOptions& options) {
 }  // namespace
 
 void AddMapCommand(CommandLine& line) {
-  const auto options = std::make_shared<MapOptions>();
-  Command command = line.Add("map", "Print the product's error code for a native status",
-                             [options] { return Map(*options); });
-  command.Argument("STATUS", options->status, "Signed 32-bit number, decimal or 0x and hexadecimal",
-                   Presence::kRequired);
-  AddPluginOption(command, options->plugin);
+  auto [command, options] =
+      line.Add("map", "Print the product's error code for a native status", Map);
+  command.Text("STATUS", options.status, "Signed 32-bit number, decimal or 0x and hexadecimal",
+               Presence::kRequired);
+  AddPluginOption(command, options.plugin);
   command.Footer(
       "Prints the code in decimal and in hexadecimal.\n\n"
       "Examples:\n"

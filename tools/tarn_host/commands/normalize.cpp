@@ -3,17 +3,14 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "logs/reader.h"
 #include "plugin/normalize_call.h"
 #include "plugin/plugin.h"
 #include "tarn_host/errors.h"
-#include "tarn_host/exit_code.h"
 #include "tarn_host/input_options.h"
 #include "tarn_host/output.h"
 #include "tarn_host/plugin_option.h"
@@ -28,53 +25,17 @@ struct NormalizeOptions {
   std::string plugin;
 };
 
-// Prints canonical texts in the format of the input.
-class CanonicalPrinter {
- public:
-  CanonicalPrinter(Output& output, const NormalizeOptions& options)
-      : output_(output), options_(options) {}
-
-  void Print(std::string_view statement, std::string_view canonical) {
-    const std::string_view terminator = options_.input.Terminator();
-    const bool nul = terminator == kNul;
-    if (options_.pairs && nul) {
-      output_.WriteUntrusted(statement);
-      output_.Write(kNul);
-    } else if (options_.pairs) {
-      output_.WriteUntrusted(statement);
-      output_.Write(output_.Coloured() ? "\n\x1B[1;32m=>\x1B[0m " : "\n=> ");
-    }
-    output_.WriteUntrusted(canonical);
-    if (nul) {
-      output_.Write(kNul);
-    } else if (options_.pairs) {
-      output_.Write("\n\n");
-    } else {
-      output_.Write(terminator);
-    }
-  }
-
- private:
-  static constexpr std::string_view kNul{"\0", 1};
-
-  Output& output_;
-  const NormalizeOptions& options_;
-};
-
 class Normalizer {
  public:
   explicit Normalizer(const NormalizeOptions& options)
-      : options_(options),
-        files_(options.input.FilesOrStandardInput()),
-        plugin_(ChosenPlugin(options.plugin)),
-        printer_(output_, options) {
-    // Not between the texts on a screen.
-    if (output_.Width() == 0) progress_.emplace(files_);
+      : options_(options), plugin_(ChosenPlugin(options.plugin)) {
+    // On a screen, the line would appear between the texts.
+    if (output_.Width() == 0) progress_.emplace(options.input.files);
   }
 
   // Returns the exit code. Throws ToolError.
   int Run() {
-    StatementReader reader(files_, options_.input.Reading());
+    StatementReader reader(options_.input.files, options_.input.Reading());
     StatementBatch batch;
     for (bool more = true; more;) {
       try {
@@ -98,15 +59,29 @@ class Normalizer {
       if (const auto reason = CallNormalize(plugin_.Product(), sql)) {
         Report(reader.PlaceOf(number) + ": " + *reason, kExitFailed);
       } else {
-        printer_.Print(batch[index], sql);
+        PrintText(batch[index], sql);
       }
     }
     output_.Flush();
     if (progress_) progress_->Show(reader.BytesRead(), batch.FirstNumber() + batch.Size() - 1);
   }
 
+  // In the format of the input.
+  void PrintText(std::string_view statement, std::string_view canonical) {
+    constexpr std::string_view kNul("\0", 1);
+    const Format* const format = options_.input.reading.format;
+    const std::string_view terminator = format == nullptr ? ";\n" : format->terminator;
+    const bool nul = terminator == kNul;
+    if (options_.pairs) {
+      output_.WriteUntrusted(statement);
+      output_.Write(nul ? kNul : output_.Coloured() ? "\n\x1B[1;32m=>\x1B[0m " : "\n=> ");
+    }
+    output_.WriteUntrusted(canonical);
+    output_.Write(options_.pairs && !nul ? "\n\n" : terminator);
+  }
+
   void Report(const std::string& message, int exit_code) {
-    // Keeps the order on a screen that shows both streams.
+    // On a screen that shows both streams, the message comes after the texts before it.
     output_.Flush();
     if (progress_) progress_->Clear();
     ReportError(message);
@@ -114,27 +89,26 @@ class Normalizer {
   }
 
   const NormalizeOptions& options_;
-  const std::vector<std::string> files_;
   const Plugin plugin_;
   Output output_;
-  CanonicalPrinter printer_;
   std::optional<ProgressBar> progress_;
   int exit_code_ = kExitSuccess;
 };
 
+int Normalize(const NormalizeOptions& options) { return Normalizer(options).Run(); }
+
 }  // namespace
 
 void AddNormalizeCommand(CommandLine& line) {
-  const auto options = std::make_shared<NormalizeOptions>();
-  Command command = line.Add("normalize", "Print the canonical texts of statements",
-                             [options] { return Normalizer(*options).Run(); });
-  AddInputOptions(command, options->input);
-  command.Flag("--pairs", options->pairs, "Print each statement before its canonical text");
-  AddPluginOption(command, options->plugin);
+  auto [command, options] =
+      line.Add("normalize", "Print the canonical texts of statements", Normalize);
+  AddInputOptions(command, options.input);
+  command.Flag("--pairs", options.pairs, "Print each statement before its canonical text");
+  AddPluginOption(command, options.plugin);
   command.Footer(
-      "The texts come out separated as the statements came in; with --input=nul every byte is\n"
-      "kept. A statement that fails is reported with its number, the others still come out, and\n"
-      "the exit code is 1.\n\n"
+      "The texts are separated as the statements of the input are. With --input=nul every byte is\n"
+      "kept. A statement that fails is reported with its number, the others are printed, and the\n"
+      "exit code is 1.\n\n"
       "Examples:\n"
       "  tarn_host normalize statements.sql\n"
       "  tarn_host normalize --pairs statements.sql\n"

@@ -2,13 +2,11 @@
 
 #include <algorithm>
 #include <array>
-#include <cctype>
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <limits>
 #include <map>
-#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -23,7 +21,6 @@
 #include "plugin/plugin.h"
 #include "shapes/counter.h"
 #include "tarn_host/errors.h"
-#include "tarn_host/exit_code.h"
 #include "tarn_host/input_options.h"
 #include "tarn_host/interrupt.h"
 #include "tarn_host/output.h"
@@ -36,10 +33,10 @@ namespace tarn::host {
 namespace {
 
 constexpr unsigned kMostThreads = 256;
-// More than fit into memory.
+// More shapes do not fit into memory.
 constexpr std::uint64_t kMostShapes = std::numeric_limits<std::uint32_t>::max();
 
-// A format of `shapes` alone, whose inputs are no statements.
+// A format that only `shapes` has. Its inputs hold no statements.
 constexpr Format kReportFormat{"report", "a report", Dialect::kMysql, nullptr, nullptr, "", ""};
 
 struct ShapesOptions {
@@ -49,7 +46,7 @@ struct ShapesOptions {
   bool json = false;
   std::uint64_t threads = std::clamp(std::thread::hardware_concurrency(), 1U, kMostThreads);
   std::string plugin;
-  // As typed; empty where not given.
+  // As typed; empty if not given.
   std::string since;
   std::string until;
   std::array<std::string, kDetails> details;
@@ -57,7 +54,7 @@ struct ShapesOptions {
   std::string compare;
 };
 
-// What went wrong with the inputs, and the exit code that comes of it.
+// The problems with the inputs, and the exit code that follows from them.
 class Problems {
  public:
   void Add(std::string problem, int exit_code) {
@@ -76,53 +73,13 @@ class Problems {
   int exit_code_ = kExitSuccess;
 };
 
-// The statements of all files, one file after another. Next is thread-safe, the rest is not.
-class StatementQueue {
- public:
-  StatementQueue(const InputOptions& options, const std::vector<std::string>& files,
-                 InterruptWatch& watch, Problems& problems)
-      : reader_(files, options.Reading(), &watch), problems_(problems), progress_(files) {}
-
-  // As BatchSource.
-  bool Next(StatementBatch& batch, std::uint64_t& position) {
-    const std::lock_guard lock(mutex_);
-    for (;;) {
-      try {
-        const bool more = reader_.Read(batch);
-        for (Remark& remark : reader_.TakeRemarks()) {
-          problems_.Add(std::move(remark.text), remark.is_problem ? kExitFailed : kExitSuccess);
-        }
-        if (!more) return false;
-        position = batch.FirstNumber();
-        progress_.Show(reader_.BytesRead(), position + batch.Size() - 1);
-        return true;
-      } catch (const InputError& error) {
-        problems_.Add(error.what(), kExitTrouble);
-      }
-    }
-  }
-
-  void ClearProgress() { progress_.Clear(); }
-
-  // "NAME: statement N: REASON", N counting within its input.
-  std::string Describe(const StatementFailure& failure) const {
-    return reader_.PlaceOf(failure.position) + ": " + failure.reason;
-  }
-
- private:
-  std::mutex mutex_;
-  StatementReader reader_;
-  Problems& problems_;
-  ProgressBar progress_;
-};
-
 // Whether `file` can be read more than once.
 bool IsRegular(const std::string& file) {
   std::error_code error;
   return std::filesystem::is_regular_file(file, error);
 }
 
-// Whether a file holds a report. Of an input that can be read only once it takes nothing.
+// Whether a file holds a report. Reads nothing from an input that can be read only once.
 bool HoldsReport(const std::string& file) {
   if (file == kStandardInput || !IsRegular(file)) return false;
   try {
@@ -130,7 +87,7 @@ bool HoldsReport(const std::string& file) {
     TextInput input(file);
     return BeginsReport({head, input.Read(head, sizeof head)});
   } catch (const InputError&) {
-    // Reading it as a log reports that.
+    // The error is reported when the file is read as a log.
     return false;
   }
 }
@@ -153,13 +110,15 @@ class FileCounter {
  public:
   FileCounter(const ShapesOptions& options, impl_dao::CProductInterface& product,
               InterruptWatch& watch, Problems& problems)
-      : options_(options), product_(product), watch_(watch), problems_(problems) {
-    counting_.fold_digits = options.rule.fold_digits;
-    counting_.exact = options.rule.exact;
-    counting_.keys = options.rule.keys;
-    counting_.group_by = options.rule.group_by;
-    counting_.threads = static_cast<unsigned>(options.threads);
-  }
+      : options_(options),
+        product_(product),
+        watch_(watch),
+        problems_(problems),
+        counting_{.fold_digits = options.rule.fold_digits,
+                  .exact = options.rule.exact,
+                  .keys = options.rule.keys,
+                  .group_by = options.rule.group_by,
+                  .threads = static_cast<unsigned>(options.threads)} {}
 
   ShapeCount Count(const std::vector<std::string>& files) {
     std::vector<std::string> logs;
@@ -172,7 +131,7 @@ class FileCounter {
       try {
         // The report to compare with was filtered when it was made.
         if (file != options_.compare && Filters()) {
-          throw InputError(file + ": a report holds no single statements to choose from");
+          throw InputError(file + ": a report holds no single statements, so it can't be filtered");
         }
         const std::string text = WholeText(file, watch_);
         total += ReadReport(file == kStandardInput ? "standard input" : file, text, options_.rule);
@@ -180,18 +139,11 @@ class FileCounter {
         problems_.Add(error.what(), kExitTrouble);
       }
     }
-    if (logs.empty()) return total;
-    ChooseStatements(logs);
-    StatementQueue queue(options_.input, logs, watch_, problems_);
-    total += CountShapes([&queue](StatementBatch& batch,
-                                  std::uint64_t& position) { return queue.Next(batch, position); },
-                         product_, counting_);
-    queue.ClearProgress();
-    if (total.first_failure) failure_ = queue.Describe(*total.first_failure);
+    if (!logs.empty()) total += CountLogs(logs);
     return total;
   }
 
-  // Reports statements that failed, and questions to which the logs have no answer.
+  // Reports statements that failed, and options for which the logs lack the facts.
   void ReportLeftOut(const ShapeCount& count) {
     const int exit_code = count.counted == 0 ? kExitFailed : kExitSuccess;
     bool untold = false;
@@ -199,8 +151,8 @@ class FileCounter {
       if (number == 0) return;
       untold = true;
       problems_.Add("shapes: " + option + " left out " + std::to_string(number) +
-                        (number == 1 ? " statement" : " statements") +
-                        ", of which the log does not tell the " + detail,
+                        (number == 1 ? " statement" : " statements") + " without a " + detail +
+                        " in the log",
                     exit_code);
     };
     report(count.without_time, options_.since.empty() ? "--until" : "--since", "time");
@@ -209,19 +161,19 @@ class FileCounter {
       report(count.without_detail.at(i), std::string("--") + name, name);
     }
     if (count.counted == 0 && counting_.filter.Active() && !untold) {
-      problems_.Add("shapes: no statement is of the time, user, db and host asked for", exit_code);
+      problems_.Add("shapes: no statement has the given time, user, db and host", exit_code);
     }
     if (options_.table.rank.order == ShapeOrder::kRows && count.counted > 0 &&
         std::all_of(count.shapes.begin(), count.shapes.end(), [](const auto& entry) {
           return !entry.second.rows_examined && !entry.second.rows_sent;
         })) {
-      problems_.Add("shapes: --sort=rows: the log tells no rows", kExitFailed);
+      problems_.Add("shapes: --sort=rows: the log records no rows", kExitFailed);
     }
     if (options_.rule.group_by && count.counted > 0 &&
         std::all_of(count.shapes.begin(), count.shapes.end(),
                     [](const auto& entry) { return entry.first.group.empty(); })) {
       problems_.Add(
-          std::string("shapes: --group-by: the log tells no ") + NameOf(*options_.rule.group_by),
+          std::string("shapes: --group-by: the log records no ") + NameOf(*options_.rule.group_by),
           kExitFailed);
     }
     if (count.failed == 0) return;
@@ -233,13 +185,43 @@ class FileCounter {
   }
 
  private:
+  ShapeCount CountLogs(const std::vector<std::string>& logs) {
+    ChooseStatements(logs);
+    StatementReader reader(logs, options_.input.Reading(), &watch_);
+    ProgressBar progress(logs);
+    std::mutex mutex;
+    const auto next = [&](StatementBatch& batch, std::uint64_t& position) {
+      const std::lock_guard lock(mutex);
+      for (;;) {
+        try {
+          const bool more = reader.Read(batch);
+          for (Remark& remark : reader.TakeRemarks()) {
+            problems_.Add(std::move(remark.text), remark.is_problem ? kExitFailed : kExitSuccess);
+          }
+          if (!more) return false;
+          position = batch.FirstNumber();
+          progress.Show(reader.BytesRead(), position + batch.Size() - 1);
+          return true;
+        } catch (const InputError& error) {
+          problems_.Add(error.what(), kExitTrouble);
+        }
+      }
+    };
+    ShapeCount count = CountShapes(next, product_, counting_);
+    if (const auto& failure = count.first_failure) {
+      failure_ = reader.PlaceOf(failure->position) + ": " + failure->reason;
+    }
+    return count;
+  }
+
   bool Filters() const {
     return !options_.since.empty() || !options_.until.empty() ||
            std::any_of(options_.details.begin(), options_.details.end(),
                        [](const std::string& detail) { return !detail.empty(); });
   }
 
-  // Sets the filter. Times before the log's end need its end, so the logs are read once more.
+  // Sets the filter. A distance such as "2h" is counted from the log's end, so the logs are read
+  // an additional time to find it.
   void ChooseStatements(const std::vector<std::string>& logs) {
     std::optional<LogTime> end;
     for (const auto& [name, text, limit] :
@@ -250,8 +232,8 @@ class FileCounter {
       if (*limit) continue;
       const auto distance = MicrosecondsTyped(*text);
       if (!distance) {
-        throw ToolError(std::string("shapes: ") + name +
-                        ": no time, nor a number of s, m, h or d: " + *text);
+        throw ToolError(std::string("shapes: ") + name + ": " + *text +
+                        " is neither a time nor a number of s, m, h or d");
       }
       if (!end) end = EndOf(logs, name);
       *limit = end;
@@ -282,7 +264,7 @@ class FileCounter {
         // Counting reports it.
       }
     }
-    if (!last) throw ToolError("shapes: " + option + ": the log tells no time");
+    if (!last) throw ToolError("shapes: " + option + ": the log records no time");
     return *last;
   }
 
@@ -304,7 +286,7 @@ class FileCounter {
     constexpr std::int64_t kSecond = 1'000'000;
     const std::map<char, std::int64_t> units = {
         {'s', kSecond}, {'m', 60 * kSecond}, {'h', 3600 * kSecond}, {'d', 86'400 * kSecond}};
-    // More digits than this are no distance within a log.
+    // No log spans a distance of more digits.
     constexpr std::size_t kMostDigits = 7;
     const std::size_t digits = text.find_first_not_of("0123456789");
     if (digits == 0 || digits > kMostDigits || digits + 1 != text.size()) return std::nullopt;
@@ -318,7 +300,7 @@ class FileCounter {
   InterruptWatch& watch_;
   Problems& problems_;
   CountOptions counting_;
-  // Describes the first statement that failed.
+  // The first statement that failed, as "NAME: statement N: REASON".
   std::string failure_;
 };
 
@@ -330,7 +312,7 @@ int Shapes(const ShapesOptions& options) {
   FileCounter counter(options, plugin.Product(), watch, problems);
   std::optional<ShapeCount> before;
   if (!options.compare.empty()) before = counter.Count({options.compare});
-  const ShapeCount count = counter.Count(options.input.FilesOrStandardInput());
+  const ShapeCount count = counter.Count(options.input.files);
   watch.Stop();
   if (watch.Interrupted()) {
     problems.Add("shapes: interrupted; this is what was counted so far", kExitInterrupted);
@@ -355,60 +337,58 @@ int Shapes(const ShapesOptions& options) {
 }  // namespace
 
 void AddShapesCommand(CommandLine& line) {
-  const auto options = std::make_shared<ShapesOptions>();
-  Command command = line.Add("shapes", "Count statements by shape, and sum up how long they took",
-                             [options] { return Shapes(*options); });
+  auto [command, options] =
+      line.Add("shapes", "Count statements by shape, and sum up their times", Shapes);
   auto formats = ReadableFormats();
   formats.emplace(kReportFormat.name, &kReportFormat);
-  AddInputOptions(command, options->input, formats);
-  command.Flag("--exact", options->rule.exact,
-               "Count by the canonical text, in which values and lists stay");
-  command.Flag("--fold-digits", options->rule.fold_digits,
-               "Count names that differ in digits alone as one, for tables that are numbered");
-  command.Flag("--keys", options->rule.keys,
-               "Count the canonical texts of each shape, the keys in a host's tables");
-  command.Choice("--sort", options->table.rank.order,
+  AddInputOptions(command, options.input, formats);
+  command.Flag("--exact", options.rule.exact,
+               "Count by the canonical text, which keeps values and lists");
+  command.Flag(
+      "--fold-digits", options.rule.fold_digits,
+      "Count names that differ only in digits as one, such as orders_2024 and orders_2025");
+  command.Flag("--keys", options.rule.keys,
+               "Count the canonical texts of each shape, which are the keys in a host's tables");
+  command.Choice("--sort", options.table.rank.order,
                  std::map<std::string, ShapeOrder>{{"count", ShapeOrder::kCount},
                                                    {"time", ShapeOrder::kTime},
                                                    {"max", ShapeOrder::kMax},
                                                    {"rows", ShapeOrder::kRows}},
                  "ORDER",
-                 "What comes first: the most statements (count), the most time in all (time, the "
-                 "default where times are known), the slowest statement (max) or the most rows "
+                 "Print first the shapes with the most statements (count), the most time (time, "
+                 "the default if times are known), the slowest statement (max) or the most rows "
                  "examined (rows)");
-  command.Count("--top", options->table.rank.top, kMostShapes,
-                "Print the first N shapes, sum up the others");
-  command.Count("--min-count", options->table.rank.min_count, kMostShapes,
+  command.Count("--top", options.table.rank.top, kMostShapes,
+                "Print the first N shapes and sum up the others");
+  command.Count("--min-count", options.table.rank.min_count, kMostShapes,
                 "Sum up the shapes of fewer than N statements");
-  command.Flag("--examples", options->table.examples,
+  command.Flag("--examples", options.table.examples,
                "Print below each shape its slowest statement and when it ran");
-  command.NameOption(
-      "--since", options->since, "TIME",
-      "Leave out statements before a time of the log, as 2026-11-24 09:05, or before "
-      "the last 90s, 30m, 2h or 7d of it");
-  command.NameOption("--until", options->until, "TIME", "Leave out statements from then on");
+  command.Name("--since", options.since, "TIME",
+               "Leave out statements before a time, such as 2026-11-24 09:05, or before the last "
+               "90s, 30m, 2h or 7d of the log");
+  command.Name("--until", options.until, "TIME", "Leave out statements of this time or later");
   std::map<std::string, Detail> details;
   for (std::size_t i = 0; i < kDetails; ++i) {
     const std::string name = NameOf(static_cast<Detail>(i));
-    command.NameOption("--" + name, options->details.at(i), "NAME",
-                       "Leave out statements of any other " + name);
+    command.Name("--" + name, options.details.at(i), "NAME",
+                 "Leave out statements of every other " + name);
     details.emplace(name, static_cast<Detail>(i));
   }
-  command.Choice("--group-by", options->rule.group_by, details, "DETAIL",
-                 "Count the shapes of each user, database (db) or host apart");
-  command.NameOption("--compare", options->compare, "FILE",
-                     "Tell what changed since the report or log FILE");
-  command.Flag("--json", options->json,
-               "Print JSON, with examples; such reports add up when they are read again");
-  command.Count("--threads", options->threads, kMostThreads,
+  command.Choice("--group-by", options.rule.group_by, details, "DETAIL",
+                 "Count the shapes of each user, database (db) or host separately");
+  command.Name("--compare", options.compare, "FILE",
+               "Print the changes since the report or log FILE");
+  command.Flag("--json", options.json,
+               "Print JSON, with examples; reports can be read again and add up");
+  command.Count("--threads", options.threads, kMostThreads,
                 "Count on N threads (default: one per processor)");
-  AddPluginOption(command, options->plugin);
+  AddPluginOption(command, options.plugin);
   command.Footer(
-      "Statements are of one shape when they differ in values, in the length of lists of them, in\n"
-      "the number of VALUES rows, in comments, case and spacing, and in what the canonical text\n"
-      "unites. Where the input is a log that tells times, they are summed up. Statements that "
-      "fail\n"
-      "are left out and reported. Ctrl-C ends the input: what was counted so far is printed.\n\n"
+      "Statements have one shape if they differ only in values, in the length of lists of values,\n"
+      "in the number of VALUES rows, or in comments, case and spacing. If the input is a log with\n"
+      "times, the times are summed up. Statements that fail are reported. Ctrl-C ends the input\n"
+      "and prints the counts so far.\n\n"
       "Examples:\n"
       "  tarn_host shapes statements.sql\n"
       "  tarn_host shapes --input=slowlog --top 10 mysql-slow.log.1.gz\n"

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <exception>
-#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -14,52 +13,42 @@
 #include "plugin/plugin.h"
 #include "sqlnorm/patterns/pattern_engine.h"
 #include "tarn_host/errors.h"
-#include "tarn_host/exit_code.h"
 #include "tarn_host/output.h"
 #include "tarn_host/plugin_option.h"
 
 namespace tarn::host {
 namespace {
 
-// One line a text: a label, and the text in brackets, which show blanks at its ends.
-class TraceTable {
- public:
-  explicit TraceTable(Output& output) : output_(output) {}
-
-  void Row(std::string_view label, std::string_view text) {
-    constexpr std::size_t kLabelWidth = 36;
-    std::string row(label);
-    row.resize(std::max(kLabelWidth, row.size() + 1), ' ');
-    if (output_.Coloured()) row = "\x1B[1m" + row + "\x1B[0m";
-    output_.Write(row + '[' + OneLine(text) + "]\n");
-  }
-
- private:
-  Output& output_;
-};
+// Prints a line: the label, and the text in brackets, which show blanks at its ends.
+void PrintRow(Output& output, std::string_view label, std::string_view text) {
+  constexpr std::size_t kLabelWidth = 36;
+  std::string row(label);
+  row.resize(std::max(kLabelWidth, row.size() + 1), ' ');
+  if (output.Coloured()) row = "\x1B[1m" + row + "\x1B[0m";
+  output.Write(row + '[' + OneLine(text) + "]\n");
+}
 
 // Prints the text after each step that changed it.
 class ChangePrinter final : public sqlnorm::StepObserver {
  public:
-  ChangePrinter(TraceTable& table, std::string text) : table_(table), text_(std::move(text)) {}
+  ChangePrinter(Output& output, std::string text) : output_(output), text_(std::move(text)) {}
 
   void AfterStep(int step, const char* name, const std::string& text) override {
     last_step_ = step;
     if (text == text_) return;
-    table_.Row((step < 10 ? " " : "") + std::to_string(step) + ' ' + name, text);
+    PrintRow(output_, (step < 10 ? " " : "") + std::to_string(step) + ' ' + name, text);
     text_ = text;
   }
 
   int LastStep() const noexcept { return last_step_; }
 
  private:
-  TraceTable& table_;
+  Output& output_;
   std::string text_;
   int last_step_ = 0;
 };
 
-// The statement that standard input holds. What nobody would read is refused, and so is an input
-// without an end. Throws ToolError.
+// Reads the statement from standard input. Throws ToolError if it is longer than 1 MiB, or endless.
 std::string ReadStatement() {
   constexpr std::size_t kMaxBytes = std::size_t{1} << 20U;
   Input input(kStandardInput);
@@ -83,9 +72,8 @@ int Trace(const TraceOptions& options) {
   if (!options.plugin.empty()) plugin.emplace(ChosenPlugin(options.plugin));
   const std::string input = options.statement ? *options.statement : ReadStatement();
   Output output;
-  TraceTable table(output);
-  table.Row("input", input);
-  ChangePrinter printer(table, input);
+  PrintRow(output, "input", input);
+  ChangePrinter printer(output, input);
   std::string result;
   try {
     result = sqlnorm::NormalizeByPatterns(input, &printer);
@@ -97,14 +85,14 @@ int Trace(const TraceOptions& options) {
                 NormalizeFailure(error));
     return kExitFailed;
   }
-  table.Row("result", result);
+  PrintRow(output, "result", result);
   std::string reason;
   if (plugin) {
     std::string canonical = input;
     if (const auto thrown = CallNormalize(plugin->Product(), canonical)) {
       reason = "the plug-in fails: " + *thrown;
     } else {
-      table.Row("plug-in", canonical);
+      PrintRow(output, "plug-in", canonical);
       if (canonical != result) reason = "the plug-in's text is not the result of these steps";
     }
   }
@@ -117,17 +105,14 @@ int Trace(const TraceOptions& options) {
 }  // namespace
 
 void AddTraceCommand(CommandLine& line) {
-  const auto options = std::make_shared<TraceOptions>();
-  Command command = line.Add("trace", "Print what each rewrite step makes of a statement",
-                             [options] { return Trace(*options); });
-  command.Argument("STATEMENT", options->statement, "The statement; standard input when absent",
-                   Presence::kOptional);
-  command.NameOption("--plugin", options->plugin, "PATH",
-                     "Compare the result with what this library makes of the statement");
+  auto [command, options] = line.Add("trace", "Print a statement after each rewrite step", Trace);
+  command.Text("STATEMENT", options.statement, "The statement (default: standard input)");
+  command.Name("--plugin", options.plugin, "PATH",
+               "Compare the result with the canonical text of this library");
   command.Footer(
       "Prints the text after each of the 23 steps that changed it, with the step's number and\n"
-      "name. Control characters are shown as \\n, \\t and the like. The steps are the tool's own;\n"
-      "with --plugin the exit code is 1 when that library's text is another.\n\n"
+      "name. Control characters are shown as \\n, \\t and so on. The tool takes the steps itself.\n"
+      "With --plugin the exit code is 1 if the library's text differs from their result.\n\n"
       "Examples:\n"
       "  tarn_host trace \"select t3.a, 1.50 from tab t3 where (t3.id = 0x1F)\"\n"
       "  tarn_host trace < statement.sql");

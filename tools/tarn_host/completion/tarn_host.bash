@@ -12,7 +12,7 @@ _tarn_host_files() {
 
 _tarn_host() {
   local word=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
-  local command='' options='' index
+  local command='' options='' choices='' index
   COMPREPLY=()
 
   for ((index = 1; index < COMP_CWORD; index++)); do
@@ -34,27 +34,13 @@ _tarn_host() {
   fi
   case $previous in
     --input)
-      local formats='sql lines nul slowlog general pglog csvlog jsonlog'
-      [[ $command != shapes ]] || formats+=' report'
-      COMPREPLY=($(compgen -W "$formats" -- "$word"))
-      return
+      choices='sql lines nul slowlog general pglog csvlog jsonlog'
+      [[ $command != shapes ]] || choices+=' report'
       ;;
-    --dialect)
-      COMPREPLY=($(compgen -W 'mysql ansi postgres' -- "$word"))
-      return
-      ;;
-    --sort)
-      COMPREPLY=($(compgen -W 'count time max rows' -- "$word"))
-      return
-      ;;
-    --group-by)
-      COMPREPLY=($(compgen -W 'user db host' -- "$word"))
-      return
-      ;;
-    --algorithm)
-      COMPREPLY=($(compgen -W 'aes-256-gcm aes-128-ecb 19 18' -- "$word"))
-      return
-      ;;
+    --dialect) choices='mysql ansi postgres' ;;
+    --sort) choices='count time max rows' ;;
+    --group-by) choices='user db host' ;;
+    --algorithm) choices='aes-256-gcm aes-128-ecb 19 18' ;;
     --plugin)
       _tarn_host_files "$word" '*.so?(.*)'
       return
@@ -67,6 +53,10 @@ _tarn_host() {
       return
       ;;
   esac
+  if [[ -n $choices ]]; then
+    COMPREPLY=($(compgen -W "$choices" -- "$word"))
+    return
+  fi
 
   case $command in
     normalize) options='--input --dialect --prefix --max-statement --pairs --plugin --help' ;;
