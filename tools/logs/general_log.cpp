@@ -1,4 +1,4 @@
-#include "logs/general_log.h"
+#include "logs/format_splitters.h"
 
 #include <algorithm>
 #include <array>
@@ -8,7 +8,6 @@
 #include <string_view>
 
 #include "logs/line_splitter.h"
-#include "logs/slow_log.h"
 #include "sql/text.h"
 
 namespace tarn::host {

@@ -1,4 +1,4 @@
-#include "logs/json_log.h"
+#include "logs/format_splitters.h"
 
 #include <algorithm>
 #include <array>

@@ -1,4 +1,4 @@
-#include "logs/separator_splitter.h"
+#include "logs/format_splitters.h"
 
 #include <algorithm>
 #include <cstddef>

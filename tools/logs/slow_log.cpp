@@ -1,4 +1,4 @@
-#include "logs/slow_log.h"
+#include "logs/format_splitters.h"
 
 #include <algorithm>
 #include <charconv>
@@ -11,7 +11,6 @@
 #include <utility>
 
 #include "logs/line_splitter.h"
-#include "logs/sql_splitter.h"
 #include "sql/dialect.h"
 #include "sql/text.h"
 
@@ -281,9 +280,7 @@ class SlowLogSplitter final : public LineSplitter {
         return;
       }
     }
-    SplitterOptions options;
-    options.max_statement = MaxStatement();
-    const auto splitter = MakeSqlSplitter(options);
+    const auto splitter = MakeSqlSplitter({.max_statement = MaxStatement()});
     constexpr std::size_t kPiece = std::size_t{64} * 1024;
     std::size_t done = 0;
     std::size_t statements = 0;

@@ -62,7 +62,13 @@ struct Found {
   // Times that no server can mean. Their statements are untimed.
   std::uint64_t impossible_times = 0;
 
-  void Clear();
+  // Keeps the memory of `statements`.
+  void Clear() {
+    statements.clear();
+    owned.clear();
+    first_time = last_time = std::nullopt;
+    entries = damaged = too_long = impossible_times = 0;
+  }
   void CountTooLong() noexcept {
     if (too_long++ == 0) before_too_long = statements.size();
   }
