@@ -17,7 +17,10 @@ namespace {
 
 class SqlSplitter final : public Splitter {
  public:
-  explicit SqlSplitter(Dialect dialect) : rules_(RulesOf(dialect)), opaque_(dialect) {
+  explicit SqlSplitter(const SplitterOptions& options)
+      : rules_(RulesOf(options.dialect)),
+        opaque_(options.dialect),
+        max_statement_(options.max_statement) {
     SetDelimiter(";");
   }
 
@@ -45,8 +48,6 @@ class SqlSplitter final : public Splitter {
     begin_ = 0;
     return done;
   }
-
-  void LimitStatements(std::size_t max_statement) noexcept { max_statement_ = max_statement; }
 
   std::string Problem() const override {
     std::string problem = delimiter_problem_;
@@ -239,11 +240,12 @@ class SqlSplitter final : public Splitter {
 
   const DialectRules& rules_;
   OpaqueReader opaque_;
+  const std::size_t max_statement_;
   std::string delimiter_;
   // The bytes at which reading code has to stop and look.
   std::array<bool, 256> stops_{};
 
-  std::size_t max_statement_ = kMaxStatement;
+  // Whether the first bytes of the statement that has begun are dropped.
   bool too_long_ = false;
 
   // Of the call that runs.
@@ -271,14 +273,8 @@ class SqlSplitter final : public Splitter {
 
 }  // namespace
 
-std::unique_ptr<Splitter> MakeSqlSplitter(Dialect dialect) {
-  return std::make_unique<SqlSplitter>(dialect);
-}
-
 std::unique_ptr<Splitter> MakeSqlSplitter(const SplitterOptions& options) {
-  auto splitter = std::make_unique<SqlSplitter>(options.dialect);
-  splitter->LimitStatements(options.max_statement);
-  return splitter;
+  return std::make_unique<SqlSplitter>(options);
 }
 
 }  // namespace tarn::host
