@@ -105,23 +105,24 @@ class CsvLogSplitter final : public Splitter {
   std::string WhyEmpty() const override { return messages_.WhyEmpty(); }
 
  private:
-  enum Column : std::size_t {
-    kTime = 0,
-    kUser = 1,
-    kDatabase = 2,
-    kHost = 4,
-    kSession = 5,
-    kSeverity = 11,
-    kSqlstate = 12,
-    kMessage = 13,
-    kDetail = 14,
-    kStatement = 19,
-    kQueryId = 25,
-    kColumns
-  };
   // Of the oldest version that is read, and more than any has.
   static constexpr std::size_t kFewestColumns = 23;
   static constexpr std::size_t kMostColumns = 64;
+  // The columns that are used, by their index; the others are null.
+  static constexpr auto kColumns = [] {
+    std::array<std::string PostgresMessage::*, kMostColumns> columns{};
+    columns[1] = &PostgresMessage::user;
+    columns[2] = &PostgresMessage::database;
+    columns[4] = &PostgresMessage::host;
+    columns[5] = &PostgresMessage::session;
+    columns[11] = &PostgresMessage::severity;
+    columns[12] = &PostgresMessage::sqlstate;
+    columns[13] = &PostgresMessage::text;
+    columns[14] = &PostgresMessage::detail;
+    columns[19] = &PostgresMessage::statement;
+    columns[25] = &PostgresMessage::query_id;
+    return columns;
+  }();
 
   // Looks at the line that begins at the position. False when more bytes must tell.
   bool BeginLine(std::string_view text, bool last, Found& found) {
@@ -156,36 +157,26 @@ class CsvLogSplitter final : public Splitter {
   bool TakeRecord(std::string_view record, Found& found) {
     if (Trimmed(record).empty()) return true;
     if (record.ends_with('\r')) record.remove_suffix(1);
-    std::string_view time_text = record;
-    const std::optional<LogTime> time = TakeRecordTime(time_text);
-    if (!time || !ReadFields(record)) return false;
-    std::string_view host = fields_[kHost];
+    message_ = {};
+    std::string_view columns = record;
+    message_.time = TakeRecordTime(columns);
+    if (!message_.time || !ReadColumns(record)) return false;
+    // "10.0.0.1:5678"
+    std::string& host = message_.host;
     const std::size_t colon = host.rfind(':');
     if (colon != kNoPlace && host.find_first_not_of("0123456789", colon + 1) == kNoPlace) {
-      host = host.substr(0, colon);
+      host.resize(colon);
     }
-    messages_.Take({.time = time,
-                    .session = fields_[kSession],
-                    .user = fields_[kUser],
-                    .database = fields_[kDatabase],
-                    .host = host,
-                    .severity = fields_[kSeverity],
-                    .sqlstate = fields_[kSqlstate],
-                    .text = fields_[kMessage],
-                    .detail = fields_[kDetail],
-                    .statement = fields_[kStatement],
-                    .query_id = fields_[kQueryId]},
-                   found);
+    messages_.Take(message_, found);
     return true;
   }
 
   // False when the record is not one of CSV or has too few columns or too many.
-  bool ReadFields(std::string_view record) {
+  bool ReadColumns(std::string_view record) {
     std::size_t count = 0;
-    for (std::string& field : fields_) field.clear();
     for (std::size_t at = 0; at <= record.size(); ++count) {
       if (count == kMostColumns) return false;
-      std::string& field = fields_[std::min<std::size_t>(count, kColumns)];
+      std::string& field = kColumns[count] != nullptr ? message_.*kColumns[count] : unused_;
       if (at == record.size() || record[at] != '"') {
         const std::size_t end = FindEither(record, ',', '"', at);
         if (end < record.size() && record[end] == '"') return false;
@@ -220,8 +211,9 @@ class CsvLogSplitter final : public Splitter {
   // Whether the first bytes of the record are dropped.
   bool too_long_ = false;
   std::string problem_;
-  // By Column; the last is for all others.
-  std::array<std::string, kColumns + 1> fields_;
+  PostgresMessage message_;
+  // Takes the columns that are not used.
+  std::string unused_;
 };
 
 }  // namespace

@@ -83,22 +83,22 @@ class PrefixReader {
     any_ = format.empty();
   }
 
-  std::optional<std::string_view> Read(std::string_view line, PrefixFields& fields) {
+  std::optional<std::string_view> Read(std::string_view line, PostgresMessage& message) {
     for (std::size_t tried = 0; tried < prefixes_.size(); ++tried) {
       // Lines of one log have one form.
       const std::size_t index = (last_ + tried) % prefixes_.size();
-      if (const auto rest = prefixes_[index].Read(line, fields)) {
+      if (const auto rest = prefixes_[index].Read(line, message)) {
         last_ = index;
         return rest;
       }
     }
-    fields = {};
-    return any_ ? ReadAny(line, fields) : std::nullopt;
+    message = {};
+    return any_ ? ReadAny(line, message) : std::nullopt;
   }
 
  private:
   // A prefix that begins with a time and has a number in brackets, or neither.
-  static std::optional<std::string_view> ReadAny(std::string_view line, PrefixFields& fields) {
+  static std::optional<std::string_view> ReadAny(std::string_view line, PostgresMessage& message) {
     constexpr std::size_t kMostLooked = 1000;
     const std::string_view head = line.substr(0, kMostLooked);
     std::size_t mark = 0;
@@ -115,11 +115,11 @@ class PrefixReader {
       if (IsOneOf(severity, kSeverities) || IsOneOf(severity, kSupplements)) break;
     }
     std::string_view rest = head.substr(0, begin);
-    fields.time = TakeLogTime(rest);
+    message.time = TakeLogTime(rest);
     const std::size_t open = rest.find('[');
     const std::size_t close = rest.find(']', std::min(open, rest.size()));
     if (open != kNoPlace && close != kNoPlace) {
-      fields.session = rest.substr(open + 1, close - open - 1);
+      message.session = rest.substr(open + 1, close - open - 1);
     }
     return line.substr(begin);
   }
@@ -139,17 +139,7 @@ class PostgresLogSplitter final : public LineSplitter {
  private:
   // A message whose lines may not all have come.
   struct Open {
-    std::optional<LogTime> time;
-    std::string session;
-    std::string user;
-    std::string database;
-    std::string host;
-    std::string severity;
-    std::string sqlstate;
-    std::string query_id;
-    std::string text;
-    std::string detail;
-    std::string statement;
+    PostgresMessage message;
     // What a line that continues the message belongs to; null when nobody needs it.
     std::string* target = nullptr;
     bool too_long = false;
@@ -172,9 +162,9 @@ class PostgresLogSplitter final : public LineSplitter {
     const std::optional<SyslogStamp> stamp = TakeSyslogStamp(line);
     // A line that continues a message begins with a tab, whatever else is in it.
     if (stamp ? stamp->line_number == "1" : !line.starts_with('\t')) {
-      PrefixFields fields;
-      if (const auto rest = prefix_.Read(line, fields)) {
-        TakeHead(*rest, fields, stamp);
+      PostgresMessage message;
+      if (const auto rest = prefix_.Read(line, message)) {
+        TakeHead(*rest, std::move(message), stamp);
         return;
       }
     }
@@ -194,14 +184,14 @@ class PostgresLogSplitter final : public LineSplitter {
 
   // Syslog counts the lines of DETAIL and STATEMENT with those of the message, and parts long ones.
   void TakeSyslogLine(Open& open, std::string_view text) {
-    PrefixFields fields;
-    const auto rest = prefix_.Read(text, fields);
+    PostgresMessage message;
+    const auto rest = prefix_.Read(text, message);
     if (!rest || !TakeSupplement(open, *rest)) Append(open, "", text);
   }
 
-  void TakeHead(std::string_view rest, const PrefixFields& fields,
+  void TakeHead(std::string_view rest, PostgresMessage message,
                 const std::optional<SyslogStamp>& stamp) {
-    const std::string_view process = stamp ? stamp->process : fields.session;
+    const std::string process(stamp ? stamp->process : message.session);
     const auto known = open_.find(process);
     if (known != open_.end() && TakeSupplement(known->second, rest)) return;
     const std::string_view severity = SeverityAt(rest);
@@ -213,16 +203,15 @@ class PostgresLogSplitter final : public LineSplitter {
       open_.erase(known);
     }
     if (IsOneOf(severity, kSupplements)) return;
-    Open& open = open_[std::string(process)];
-    open.time = fields.time;
-    open.session = fields.session.empty() ? process : fields.session;
-    open.user = fields.user;
-    open.database = fields.database;
-    open.host = fields.host;
-    open.severity = severity;
-    open.sqlstate = fields.sqlstate;
-    open.query_id = fields.query_id;
-    open.target = &open.text;
+    if (message.session.empty()) message.session = process;
+    message.severity = severity;
+    // Servers write "[unknown]" while a client logs in.
+    for (std::string* name : {&message.user, &message.database, &message.host}) {
+      if (*name == "[unknown]") name->clear();
+    }
+    Open& open = open_[process];
+    open.message = std::move(message);
+    open.target = &open.message.text;
     Append(open, "", rest.substr(severity.size() + 3));
     last_ = process;
   }
@@ -231,8 +220,8 @@ class PostgresLogSplitter final : public LineSplitter {
   bool TakeSupplement(Open& open, std::string_view rest) {
     const std::string_view severity = SeverityAt(rest);
     if (!IsOneOf(severity, kSupplements)) return false;
-    open.target = severity == "DETAIL"      ? &open.detail
-                  : severity == "STATEMENT" ? &open.statement
+    open.target = severity == "DETAIL"      ? &open.message.detail
+                  : severity == "STATEMENT" ? &open.message.statement
                                             : nullptr;
     Append(open, "", rest.substr(severity.size() + 3));
     return true;
@@ -257,25 +246,9 @@ class PostgresLogSplitter final : public LineSplitter {
   void Close(const Open& open) {
     if (open.too_long) {
       Out().CountTooLong();
-      return;
+    } else {
+      messages_.Take(open.message, Out());
     }
-    messages_.Take({.time = open.time,
-                    .session = open.session,
-                    .user = Known(open.user),
-                    .database = Known(open.database),
-                    .host = Known(open.host),
-                    .severity = open.severity,
-                    .sqlstate = open.sqlstate,
-                    .text = open.text,
-                    .detail = open.detail,
-                    .statement = open.statement,
-                    .query_id = open.query_id},
-                   Out());
-  }
-
-  // Servers write "[unknown]" while a client logs in.
-  static std::string_view Known(std::string_view name) noexcept {
-    return name == "[unknown]" ? std::string_view() : name;
   }
 
   PrefixReader prefix_;
@@ -296,8 +269,8 @@ bool BeginsPostgresLogEntry(std::string_view line) {
   if (line.find(":  ") == kNoPlace) return false;
   const bool syslog = TakeSyslogStamp(line).has_value();
   if (!syslog && !LogTimeAt(line)) return false;
-  PrefixFields fields;
-  return PrefixReader({}).Read(line, fields).has_value();
+  PostgresMessage message;
+  return PrefixReader({}).Read(line, message).has_value();
 }
 
 }  // namespace tarn::host

@@ -103,20 +103,20 @@ void PostgresMessages::Take(const PostgresMessage& message, Found& found) {
 }
 
 PostgresMessages::Waiting PostgresMessages::Describe(const PostgresMessage& message,
-                                                     std::string_view statement) {
+                                                     std::string_view statement,
+                                                     std::optional<double> seconds) {
   std::string_view parameters = message.detail;
   if (!TakePrefix(parameters, "parameters: ") && !TakePrefix(parameters, "Parameters: ")) {
     parameters = {};
   }
-  return {.statement = std::string(statement),
-          .parameters = std::string(parameters),
-          .user = std::string(message.user),
-          .database = std::string(message.database),
-          .host = std::string(message.host),
-          .query_id = std::string(message.query_id == "0" ? "" : message.query_id),
-          .error = {},
-          .time = message.time,
-          .seconds = {}};
+  return {{.time = message.time,
+           .user = message.user,
+           .database = message.database,
+           .host = message.host,
+           .detail = std::string(parameters),
+           .statement = std::string(statement),
+           .query_id = message.query_id == "0" ? "" : message.query_id},
+          seconds};
 }
 
 void PostgresMessages::TakeLog(const PostgresMessage& message, Found& found) {
@@ -134,10 +134,9 @@ void PostgresMessages::TakeLog(const PostgresMessage& message, Found& found) {
   if (timed && !TakePrefix(text, "  ")) return;
   if (timed && TakePrefix(text, "plan:\n")) {
     const std::string_view planned = StatementBeforePlan(text);
-    if (planned.empty()) return;
-    Waiting statement = Describe(message, planned);
-    statement.seconds = seconds;
-    TakePlanned(std::move(statement), message.session, found);
+    if (!planned.empty()) {
+      TakePlanned(Describe(message, planned, seconds), message.session, found);
+    }
     return;
   }
   const std::optional<Named> named = NamedStatement(text);
@@ -146,8 +145,7 @@ void PostgresMessages::TakeLog(const PostgresMessage& message, Found& found) {
     return;
   }
   if (!timed && !named->executed) return;
-  Waiting statement = Describe(message, named->text);
-  statement.seconds = seconds;
+  Waiting statement = Describe(message, named->text, seconds);
   if (!timed) {
     AddWaiting(message.session, found);
     Wait(std::move(statement), message.session, found);
@@ -156,7 +154,7 @@ void PostgresMessages::TakeLog(const PostgresMessage& message, Found& found) {
   if (named->executed) {
     // auto_explain has told the same execution already.
     const Waiting* const waiting = FindWaiting(message.session);
-    if (waiting != nullptr && waiting->statement == named->text) {
+    if (waiting != nullptr && waiting->message.statement == named->text) {
       TakeWaiting(message.session);
     }
     AddWaiting(message.session, found);
@@ -167,7 +165,7 @@ void PostgresMessages::TakeLog(const PostgresMessage& message, Found& found) {
 void PostgresMessages::TakePlanned(Waiting planned, std::string_view session, Found& found) {
   const Waiting* const waiting = FindWaiting(session);
   if (waiting != nullptr && !waiting->seconds) {
-    if (waiting->statement != planned.statement) {
+    if (waiting->message.statement != planned.message.statement) {
       // A statement within the function that the other calls.
       Add(std::move(planned), true, found);
       return;
@@ -181,11 +179,10 @@ void PostgresMessages::TakePlanned(Waiting planned, std::string_view session, Fo
 void PostgresMessages::TakeError(const PostgresMessage& message, Found& found) {
   const std::string_view statement = Trimmed(message.statement);
   if (statement.empty()) return;
-  const std::string_view code = message.sqlstate.empty() ? message.severity : message.sqlstate;
   const Waiting* const waiting = FindWaiting(message.session);
-  const bool announced = waiting != nullptr && waiting->statement == statement;
-  Waiting failed = announced ? *TakeWaiting(message.session) : Describe(message, statement);
-  failed.error = code;
+  const bool announced = waiting != nullptr && waiting->message.statement == statement;
+  Waiting failed = announced ? *TakeWaiting(message.session) : Describe(message, statement, {});
+  failed.message.sqlstate = message.sqlstate.empty() ? message.severity : message.sqlstate;
   Add(std::move(failed), announced, found);
 }
 
@@ -198,13 +195,13 @@ std::optional<PostgresMessages::Waiting> PostgresMessages::TakeWaiting(std::stri
   const auto waiting = waiting_.find(session);
   if (waiting == waiting_.end()) return std::nullopt;
   Waiting statement = std::move(waiting->second);
-  waiting_bytes_ -= statement.statement.size() + statement.parameters.size();
+  waiting_bytes_ -= statement.message.statement.size() + statement.message.detail.size();
   waiting_.erase(waiting);
   return statement;
 }
 
 void PostgresMessages::Wait(Waiting waiting, std::string_view session, Found& found) {
-  waiting_bytes_ += waiting.statement.size() + waiting.parameters.size();
+  waiting_bytes_ += waiting.message.statement.size() + waiting.message.detail.size();
   waiting_.insert_or_assign(std::string(session), std::move(waiting));
   if (waiting_.size() > kMostWaiting || waiting_bytes_ > most_bytes_) Flush(found);
 }
@@ -213,24 +210,25 @@ void PostgresMessages::AddWaiting(std::string_view session, Found& found) {
   if (auto waiting = TakeWaiting(session)) Add(*std::move(waiting), true, found);
 }
 
-void PostgresMessages::Add(Waiting statement, bool executed, Found& found) {
-  if (statement.statement.empty()) return;
+void PostgresMessages::Add(Waiting waiting, bool executed, Found& found) {
+  PostgresMessage& message = waiting.message;
+  if (message.statement.empty()) return;
   const auto keep = [&found](std::string& text) -> std::string_view {
     if (text.empty()) return {};
     return found.owned.emplace_back(std::move(text));
   };
-  user_.Set(statement.user);
-  database_.Set(statement.database);
-  host_.Set(statement.host);
-  found.statements.push_back({keep(statement.statement),
-                              {.seconds = statement.seconds,
-                               .time = statement.time,
+  user_.Set(message.user);
+  database_.Set(message.database);
+  host_.Set(message.host);
+  found.statements.push_back({keep(message.statement),
+                              {.seconds = waiting.seconds,
+                               .time = message.time,
                                .user = user_.KeepIn(found),
                                .database = database_.KeepIn(found),
                                .host = host_.KeepIn(found),
-                               .parameters = keep(statement.parameters),
-                               .query_id = keep(statement.query_id),
-                               .error = keep(statement.error),
+                               .parameters = keep(message.detail),
+                               .query_id = keep(message.query_id),
+                               .error = keep(message.sqlstate),
                                .executed = executed}});
 }
 

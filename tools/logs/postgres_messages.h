@@ -10,23 +10,23 @@
 
 namespace tarn::host {
 
-// A report of a PostgreSQL server, however its log lays it out. Texts that the log does not tell
-// are empty.
+// A message of a PostgreSQL server, in whichever form of log. A text that the log does not give is
+// empty.
 struct PostgresMessage {
   std::optional<LogTime> time = {};
-  // Tells one session of the server from others.
-  std::string_view session = {};
-  std::string_view user = {};
-  std::string_view database = {};
-  std::string_view host = {};
+  // Differs between the sessions of the server.
+  std::string session = {};
+  std::string user = {};
+  std::string database = {};
+  std::string host = {};
   // "LOG", "ERROR" and the like.
-  std::string_view severity = {};
-  std::string_view sqlstate = {};
-  std::string_view text = {};
-  std::string_view detail = {};
+  std::string severity = {};
+  std::string sqlstate = {};
+  std::string text = {};
+  std::string detail = {};
   // The statement that an error ended.
-  std::string_view statement = {};
-  std::string_view query_id = {};
+  std::string statement = {};
+  std::string query_id = {};
 };
 
 // Finds the executions of statements in a server's messages: "statement: ", "execute NAME: " and
@@ -52,19 +52,14 @@ class PostgresMessages {
  private:
   // A statement that may not be over.
   struct Waiting {
-    std::string statement;
-    std::string parameters;
-    std::string user;
-    std::string database;
-    std::string host;
-    std::string query_id;
-    std::string error;
-    std::optional<LogTime> time;
-    // Known of one that auto_explain has told.
+    // Its text is `statement`; `detail` has the values of its parameters alone.
+    PostgresMessage message;
+    // Known if auto_explain has reported the statement.
     std::optional<double> seconds;
   };
 
-  static Waiting Describe(const PostgresMessage& message, std::string_view statement);
+  static Waiting Describe(const PostgresMessage& message, std::string_view statement,
+                          std::optional<double> seconds);
 
   void TakeLog(const PostgresMessage& message, Found& found);
   void TakeError(const PostgresMessage& message, Found& found);
@@ -74,7 +69,7 @@ class PostgresMessages {
   void Wait(Waiting waiting, std::string_view session, Found& found);
   // Adds the statement for which the session waits, if there is one.
   void AddWaiting(std::string_view session, Found& found);
-  void Add(Waiting statement, bool executed, Found& found);
+  void Add(Waiting waiting, bool executed, Found& found);
   // The statement for which the session waits, which it no longer does.
   std::optional<Waiting> TakeWaiting(std::string_view session);
   const Waiting* FindWaiting(std::string_view session) const;

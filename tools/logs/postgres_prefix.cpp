@@ -72,8 +72,8 @@ PostgresPrefix::PostgresPrefix(std::string_view format) {
 }
 
 std::optional<std::string_view> PostgresPrefix::Read(std::string_view line,
-                                                     PrefixFields& fields) const {
-  fields = {};
+                                                     PostgresMessage& message) const {
+  message = {};
   for (std::size_t index = 0; index < parts_.size(); ++index) {
     const Part& part = parts_[index];
     if (!line.starts_with(part.literal)) return std::nullopt;
@@ -87,19 +87,19 @@ std::optional<std::string_view> PostgresPrefix::Read(std::string_view line,
     if (part.field == 'm' || part.field == 't' || part.field == 's') {
       const auto time = TakeLogTime(line);
       if (!time) return std::nullopt;
-      if (part.field != 's') fields.time = time;
+      if (part.field != 's') message.time = time;
       continue;
     }
     if (part.field == 'n') {
-      fields.time = TakeEpoch(line);
-      if (!fields.time) return std::nullopt;
+      message.time = TakeEpoch(line);
+      if (!message.time) return std::nullopt;
       continue;
     }
     line.remove_prefix(std::min(line.find_first_not_of(' '), line.size()));
     if (part.field == 'p' || part.field == 'l') {
       const std::string_view number = TakeBytes(line, CountDigits(line));
       if (number.empty()) return std::nullopt;
-      if (part.field == 'p' && fields.session.empty()) fields.session = number;
+      if (part.field == 'p' && message.session.empty()) message.session = number;
       continue;
     }
     // A field without its own form lasts up to the literal after it; the last one up to that with a
@@ -113,14 +113,14 @@ std::optional<std::string_view> PostgresPrefix::Read(std::string_view line,
     }
     if (end == std::string_view::npos) return std::nullopt;
     const std::string_view value = Trimmed(TakeBytes(line, end));
-    if (part.field == 'u') fields.user = value;
-    if (part.field == 'd') fields.database = value;
-    if (part.field == 'h') fields.host = value;
+    if (part.field == 'u') message.user = value;
+    if (part.field == 'd') message.database = value;
+    if (part.field == 'h') message.host = value;
     // "10.0.0.1(5678)"
-    if (part.field == 'r') fields.host = value.substr(0, value.find('('));
-    if (part.field == 'c') fields.session = value;
-    if (part.field == 'e') fields.sqlstate = value;
-    if (part.field == 'Q') fields.query_id = value;
+    if (part.field == 'r') message.host = value.substr(0, value.find('('));
+    if (part.field == 'c') message.session = value;
+    if (part.field == 'e') message.sqlstate = value;
+    if (part.field == 'Q') message.query_id = value;
   }
   if (SeverityAt(line).empty()) return std::nullopt;
   return line;
