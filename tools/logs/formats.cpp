@@ -5,7 +5,6 @@
 #include <cstddef>
 #include <map>
 #include <memory>
-#include <span>
 #include <string>
 #include <string_view>
 
@@ -78,8 +77,6 @@ constexpr std::array kFormats{
 };
 
 }  // namespace
-
-std::span<const Format> Formats() { return kFormats; }
 
 const std::map<std::string, const Format*>& ReadableFormats() {
   static const std::map<std::string, const Format*> kByName = [] {

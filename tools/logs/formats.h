@@ -2,7 +2,6 @@
 
 #include <map>
 #include <memory>
-#include <span>
 #include <string>
 #include <string_view>
 
@@ -32,10 +31,7 @@ struct Format {
   bool IsLog() const noexcept { return begins_entry != nullptr; }
 };
 
-// All formats, SQL first.
-std::span<const Format> Formats();
-
-// Those that are read, by their names.
+// The formats that are read, by their names.
 const std::map<std::string, const Format*>& ReadableFormats();
 
 // The log that `head`, the first lines of an input, belongs to: the first line that begins an entry

@@ -82,7 +82,7 @@ class GeneralLogSplitter final : public LineSplitter {
       EndBody();
       ++Out().entries;
       if (entry->time) time_ = entry->time;
-      AddTime(entry->time);
+      Out().AddTime(entry->time);
       if (entry->runs) BeginBody(entry->argument);
     } else if (IsServerBanner(line)) {
       EndBody();

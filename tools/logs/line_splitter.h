@@ -2,7 +2,6 @@
 
 #include <cassert>
 #include <cstddef>
-#include <optional>
 #include <string>
 #include <string_view>
 
@@ -46,9 +45,6 @@ class LineSplitter : public Splitter {
 
   Found& Out() const noexcept { return *found_; }
   std::size_t MaxStatement() const noexcept { return max_statement_; }
-  void AddTime(const std::optional<LogTime>& time) const {
-    if (time) ExtendSpan(found_->first_time, found_->last_time, *time);
-  }
 
   bool LineIsCut() const noexcept { return line_is_cut_; }
 

@@ -153,9 +153,4 @@ std::string FormatLogTime(const LogTime& time) {
   return result;
 }
 
-void ExtendSpan(std::optional<LogTime>& first, std::optional<LogTime>& last, const LogTime& time) {
-  if (!first || time.Instant() < first->Instant()) first = time;
-  if (!last || time.Instant() > last->Instant()) last = time;
-}
-
 }  // namespace tarn::host

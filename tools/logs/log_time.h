@@ -38,7 +38,4 @@ inline std::optional<LogTime> LogTimeAt(std::string_view text) { return TakeLogT
 // Whether `text` begins as `pattern` does, in which "9" means a digit.
 bool BeginsLike(std::string_view text, std::string_view pattern) noexcept;
 
-// Extends the span from `first` to `last`, in order of Instant, by `time`.
-void ExtendSpan(std::optional<LogTime>& first, std::optional<LogTime>& last, const LogTime& time);
-
 }  // namespace tarn::host

@@ -28,8 +28,6 @@ bool TakePrefix(std::string_view& text, std::string_view prefix) noexcept {
 // server can mean is counted.
 std::optional<double> TakeDuration(std::string_view& text, Found& found) {
   constexpr double kMillisecondsPerSecond = 1000;
-  // Ten years.
-  constexpr double kMost = 10 * 366 * 86'400.0;
   std::string_view rest = text;
   if (!TakePrefix(rest, "duration: ")) return std::nullopt;
   double milliseconds = 0;
@@ -37,10 +35,7 @@ std::optional<double> TakeDuration(std::string_view& text, Found& found) {
   rest.remove_prefix(static_cast<std::size_t>(end - rest.data()));
   if (!TakePrefix(rest, " ms")) return std::nullopt;
   text = rest;
-  const double seconds = milliseconds / kMillisecondsPerSecond;
-  if (error == std::errc() && seconds >= 0 && seconds <= kMost) return seconds;
-  ++found.impossible_times;
-  return std::nullopt;
+  return found.PossibleSeconds(error == std::errc() ? milliseconds / kMillisecondsPerSecond : -1);
 }
 
 // A statement as a message names it, and whether the message tells of its execution rather than of
@@ -93,7 +88,7 @@ void PostgresMessages::BeginFound() {
 
 void PostgresMessages::Take(const PostgresMessage& message, Found& found) {
   ++found.entries;
-  if (message.time) ExtendSpan(found.first_time, found.last_time, *message.time);
+  found.AddTime(message.time);
   if (message.severity == "LOG") {
     TakeLog(message, found);
   } else if (message.severity == "ERROR" || message.severity == "FATAL" ||

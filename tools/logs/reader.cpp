@@ -105,7 +105,7 @@ bool StatementReader::EndsBeforeFile() const noexcept {
 void StatementReader::BeginFile(StatementBatch& batch) {
   const std::string& name = input_->Source().Name();
   if (splitter_) {
-    const char last_byte = tally_.last_byte;
+    const char last_byte = tally_.last_byte.value_or('\n');
     EndFile({}, {});
     // Unless the file before was cut within a line, that line ends.
     const std::string_view first_line = std::string_view(head_).substr(0, head_.find('\n'));
@@ -137,7 +137,6 @@ void StatementReader::BeginFile(StatementBatch& batch) {
   starts_.push_back({name, next_number_});
   new_file_ = false;
   while (batch.bytes_.size() - end_ < head_.size()) MakeRoom(batch);
-  tally_.any_bytes = !head_.empty();
   tally_.recognized = recognized_;
   if (!head_.empty()) tally_.last_byte = head_.back();
   end_ += head_.copy(batch.bytes_.data() + end_, head_.size());
@@ -169,7 +168,6 @@ std::size_t StatementReader::ReadBlock(StatementBatch& batch) {
     throw;
   }
   if (got > 0) tally_.last_byte = batch.bytes_[end_ + got - 1];
-  tally_.any_bytes = tally_.any_bytes || got > 0;
   end_ += got;
   return got;
 }
@@ -208,7 +206,7 @@ void StatementReader::EndFile(const std::string& problem, const std::string& why
                     : std::string(looks->title) + ": use --input=" + std::string(looks->name)));
     return;
   }
-  if (format_->IsLog() && tally.any_bytes && tally.entries == 0) {
+  if (format_->IsLog() && tally.last_byte && tally.entries == 0) {
     AddProblem("holds no entry of " + std::string(format_->title));
     return;
   }

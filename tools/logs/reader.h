@@ -138,8 +138,8 @@ class StatementReader {
   struct Tally {
     // The log that its first lines are of, or null.
     const Format* recognized = nullptr;
-    bool any_bytes = false;
-    char last_byte = '\n';
+    // Null if the file is empty so far.
+    std::optional<char> last_byte;
     std::uint64_t entries = 0;
     std::uint64_t damaged = 0;
     std::uint64_t too_long = 0;

@@ -146,7 +146,7 @@ class SlowLogSplitter final : public LineSplitter {
       std::string_view rest = Trimmed(line.substr(kTime.size()));
       execution_.time = TakeLogTime(rest);
       if (execution_.time) {
-        AddTime(execution_.time);
+        Out().AddTime(execution_.time);
         time_ = execution_.time;
       } else {
         ++Out().impossible_times;
@@ -194,9 +194,9 @@ class SlowLogSplitter final : public LineSplitter {
   void TakeField(std::string_view name, std::string_view value) {
     if (name == "Query_time") {
       any_measures_ = true;
-      execution_.seconds = TakeSeconds(value);
+      execution_.seconds = Out().PossibleSeconds(NumberIn<double>(value).value_or(-1));
     } else if (name == "Lock_time") {
-      execution_.lock_seconds = TakeSeconds(value);
+      execution_.lock_seconds = Out().PossibleSeconds(NumberIn<double>(value).value_or(-1));
     } else if (name == "Rows_sent") {
       execution_.rows_sent = NumberIn<std::uint64_t>(value);
     } else if (name == "Rows_examined") {
@@ -208,15 +208,6 @@ class SlowLogSplitter final : public LineSplitter {
     } else if (name == "Errno" || name == "Last_errno") {
       error_ = value == "0" ? "" : value;
     }
-  }
-
-  std::optional<double> TakeSeconds(std::string_view value) {
-    // Ten years. A server whose clock is set back prints 18446744073708.796870.000036.
-    constexpr double kMost = 10 * 366 * 86'400.0;
-    const auto seconds = NumberIn<double>(value);
-    if (seconds && *seconds >= 0 && *seconds <= kMost) return seconds;
-    ++Out().impossible_times;
-    return std::nullopt;
   }
 
   // Lines that the server writes between the header and the statement.
@@ -266,7 +257,7 @@ class SlowLogSplitter final : public LineSplitter {
     if (time_) {
       execution_.time->offset_seconds = time_->offset_seconds;
     }
-    AddTime(execution_.time);
+    Out().AddTime(execution_.time);
   }
 
   void TakeBody(std::string_view body) override {

@@ -69,6 +69,19 @@ struct Found {
     first_time = last_time = std::nullopt;
     entries = damaged = too_long = impossible_times = 0;
   }
+  void AddTime(const std::optional<LogTime>& time) {
+    if (!time) return;
+    if (!first_time || time->Instant() < first_time->Instant()) first_time = time;
+    if (!last_time || time->Instant() > last_time->Instant()) last_time = time;
+  }
+  // `seconds`, or nothing for a time that no server can mean, which is counted. A server whose
+  // clock is set back prints 18446744073708.796870, for example.
+  std::optional<double> PossibleSeconds(double seconds) noexcept {
+    constexpr double kTenYears = 10 * 366 * 86'400.0;
+    if (seconds >= 0 && seconds <= kTenYears) return seconds;
+    ++impossible_times;
+    return std::nullopt;
+  }
   void CountTooLong() noexcept {
     if (too_long++ == 0) before_too_long = statements.size();
   }

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <cstdint>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -74,15 +73,6 @@ std::string EscapeControls(std::string_view text, std::string_view kept) {
 
 std::string SystemReason(std::string_view name, int error) {
   return std::string(name) + ": " + std::generic_category().message(error);
-}
-
-std::string StatementReason(std::string_view input, std::uint64_t number, std::string_view reason) {
-  std::string message(input);
-  message += ": statement ";
-  message += std::to_string(number);
-  message += ": ";
-  message += reason;
-  return message;
 }
 
 std::string OneLine(std::string_view text) { return EscapeControls(text, {}); }

@@ -1,7 +1,6 @@
 // The texts of messages and the error that every reader of files throws.
 #pragma once
 
-#include <cstdint>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -17,9 +16,6 @@ class InputError : public std::runtime_error {
 
 // "`name`: " and the system's text for the error number `error`.
 std::string SystemReason(std::string_view name, int error);
-
-// "`input`: statement `number`: `reason`".
-std::string StatementReason(std::string_view input, std::uint64_t number, std::string_view reason);
 
 // `text` with every control character made visible: "\n", "\t", "\r" or bytes such as "\x1B".
 // Control characters are those of ASCII, U+0080 to U+009F in UTF-8, and a byte of 0x80 to 0x9F that
