@@ -9,7 +9,7 @@
 
 namespace tarn::host {
 
-// PostgreSQL's log_line_prefix, such as "%m [%p] %q%u@%d ".
+// PostgreSQL's log_line_prefix, such as "%m [%p] %q%u@%d ". Any thread may call its Read.
 class PostgresPrefix {
  public:
   explicit PostgresPrefix(std::string_view format);
@@ -19,7 +19,8 @@ class PostgresPrefix {
   std::optional<std::string_view> Read(std::string_view line, PostgresMessage& message) const;
 
  private:
-  // A literal, then the field with this letter, or no field ('\0').
+  // A literal and the letter of the field after it, or '\0' after the last: "%p [%u" ->
+  // {"", 'p'}, {" [", 'u'}, {"", '\0'}.
   struct Part {
     std::string literal;
     char field;
@@ -28,7 +29,7 @@ class PostgresPrefix {
   std::vector<Part> parts_;
 };
 
-// The word before ":  " at the start of `text`, such as "LOG"; empty when there is none.
+// The word before ":  " at the start of `text`: "LOG:  ready" -> "LOG"; empty if there is none.
 std::string_view SeverityAt(std::string_view text) noexcept;
 
 }  // namespace tarn::host
