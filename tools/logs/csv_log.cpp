@@ -68,7 +68,6 @@ class CsvLogSplitter final : public Splitter {
       : max_statement_(options.max_statement), messages_(options.max_statement) {}
 
   std::size_t Split(std::string_view text, bool last, Found& found) override {
-    messages_.BeginFound();
     record_begin_ = 0;
     while (position_ < text.size()) {
       if (at_line_begin_ && !BeginLine(text, last, found)) break;

@@ -96,7 +96,6 @@ class JsonLogSplitter final : public LineSplitter {
   std::string WhyEmpty() const override { return messages_.WhyEmpty(); }
 
  private:
-  void BeginFound() override { messages_.BeginFound(); }
   void EndInput() override { messages_.Flush(Out()); }
   std::string WhyCut(bool line_ended) const override {
     return !line_ended && damaged_last_ ? "ends within an entry" : "";

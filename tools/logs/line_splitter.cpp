@@ -9,7 +9,6 @@ namespace tarn::host {
 std::size_t LineSplitter::Split(std::string_view text, bool last, Found& found) {
   text_ = text;
   found_ = &found;
-  BeginFound();
   bool line_ended = true;
   while (line_begin_ < text.size()) {
     if (text[line_begin_] == '\0' && !line_is_cut_ && IsBetweenEntries()) {

@@ -40,8 +40,6 @@ class LineSplitter : public Splitter {
   // Whether an entry may begin with the next line. If so, NUL bytes before that line are a hole in
   // the file.
   virtual bool IsBetweenEntries() const { return !HasBody(); }
-  // Called before a Found is filled that may be another one than before.
-  virtual void BeginFound() {}
   // Called after the last line.
   virtual void EndInput() {}
 

@@ -80,7 +80,6 @@ class PrefixReader {
     } else {
       for (const std::string_view usual : kUsual) prefixes_.emplace_back(usual);
     }
-    any_ = format.empty();
   }
 
   std::optional<std::string_view> Read(std::string_view line, PostgresMessage& message) {
@@ -93,7 +92,7 @@ class PrefixReader {
       }
     }
     message = {};
-    return any_ ? ReadAny(line, message) : std::nullopt;
+    return prefixes_.size() > 1 ? ReadAny(line, message) : std::nullopt;
   }
 
  private:
@@ -125,7 +124,6 @@ class PrefixReader {
   }
 
   std::vector<PostgresPrefix> prefixes_;
-  bool any_ = false;
   std::size_t last_ = 0;
 };
 
@@ -149,8 +147,6 @@ class PostgresLogSplitter final : public LineSplitter {
 
   // More processes than write at one time.
   static constexpr std::size_t kMostOpen = 10'000;
-
-  void BeginFound() override { messages_.BeginFound(); }
 
   void EndInput() override {
     CloseAll();

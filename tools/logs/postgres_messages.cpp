@@ -82,10 +82,6 @@ bool IsForeign(std::string_view text) {
 
 }  // namespace
 
-void PostgresMessages::BeginFound() {
-  for (SharedText* text : {&user_, &database_, &host_}) text->Forget();
-}
-
 void PostgresMessages::Take(const PostgresMessage& message, Found& found) {
   ++found.entries;
   found.AddTime(message.time);
@@ -212,15 +208,12 @@ void PostgresMessages::Add(Waiting waiting, bool executed, Found& found) {
     if (text.empty()) return {};
     return found.owned.emplace_back(std::move(text));
   };
-  user_.Set(message.user);
-  database_.Set(message.database);
-  host_.Set(message.host);
   found.statements.push_back({keep(message.statement),
                               {.seconds = waiting.seconds,
                                .time = message.time,
-                               .user = user_.KeepIn(found),
-                               .database = database_.KeepIn(found),
-                               .host = host_.KeepIn(found),
+                               .user = found.Share(message.user),
+                               .database = found.Share(message.database),
+                               .host = found.Share(message.host),
                                .parameters = keep(message.detail),
                                .query_id = keep(message.query_id),
                                .error = keep(message.sqlstate),

@@ -40,9 +40,6 @@ class PostgresMessages {
   // At most about `most_bytes` of statements wait for their duration.
   explicit PostgresMessages(std::size_t most_bytes) noexcept : most_bytes_(most_bytes) {}
 
-  // Must be called before a Found is filled that is another one or was cleared.
-  void BeginFound();
-
   // Adds the statements that are over with this message to `found`, and counts an entry.
   void Take(const PostgresMessage& message, Found& found);
 
@@ -81,9 +78,6 @@ class PostgresMessages {
   std::size_t waiting_bytes_ = 0;
   // By session. Ordered, since strangers choose the names of sessions and could make a hash slow.
   std::map<std::string, Waiting, std::less<>> waiting_;
-  SharedText user_;
-  SharedText database_;
-  SharedText host_;
   // Whether a message was in another language.
   bool foreign_ = false;
 };

@@ -83,10 +83,6 @@ class SlowLogSplitter final : public LineSplitter {
   // semicolons.
   static constexpr std::size_t kMostStatements = 1'000;
 
-  void BeginFound() override {
-    for (SharedText* text : {&user_, &host_, &schema_, &used_database_}) text->Forget();
-  }
-
   bool IsBetweenEntries() const override { return !HasBody() || statement_ended_; }
 
   bool MayBeginEntry(std::string_view line) const override {
@@ -109,7 +105,7 @@ class SlowLogSplitter final : public LineSplitter {
       if (IsServerBanner(line)) {
         EndEntry();
         state_ = State::kOutside;
-        used_database_.Set({});
+        used_database_.clear();
         return;
       }
       if (state_ == State::kOutside || (!HasBody() && TakePreamble(line))) return;
@@ -171,9 +167,9 @@ class SlowLogSplitter final : public LineSplitter {
   void BeginHeader() {
     execution_ = {};
     any_measures_ = any_timestamp_ = false;
-    schema_.Set({});
-    user_.Set({});
-    host_.Set({});
+    schema_.clear();
+    user_.clear();
+    host_.clear();
     state_ = State::kHeader;
     ++Out().entries;
   }
@@ -183,12 +179,12 @@ class SlowLogSplitter final : public LineSplitter {
     const std::size_t at = line.find(" @ ");
     if (at == kNoPlace) return;
     const std::string_view user = line.substr(0, at);
-    user_.Set(Trimmed(user.substr(0, user.find('['))));
+    user_ = Trimmed(user.substr(0, user.find('[')));
     line.remove_prefix(at + 3);
     const std::size_t bracket = std::min(line.find('['), line.size());
     const std::string_view name = Trimmed(line.substr(0, bracket));
     const std::string_view address = line.substr(std::min(bracket + 1, line.size()));
-    host_.Set(name.empty() ? address.substr(0, address.find(']')) : name);
+    host_ = name.empty() ? address.substr(0, address.find(']')) : name;
   }
 
   void TakeField(std::string_view name, std::string_view value) {
@@ -204,7 +200,7 @@ class SlowLogSplitter final : public LineSplitter {
     } else if (name == "Rows_affected") {
       execution_.rows_affected = NumberIn<std::uint64_t>(value);
     } else if (name == "Schema") {
-      schema_.Set(value);
+      schema_ = value;
     } else if (name == "Errno" || name == "Last_errno") {
       error_ = value == "0" ? "" : value;
     }
@@ -224,7 +220,7 @@ class SlowLogSplitter final : public LineSplitter {
       if (name.size() >= 2 && name[0] == '`' && name.ends_with('`')) {
         name = name.substr(1, name.size() - 2);
       }
-      used_database_.Set(name);
+      used_database_ = name;
       return true;
     }
     if (line.starts_with(kSetTimestamp)) {
@@ -289,10 +285,9 @@ class SlowLogSplitter final : public LineSplitter {
   void Add(std::string_view statement) {
     if (statement.empty()) return;
     if (!execution_.time && time_) execution_.time = time_;
-    execution_.user = user_.KeepIn(Out());
-    execution_.host = host_.KeepIn(Out());
-    execution_.database = schema_.KeepIn(Out());
-    if (execution_.database.empty()) execution_.database = used_database_.KeepIn(Out());
+    execution_.user = Out().Share(user_);
+    execution_.host = Out().Share(host_);
+    execution_.database = Out().Share(schema_.empty() ? used_database_ : schema_);
     if (!error_.empty()) execution_.error = Out().owned.emplace_back(std::exchange(error_, {}));
     Out().statements.push_back({statement, std::exchange(execution_, {})});
   }
@@ -305,11 +300,11 @@ class SlowLogSplitter final : public LineSplitter {
   bool any_measures_ = false;
   bool any_timestamp_ = false;
   std::string error_;
-  SharedText user_;
-  SharedText host_;
-  SharedText schema_;
+  std::string user_;
+  std::string host_;
+  std::string schema_;
   // By the last "use", which the server writes when the database changes.
-  SharedText used_database_;
+  std::string used_database_;
   // The "use" of the entry, which is the statement if no other follows.
   std::string used_;
   // Of the last "# Time:", which older servers leave out within a second.

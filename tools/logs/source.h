@@ -4,7 +4,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -14,7 +16,7 @@
 namespace tarn::host {
 
 // One execution of a statement. If a log does not report a fact, its number is absent or its text
-// is empty. Texts are views of the text that was split or of Found::owned.
+// is empty. Texts are views of the text that was split or of Found.
 struct Execution {
   std::optional<double> seconds = {};
   std::optional<double> lock_seconds = {};
@@ -49,6 +51,9 @@ struct Found {
   // Texts that are not in the input byte by byte, for example if the input doubles their quotes. A
   // deque, so that views of them stay valid.
   std::deque<std::string> owned;
+  // Texts that many statements share, such as users' names. Ordered, since strangers choose them
+  // and could make a hash slow.
+  std::set<std::string, std::less<>> shared;
   // The earliest and the latest time in the log, even if their entries hold no statement.
   std::optional<LogTime> first_time;
   std::optional<LogTime> last_time;
@@ -67,8 +72,15 @@ struct Found {
   void Clear() {
     statements.clear();
     owned.clear();
+    shared.clear();
     first_time = last_time = std::nullopt;
     entries = damaged = too_long = impossible_times = 0;
+  }
+  // `text` as a view of `shared`.
+  std::string_view Share(std::string_view text) {
+    if (text.empty()) return {};
+    const auto known = shared.find(text);
+    return known != shared.end() ? *known : *shared.emplace(text).first;
   }
   // Extends the span of times by `time`, if it is known.
   void AddTime(const std::optional<LogTime>& time) {
@@ -87,30 +99,6 @@ struct Found {
   void CountTooLong() noexcept {
     if (too_long++ == 0) before_too_long = statements.size();
   }
-};
-
-// A text that many statements share, such as a user's name. If statements that follow one another
-// have the same text, Found::owned keeps it once. Not thread-safe.
-class SharedText {
- public:
-  void Set(std::string_view text) {
-    if (text == text_) return;
-    text_ = text;
-    kept_ = {};
-  }
-
-  // Must be called before KeepIn gets a Found that is another one or was cleared.
-  void Forget() noexcept { kept_ = {}; }
-
-  // The text as a view of `found`.
-  std::string_view KeepIn(Found& found) {
-    if (kept_.empty() && !text_.empty()) kept_ = found.owned.emplace_back(text_);
-    return kept_;
-  }
-
- private:
-  std::string text_;
-  std::string_view kept_;
 };
 
 }  // namespace tarn::host
