@@ -23,7 +23,7 @@ bool BeginsMariaDbAuditEntry(std::string_view line) {
          std::count(line.begin(), line.end(), ',') >= kFewestCommas;
 }
 
-// In XML or in JSON.
+// MySQL's audit log in XML or in JSON.
 bool BeginsMySqlAuditEntry(std::string_view line) noexcept {
   line = Trimmed(line);
   return line.starts_with("<AUDIT_RECORD") || line.starts_with("<AUDIT>") ||
@@ -34,8 +34,10 @@ bool BeginsMySqlAuditEntry(std::string_view line) noexcept {
 
 bool BeginsBinaryLog(std::string_view line) noexcept { return line.starts_with("\xFE\x62in"); }
 
-// A log's line after the time and the stream that a container's runtime adds, or in its JSON:
+// A line to which a container's runtime has added the time and the stream, or which it has wrapped
+// in JSON:
 // 2026-11-24T09:05:00.123456789Z stdout F # Time: ...
+// {"log":"# Time: ...
 bool BeginsContainerLine(std::string_view line) {
   if (line.starts_with("{\"log\":\"")) return true;
   const bool finer_than_servers = BeginsLike(line, "9999-99-99T99:99:99.9999999");
@@ -47,7 +49,7 @@ constexpr std::string_view kPostgresAdvice =
     "set log_min_duration_statement or log_statement = 'all'";
 constexpr std::string_view kAuditAdvice = "the slow query log and the general query log are read";
 
-// A log is recognised by the first row that fits its line.
+// If a line begins an entry of several logs, the first row of them decides.
 constexpr std::array kFormats{
     Format{"sql", "SQL", Dialect::kMysql, nullptr, MakeSqlSplitter, "", ";\n"},
     Format{"lines", "lines", Dialect::kMysql, nullptr,

@@ -14,11 +14,11 @@ namespace tarn::host {
 namespace {
 
 constexpr std::size_t kNoPlace = std::string_view::npos;
-// Of a command that is padded with blanks.
+// The size to which old servers pad a command with blanks.
 constexpr std::size_t kPaddedSize = 11;
 
-// The start of an entry: its time where the line has one, where the command's argument begins, and
-// whether the command runs it as a statement.
+// The start of an entry: its time if the line has one, the index at which the command's argument
+// begins, and whether the argument is a statement that the command runs.
 struct Entry {
   std::optional<LogTime> time;
   std::size_t argument;
@@ -97,7 +97,7 @@ class GeneralLogSplitter final : public LineSplitter {
     if (!body.empty()) Out().statements.push_back({body, {.time = time_}});
   }
 
-  // Of the last line that has one: within a second servers leave it out.
+  // The time of the last line that has one. Within the same second servers leave it out.
   std::optional<LogTime> time_;
 };
 

@@ -15,10 +15,11 @@
 namespace tarn::host {
 namespace {
 
-// Reads the message in an object. Objects and arrays within it are passed over.
+// Reads the message in an object such as {"user":"shop","error_severity":"LOG"}. Objects and arrays
+// within the object are left out.
 class Record final : public nlohmann::json_sax<nlohmann::json> {
  public:
-  // False when `line` is not one object.
+  // False if `line` is not one object.
   bool Read(std::string_view line) {
     message_ = {};
     timestamp_.clear();
@@ -29,7 +30,7 @@ class Record final : public nlohmann::json_sax<nlohmann::json> {
     return true;
   }
 
-  // Of the last object that was read.
+  // The message in the last object that was read.
   const PostgresMessage& Message() const noexcept { return message_; }
 
   bool null() override { return true; }
@@ -84,7 +85,7 @@ class Record final : public nlohmann::json_sax<nlohmann::json> {
   PostgresMessage message_;
   std::string timestamp_;
   std::size_t depth_ = 0;
-  // Takes the value of the last key; null if the key is not used.
+  // The text that the value of the last key sets; null if the key is not used.
   std::string* target_ = nullptr;
 };
 

@@ -32,22 +32,22 @@ constexpr std::array<std::string_view, 12> kSeverities{"LOG",     "ERROR",  "FAT
 constexpr std::array<std::string_view, 6> kSupplements{"DETAIL",  "HINT",     "QUERY",
                                                        "CONTEXT", "LOCATION", "STATEMENT"};
 
-// What syslog puts before a line: "Nov 24 09:05:00 db1 postgres[1234]: [5-1] ".
+// The text that syslog adds before a line: "Nov 24 09:05:00 db1 postgres[1234]: [5-1] ".
 struct SyslogStamp {
   std::string_view process;
-  // "1" in the first line of a message.
+  // The number of the line within its message: "1" in [5-1].
   std::string_view line_number;
 };
 
 std::optional<SyslogStamp> TakeSyslogStamp(std::string_view& line) {
   constexpr std::string_view kDigits = "0123456789";
   constexpr std::string_view kMark = "]: [";
-  // The host's name is before it.
+  // The stamp is shorter even if the host's name is long.
   constexpr std::size_t kMostLooked = 400;
   const std::size_t mark = line.substr(0, kMostLooked).find(kMark);
   if (mark == kNoPlace) return std::nullopt;
   const std::size_t open = line.rfind('[', mark);
-  // "[1234]: [1-1] " after a blank is the server's own prefix.
+  // If a blank is before "[1234]: [1-1] ", that is the server's own prefix.
   if (open == kNoPlace || open == 0 || line[open - 1] == ' ') return std::nullopt;
   const std::string_view process = line.substr(open + 1, mark - open - 1);
   std::string_view rest = line.substr(mark + kMark.size());
@@ -62,11 +62,12 @@ std::optional<SyslogStamp> TakeSyslogStamp(std::string_view& line) {
   return SyslogStamp{process, rest.substr(0, end)};
 }
 
-// Reads prefixes of one form, or of the usual ones.
+// Reads prefixes of the form that a person has given, or of the usual forms.
 class PrefixReader {
  public:
   explicit PrefixReader(const std::string& format) {
-    // The server's own, Debian's, Amazon RDS's, Cloud SQL's, and those that are often advised.
+    // The defaults of the server, of Debian, of Amazon RDS and of Cloud SQL, and forms that are
+    // often advised.
     static constexpr std::array<std::string_view, 7> kUsual{
         "%m [%p] ",
         "%m [%p] %q%u@%d ",
@@ -84,7 +85,7 @@ class PrefixReader {
 
   std::optional<std::string_view> Read(std::string_view line, PostgresMessage& message) {
     for (std::size_t tried = 0; tried < prefixes_.size(); ++tried) {
-      // Lines of one log have one form.
+      // The form of the last line is tried first, as lines of one log have one form.
       const std::size_t index = (last_ + tried) % prefixes_.size();
       if (const auto rest = prefixes_[index].Read(line, message)) {
         last_ = index;
@@ -96,7 +97,8 @@ class PrefixReader {
   }
 
  private:
-  // A prefix that begins with a time and has a number in brackets, or neither.
+  // Reads a prefix of any other form, of which only a time at its start and a process in brackets
+  // are used, if they are there: "2026-11-24 09:05:00 shop [1234] ".
   static std::optional<std::string_view> ReadAny(std::string_view line, PostgresMessage& message) {
     constexpr std::size_t kMostLooked = 1000;
     const std::string_view head = line.substr(0, kMostLooked);
@@ -135,17 +137,17 @@ class PostgresLogSplitter final : public LineSplitter {
   std::string WhyEmpty() const override { return messages_.WhyEmpty(); }
 
  private:
-  // A message whose lines may not all have come.
+  // A message of which more lines may follow.
   struct Open {
     PostgresMessage message;
-    // What a line that continues the message belongs to; null when nobody needs it.
+    // The text that the next line continues; null if it is not used, as that of a HINT.
     std::string* target = nullptr;
     bool too_long = false;
   };
-  // By process.
+  // The open messages by their processes.
   using OpenMessages = std::map<std::string, Open, std::less<>>;
 
-  // More processes than write at one time.
+  // No server has more processes at one time.
   static constexpr std::size_t kMostOpen = 10'000;
 
   void EndInput() override {
@@ -156,7 +158,7 @@ class PostgresLogSplitter final : public LineSplitter {
   void TakeLine(std::string_view line) override {
     if (line.ends_with('\r')) line.remove_suffix(1);
     const std::optional<SyslogStamp> stamp = TakeSyslogStamp(line);
-    // A line that continues a message begins with a tab, whatever else is in it.
+    // A line that begins with a tab continues a message, even if a prefix is in it.
     if (stamp ? stamp->line_number == "1" : !line.starts_with('\t')) {
       PostgresMessage message;
       if (const auto rest = prefix_.Read(line, message)) {
@@ -167,7 +169,7 @@ class PostgresLogSplitter final : public LineSplitter {
     const auto open = stamp ? open_.find(stamp->process) : open_.find(last_);
     if (open == open_.end()) return;
     std::string_view text = line;
-    // A tab as syslog writes it.
+    // Syslog writes a tab as "#011".
     constexpr std::string_view kWrittenTab = "#011";
     if (text.starts_with('\t')) {
       Append(open->second, "\n", text.substr(1));
@@ -178,7 +180,8 @@ class PostgresLogSplitter final : public LineSplitter {
     }
   }
 
-  // Syslog counts the lines of DETAIL and STATEMENT with those of the message, and parts long ones.
+  // Takes a line of syslog that is not the first of its message: a DETAIL or STATEMENT, or the rest
+  // of a long line that syslog has split.
   void TakeSyslogLine(Open& open, std::string_view text) {
     PostgresMessage message;
     const auto rest = prefix_.Read(text, message);
@@ -191,7 +194,7 @@ class PostgresLogSplitter final : public LineSplitter {
     const auto known = open_.find(process);
     if (known != open_.end() && TakeSupplement(known->second, rest)) return;
     const std::string_view severity = SeverityAt(rest);
-    // Without syslog between them, messages come one after another.
+    // Only syslog may mix the lines of several messages.
     if (!stamp || open_.size() >= kMostOpen || open_bytes_ > MaxStatement()) {
       CloseAll();
     } else if (known != open_.end()) {
@@ -201,7 +204,7 @@ class PostgresLogSplitter final : public LineSplitter {
     if (IsOneOf(severity, kSupplements)) return;
     if (message.session.empty()) message.session = process;
     message.severity = severity;
-    // Servers write "[unknown]" while a client logs in.
+    // A server writes "[unknown]" while a client logs in.
     for (std::string* name : {&message.user, &message.database, &message.host}) {
       if (*name == "[unknown]") name->clear();
     }
@@ -212,7 +215,7 @@ class PostgresLogSplitter final : public LineSplitter {
     last_ = process;
   }
 
-  // Takes a line such as "DETAIL:  ..." that adds to the message. False when `rest` is none.
+  // Takes a line such as "DETAIL:  ..." that adds to the message. False if `rest` is another line.
   bool TakeSupplement(Open& open, std::string_view rest) {
     const std::string_view severity = SeverityAt(rest);
     if (!IsOneOf(severity, kSupplements)) return false;
@@ -251,7 +254,7 @@ class PostgresLogSplitter final : public LineSplitter {
   PostgresMessages messages_;
   OpenMessages open_;
   std::size_t open_bytes_ = 0;
-  // The process that wrote the last message, which lines without a prefix continue.
+  // The process of the last message. Lines without a prefix continue that message.
   std::string last_;
 };
 

@@ -15,7 +15,7 @@
 namespace tarn::host {
 namespace {
 
-// More sessions than a server has at one time.
+// No server has more sessions at one time.
 constexpr std::size_t kMostWaiting = 10'000;
 
 bool TakePrefix(std::string_view& text, std::string_view prefix) noexcept {
@@ -24,8 +24,8 @@ bool TakePrefix(std::string_view& text, std::string_view prefix) noexcept {
   return true;
 }
 
-// Takes "duration: N ms" away from `text`, in seconds. Nothing when there is none; a time that no
-// server can mean is counted.
+// Removes a duration from `text` and returns it in seconds: "duration: 1.5 ms" -> 0.0015. Returns
+// nothing if there is none, or, counting it, if no server can mean it.
 std::optional<double> TakeDuration(std::string_view& text, Found& found) {
   constexpr double kMillisecondsPerSecond = 1000;
   std::string_view rest = text;
@@ -38,8 +38,8 @@ std::optional<double> TakeDuration(std::string_view& text, Found& found) {
   return found.PossibleSeconds(error == std::errc() ? milliseconds / kMillisecondsPerSecond : -1);
 }
 
-// A statement as a message names it, and whether the message tells of its execution rather than of
-// its parsing or binding.
+// The statement in a message, and whether the message reports its execution and not its parsing or
+// binding: "bind s1: select 1" -> {"select 1", false}.
 struct Named {
   std::string_view text;
   bool executed;
@@ -54,7 +54,7 @@ std::optional<Named> NamedStatement(std::string_view text) {
   return Named{Trimmed(text.substr(colon + 2)), executed};
 }
 
-// The statement in auto_explain's text, which its plan follows.
+// The statement in auto_explain's text: "Query Text: select 1\nResult  (cost=..." -> "select 1".
 std::string_view StatementBeforePlan(std::string_view text) {
   if (!TakePrefix(text, "Query Text: ")) return {};
   std::size_t line_begin = 0;
@@ -70,7 +70,8 @@ std::string_view StatementBeforePlan(std::string_view text) {
   return Trimmed(text.substr(0, line_begin));
 }
 
-// Whether a message reports a statement or its duration in the language of another lc_messages.
+// Whether a message reports a statement or a duration in another language than English, as the
+// setting lc_messages may ask: "Dauer: 1.5 ms".
 bool IsForeign(std::string_view text) {
   static constexpr std::array<std::string_view, 14> kWords{
       "Anweisung: ", "Dauer: ",     "Ausführen ", "instruction : ",     "durée : ",
@@ -143,7 +144,7 @@ void PostgresMessages::TakeLog(const PostgresMessage& message, Found& found) {
     return;
   }
   if (named->executed) {
-    // auto_explain has told the same execution already.
+    // If the statement that waits is the same, auto_explain has already reported this execution.
     const Waiting* const waiting = FindWaiting(message.session);
     if (waiting != nullptr && waiting->message.statement == named->text) {
       TakeWaiting(message.session);
@@ -157,7 +158,7 @@ void PostgresMessages::TakePlanned(Waiting planned, std::string_view session, Fo
   const Waiting* const waiting = FindWaiting(session);
   if (waiting != nullptr && !waiting->seconds) {
     if (waiting->message.statement != planned.message.statement) {
-      // A statement within the function that the other calls.
+      // A statement that waits calls a function, and this statement is within it.
       Add(std::move(planned), true, found);
       return;
     }

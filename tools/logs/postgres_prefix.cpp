@@ -21,7 +21,7 @@ std::string_view TakeBytes(std::string_view& text, std::size_t size) noexcept {
   return taken;
 }
 
-// Takes "%n", seconds since 1970 with milliseconds, away from `text`.
+// Removes a time as "%n" writes it from `text`, in seconds since 1970: "1764000000.123".
 std::optional<LogTime> TakeEpoch(std::string_view& text) {
   constexpr double kMicroseconds = 1e6;
   constexpr double kMost = 253'402'300'799;  // 9999-12-31 23:59:59
@@ -58,7 +58,7 @@ PostgresPrefix::PostgresPrefix(std::string_view format) {
       literal += c;
       continue;
     }
-    // The width to which a field is padded.
+    // A field may have a width to which it is padded: "%-10u".
     format.remove_prefix(std::min(format.find_first_not_of("-0123456789"), format.size()));
     if (format.empty()) break;
     if (format[0] == '%') {
@@ -80,7 +80,7 @@ std::optional<std::string_view> PostgresPrefix::Read(std::string_view line,
     line.remove_prefix(part.literal.size());
     if (part.field == '\0') break;
     if (part.field == 'q') {
-      // Processes that serve no session end their prefix here.
+      // A process without a session ends its prefix at "%q".
       if (!SeverityAt(line).empty()) return line;
       continue;
     }
@@ -102,8 +102,8 @@ std::optional<std::string_view> PostgresPrefix::Read(std::string_view line,
       if (part.field == 'p' && message.session.empty()) message.session = number;
       continue;
     }
-    // A field without its own form lasts up to the literal after it; the last one up to that with a
-    // severity after it.
+    // Any other field ends at the next literal. The last field ends at the first such literal that
+    // has a severity after it: "%u@%d " in "a@b c LOG:  x" -> "a" and "b c".
     const Part& next = parts_[index + 1];
     std::size_t end =
         next.literal.empty() ? std::min(line.find(' '), line.size()) : line.find(next.literal);
@@ -116,7 +116,7 @@ std::optional<std::string_view> PostgresPrefix::Read(std::string_view line,
     if (part.field == 'u') message.user = value;
     if (part.field == 'd') message.database = value;
     if (part.field == 'h') message.host = value;
-    // "10.0.0.1(5678)"
+    // "10.0.0.1(5678)" -> "10.0.0.1"
     if (part.field == 'r') message.host = value.substr(0, value.find('('));
     if (part.field == 'c') message.session = value;
     if (part.field == 'e') message.sqlstate = value;

@@ -32,7 +32,8 @@ std::optional<Number> NumberIn(std::string_view text) {
   return number;
 }
 
-// Calls `take` with each name and value of a header line such as "# Schema: shop  QC_hit: No".
+// Calls `take` with each name and value of a header line: "# Schema: shop  QC_hit: No" ->
+// take("Schema", "shop"), take("QC_hit", "No").
 template <typename Take>
 void ForEachField(std::string_view line, const Take& take) {
   for (std::size_t colon = line.find(": "); colon != kNoPlace; colon = line.find(": ")) {
@@ -41,7 +42,7 @@ void ForEachField(std::string_view line, const Take& take) {
     line.remove_prefix(colon + 2);
     line.remove_prefix(std::min(line.find_first_not_of(' '), line.size()));
     const std::string_view value = Trimmed(line.substr(0, line.find(' ')));
-    // The value may be empty: "Schema:   Last_errno: 0".
+    // A value may be missing, as that of Schema in "Schema:   Last_errno: 0".
     if (!value.ends_with(':')) take(name, value);
   }
 }
@@ -51,14 +52,14 @@ std::size_t EndOfName(std::string_view line, std::size_t at) noexcept {
   return at;
 }
 
-// "# Thread_id: 5  Schema: shop" and the like.
+// Whether `line` is a header such as "# Thread_id: 5  Schema: shop".
 bool IsOtherHeader(std::string_view line) noexcept {
   if (!line.starts_with("# ")) return false;
   const std::size_t end = EndOfName(line, 2);
   return end > 2 && line.substr(end).starts_with(": ");
 }
 
-// Whether semicolons belong to the statement's own text.
+// Whether semicolons may be within the statement, for example in the body of CREATE PROCEDURE.
 bool IsRoutine(std::string_view body) {
   constexpr std::string_view kCreate = "create";
   if (!EqualIgnoringCase(body.substr(0, kCreate.size()), kCreate)) return false;
@@ -79,8 +80,8 @@ class SlowLogSplitter final : public LineSplitter {
   using LineSplitter::LineSplitter;
 
  private:
-  // Of an entry, which has one in practice. A batch must not grow with a hostile entry's
-  // semicolons.
+  // The most statements of an entry, which has one in practice. Without a limit a batch would grow
+  // with the semicolons of a hostile entry.
   static constexpr std::size_t kMostStatements = 1'000;
 
   bool IsBetweenEntries() const override { return !HasBody() || statement_ended_; }
@@ -151,7 +152,7 @@ class SlowLogSplitter final : public LineSplitter {
       if (any_measures_) BeginHeader();
       TakeUser(line.substr(kUser.size()));
     } else if (line.starts_with(kCommand)) {
-      // As it is, without the sign that makes it a comment.
+      // "# administrator command: Ping;" -> "administrator command: Ping"
       std::string_view command = Trimmed(line.substr(2));
       if (command.ends_with(';')) command.remove_suffix(1);
       Add(command);
@@ -163,7 +164,7 @@ class SlowLogSplitter final : public LineSplitter {
     }
   }
 
-  // The first of the lines that an entry has, whichever of them are left.
+  // Begins an entry at its first header line. A server may leave out each kind of header line.
   void BeginHeader() {
     execution_ = {};
     any_measures_ = any_timestamp_ = false;
@@ -174,7 +175,7 @@ class SlowLogSplitter final : public LineSplitter {
     ++Out().entries;
   }
 
-  // "shop[shop] @ web [10.0.0.1]  Id:     8".
+  // "shop[shop] @ web [10.0.0.1]  Id:     8" -> user "shop", host "web"
   void TakeUser(std::string_view line) {
     const std::size_t at = line.find(" @ ");
     if (at == kNoPlace) return;
@@ -206,14 +207,15 @@ class SlowLogSplitter final : public LineSplitter {
     }
   }
 
-  // Lines that the server writes between the header and the statement.
+  // Takes a line that the server writes between the header and the statement, such as
+  // "SET timestamp=5;". False if `line` is another one.
   bool TakePreamble(std::string_view line) {
     line = Trimmed(line);
-    // More of the header, such as "#   InnoDB_IO_r_ops: 0", may come before it.
+    // Other header lines are not used: "#   InnoDB_IO_r_ops: 0"
     if (line.empty() || line.starts_with('#')) return true;
     if (!line.ends_with(';')) return false;
     constexpr std::string_view kUse = "use ";
-    // The server's own comes before the timestamp.
+    // If "use" follows the timestamp, it is the statement and not the server's own line.
     if (line.starts_with(kUse) && !any_timestamp_) {
       used_ = line.substr(0, line.size() - 1);
       std::string_view name = Trimmed(std::string_view(used_).substr(kUse.size()));
@@ -231,8 +233,8 @@ class SlowLogSplitter final : public LineSplitter {
     return line.starts_with("SET last_insert_id=") || line.starts_with("SET insert_id=");
   }
 
-  // The seconds since 1970 in UTC. Where "# Time:" has shown how far the log's clock is from that,
-  // they become a time of this clock.
+  // Takes seconds since 1970 in UTC. If an entry has a "# Time:" too, their difference is the
+  // offset of the log's clock. An entry without "# Time:" gets its timestamp by that clock.
   void TakeTimestamp(std::string_view value) {
     constexpr std::int64_t kMicroseconds = 1'000'000;
     constexpr std::int64_t kMost = 253'402'300'799;  // 9999-12-31 23:59:59
@@ -244,7 +246,7 @@ class SlowLogSplitter final : public LineSplitter {
     }
     if (execution_.time) {
       const std::int64_t ahead = execution_.time->wall_microseconds / kMicroseconds - *seconds;
-      // The statement took part of the difference.
+      // The server writes the time after the statement, but the timestamp is that of its start.
       const auto taken = static_cast<std::int64_t>(execution_.seconds.value_or(0));
       zone_seconds_ = (ahead - taken + kZoneStep / 2) / kZoneStep * kZoneStep;
       return;
@@ -261,7 +263,7 @@ class SlowLogSplitter final : public LineSplitter {
     const std::size_t semicolon = body.find(';');
     if (IsRoutine(body) || semicolon == kNoPlace || semicolon + 1 == body.size()) {
       if (body.ends_with(';')) body.remove_suffix(1);
-      // The splitter drops comments before a statement.
+      // A statement after a comment needs the splitter, which drops the comment.
       if (body.empty() || (body[0] != '/' && body[0] != '-' && body[0] != '#')) {
         Add(Trimmed(body));
         return;
@@ -295,7 +297,7 @@ class SlowLogSplitter final : public LineSplitter {
   enum class State { kOutside, kHeader, kStatement };
 
   State state_ = State::kOutside;
-  // From the header, until a statement takes it.
+  // The values of the header, until a statement gets them.
   Execution execution_;
   bool any_measures_ = false;
   bool any_timestamp_ = false;
@@ -303,14 +305,14 @@ class SlowLogSplitter final : public LineSplitter {
   std::string user_;
   std::string host_;
   std::string schema_;
-  // By the last "use", which the server writes when the database changes.
+  // The database of the last "use", which the server writes if another database is used.
   std::string used_database_;
-  // The "use" of the entry, which is the statement if no other follows.
+  // The "use" line of the entry. It is the statement if no other one follows.
   std::string used_;
-  // Of the last "# Time:", which older servers leave out within a second.
+  // The last "# Time:", which older servers leave out within the same second.
   std::optional<LogTime> time_;
   std::int64_t zone_seconds_ = 0;
-  // Whether the entry's text ends with a semicolon so far.
+  // Whether the entry's last line so far ends with a semicolon.
   bool statement_ended_ = false;
 };
 
