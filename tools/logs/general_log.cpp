@@ -1,10 +1,10 @@
 #include "logs/format_splitters.h"
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <memory>
 #include <optional>
-#include <string>
 #include <string_view>
 
 #include "logs/line_splitter.h"
@@ -25,21 +25,28 @@ struct Entry {
   bool runs;
 };
 
-// The commands other than Query and Execute, each between two ends of lines.
-constexpr std::string_view kOtherCommands =
-    "\nBinlog Dump\nBinlog Dump GTID\nBulk_execute\nChange user\nChange_user\nClose stmt\nConnect"
-    "\nConnect Out\nCreate DB\nDaemon\nDebug\nDelayed insert\nDrop DB\nError\nFetch\nField List"
-    "\nInit DB\nKill\nLong Data\nPing\nPrepare\nProcesslist\nQuit\nRefresh\nRegister Replica"
-    "\nRegister Slave\nReset Connection\nReset connection\nReset stmt\nSet option\nShutdown"
-    "\nSlave_IO\nSlave_SQL\nSlave_worker\nSleep\nStatistics\nSubscribe Group Replication Stream"
-    "\nTable Dump\nTime\nUnimpl get tid\nclone\n";
+// The commands other than Query and Execute.
+constexpr auto kOtherCommands = [] {
+  std::string_view names =
+      "Binlog Dump|Binlog Dump GTID|Bulk_execute|Change user|Change_user|Close stmt|Connect|"
+      "Connect Out|Create DB|Daemon|Debug|Delayed insert|Drop DB|Error|Fetch|Field List|Init DB|"
+      "Kill|Long Data|Ping|Prepare|Processlist|Quit|Refresh|Register Replica|Register Slave|"
+      "Reset Connection|Reset connection|Reset stmt|Set option|Shutdown|Slave_IO|Slave_SQL|"
+      "Slave_worker|Sleep|Statistics|Subscribe Group Replication Stream|Table Dump|Time|"
+      "Unimpl get tid|clone|";
+  std::array<std::string_view, 41> commands;
+  for (std::string_view& command : commands) {
+    command = names.substr(0, names.find('|'));
+    names.remove_prefix(command.size() + 1);
+  }
+  return commands;
+}();
 
-// Whether `command`, which may be cut to kPaddedSize bytes, is one of kOtherCommands. It is a part
-// of a line, so that no end of a line is in it.
+// Whether `command`, which may be cut to kPaddedSize bytes, is one of kOtherCommands.
 bool IsOtherCommand(std::string_view command) {
-  std::string listed = "\n" + std::string(command);
-  if (command.size() < kPaddedSize - 1) listed += '\n';
-  return !command.empty() && kOtherCommands.find(listed) != kNoPlace;
+  return std::any_of(kOtherCommands.begin(), kOtherCommands.end(), [command](std::string_view one) {
+    return one == command || (command.size() >= kPaddedSize - 1 && one.starts_with(command));
+  });
 }
 
 bool Runs(std::string_view command) noexcept { return command == "Query" || command == "Execute"; }

@@ -1,5 +1,6 @@
 #include "logs/format_splitters.h"
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <memory>
@@ -66,9 +67,9 @@ class Record final : public nlohmann::json_sax<nlohmann::json> {
                                                 {"statement", &PostgresMessage::statement},
                                                 {"query_id", &PostgresMessage::query_id}}};
     target_ = name == "timestamp" ? &timestamp_ : nullptr;
-    for (const Key& key : kKeys) {
-      if (key.name == name) target_ = &(message_.*key.text);
-    }
+    const auto* const key = std::find_if(kKeys.begin(), kKeys.end(),
+                                         [&name](const Key& one) { return one.name == name; });
+    if (key != kKeys.end()) target_ = &(message_.*key->text);
     return true;
   }
   bool parse_error(std::size_t /*position*/, const std::string& /*token*/,

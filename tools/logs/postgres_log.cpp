@@ -91,8 +91,8 @@ class PrefixReader {
         last_ = index;
         return rest;
       }
+      message = {};
     }
-    message = {};
     return prefixes_.size() > 1 ? ReadAny(line, message) : std::nullopt;
   }
 
@@ -188,7 +188,7 @@ class PostgresLogSplitter final : public LineSplitter {
     if (!rest || !TakeSupplement(open, *rest)) Append(open, "", text);
   }
 
-  void TakeHead(std::string_view rest, PostgresMessage message,
+  void TakeHead(std::string_view rest, PostgresMessage&& message,
                 const std::optional<SyslogStamp>& stamp) {
     const std::string process(stamp ? stamp->process : message.session);
     const auto known = open_.find(process);

@@ -73,7 +73,6 @@ PostgresPrefix::PostgresPrefix(std::string_view format) {
 
 std::optional<std::string_view> PostgresPrefix::Read(std::string_view line,
                                                      PostgresMessage& message) const {
-  message = {};
   for (std::size_t index = 0; index < parts_.size(); ++index) {
     const Part& part = parts_[index];
     if (!line.starts_with(part.literal)) return std::nullopt;

@@ -14,8 +14,9 @@ class PostgresPrefix {
  public:
   explicit PostgresPrefix(std::string_view format);
 
-  // Reads the prefix at the start of `line` into `message`, which is empty otherwise. Returns the
-  // rest, which begins with a severity, or nothing if the line begins in another way.
+  // Reads the prefix at the start of `line` into `message`, which has no other fields yet. Returns
+  // the rest, which begins with a severity, or nothing if the line begins in another way; `message`
+  // may have some fields then.
   std::optional<std::string_view> Read(std::string_view line, PostgresMessage& message) const;
 
  private:

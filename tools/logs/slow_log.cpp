@@ -287,9 +287,10 @@ class SlowLogSplitter final : public LineSplitter {
   void Add(std::string_view statement) {
     if (statement.empty()) return;
     if (!execution_.time && time_) execution_.time = time_;
-    execution_.user = Out().Share(user_);
-    execution_.host = Out().Share(host_);
-    execution_.database = Out().Share(schema_.empty() ? used_database_ : schema_);
+    execution_.user = Out().Share(&Execution::user, user_);
+    execution_.host = Out().Share(&Execution::host, host_);
+    execution_.database =
+        Out().Share(&Execution::database, schema_.empty() ? used_database_ : schema_);
     if (!error_.empty()) execution_.error = Out().owned.emplace_back(std::exchange(error_, {}));
     Out().statements.push_back({statement, std::exchange(execution_, {})});
   }

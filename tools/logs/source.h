@@ -4,9 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
-#include <functional>
 #include <optional>
-#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -16,7 +14,7 @@
 namespace tarn::host {
 
 // One execution of a statement. If a log does not report a fact, its number is absent or its text
-// is empty. Texts are views of the text that was split or of Found.
+// is empty. Texts are views of the text that was split or of Found::owned.
 struct Execution {
   std::optional<double> seconds = {};
   std::optional<double> lock_seconds = {};
@@ -51,9 +49,6 @@ struct Found {
   // Texts that are not in the input byte by byte, for example if the input doubles their quotes. A
   // deque, so that views of them stay valid.
   std::deque<std::string> owned;
-  // Texts that many statements share, such as users' names. Ordered, since strangers choose them
-  // and could make a hash slow.
-  std::set<std::string, std::less<>> shared;
   // The earliest and the latest time in the log, even if their entries hold no statement.
   std::optional<LogTime> first_time;
   std::optional<LogTime> last_time;
@@ -72,15 +67,17 @@ struct Found {
   void Clear() {
     statements.clear();
     owned.clear();
-    shared.clear();
     first_time = last_time = std::nullopt;
     entries = damaged = too_long = impossible_times = 0;
   }
-  // `text` as a view of `shared`.
-  std::string_view Share(std::string_view text) {
+  // `text` as a view of `owned`, for the statement that is added next. Statements that follow one
+  // another often share a text, such as a user's name; then it is kept once.
+  std::string_view Share(std::string_view Execution::*field, std::string_view text) {
     if (text.empty()) return {};
-    const auto known = shared.find(text);
-    return known != shared.end() ? *known : *shared.emplace(text).first;
+    if (!statements.empty() && statements.back().execution.*field == text) {
+      return statements.back().execution.*field;
+    }
+    return owned.emplace_back(text);
   }
   // Extends the span of times by `time`, if it is known.
   void AddTime(const std::optional<LogTime>& time) {
