@@ -13,7 +13,6 @@
 namespace tarn::host {
 namespace {
 
-constexpr std::size_t kNoPlace = std::string_view::npos;
 // The size to which old servers pad a command with blanks.
 constexpr std::size_t kPaddedSize = 11;
 
