@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-#include "logs/sql_splitter.h"
+#include "logs/format_splitters.h"
 #include "sql/text.h"
 #include "support/drawn_statements.h"
 #include "support/random_statements.h"
@@ -22,7 +22,7 @@ using namespace tarn::host;
 
 // The statements that the splitter finds in `sql` if it gets the text in two pieces.
 std::vector<std::string_view> Split(const std::string& sql, std::size_t cut, Dialect dialect) {
-  const auto splitter = MakeSqlSplitter(dialect);
+  const auto splitter = MakeSqlSplitter({.dialect = dialect});
   std::vector<std::string_view> statements;
   std::string_view rest = sql;
   Found found;

@@ -1,4 +1,4 @@
-#include "logs/csv_log.h"
+#include "logs/format_splitters.h"
 
 #include <algorithm>
 #include <array>
@@ -16,7 +16,7 @@ namespace {
 
 constexpr std::size_t kNoPlace = std::string_view::npos;
 
-// Takes a record's time and the comma after it away from `line`.
+// Removes a record's time and the comma after it from `line`: "2026-11-24 09:05:00.123 UTC,".
 std::optional<LogTime> TakeRecordTime(std::string_view& line) {
   constexpr std::string_view kPattern = "9999-99-99 99:99:99.999 ";
   if (!BeginsLike(line, kPattern)) return std::nullopt;
@@ -28,7 +28,7 @@ std::optional<LogTime> TakeRecordTime(std::string_view& line) {
   return time;
 }
 
-// As find_first_of, which is slow on short stretches.
+// As find_first_of, which is slow if the next `a` or `b` is near.
 std::size_t FindEither(std::string_view text, char a, char b, std::size_t from) noexcept {
   while (from < text.size() && text[from] != a && text[from] != b) ++from;
   return from;
@@ -36,11 +36,12 @@ std::size_t FindEither(std::string_view text, char a, char b, std::size_t from) 
 
 enum class Start { kNo, kYes, kUndecided };
 
-// Whether `rest` begins with a record that cannot be a text within another. In a text a quote is
-// doubled or the last, so one that another character follows is the first of a column.
+// Whether `rest` begins with a record for sure, and not with a text within another record. Within a
+// text a quote is doubled or is the last byte. So a quote before any other byte begins a column:
+// 2026-11-24 09:05:00.123 UTC,"shop"
 Start BeginsRecordForSure(std::string_view rest, bool last) {
   constexpr std::string_view kPattern = "9999-99-99 99:99:99.999 ";
-  // Enough for the columns before the first that is quoted.
+  // The columns before the first quoted one are shorter.
   constexpr std::size_t kMostLooked = 512;
   const Start unknown = last ? Start::kNo : Start::kUndecided;
   if (!BeginsLike(rest, kPattern.substr(0, rest.size()))) return Start::kNo;
@@ -55,7 +56,7 @@ Start BeginsRecordForSure(std::string_view rest, bool last) {
   const std::string_view before = rest.substr(0, stop);
   std::string_view line = before;
   if (!TakeRecordTime(line)) return Start::kNo;
-  // The user, the database, the address, the command and the message.
+  // The columns of the user, the database, the address, the command and the message.
   constexpr std::array<std::ptrdiff_t, 5> kQuoted{1, 2, 4, 7, 13};
   const auto column = std::count(before.begin(), before.end(), ',');
   return std::find(kQuoted.begin(), kQuoted.end(), column) != kQuoted.end() ? Start::kYes
@@ -68,7 +69,6 @@ class CsvLogSplitter final : public Splitter {
       : max_statement_(options.max_statement), messages_(options.max_statement) {}
 
   std::size_t Split(std::string_view text, bool last, Found& found) override {
-    messages_.BeginFound();
     record_begin_ = 0;
     while (position_ < text.size()) {
       if (at_line_begin_ && !BeginLine(text, last, found)) break;
@@ -105,37 +105,38 @@ class CsvLogSplitter final : public Splitter {
   std::string WhyEmpty() const override { return messages_.WhyEmpty(); }
 
  private:
-  enum Column : std::size_t {
-    kTime = 0,
-    kUser = 1,
-    kDatabase = 2,
-    kHost = 4,
-    kSession = 5,
-    kSeverity = 11,
-    kSqlstate = 12,
-    kMessage = 13,
-    kDetail = 14,
-    kStatement = 19,
-    kQueryId = 25,
-    kColumns
-  };
-  // Of the oldest version that is read, and more than any has.
+  // The oldest version that is read has 23 columns, and no version has 64.
   static constexpr std::size_t kFewestColumns = 23;
   static constexpr std::size_t kMostColumns = 64;
+  // The texts of the columns that are used, by the columns' indexes; null for the others.
+  static constexpr auto kColumns = [] {
+    std::array<std::string PostgresMessage::*, kMostColumns> columns{};
+    columns[1] = &PostgresMessage::user;
+    columns[2] = &PostgresMessage::database;
+    columns[4] = &PostgresMessage::host;
+    columns[5] = &PostgresMessage::session;
+    columns[11] = &PostgresMessage::severity;
+    columns[12] = &PostgresMessage::sqlstate;
+    columns[13] = &PostgresMessage::text;
+    columns[14] = &PostgresMessage::detail;
+    columns[19] = &PostgresMessage::statement;
+    columns[25] = &PostgresMessage::query_id;
+    return columns;
+  }();
 
-  // Looks at the line that begins at the position. False when more bytes must tell.
+  // Looks at the line that begins at the position. False if bytes that have not arrived decide.
   bool BeginLine(std::string_view text, bool last, Found& found) {
     if (in_quotes_ || lost_) {
       const Start start = BeginsRecordForSure(text.substr(position_), last);
       if (start == Start::kUndecided) return false;
       if (start == Start::kYes) {
-        // The record before has lost its end.
+        // The record before this line has lost its end.
         if (in_quotes_) ++found.damaged;
         in_quotes_ = lost_ = too_long_ = false;
         record_begin_ = position_;
       }
     } else if (text[position_] == '\0') {
-      // A file that is emptied while its server writes begins with such bytes.
+      // If a file is emptied while its server writes, it begins with NUL bytes.
       position_ = record_begin_ = std::min(text.find_first_not_of('\0', position_), text.size());
       return position_ < text.size();
     }
@@ -152,40 +153,30 @@ class CsvLogSplitter final : public Splitter {
     messages_.Flush(found);
   }
 
-  // False when it is damaged.
+  // False if the record is damaged.
   bool TakeRecord(std::string_view record, Found& found) {
     if (Trimmed(record).empty()) return true;
     if (record.ends_with('\r')) record.remove_suffix(1);
-    std::string_view time_text = record;
-    const std::optional<LogTime> time = TakeRecordTime(time_text);
-    if (!time || !ReadFields(record)) return false;
-    std::string_view host = fields_[kHost];
+    message_ = {};
+    std::string_view columns = record;
+    message_.time = TakeRecordTime(columns);
+    if (!message_.time || !ReadColumns(record)) return false;
+    // "10.0.0.1:5678" -> "10.0.0.1"
+    std::string& host = message_.host;
     const std::size_t colon = host.rfind(':');
     if (colon != kNoPlace && host.find_first_not_of("0123456789", colon + 1) == kNoPlace) {
-      host = host.substr(0, colon);
+      host.resize(colon);
     }
-    messages_.Take({.time = time,
-                    .session = fields_[kSession],
-                    .user = fields_[kUser],
-                    .database = fields_[kDatabase],
-                    .host = host,
-                    .severity = fields_[kSeverity],
-                    .sqlstate = fields_[kSqlstate],
-                    .text = fields_[kMessage],
-                    .detail = fields_[kDetail],
-                    .statement = fields_[kStatement],
-                    .query_id = fields_[kQueryId]},
-                   found);
+    messages_.Take(message_, found);
     return true;
   }
 
-  // False when the record is not one of CSV or has too few columns or too many.
-  bool ReadFields(std::string_view record) {
+  // False if the record is not valid CSV, or has too few columns or too many.
+  bool ReadColumns(std::string_view record) {
     std::size_t count = 0;
-    for (std::string& field : fields_) field.clear();
     for (std::size_t at = 0; at <= record.size(); ++count) {
       if (count == kMostColumns) return false;
-      std::string& field = fields_[std::min<std::size_t>(count, kColumns)];
+      std::string& field = kColumns[count] != nullptr ? message_.*kColumns[count] : unused_;
       if (at == record.size() || record[at] != '"') {
         const std::size_t end = FindEither(record, ',', '"', at);
         if (end < record.size() && record[end] == '"') return false;
@@ -199,7 +190,7 @@ class CsvLogSplitter final : public Splitter {
         if (end == kNoPlace) return false;
         field.append(record.substr(at + 1, end - at - 1));
         at = end + 1;
-        // A doubled quote means itself.
+        // A doubled quote is one quote within the text.
         if (at < record.size() && record[at] == '"') field += '"';
       } while (at < record.size() && record[at] == '"');
       if (at < record.size() && record[at] != ',') return false;
@@ -210,18 +201,19 @@ class CsvLogSplitter final : public Splitter {
 
   const std::size_t max_statement_;
   PostgresMessages messages_;
-  // Up to where the text is looked at, and where the record begins in it.
+  // The index in the text from which reading goes on, and that at which the record begins.
   std::size_t position_ = 0;
   std::size_t record_begin_ = 0;
   bool at_line_begin_ = true;
   bool in_quotes_ = false;
-  // Whether a record was damaged, so that nobody knows whether what follows is within quotes.
+  // Whether a record was damaged. If so, the bytes after it may be within quotes or not.
   bool lost_ = false;
   // Whether the first bytes of the record are dropped.
   bool too_long_ = false;
   std::string problem_;
-  // By Column; the last is for all others.
-  std::array<std::string, kColumns + 1> fields_;
+  PostgresMessage message_;
+  // Takes the columns that are not used.
+  std::string unused_;
 };
 
 }  // namespace

@@ -5,28 +5,51 @@
 #include <cstddef>
 #include <map>
 #include <memory>
-#include <span>
 #include <string>
 #include <string_view>
 
-#include "logs/csv_log.h"
-#include "logs/general_log.h"
-#include "logs/json_log.h"
-#include "logs/postgres_log.h"
-#include "logs/separator_splitter.h"
-#include "logs/slow_log.h"
-#include "logs/sql_splitter.h"
-#include "logs/unread_logs.h"
+#include "logs/format_splitters.h"
+#include "logs/log_time.h"
 #include "sql/text.h"
 
 namespace tarn::host {
 namespace {
 
+// MariaDB's server_audit.log:
+// 20261124 09:05:00,web1,shop,10.0.0.1,8,123,QUERY,shop,'select 1',0
+bool BeginsMariaDbAuditEntry(std::string_view line) {
+  constexpr std::ptrdiff_t kFewestCommas = 8;
+  return BeginsLike(line, "99999999 99:99:99,") &&
+         std::count(line.begin(), line.end(), ',') >= kFewestCommas;
+}
+
+// MySQL's audit log in XML or in JSON.
+bool BeginsMySqlAuditEntry(std::string_view line) noexcept {
+  line = Trimmed(line);
+  return line.starts_with("<AUDIT_RECORD") || line.starts_with("<AUDIT>") ||
+         line.starts_with("{\"audit_record\":") ||
+         (line.find('{') < 2 && line.find("\"timestamp\":") < 8 &&
+          line.find("\"class\":") != std::string_view::npos);
+}
+
+bool BeginsBinaryLog(std::string_view line) noexcept { return line.starts_with("\xFE\x62in"); }
+
+// A line to which a container's runtime has added the time and the stream, or which it has wrapped
+// in JSON:
+// 2026-11-24T09:05:00.123456789Z stdout F # Time: ...
+// {"log":"# Time: ...
+bool BeginsContainerLine(std::string_view line) {
+  if (line.starts_with("{\"log\":\"")) return true;
+  const bool finer_than_servers = BeginsLike(line, "9999-99-99T99:99:99.9999999");
+  return TakeLogTime(line) && (line.starts_with(" stdout ") || line.starts_with(" stderr ") ||
+                               (finer_than_servers && line.starts_with(' ')));
+}
+
 constexpr std::string_view kPostgresAdvice =
     "set log_min_duration_statement or log_statement = 'all'";
 constexpr std::string_view kAuditAdvice = "the slow query log and the general query log are read";
 
-// A log is recognised by the first row that fits its line.
+// If a line begins an entry of several logs, the first row of them decides.
 constexpr std::array kFormats{
     Format{"sql", "SQL", Dialect::kMysql, nullptr, MakeSqlSplitter, "", ";\n"},
     Format{"lines", "lines", Dialect::kMysql, nullptr,
@@ -56,8 +79,6 @@ constexpr std::array kFormats{
 };
 
 }  // namespace
-
-std::span<const Format> Formats() { return kFormats; }
 
 const std::map<std::string, const Format*>& ReadableFormats() {
   static const std::map<std::string, const Format*> kByName = [] {

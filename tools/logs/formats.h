@@ -2,7 +2,6 @@
 
 #include <map>
 #include <memory>
-#include <span>
 #include <string>
 #include <string_view>
 
@@ -11,38 +10,38 @@
 
 namespace tarn::host {
 
-// How statements lie in an input. A kind of log that is recognised and not read is one as well.
+// A form of input in which statements are written, for example a slow query log. Some logs are
+// recognised without being read, so that a person learns the reason why nothing is counted.
 struct Format {
-  // As a person gives it; empty for a kind that is not read.
+  // The name by which a person chooses the format, "slowlog"; empty if the log is not read.
   std::string_view name;
-  // As messages name it: "a slow query log".
+  // The name in messages: "a slow query log".
   std::string_view title;
-  // That of the server that writes such a log.
+  // The dialect of the server that writes such a log.
   Dialect dialect;
-  // Whether `line`, without its end, begins an entry; null for a format that is no log.
+  // Whether `line`, without its end of line, begins an entry; null if the format is no log.
   bool (*begins_entry)(std::string_view line);
-  // Null for a kind that is not read.
+  // Null if the log is not read.
   std::unique_ptr<Splitter> (*make_splitter)(const SplitterOptions& options);
-  // The setting that a log with entries and no statement may lack; for a kind that is not read,
-  // something that is.
+  // The advice in a message about a log from which no statement came: "set general_log = ON", or,
+  // if the log is not read, another log that is.
   std::string_view advice;
-  // What ends a statement where texts are printed in this format.
+  // The bytes that end each statement if statements are printed in this format: ";\n".
   std::string_view terminator;
 
   bool IsLog() const noexcept { return begins_entry != nullptr; }
 };
 
-// All formats, SQL first.
-std::span<const Format> Formats();
-
-// Those that are read, by their names.
+// The formats that are read, by their names. Any thread may call it.
 const std::map<std::string, const Format*>& ReadableFormats();
 
-// The log that `head`, the first lines of an input, belongs to: the first line that begins an entry
-// of one tells. Null when none does. A last line without its end counts as well.
+// The log whose first lines are in `head`: the first line that begins an entry of any log decides.
+// Null if no line begins one. The last line counts even if its end is missing. Any thread may call
+// it.
 const Format* RecognizedFormat(std::string_view head);
 
-// Whether `head` is too short to tell, although it may begin an entry of a log.
+// Whether `head` is too short to decide, although it may be the start of a log's entry: "# Ti" may
+// become "# Time: ". Any thread may call it.
 bool MayBecomeALog(std::string_view head) noexcept;
 
 }  // namespace tarn::host

@@ -1,4 +1,4 @@
-#include "logs/general_log.h"
+#include "logs/format_splitters.h"
 
 #include <algorithm>
 #include <array>
@@ -8,68 +8,42 @@
 #include <string_view>
 
 #include "logs/line_splitter.h"
-#include "logs/slow_log.h"
 #include "sql/text.h"
 
 namespace tarn::host {
 namespace {
 
-constexpr std::size_t kNoPlace = std::string_view::npos;
-// Of a command that is padded with blanks.
+// The size to which old servers pad a command with blanks.
 constexpr std::size_t kPaddedSize = 11;
 
-// The start of an entry: its time where the line has one, where the command's argument begins, and
-// whether the command runs it as a statement.
+// The start of an entry: its time if the line has one, the index at which the command's argument
+// begins, and whether the argument is a statement that the command runs.
 struct Entry {
   std::optional<LogTime> time;
   std::size_t argument;
   bool runs;
 };
 
-// Whether `command`, which may be cut to kPaddedSize bytes, is one other than Query and Execute.
+// The commands other than Query and Execute.
+constexpr auto kOtherCommands = [] {
+  std::string_view names =
+      "Binlog Dump|Binlog Dump GTID|Bulk_execute|Change user|Change_user|Close stmt|Connect|"
+      "Connect Out|Create DB|Daemon|Debug|Delayed insert|Drop DB|Error|Fetch|Field List|Init DB|"
+      "Kill|Long Data|Ping|Prepare|Processlist|Quit|Refresh|Register Replica|Register Slave|"
+      "Reset Connection|Reset connection|Reset stmt|Set option|Shutdown|Slave_IO|Slave_SQL|"
+      "Slave_worker|Sleep|Statistics|Subscribe Group Replication Stream|Table Dump|Time|"
+      "Unimpl get tid|clone|";
+  std::array<std::string_view, 41> commands;
+  for (std::string_view& command : commands) {
+    command = names.substr(0, names.find('|'));
+    names.remove_prefix(command.size() + 1);
+  }
+  return commands;
+}();
+
+// Whether `command`, which may be cut to kPaddedSize bytes, is one of kOtherCommands.
 bool IsOtherCommand(std::string_view command) {
-  static constexpr std::array<std::string_view, 41> kCommands{"Binlog Dump",
-                                                              "Binlog Dump GTID",
-                                                              "Bulk_execute",
-                                                              "Change user",
-                                                              "Change_user",
-                                                              "Close stmt",
-                                                              "Connect",
-                                                              "Connect Out",
-                                                              "Create DB",
-                                                              "Daemon",
-                                                              "Debug",
-                                                              "Delayed insert",
-                                                              "Drop DB",
-                                                              "Error",
-                                                              "Fetch",
-                                                              "Field List",
-                                                              "Init DB",
-                                                              "Kill",
-                                                              "Long Data",
-                                                              "Ping",
-                                                              "Prepare",
-                                                              "Processlist",
-                                                              "Quit",
-                                                              "Refresh",
-                                                              "Register Replica",
-                                                              "Register Slave",
-                                                              "Reset Connection",
-                                                              "Reset connection",
-                                                              "Reset stmt",
-                                                              "Set option",
-                                                              "Shutdown",
-                                                              "Slave_IO",
-                                                              "Slave_SQL",
-                                                              "Slave_worker",
-                                                              "Sleep",
-                                                              "Statistics",
-                                                              "Table Dump",
-                                                              "Time",
-                                                              "clone",
-                                                              "Unimpl get tid",
-                                                              "Subscribe Group Replication Stream"};
-  return std::any_of(kCommands.begin(), kCommands.end(), [command](std::string_view one) {
+  return std::any_of(kOtherCommands.begin(), kOtherCommands.end(), [command](std::string_view one) {
     return one == command || (command.size() >= kPaddedSize - 1 && one.starts_with(command));
   });
 }
@@ -114,7 +88,7 @@ class GeneralLogSplitter final : public LineSplitter {
       EndBody();
       ++Out().entries;
       if (entry->time) time_ = entry->time;
-      AddTime(entry->time);
+      Out().AddTime(entry->time);
       if (entry->runs) BeginBody(entry->argument);
     } else if (IsServerBanner(line)) {
       EndBody();
@@ -129,7 +103,7 @@ class GeneralLogSplitter final : public LineSplitter {
     if (!body.empty()) Out().statements.push_back({body, {.time = time_}});
   }
 
-  // Of the last line that has one: within a second servers leave it out.
+  // The time of the last line that has one. Within the same second servers leave it out.
   std::optional<LogTime> time_;
 };
 

@@ -23,7 +23,7 @@ namespace {
 
 constexpr std::size_t kBlockSize = std::size_t{256} * 1024;
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
-// How the packers' files begin: gzip, bzip2, xz, zstd and lz4.
+// The first bytes of files of gzip, bzip2, xz, zstd and lz4.
 constexpr std::array<std::string_view, 5> kMagics{"\x1F\x8B", "BZh", "\xFD\x37zXZ",
                                                   "\x28\xB5\x2F\xFD", "\x04\x22\x4D\x18"};
 
@@ -34,7 +34,7 @@ Input::Input(const std::string& file, InputWaiter* waiter)
       waiter_(waiter),
       fd_(file == kStandardInput
               ? STDIN_FILENO
-              // Without O_NONBLOCK the call itself would wait for a FIFO's writer.
+              // Without O_NONBLOCK, open would wait for a FIFO's writer, and not the waiter.
               : open(file.c_str(), O_RDONLY | O_CLOEXEC | (waiter != nullptr ? O_NONBLOCK : 0))) {
   if (fd_ < 0) throw InputError(SystemReason(name_, errno));
   if (waiter != nullptr && fd_ != STDIN_FILENO) fcntl(fd_, F_SETFL, O_RDONLY);
@@ -57,10 +57,10 @@ std::size_t Input::Read(char* to, std::size_t size) {
   }
 }
 
-// Unpacks an input by libarchive: one stream, or several after one another.
+// Unpacks an input with libarchive: one packed stream, or several after one another.
 class TextInput::Unpacker {
  public:
-  // `head` are the first bytes of the file, already read from `input`.
+  // `head` has the first bytes of the file, which were already read from `input`.
   Unpacker(Input& input, std::string_view head)
       : input_(input), packed_(head.begin(), head.end()), archive_(archive_read_new()) {
     if (!archive_) throw std::bad_alloc();
@@ -108,7 +108,7 @@ class TextInput::Unpacker {
       }
       unpacker.head_read_ = true;
     } catch (...) {
-      // It must not pass through the library.
+      // The exception must not pass through the library, which is in C.
       unpacker.error_ = std::current_exception();
       archive_set_error(reader, EIO, "can't be read");
       return ARCHIVE_FATAL;
@@ -127,7 +127,7 @@ class TextInput::Unpacker {
   std::vector<char> packed_;
   bool head_read_ = false;
   bool at_end_ = false;
-  // Of reading the input.
+  // The error of reading the input, if there was one.
   std::exception_ptr error_;
   std::unique_ptr<archive, Free> archive_;
 };
@@ -151,7 +151,7 @@ std::size_t TextInput::ReadDecoded(char* to, std::size_t size) {
 
 void TextInput::Begin() {
   begun_ = true;
-  // Fills the head as long as it may be the start of `magic`, and says whether it is.
+  // Whether the text begins with `magic`. Reads more bytes into the head if they decide.
   const auto begins_with = [this](std::string_view magic) {
     while (head_end_ < magic.size() && magic.starts_with({head_.data(), head_end_})) {
       const std::size_t got = ReadDecoded(head_.data() + head_end_, head_.size() - head_end_);

@@ -8,13 +8,13 @@
 
 namespace tarn::host {
 
-// Names standard input where a file name is expected.
+// The file name that means standard input.
 inline constexpr const char* kStandardInput = "-";
 
-// Told to wait until there is something to read.
+// Waits for input, so that an interrupt can end the wait.
 class InputWaiter {
  public:
-  // Waits until `fd` can be read; false when no more is to be read.
+  // Waits until `fd` can be read. False if reading has to end.
   virtual bool Wait(int fd) = 0;
 
  protected:
@@ -24,21 +24,21 @@ class InputWaiter {
 // A file or standard input, open for reading. Not thread-safe.
 class Input {
  public:
-  // Opens `file`, or takes standard input for "-". `waiter`, if any, is asked before every read.
-  // Throws InputError, as Read does, naming the file and the system's reason. Requires: `waiter`
-  // outlives the input.
+  // Opens `file`, or standard input if `file` is "-". If there is a `waiter`, each read waits for
+  // it first, and it must outlive the input. Throws InputError, as Read does: "a.sql: Permission
+  // denied".
   explicit Input(const std::string& file, InputWaiter* waiter = nullptr);
   Input(const Input&) = delete;
   Input& operator=(const Input&) = delete;
   ~Input();
 
-  // Reads what there is, up to `size` bytes, waiting for the first; 0 at the end, or when the
-  // waiter wants no more.
+  // Reads the bytes that have arrived, at most `size`, after waiting for the first. Returns their
+  // number, which is 0 at the end of the input or if the waiter ends it.
   std::size_t Read(char* to, std::size_t size);
 
-  // What messages call the input: its path or "standard input".
+  // The input's name in messages: its path or "standard input".
   const std::string& Name() const noexcept { return name_; }
-  // How many bytes were read so far.
+  // The number of bytes that were read so far.
   std::uint64_t BytesRead() const noexcept { return bytes_read_; }
   // Whether the waiter ended the input.
   bool Stopped() const noexcept { return stopped_; }
@@ -51,20 +51,20 @@ class Input {
   bool stopped_ = false;
 };
 
-// The text in a file or standard input: unpacked if it begins as a file of gzip, bzip2, xz, zstd or
-// lz4 does, without the byte order mark of UTF-8. Not thread-safe.
+// The text in a file or standard input. If the input begins like a file of gzip, bzip2, xz, zstd or
+// lz4, the text is unpacked. The byte order mark of UTF-8 is left out. Not thread-safe.
 class TextInput {
  public:
-  // As Input's.
+  // As Input's constructor.
   explicit TextInput(const std::string& file, InputWaiter* waiter = nullptr);
   TextInput(const TextInput&) = delete;
   TextInput& operator=(const TextInput&) = delete;
   ~TextInput();
 
-  // As Input::Read; what is damaged in a packed file throws InputError, too.
+  // As Input::Read, of the unpacked text. Damaged packed data throw InputError, too.
   std::size_t Read(char* to, std::size_t size);
 
-  // The input underneath.
+  // The input as it is, packed or not.
   const Input& Source() const noexcept { return input_; }
 
  private:
@@ -74,7 +74,7 @@ class TextInput {
   void Begin();
 
   Input input_;
-  // What was read to recognise the packing, until it is handed on.
+  // The bytes that were read to recognise the packing, until Read returns them.
   std::array<char, 4096> head_{};
   std::size_t head_begin_ = 0;
   std::size_t head_end_ = 0;

@@ -1,4 +1,4 @@
-#include "logs/json_log.h"
+#include "logs/format_splitters.h"
 
 #include <algorithm>
 #include <array>
@@ -16,33 +16,23 @@
 namespace tarn::host {
 namespace {
 
-// The values of an object's keys that a message needs. Those of objects within it are passed over.
+// Reads the message in an object such as {"user":"shop","error_severity":"LOG"}. Objects and arrays
+// within the object are left out.
 class Record final : public nlohmann::json_sax<nlohmann::json> {
  public:
-  enum Key : std::size_t {
-    kTime,
-    kSession,
-    kUser,
-    kDatabase,
-    kHost,
-    kSeverity,
-    kSqlstate,
-    kMessage,
-    kDetail,
-    kStatement,
-    kQueryId,
-    kKeys
-  };
-
-  // False when `line` is not one object.
+  // False if `line` is not one object.
   bool Read(std::string_view line) {
-    for (std::string& value : values_) value.clear();
+    message_ = {};
+    timestamp_.clear();
     depth_ = 0;
-    key_ = kKeys;
-    return line.starts_with('{') && nlohmann::json::sax_parse(line, this);
+    target_ = nullptr;
+    if (!line.starts_with('{') || !nlohmann::json::sax_parse(line, this)) return false;
+    message_.time = LogTimeAt(timestamp_);
+    return true;
   }
 
-  const std::string& operator[](Key key) const noexcept { return values_[key]; }
+  // The message in the last object that was read.
+  const PostgresMessage& Message() const noexcept { return message_; }
 
   bool null() override { return true; }
   bool boolean(bool /*value*/) override { return true; }
@@ -62,11 +52,24 @@ class Record final : public nlohmann::json_sax<nlohmann::json> {
   bool start_array(std::size_t size) override { return start_object(size); }
   bool end_array() override { return end_object(); }
   bool key(string_t& name) override {
-    static constexpr std::array<std::string_view, kKeys> kNames{
-        "timestamp",  "session_id", "user",   "dbname",    "remote_host", "error_severity",
-        "state_code", "message",    "detail", "statement", "query_id"};
-    const auto* const found = std::find(kNames.begin(), kNames.end(), name);
-    key_ = static_cast<std::size_t>(found - kNames.begin());
+    struct Key {
+      std::string_view name;
+      std::string PostgresMessage::*text;
+    };
+    static constexpr std::array<Key, 10> kKeys{{{"session_id", &PostgresMessage::session},
+                                                {"user", &PostgresMessage::user},
+                                                {"dbname", &PostgresMessage::database},
+                                                {"remote_host", &PostgresMessage::host},
+                                                {"error_severity", &PostgresMessage::severity},
+                                                {"state_code", &PostgresMessage::sqlstate},
+                                                {"message", &PostgresMessage::text},
+                                                {"detail", &PostgresMessage::detail},
+                                                {"statement", &PostgresMessage::statement},
+                                                {"query_id", &PostgresMessage::query_id}}};
+    target_ = name == "timestamp" ? &timestamp_ : nullptr;
+    const auto* const key = std::find_if(kKeys.begin(), kKeys.end(),
+                                         [&name](const Key& one) { return one.name == name; });
+    if (key != kKeys.end()) target_ = &(message_.*key->text);
     return true;
   }
   bool parse_error(std::size_t /*position*/, const std::string& /*token*/,
@@ -76,13 +79,15 @@ class Record final : public nlohmann::json_sax<nlohmann::json> {
 
  private:
   bool Take(std::string value) {
-    if (key_ < kKeys && depth_ == 1) values_[key_] = std::move(value);
+    if (target_ != nullptr && depth_ == 1) *target_ = std::move(value);
     return true;
   }
 
+  PostgresMessage message_;
+  std::string timestamp_;
   std::size_t depth_ = 0;
-  std::size_t key_ = kKeys;
-  std::array<std::string, kKeys> values_;
+  // The text that the value of the last key sets; null if the key is not used.
+  std::string* target_ = nullptr;
 };
 
 class JsonLogSplitter final : public LineSplitter {
@@ -93,7 +98,6 @@ class JsonLogSplitter final : public LineSplitter {
   std::string WhyEmpty() const override { return messages_.WhyEmpty(); }
 
  private:
-  void BeginFound() override { messages_.BeginFound(); }
   void EndInput() override { messages_.Flush(Out()); }
   std::string WhyCut(bool line_ended) const override {
     return !line_ended && damaged_last_ ? "ends within an entry" : "";
@@ -106,23 +110,12 @@ class JsonLogSplitter final : public LineSplitter {
       Out().CountTooLong();
       return;
     }
-    damaged_last_ = !record_.Read(line) || record_[Record::kSeverity].empty();
+    damaged_last_ = !record_.Read(line) || record_.Message().severity.empty();
     if (damaged_last_) {
       ++Out().damaged;
       return;
     }
-    messages_.Take({.time = LogTimeAt(record_[Record::kTime]),
-                    .session = record_[Record::kSession],
-                    .user = record_[Record::kUser],
-                    .database = record_[Record::kDatabase],
-                    .host = record_[Record::kHost],
-                    .severity = record_[Record::kSeverity],
-                    .sqlstate = record_[Record::kSqlstate],
-                    .text = record_[Record::kMessage],
-                    .detail = record_[Record::kDetail],
-                    .statement = record_[Record::kStatement],
-                    .query_id = record_[Record::kQueryId]},
-                   Out());
+    messages_.Take(record_.Message(), Out());
   }
 
   PostgresMessages messages_;

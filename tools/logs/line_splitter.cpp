@@ -9,7 +9,6 @@ namespace tarn::host {
 std::size_t LineSplitter::Split(std::string_view text, bool last, Found& found) {
   text_ = text;
   found_ = &found;
-  BeginFound();
   bool line_ended = true;
   while (line_begin_ < text.size()) {
     if (text[line_begin_] == '\0' && !line_is_cut_ && IsBetweenEntries()) {
@@ -44,7 +43,7 @@ std::size_t LineSplitter::Split(std::string_view text, bool last, Found& found) 
   return done;
 }
 
-// A file that is emptied while its server writes begins with such bytes.
+// If a file is emptied while its server writes, it begins with NUL bytes.
 void LineSplitter::PassHole() {
   EndBody();
   line_begin_ = std::min(text_.find_first_not_of('\0', line_begin_), text_.size());
@@ -61,7 +60,7 @@ void LineSplitter::DropTooLong() {
     body_begin_ = line_begin_;
   }
   if (!line_is_cut_) return;
-  // The last bytes tell whether a statement ends.
+  // The last bytes, ";" or ";\r", decide whether a statement ends.
   constexpr std::size_t kKept = 2;
   line_begin_ = text_.size() - std::min(kKept, text_.size());
   if (HasBody()) {

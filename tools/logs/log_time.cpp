@@ -20,13 +20,14 @@ constexpr std::int32_t kSecondsPerMinute = 60;
 constexpr std::int32_t kSecondsPerHour = 3600;
 constexpr std::int64_t kSecondsPerDay = 86'400;
 
-// The number of two digits at `at`; the first may be a blank.
+// The number of two digits at `at`, of which the first may be a blank: " 9" -> 9.
 int TwoDigits(std::string_view text, std::size_t at) noexcept {
   constexpr int kTen = 10;
   return (text[at] == ' ' ? 0 : text[at] - '0') * kTen + (text[at + 1] - '0');
 }
 
-// Takes a date and a time to the second away from `text`; nothing when there are none.
+// Removes a date and a time to the second from `text` and returns the seconds since 1970-01-01
+// 00:00:00. Returns nothing if there are none.
 std::optional<std::int64_t> TakeWallSeconds(std::string_view& text) {
   constexpr std::string_view kPattern = "9999-99-99 99:99:99";
   constexpr std::string_view kOldPattern = "999999 99:99:99";
@@ -55,14 +56,15 @@ std::optional<std::int64_t> TakeWallSeconds(std::string_view& text) {
   const int hour = TwoDigits(text, size - 8);
   const int minute = TwoDigits(text, size - 5);
   const int second = TwoDigits(text, size - 2);
-  // A leap second is the 61st of its minute.
+  // A leap second has the number 60.
   if (!date.ok() || hour > 23 || minute > 59 || second > 60) return std::nullopt;
   text.remove_prefix(size);
   const std::int32_t of_day = hour * kSecondsPerHour + minute * kSecondsPerMinute + second;
   return std::chrono::sys_days(date).time_since_epoch().count() * kSecondsPerDay + of_day;
 }
 
-// Takes ".123456" away from `text`, in microseconds; digits after the sixth do not count.
+// Removes a fraction such as ".123456" from `text` and returns it in microseconds. Digits after the
+// sixth do not count.
 std::int64_t TakeFraction(std::string_view& text) {
   if (!BeginsLike(text, ".9")) return 0;
   constexpr int kTen = 10;
@@ -75,7 +77,8 @@ std::int64_t TakeFraction(std::string_view& text) {
   return microseconds;
 }
 
-// Takes "Z", "+01:00", "+01", "+0100" or " CET" away from `text`.
+// Removes a zone from `text` and returns its seconds ahead of UTC: "Z" -> 0; "+01:00", "+01",
+// "+0100" and " CET" -> 3600; an unknown name -> nothing.
 std::optional<std::int32_t> TakeZone(std::string_view& text) {
   struct Zone {
     std::string_view name;
@@ -151,11 +154,6 @@ std::string FormatLogTime(const LogTime& time) {
     result += text;
   }
   return result;
-}
-
-void ExtendSpan(std::optional<LogTime>& first, std::optional<LogTime>& last, const LogTime& time) {
-  if (!first || time.Instant() < first->Instant()) first = time;
-  if (!last || time.Instant() > last->Instant()) last = time;
 }
 
 }  // namespace tarn::host

@@ -1,4 +1,4 @@
-#include "logs/postgres_log.h"
+#include "logs/format_splitters.h"
 
 #include <algorithm>
 #include <array>
@@ -32,22 +32,22 @@ constexpr std::array<std::string_view, 12> kSeverities{"LOG",     "ERROR",  "FAT
 constexpr std::array<std::string_view, 6> kSupplements{"DETAIL",  "HINT",     "QUERY",
                                                        "CONTEXT", "LOCATION", "STATEMENT"};
 
-// What syslog puts before a line: "Nov 24 09:05:00 db1 postgres[1234]: [5-1] ".
+// The text that syslog adds before a line: "Nov 24 09:05:00 db1 postgres[1234]: [5-1] ".
 struct SyslogStamp {
   std::string_view process;
-  // "1" in the first line of a message.
+  // The number of the line within its message: "1" in [5-1].
   std::string_view line_number;
 };
 
 std::optional<SyslogStamp> TakeSyslogStamp(std::string_view& line) {
   constexpr std::string_view kDigits = "0123456789";
   constexpr std::string_view kMark = "]: [";
-  // The host's name is before it.
+  // The stamp is shorter even if the host's name is long.
   constexpr std::size_t kMostLooked = 400;
   const std::size_t mark = line.substr(0, kMostLooked).find(kMark);
   if (mark == kNoPlace) return std::nullopt;
   const std::size_t open = line.rfind('[', mark);
-  // "[1234]: [1-1] " after a blank is the server's own prefix.
+  // If a blank is before "[1234]: [1-1] ", that is the server's own prefix.
   if (open == kNoPlace || open == 0 || line[open - 1] == ' ') return std::nullopt;
   const std::string_view process = line.substr(open + 1, mark - open - 1);
   std::string_view rest = line.substr(mark + kMark.size());
@@ -62,11 +62,12 @@ std::optional<SyslogStamp> TakeSyslogStamp(std::string_view& line) {
   return SyslogStamp{process, rest.substr(0, end)};
 }
 
-// Reads prefixes of one form, or of the usual ones.
+// Reads prefixes of the form that a person has given, or of the usual forms.
 class PrefixReader {
  public:
   explicit PrefixReader(const std::string& format) {
-    // The server's own, Debian's, Amazon RDS's, Cloud SQL's, and those that are often advised.
+    // The defaults of the server, of Debian, of Amazon RDS and of Cloud SQL, and forms that are
+    // often advised.
     static constexpr std::array<std::string_view, 7> kUsual{
         "%m [%p] ",
         "%m [%p] %q%u@%d ",
@@ -80,25 +81,25 @@ class PrefixReader {
     } else {
       for (const std::string_view usual : kUsual) prefixes_.emplace_back(usual);
     }
-    any_ = format.empty();
   }
 
-  std::optional<std::string_view> Read(std::string_view line, PrefixFields& fields) {
+  std::optional<std::string_view> Read(std::string_view line, PostgresMessage& message) {
     for (std::size_t tried = 0; tried < prefixes_.size(); ++tried) {
-      // Lines of one log have one form.
+      // The form of the last line is tried first, as lines of one log have one form.
       const std::size_t index = (last_ + tried) % prefixes_.size();
-      if (const auto rest = prefixes_[index].Read(line, fields)) {
+      if (const auto rest = prefixes_[index].Read(line, message)) {
         last_ = index;
         return rest;
       }
+      message = {};
     }
-    fields = {};
-    return any_ ? ReadAny(line, fields) : std::nullopt;
+    return prefixes_.size() > 1 ? ReadAny(line, message) : std::nullopt;
   }
 
  private:
-  // A prefix that begins with a time and has a number in brackets, or neither.
-  static std::optional<std::string_view> ReadAny(std::string_view line, PrefixFields& fields) {
+  // Reads a prefix of any other form, of which only a time at its start and a process in brackets
+  // are used, if they are there: "2026-11-24 09:05:00 shop [1234] ".
+  static std::optional<std::string_view> ReadAny(std::string_view line, PostgresMessage& message) {
     constexpr std::size_t kMostLooked = 1000;
     const std::string_view head = line.substr(0, kMostLooked);
     std::size_t mark = 0;
@@ -115,17 +116,16 @@ class PrefixReader {
       if (IsOneOf(severity, kSeverities) || IsOneOf(severity, kSupplements)) break;
     }
     std::string_view rest = head.substr(0, begin);
-    fields.time = TakeLogTime(rest);
+    message.time = TakeLogTime(rest);
     const std::size_t open = rest.find('[');
     const std::size_t close = rest.find(']', std::min(open, rest.size()));
     if (open != kNoPlace && close != kNoPlace) {
-      fields.session = rest.substr(open + 1, close - open - 1);
+      message.session = rest.substr(open + 1, close - open - 1);
     }
     return line.substr(begin);
   }
 
   std::vector<PostgresPrefix> prefixes_;
-  bool any_ = false;
   std::size_t last_ = 0;
 };
 
@@ -137,30 +137,18 @@ class PostgresLogSplitter final : public LineSplitter {
   std::string WhyEmpty() const override { return messages_.WhyEmpty(); }
 
  private:
-  // A message whose lines may not all have come.
+  // A message of which more lines may follow.
   struct Open {
-    std::optional<LogTime> time;
-    std::string session;
-    std::string user;
-    std::string database;
-    std::string host;
-    std::string severity;
-    std::string sqlstate;
-    std::string query_id;
-    std::string text;
-    std::string detail;
-    std::string statement;
-    // What a line that continues the message belongs to; null when nobody needs it.
+    PostgresMessage message;
+    // The text that the next line continues; null if it is not used, as that of a HINT.
     std::string* target = nullptr;
     bool too_long = false;
   };
-  // By process.
+  // The open messages by their processes.
   using OpenMessages = std::map<std::string, Open, std::less<>>;
 
-  // More processes than write at one time.
+  // No server has more processes at one time.
   static constexpr std::size_t kMostOpen = 10'000;
-
-  void BeginFound() override { messages_.BeginFound(); }
 
   void EndInput() override {
     CloseAll();
@@ -170,18 +158,18 @@ class PostgresLogSplitter final : public LineSplitter {
   void TakeLine(std::string_view line) override {
     if (line.ends_with('\r')) line.remove_suffix(1);
     const std::optional<SyslogStamp> stamp = TakeSyslogStamp(line);
-    // A line that continues a message begins with a tab, whatever else is in it.
+    // A line that begins with a tab continues a message, even if a prefix is in it.
     if (stamp ? stamp->line_number == "1" : !line.starts_with('\t')) {
-      PrefixFields fields;
-      if (const auto rest = prefix_.Read(line, fields)) {
-        TakeHead(*rest, fields, stamp);
+      PostgresMessage message;
+      if (const auto rest = prefix_.Read(line, message)) {
+        TakeHead(*rest, std::move(message), stamp);
         return;
       }
     }
     const auto open = stamp ? open_.find(stamp->process) : open_.find(last_);
     if (open == open_.end()) return;
     std::string_view text = line;
-    // A tab as syslog writes it.
+    // Syslog writes a tab as "#011".
     constexpr std::string_view kWrittenTab = "#011";
     if (text.starts_with('\t')) {
       Append(open->second, "\n", text.substr(1));
@@ -192,20 +180,21 @@ class PostgresLogSplitter final : public LineSplitter {
     }
   }
 
-  // Syslog counts the lines of DETAIL and STATEMENT with those of the message, and parts long ones.
+  // Takes a line of syslog that is not the first of its message: a DETAIL or STATEMENT, or the rest
+  // of a long line that syslog has split.
   void TakeSyslogLine(Open& open, std::string_view text) {
-    PrefixFields fields;
-    const auto rest = prefix_.Read(text, fields);
+    PostgresMessage message;
+    const auto rest = prefix_.Read(text, message);
     if (!rest || !TakeSupplement(open, *rest)) Append(open, "", text);
   }
 
-  void TakeHead(std::string_view rest, const PrefixFields& fields,
+  void TakeHead(std::string_view rest, PostgresMessage&& message,
                 const std::optional<SyslogStamp>& stamp) {
-    const std::string_view process = stamp ? stamp->process : fields.session;
+    const std::string process(stamp ? stamp->process : message.session);
     const auto known = open_.find(process);
     if (known != open_.end() && TakeSupplement(known->second, rest)) return;
     const std::string_view severity = SeverityAt(rest);
-    // Without syslog between them, messages come one after another.
+    // Only syslog may mix the lines of several messages.
     if (!stamp || open_.size() >= kMostOpen || open_bytes_ > MaxStatement()) {
       CloseAll();
     } else if (known != open_.end()) {
@@ -213,26 +202,25 @@ class PostgresLogSplitter final : public LineSplitter {
       open_.erase(known);
     }
     if (IsOneOf(severity, kSupplements)) return;
-    Open& open = open_[std::string(process)];
-    open.time = fields.time;
-    open.session = fields.session.empty() ? process : fields.session;
-    open.user = fields.user;
-    open.database = fields.database;
-    open.host = fields.host;
-    open.severity = severity;
-    open.sqlstate = fields.sqlstate;
-    open.query_id = fields.query_id;
-    open.target = &open.text;
+    if (message.session.empty()) message.session = process;
+    message.severity = severity;
+    // A server writes "[unknown]" while a client logs in.
+    for (std::string* name : {&message.user, &message.database, &message.host}) {
+      if (*name == "[unknown]") name->clear();
+    }
+    Open& open = open_[process];
+    open.message = std::move(message);
+    open.target = &open.message.text;
     Append(open, "", rest.substr(severity.size() + 3));
     last_ = process;
   }
 
-  // Takes a line such as "DETAIL:  ..." that adds to the message. False when `rest` is none.
+  // Takes a line such as "DETAIL:  ..." that adds to the message. False if `rest` is another line.
   bool TakeSupplement(Open& open, std::string_view rest) {
     const std::string_view severity = SeverityAt(rest);
     if (!IsOneOf(severity, kSupplements)) return false;
-    open.target = severity == "DETAIL"      ? &open.detail
-                  : severity == "STATEMENT" ? &open.statement
+    open.target = severity == "DETAIL"      ? &open.message.detail
+                  : severity == "STATEMENT" ? &open.message.statement
                                             : nullptr;
     Append(open, "", rest.substr(severity.size() + 3));
     return true;
@@ -257,32 +245,16 @@ class PostgresLogSplitter final : public LineSplitter {
   void Close(const Open& open) {
     if (open.too_long) {
       Out().CountTooLong();
-      return;
+    } else {
+      messages_.Take(open.message, Out());
     }
-    messages_.Take({.time = open.time,
-                    .session = open.session,
-                    .user = Known(open.user),
-                    .database = Known(open.database),
-                    .host = Known(open.host),
-                    .severity = open.severity,
-                    .sqlstate = open.sqlstate,
-                    .text = open.text,
-                    .detail = open.detail,
-                    .statement = open.statement,
-                    .query_id = open.query_id},
-                   Out());
-  }
-
-  // Servers write "[unknown]" while a client logs in.
-  static std::string_view Known(std::string_view name) noexcept {
-    return name == "[unknown]" ? std::string_view() : name;
   }
 
   PrefixReader prefix_;
   PostgresMessages messages_;
   OpenMessages open_;
   std::size_t open_bytes_ = 0;
-  // The process that wrote the last message, which lines without a prefix continue.
+  // The process of the last message. Lines without a prefix continue that message.
   std::string last_;
 };
 
@@ -296,8 +268,8 @@ bool BeginsPostgresLogEntry(std::string_view line) {
   if (line.find(":  ") == kNoPlace) return false;
   const bool syslog = TakeSyslogStamp(line).has_value();
   if (!syslog && !LogTimeAt(line)) return false;
-  PrefixFields fields;
-  return PrefixReader({}).Read(line, fields).has_value();
+  PostgresMessage message;
+  return PrefixReader({}).Read(line, message).has_value();
 }
 
 }  // namespace tarn::host

@@ -15,7 +15,7 @@
 namespace tarn::host {
 namespace {
 
-// More sessions than a server has at one time.
+// No server has more sessions at one time.
 constexpr std::size_t kMostWaiting = 10'000;
 
 bool TakePrefix(std::string_view& text, std::string_view prefix) noexcept {
@@ -24,12 +24,10 @@ bool TakePrefix(std::string_view& text, std::string_view prefix) noexcept {
   return true;
 }
 
-// Takes "duration: N ms" away from `text`, in seconds. Nothing when there is none; a time that no
-// server can mean is counted.
+// Removes a duration from `text` and returns it in seconds: "duration: 1.5 ms" -> 0.0015. Returns
+// nothing if there is none, or, counting it, if no server can mean it.
 std::optional<double> TakeDuration(std::string_view& text, Found& found) {
   constexpr double kMillisecondsPerSecond = 1000;
-  // Ten years.
-  constexpr double kMost = 10 * 366 * 86'400.0;
   std::string_view rest = text;
   if (!TakePrefix(rest, "duration: ")) return std::nullopt;
   double milliseconds = 0;
@@ -37,14 +35,11 @@ std::optional<double> TakeDuration(std::string_view& text, Found& found) {
   rest.remove_prefix(static_cast<std::size_t>(end - rest.data()));
   if (!TakePrefix(rest, " ms")) return std::nullopt;
   text = rest;
-  const double seconds = milliseconds / kMillisecondsPerSecond;
-  if (error == std::errc() && seconds >= 0 && seconds <= kMost) return seconds;
-  ++found.impossible_times;
-  return std::nullopt;
+  return found.PossibleSeconds(error == std::errc() ? milliseconds / kMillisecondsPerSecond : -1);
 }
 
-// A statement as a message names it, and whether the message tells of its execution rather than of
-// its parsing or binding.
+// The statement in a message, and whether the message reports its execution and not its parsing or
+// binding: "bind s1: select 1" -> {"select 1", false}.
 struct Named {
   std::string_view text;
   bool executed;
@@ -59,7 +54,7 @@ std::optional<Named> NamedStatement(std::string_view text) {
   return Named{Trimmed(text.substr(colon + 2)), executed};
 }
 
-// The statement in auto_explain's text, which its plan follows.
+// The statement in auto_explain's text: "Query Text: select 1\nResult  (cost=..." -> "select 1".
 std::string_view StatementBeforePlan(std::string_view text) {
   if (!TakePrefix(text, "Query Text: ")) return {};
   std::size_t line_begin = 0;
@@ -75,7 +70,8 @@ std::string_view StatementBeforePlan(std::string_view text) {
   return Trimmed(text.substr(0, line_begin));
 }
 
-// Whether a message reports a statement or its duration in the language of another lc_messages.
+// Whether a message reports a statement or a duration in another language than English, as the
+// setting lc_messages may ask: "Dauer: 1.5 ms".
 bool IsForeign(std::string_view text) {
   static constexpr std::array<std::string_view, 14> kWords{
       "Anweisung: ", "Dauer: ",     "Ausführen ", "instruction : ",     "durée : ",
@@ -87,13 +83,9 @@ bool IsForeign(std::string_view text) {
 
 }  // namespace
 
-void PostgresMessages::BeginFound() {
-  for (SharedText* text : {&user_, &database_, &host_}) text->Forget();
-}
-
 void PostgresMessages::Take(const PostgresMessage& message, Found& found) {
   ++found.entries;
-  if (message.time) ExtendSpan(found.first_time, found.last_time, *message.time);
+  found.AddTime(message.time);
   if (message.severity == "LOG") {
     TakeLog(message, found);
   } else if (message.severity == "ERROR" || message.severity == "FATAL" ||
@@ -103,20 +95,20 @@ void PostgresMessages::Take(const PostgresMessage& message, Found& found) {
 }
 
 PostgresMessages::Waiting PostgresMessages::Describe(const PostgresMessage& message,
-                                                     std::string_view statement) {
+                                                     std::string_view statement,
+                                                     std::optional<double> seconds) {
   std::string_view parameters = message.detail;
   if (!TakePrefix(parameters, "parameters: ") && !TakePrefix(parameters, "Parameters: ")) {
     parameters = {};
   }
-  return {.statement = std::string(statement),
-          .parameters = std::string(parameters),
-          .user = std::string(message.user),
-          .database = std::string(message.database),
-          .host = std::string(message.host),
-          .query_id = std::string(message.query_id == "0" ? "" : message.query_id),
-          .error = {},
-          .time = message.time,
-          .seconds = {}};
+  return {{.time = message.time,
+           .user = message.user,
+           .database = message.database,
+           .host = message.host,
+           .detail = std::string(parameters),
+           .statement = std::string(statement),
+           .query_id = message.query_id == "0" ? "" : message.query_id},
+          seconds};
 }
 
 void PostgresMessages::TakeLog(const PostgresMessage& message, Found& found) {
@@ -134,10 +126,9 @@ void PostgresMessages::TakeLog(const PostgresMessage& message, Found& found) {
   if (timed && !TakePrefix(text, "  ")) return;
   if (timed && TakePrefix(text, "plan:\n")) {
     const std::string_view planned = StatementBeforePlan(text);
-    if (planned.empty()) return;
-    Waiting statement = Describe(message, planned);
-    statement.seconds = seconds;
-    TakePlanned(std::move(statement), message.session, found);
+    if (!planned.empty()) {
+      TakePlanned(Describe(message, planned, seconds), message.session, found);
+    }
     return;
   }
   const std::optional<Named> named = NamedStatement(text);
@@ -146,17 +137,16 @@ void PostgresMessages::TakeLog(const PostgresMessage& message, Found& found) {
     return;
   }
   if (!timed && !named->executed) return;
-  Waiting statement = Describe(message, named->text);
-  statement.seconds = seconds;
+  Waiting statement = Describe(message, named->text, seconds);
   if (!timed) {
     AddWaiting(message.session, found);
     Wait(std::move(statement), message.session, found);
     return;
   }
   if (named->executed) {
-    // auto_explain has told the same execution already.
+    // If the statement that waits is the same, auto_explain has already reported this execution.
     const Waiting* const waiting = FindWaiting(message.session);
-    if (waiting != nullptr && waiting->statement == named->text) {
+    if (waiting != nullptr && waiting->message.statement == named->text) {
       TakeWaiting(message.session);
     }
     AddWaiting(message.session, found);
@@ -167,8 +157,8 @@ void PostgresMessages::TakeLog(const PostgresMessage& message, Found& found) {
 void PostgresMessages::TakePlanned(Waiting planned, std::string_view session, Found& found) {
   const Waiting* const waiting = FindWaiting(session);
   if (waiting != nullptr && !waiting->seconds) {
-    if (waiting->statement != planned.statement) {
-      // A statement within the function that the other calls.
+    if (waiting->message.statement != planned.message.statement) {
+      // A statement that waits calls a function, and this statement is within it.
       Add(std::move(planned), true, found);
       return;
     }
@@ -181,11 +171,10 @@ void PostgresMessages::TakePlanned(Waiting planned, std::string_view session, Fo
 void PostgresMessages::TakeError(const PostgresMessage& message, Found& found) {
   const std::string_view statement = Trimmed(message.statement);
   if (statement.empty()) return;
-  const std::string_view code = message.sqlstate.empty() ? message.severity : message.sqlstate;
   const Waiting* const waiting = FindWaiting(message.session);
-  const bool announced = waiting != nullptr && waiting->statement == statement;
-  Waiting failed = announced ? *TakeWaiting(message.session) : Describe(message, statement);
-  failed.error = code;
+  const bool announced = waiting != nullptr && waiting->message.statement == statement;
+  Waiting failed = announced ? *TakeWaiting(message.session) : Describe(message, statement, {});
+  failed.message.sqlstate = message.sqlstate.empty() ? message.severity : message.sqlstate;
   Add(std::move(failed), announced, found);
 }
 
@@ -198,13 +187,13 @@ std::optional<PostgresMessages::Waiting> PostgresMessages::TakeWaiting(std::stri
   const auto waiting = waiting_.find(session);
   if (waiting == waiting_.end()) return std::nullopt;
   Waiting statement = std::move(waiting->second);
-  waiting_bytes_ -= statement.statement.size() + statement.parameters.size();
+  waiting_bytes_ -= statement.message.statement.size() + statement.message.detail.size();
   waiting_.erase(waiting);
   return statement;
 }
 
 void PostgresMessages::Wait(Waiting waiting, std::string_view session, Found& found) {
-  waiting_bytes_ += waiting.statement.size() + waiting.parameters.size();
+  waiting_bytes_ += waiting.message.statement.size() + waiting.message.detail.size();
   waiting_.insert_or_assign(std::string(session), std::move(waiting));
   if (waiting_.size() > kMostWaiting || waiting_bytes_ > most_bytes_) Flush(found);
 }
@@ -213,24 +202,22 @@ void PostgresMessages::AddWaiting(std::string_view session, Found& found) {
   if (auto waiting = TakeWaiting(session)) Add(*std::move(waiting), true, found);
 }
 
-void PostgresMessages::Add(Waiting statement, bool executed, Found& found) {
-  if (statement.statement.empty()) return;
+void PostgresMessages::Add(Waiting waiting, bool executed, Found& found) {
+  PostgresMessage& message = waiting.message;
+  if (message.statement.empty()) return;
   const auto keep = [&found](std::string& text) -> std::string_view {
     if (text.empty()) return {};
     return found.owned.emplace_back(std::move(text));
   };
-  user_.Set(statement.user);
-  database_.Set(statement.database);
-  host_.Set(statement.host);
-  found.statements.push_back({keep(statement.statement),
-                              {.seconds = statement.seconds,
-                               .time = statement.time,
-                               .user = user_.KeepIn(found),
-                               .database = database_.KeepIn(found),
-                               .host = host_.KeepIn(found),
-                               .parameters = keep(statement.parameters),
-                               .query_id = keep(statement.query_id),
-                               .error = keep(statement.error),
+  found.statements.push_back({keep(message.statement),
+                              {.seconds = waiting.seconds,
+                               .time = message.time,
+                               .user = found.Share(&Execution::user, message.user),
+                               .database = found.Share(&Execution::database, message.database),
+                               .host = found.Share(&Execution::host, message.host),
+                               .parameters = keep(message.detail),
+                               .query_id = keep(message.query_id),
+                               .error = keep(message.sqlstate),
                                .executed = executed}});
 }
 

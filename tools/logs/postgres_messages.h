@@ -10,82 +10,75 @@
 
 namespace tarn::host {
 
-// A report of a PostgreSQL server, however its log lays it out. Texts that the log does not tell
-// are empty.
+// A message of a PostgreSQL server, in whichever form of log. A text that the log does not give is
+// empty.
 struct PostgresMessage {
   std::optional<LogTime> time = {};
-  // Tells one session of the server from others.
-  std::string_view session = {};
-  std::string_view user = {};
-  std::string_view database = {};
-  std::string_view host = {};
+  // Differs between the sessions of the server.
+  std::string session = {};
+  std::string user = {};
+  std::string database = {};
+  std::string host = {};
   // "LOG", "ERROR" and the like.
-  std::string_view severity = {};
-  std::string_view sqlstate = {};
-  std::string_view text = {};
-  std::string_view detail = {};
+  std::string severity = {};
+  std::string sqlstate = {};
+  std::string text = {};
+  std::string detail = {};
   // The statement that an error ended.
-  std::string_view statement = {};
-  std::string_view query_id = {};
+  std::string statement = {};
+  std::string query_id = {};
 };
 
-// Finds the executions of statements in a server's messages: "statement: ", "execute NAME: " and
-// "duration: N ms" with or without one of these; "parse", "bind" and auto_explain's "plan:" with a
-// duration; and errors. A message that has a duration alone goes to the statement of its session
-// that has none yet. Not thread-safe.
+// Finds the executions of statements in a server's messages, for example:
+//   "statement: select 1", "execute s1: select 1"      waits for its duration
+//   "duration: 0.5 ms"                                 of the session's statement that waits
+//   "duration: 0.5 ms  statement: select 1"            both; also with "parse", "bind" or "plan:"
+//   ERROR, FATAL or PANIC with a STATEMENT             a statement that failed
+// Not thread-safe.
 class PostgresMessages {
  public:
-  // Keeps about `most_bytes` at most of statements that wait for their duration.
+  // At most about `most_bytes` of statements wait for their duration.
   explicit PostgresMessages(std::size_t most_bytes) noexcept : most_bytes_(most_bytes) {}
 
-  // To be called when a Found may be another or was cleared.
-  void BeginFound();
-
+  // Adds the statements that are over with this message to `found`, and counts an entry.
   void Take(const PostgresMessage& message, Found& found);
 
-  // Adds the statements that wait for their duration.
+  // Adds the statements that still wait for their duration.
   void Flush(Found& found);
 
-  // Why there are messages and no statements, if their language tells.
+  // The reason why messages held no statement, if it is their language; otherwise empty.
   std::string WhyEmpty() const;
 
  private:
-  // A statement that may not be over.
+  // A statement that is perhaps not over.
   struct Waiting {
-    std::string statement;
-    std::string parameters;
-    std::string user;
-    std::string database;
-    std::string host;
-    std::string query_id;
-    std::string error;
-    std::optional<LogTime> time;
-    // Known of one that auto_explain has told.
+    // Its text is `statement`; `detail` has the values of its parameters alone.
+    PostgresMessage message;
+    // Known if auto_explain has reported the statement.
     std::optional<double> seconds;
   };
 
-  static Waiting Describe(const PostgresMessage& message, std::string_view statement);
+  static Waiting Describe(const PostgresMessage& message, std::string_view statement,
+                          std::optional<double> seconds);
 
   void TakeLog(const PostgresMessage& message, Found& found);
   void TakeError(const PostgresMessage& message, Found& found);
-  // A statement that auto_explain has told, which the server may tell once more when it is over.
+  // Takes a statement that auto_explain reports. The server may report it once more after its end.
   void TakePlanned(Waiting planned, std::string_view session, Found& found);
 
   void Wait(Waiting waiting, std::string_view session, Found& found);
-  // Adds the statement for which the session waits, if there is one.
+  // Adds the session's statement that waits, if there is one.
   void AddWaiting(std::string_view session, Found& found);
-  void Add(Waiting statement, bool executed, Found& found);
-  // The statement for which the session waits, which it no longer does.
+  void Add(Waiting waiting, bool executed, Found& found);
+  // Removes the session's statement that waits, if there is one, and returns it.
   std::optional<Waiting> TakeWaiting(std::string_view session);
   const Waiting* FindWaiting(std::string_view session) const;
 
   const std::size_t most_bytes_;
   std::size_t waiting_bytes_ = 0;
-  // By session. Ordered, so that no session's name makes it slow.
+  // By session. Ordered, since strangers choose the names of sessions and could make a hash slow.
   std::map<std::string, Waiting, std::less<>> waiting_;
-  SharedText user_;
-  SharedText database_;
-  SharedText host_;
+  // Whether a message was in another language.
   bool foreign_ = false;
 };
 

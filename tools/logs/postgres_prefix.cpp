@@ -21,7 +21,7 @@ std::string_view TakeBytes(std::string_view& text, std::size_t size) noexcept {
   return taken;
 }
 
-// Takes "%n", seconds since 1970 with milliseconds, away from `text`.
+// Removes a time as "%n" writes it from `text`, in seconds since 1970: "1764000000.123".
 std::optional<LogTime> TakeEpoch(std::string_view& text) {
   constexpr double kMicroseconds = 1e6;
   constexpr double kMost = 253'402'300'799;  // 9999-12-31 23:59:59
@@ -58,7 +58,7 @@ PostgresPrefix::PostgresPrefix(std::string_view format) {
       literal += c;
       continue;
     }
-    // The width to which a field is padded.
+    // A field may have a width to which it is padded: "%-10u".
     format.remove_prefix(std::min(format.find_first_not_of("-0123456789"), format.size()));
     if (format.empty()) break;
     if (format[0] == '%') {
@@ -72,38 +72,37 @@ PostgresPrefix::PostgresPrefix(std::string_view format) {
 }
 
 std::optional<std::string_view> PostgresPrefix::Read(std::string_view line,
-                                                     PrefixFields& fields) const {
-  fields = {};
+                                                     PostgresMessage& message) const {
   for (std::size_t index = 0; index < parts_.size(); ++index) {
     const Part& part = parts_[index];
     if (!line.starts_with(part.literal)) return std::nullopt;
     line.remove_prefix(part.literal.size());
     if (part.field == '\0') break;
     if (part.field == 'q') {
-      // Processes that serve no session end their prefix here.
+      // A process without a session ends its prefix at "%q".
       if (!SeverityAt(line).empty()) return line;
       continue;
     }
     if (part.field == 'm' || part.field == 't' || part.field == 's') {
       const auto time = TakeLogTime(line);
       if (!time) return std::nullopt;
-      if (part.field != 's') fields.time = time;
+      if (part.field != 's') message.time = time;
       continue;
     }
     if (part.field == 'n') {
-      fields.time = TakeEpoch(line);
-      if (!fields.time) return std::nullopt;
+      message.time = TakeEpoch(line);
+      if (!message.time) return std::nullopt;
       continue;
     }
     line.remove_prefix(std::min(line.find_first_not_of(' '), line.size()));
     if (part.field == 'p' || part.field == 'l') {
       const std::string_view number = TakeBytes(line, CountDigits(line));
       if (number.empty()) return std::nullopt;
-      if (part.field == 'p' && fields.session.empty()) fields.session = number;
+      if (part.field == 'p' && message.session.empty()) message.session = number;
       continue;
     }
-    // A field without its own form lasts up to the literal after it; the last one up to that with a
-    // severity after it.
+    // Any other field ends at the next literal. The last field ends at the first such literal that
+    // has a severity after it: "%u@%d " in "a@b c LOG:  x" -> "a" and "b c".
     const Part& next = parts_[index + 1];
     std::size_t end =
         next.literal.empty() ? std::min(line.find(' '), line.size()) : line.find(next.literal);
@@ -113,14 +112,14 @@ std::optional<std::string_view> PostgresPrefix::Read(std::string_view line,
     }
     if (end == std::string_view::npos) return std::nullopt;
     const std::string_view value = Trimmed(TakeBytes(line, end));
-    if (part.field == 'u') fields.user = value;
-    if (part.field == 'd') fields.database = value;
-    if (part.field == 'h') fields.host = value;
-    // "10.0.0.1(5678)"
-    if (part.field == 'r') fields.host = value.substr(0, value.find('('));
-    if (part.field == 'c') fields.session = value;
-    if (part.field == 'e') fields.sqlstate = value;
-    if (part.field == 'Q') fields.query_id = value;
+    if (part.field == 'u') message.user = value;
+    if (part.field == 'd') message.database = value;
+    if (part.field == 'h') message.host = value;
+    // "10.0.0.1(5678)" -> "10.0.0.1"
+    if (part.field == 'r') message.host = value.substr(0, value.find('('));
+    if (part.field == 'c') message.session = value;
+    if (part.field == 'e') message.sqlstate = value;
+    if (part.field == 'Q') message.query_id = value;
   }
   if (SeverityAt(line).empty()) return std::nullopt;
   return line;

@@ -17,8 +17,8 @@
 namespace tarn::host {
 namespace {
 
-// Large enough to recognise a log that begins inside a statement, small enough that a batch of the
-// shortest statements takes a few MiB.
+// A file of a log may begin inside a statement, and still a block of this size should hold a line
+// that begins an entry. A batch of the shortest statements in it takes a few MiB.
 constexpr std::size_t kBlockSize = std::size_t{128} * 1024;
 
 std::string Counted(std::uint64_t count, const char* one, const char* several) {
@@ -37,7 +37,7 @@ StatementReader::StatementReader(std::vector<std::string> files, const ReadOptio
 
 bool StatementReader::Read(StatementBatch& batch) {
   batch.found_.Clear();
-  // A batch keeps its memory for the next one, but not that of a very long statement.
+  // A batch keeps its memory for the next statements, unless a very long one needed it.
   if (batch.bytes_.size() > 4 * (begun_.size() + kBlockSize)) batch.bytes_ = {};
   batch.bytes_.resize(std::max(batch.bytes_.size(), begun_.size() + kBlockSize));
   begin_ = 0;
@@ -48,7 +48,7 @@ bool StatementReader::Read(StatementBatch& batch) {
     try {
       if (!input_ && next_file_ < files_.size()) OpenNext();
     } catch (const InputError&) {
-      // The file after it may go on with the log.
+      // The file after this one may go on with the log.
       begun_.assign(batch.bytes_.data() + begin_, end_ - begin_);
       throw;
     }
@@ -98,16 +98,16 @@ void StatementReader::OpenNext() {
 bool StatementReader::EndsBeforeFile() const noexcept {
   if (!new_file_) return false;
   if (!format_->IsLog()) return true;
-  // A file may begin inside a long entry, so that nothing tells its kind.
+  // If a file begins inside a long entry, its first lines fit no log, and it goes on with this one.
   return options_.format == nullptr && recognized_ != nullptr && recognized_ != format_;
 }
 
 void StatementReader::BeginFile(StatementBatch& batch) {
   const std::string& name = input_->Source().Name();
   if (splitter_) {
-    const char last_byte = tally_.last_byte;
+    const char last_byte = tally_.last_byte.value_or('\n');
     EndFile({}, {});
-    // Unless the file before was cut within a line, that line ends.
+    // The last line of the file before ends there, unless the first one of this file continues it.
     const std::string_view first_line = std::string_view(head_).substr(0, head_.find('\n'));
     const bool within_blanks = IsBlank(last_byte) || first_line.empty() || IsBlank(first_line[0]);
     if (!within_blanks && format_->begins_entry(first_line)) head_.insert(0, "\n");
@@ -137,7 +137,6 @@ void StatementReader::BeginFile(StatementBatch& batch) {
   starts_.push_back({name, next_number_});
   new_file_ = false;
   while (batch.bytes_.size() - end_ < head_.size()) MakeRoom(batch);
-  tally_.any_bytes = !head_.empty();
   tally_.recognized = recognized_;
   if (!head_.empty()) tally_.last_byte = head_.back();
   end_ += head_.copy(batch.bytes_.data() + end_, head_.size());
@@ -145,7 +144,7 @@ void StatementReader::BeginFile(StatementBatch& batch) {
 }
 
 void StatementReader::MakeRoom(StatementBatch& batch) {
-  // Either way a byte is copied a bounded number of times.
+  // In both cases each byte is copied a bounded number of times.
   if (begin_ >= end_ / 2 && begin_ > 0) {
     end_ -= begin_;
     std::memmove(batch.bytes_.data(), batch.bytes_.data() + begin_, end_);
@@ -162,14 +161,13 @@ std::size_t StatementReader::ReadBlock(StatementBatch& batch) {
   try {
     got = input_->Read(batch.bytes_.data() + end_, room);
   } catch (const InputError&) {
-    // Nobody knows how the statement that has begun goes on.
+    // The rest of the statement that has begun is unknown, so that its start is of no use.
     input_.reset();
     splitter_.reset();
     tally_ = {};
     throw;
   }
   if (got > 0) tally_.last_byte = batch.bytes_[end_ + got - 1];
-  tally_.any_bytes = tally_.any_bytes || got > 0;
   end_ += got;
   return got;
 }
@@ -177,7 +175,7 @@ std::size_t StatementReader::ReadBlock(StatementBatch& batch) {
 void StatementReader::Split(StatementBatch& batch, bool last) {
   Found& found = batch.found_;
   begin_ += splitter_->Split({batch.bytes_.data() + begin_, end_ - begin_}, last, found);
-  // Those that were whole at once.
+  // Splitters do not count statements that are too long if all their bytes came at once.
   const auto too_long = [this](const FoundStatement& statement) {
     return statement.text.size() > options_.max_statement;
   };
@@ -208,7 +206,7 @@ void StatementReader::EndFile(const std::string& problem, const std::string& why
                     : std::string(looks->title) + ": use --input=" + std::string(looks->name)));
     return;
   }
-  if (format_->IsLog() && tally.any_bytes && tally.entries == 0) {
+  if (format_->IsLog() && tally.last_byte && tally.entries == 0) {
     AddProblem("holds no entry of " + std::string(format_->title));
     return;
   }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cassert>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -15,23 +16,25 @@
 
 namespace tarn::host {
 
-// Whole statements cut from one stretch of an input, without copies.
+// Whole statements of one input. Their texts are views of the batch's own bytes. Not thread-safe.
 class StatementBatch {
  public:
   std::size_t Size() const noexcept { return found_.statements.size(); }
-  // Valid until the batch is filled again.
+  // Requires: `index` is less than Size(). Both views are valid until the batch is filled again.
   std::string_view operator[](std::size_t index) const noexcept {
+    assert(index < Size());
     return found_.statements[index].text;
   }
   const Execution& ExecutionOf(std::size_t index) const noexcept {
+    assert(index < Size());
     return found_.statements[index].execution;
   }
-  // As Found has them.
+  // As in Found.
   const std::optional<LogTime>& FirstTime() const noexcept { return found_.first_time; }
   const std::optional<LogTime>& LastTime() const noexcept { return found_.last_time; }
-  // Number among all statements of the first of the batch; the first of all is 1.
+  // The number of the batch's first statement among all statements of all inputs, from 1.
   std::uint64_t FirstNumber() const noexcept { return first_number_; }
-  // Whose SQL the statements are.
+  // The dialect of the statements.
   Dialect SqlDialect() const noexcept { return dialect_; }
 
  private:
@@ -44,9 +47,9 @@ class StatementBatch {
 };
 
 struct ReadOptions {
-  // Null for that which the first lines of an input tell, or SQL.
+  // If it is null, the first lines of an input decide, and if they begin no log, it is SQL.
   const Format* format = nullptr;
-  // Unless a person has chosen one, that of the format.
+  // If it is absent, the dialect of the format.
   std::optional<Dialect> dialect;
   // As SplitterOptions::prefix.
   std::string prefix;
@@ -54,57 +57,57 @@ struct ReadOptions {
   std::size_t max_statement = kMaxStatement;
 };
 
-// Something that a person should know of an input.
+// A line for the person about an input, such as "a.log: 2 entries are damaged and left out".
 struct Remark {
   std::string text;
-  // Whether the input has a fault.
+  // Whether it reports a fault of the input.
   bool is_problem;
 };
 
-// The statements of files, read one after another, block by block: memory grows with the longest
-// statement, not with the input. Logs of one kind that follow one another are one log, as a server
-// rotates it: an entry may begin in one file and end in the next. Not thread-safe; a batch belongs
-// to whoever had it filled.
+// Reads the statements of files one after another, block by block. Memory grows with the longest
+// statement, not with the input. If logs of one format follow one another, they are one log that a
+// server has rotated: an entry may begin in one file and end in the next. Not thread-safe, but
+// another thread may use a batch that was filled.
 class StatementReader {
  public:
-  // `waiter`, if any, is asked before every read and must outlive the reader.
+  // If there is a `waiter`, each read of a file waits for it first. It must outlive the reader.
   StatementReader(std::vector<std::string> files, const ReadOptions& options,
                   InputWaiter* waiter = nullptr);
 
-  // Replaces `batch` by the next statements, at least one, of one file; false when there are no
-  // more. Returns as soon as what has arrived holds a whole statement. A statement that has only
-  // begun when the waiter ends the input is dropped. Throws InputError for a file that can't be
-  // opened or read; statements that were whole by then have been delivered, and the next call goes
-  // on with the next file.
+  // Replaces `batch` by the next statements of one file, at least one, as soon as they have
+  // arrived. False if there are no more. If the waiter ends the input, a statement that is not
+  // whole is dropped. Throws InputError if a file can't be opened or read; earlier calls have
+  // returned the statements before that, and the next call goes on with the next file.
   bool Read(StatementBatch& batch);
 
-  // What there was to remark since the last call: faults of the inputs, and the kinds of log that
-  // were recognised.
+  // The remarks since the last call: faults of the inputs, and the logs that were recognised.
   std::vector<Remark> TakeRemarks();
 
-  // "NAME: statement N", N counting within its input, for the statement of this number among all.
+  // "NAME: statement N" for the statement with this number among all: the input's name and the
+  // statement's number within it. Requires: the statement was read.
   std::string PlaceOf(std::uint64_t number) const;
 
-  // How many bytes of the files were read so far.
+  // The number of bytes of the files, packed or not, that were read so far.
   std::uint64_t BytesRead() const noexcept;
 
  private:
-  // An input, and the number among all of its first statement.
+  // An input and the number of its first statement among all.
   struct Start {
     std::string name;
     std::uint64_t first_number;
   };
 
-  // Opens the next file and reads its first lines. Requires: there is one.
+  // Opens the next file and reads its first lines. Requires: there is a next file.
   void OpenNext();
-  // Whether the log that is open ends before the file that has just been opened.
+  // Whether the open log ends before the file that was opened last.
   bool EndsBeforeFile() const noexcept;
   void BeginFile(StatementBatch& batch);
-  // Reports the faults of the file; the texts are the splitter's, if the log ends as well.
+  // Reports the faults of the file. If the log ends with it, the texts are the splitter's Problem
+  // and WhyEmpty.
   void EndFile(const std::string& problem, const std::string& why_empty);
   // Requires: a log, or other text, is open.
   void EndLog(StatementBatch& batch);
-  // Appends the next bytes of the file, if there are any.
+  // Appends the next bytes of the file and returns their number.
   std::size_t ReadBlock(StatementBatch& batch);
   void MakeRoom(StatementBatch& batch);
   void Split(StatementBatch& batch, bool last);
@@ -115,31 +118,31 @@ class StatementReader {
   const ReadOptions options_;
   InputWaiter* const waiter_;
   std::size_t next_file_ = 0;
-  // Bytes of the files that are done with.
+  // The number of bytes of the files before the open one.
   std::uint64_t bytes_before_ = 0;
 
-  // The file that is open, its first bytes until they are split, and the log that they belong to.
+  // The open file, its first bytes until they are split, and the log that they begin or null.
   std::optional<TextInput> input_;
   std::string head_;
   const Format* recognized_ = nullptr;
   bool new_file_ = false;
 
-  // The log that is open, or other text: null for none.
+  // The splitter of the open log, or of other text; null if none is open.
   std::unique_ptr<Splitter> splitter_;
   const Format* format_ = nullptr;
   std::uint64_t statements_in_log_ = 0;
-  // Where in the batch the bytes are that are not done with.
+  // The range in the batch of the bytes that are still to be split.
   std::size_t begin_ = 0;
   std::size_t end_ = 0;
   // Those bytes, between two batches.
   std::string begun_;
 
-  // Of the file whose bytes were last split.
+  // The state of the file whose bytes were split last.
   struct Tally {
-    // The log that its first lines are of, or null.
+    // The log that its first lines begin, or null.
     const Format* recognized = nullptr;
-    bool any_bytes = false;
-    char last_byte = '\n';
+    // Null if the file is empty so far.
+    std::optional<char> last_byte;
     std::uint64_t entries = 0;
     std::uint64_t damaged = 0;
     std::uint64_t too_long = 0;

@@ -1,4 +1,4 @@
-#include "logs/separator_splitter.h"
+#include "logs/format_splitters.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -45,9 +45,9 @@ class SeparatorSplitter final : public Splitter {
 
   const char separator_;
   const std::size_t max_statement_;
-  // Whether the statement that has begun is longer than that, so that its first bytes are gone.
+  // Whether the first bytes of the statement that has begun are dropped.
   bool too_long_ = false;
-  // How much of the next text is known to hold no separator.
+  // No separator is in this many bytes at the start of the next text.
   std::size_t searched_ = 0;
 };
 

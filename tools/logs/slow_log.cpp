@@ -1,4 +1,4 @@
-#include "logs/slow_log.h"
+#include "logs/format_splitters.h"
 
 #include <algorithm>
 #include <charconv>
@@ -11,7 +11,6 @@
 #include <utility>
 
 #include "logs/line_splitter.h"
-#include "logs/sql_splitter.h"
 #include "sql/dialect.h"
 #include "sql/text.h"
 
@@ -33,7 +32,8 @@ std::optional<Number> NumberIn(std::string_view text) {
   return number;
 }
 
-// Calls `take` with each name and value of a header line such as "# Schema: shop  QC_hit: No".
+// Calls `take` with each name and value of a header line: "# Schema: shop  QC_hit: No" ->
+// take("Schema", "shop"), take("QC_hit", "No").
 template <typename Take>
 void ForEachField(std::string_view line, const Take& take) {
   for (std::size_t colon = line.find(": "); colon != kNoPlace; colon = line.find(": ")) {
@@ -42,7 +42,7 @@ void ForEachField(std::string_view line, const Take& take) {
     line.remove_prefix(colon + 2);
     line.remove_prefix(std::min(line.find_first_not_of(' '), line.size()));
     const std::string_view value = Trimmed(line.substr(0, line.find(' ')));
-    // The value may be empty: "Schema:   Last_errno: 0".
+    // A value may be missing, as that of Schema in "Schema:   Last_errno: 0".
     if (!value.ends_with(':')) take(name, value);
   }
 }
@@ -52,14 +52,14 @@ std::size_t EndOfName(std::string_view line, std::size_t at) noexcept {
   return at;
 }
 
-// "# Thread_id: 5  Schema: shop" and the like.
+// Whether `line` is a header such as "# Thread_id: 5  Schema: shop".
 bool IsOtherHeader(std::string_view line) noexcept {
   if (!line.starts_with("# ")) return false;
   const std::size_t end = EndOfName(line, 2);
   return end > 2 && line.substr(end).starts_with(": ");
 }
 
-// Whether semicolons belong to the statement's own text.
+// Whether semicolons may be within the statement, for example in the body of CREATE PROCEDURE.
 bool IsRoutine(std::string_view body) {
   constexpr std::string_view kCreate = "create";
   if (!EqualIgnoringCase(body.substr(0, kCreate.size()), kCreate)) return false;
@@ -80,13 +80,9 @@ class SlowLogSplitter final : public LineSplitter {
   using LineSplitter::LineSplitter;
 
  private:
-  // Of an entry, which has one in practice. A batch must not grow with a hostile entry's
-  // semicolons.
+  // The most statements of an entry, which has one in practice. Without a limit a batch would grow
+  // with the semicolons of a hostile entry.
   static constexpr std::size_t kMostStatements = 1'000;
-
-  void BeginFound() override {
-    for (SharedText* text : {&user_, &host_, &schema_, &used_database_}) text->Forget();
-  }
 
   bool IsBetweenEntries() const override { return !HasBody() || statement_ended_; }
 
@@ -110,7 +106,7 @@ class SlowLogSplitter final : public LineSplitter {
       if (IsServerBanner(line)) {
         EndEntry();
         state_ = State::kOutside;
-        used_database_.Set({});
+        used_database_.clear();
         return;
       }
       if (state_ == State::kOutside || (!HasBody() && TakePreamble(line))) return;
@@ -147,7 +143,7 @@ class SlowLogSplitter final : public LineSplitter {
       std::string_view rest = Trimmed(line.substr(kTime.size()));
       execution_.time = TakeLogTime(rest);
       if (execution_.time) {
-        AddTime(execution_.time);
+        Out().AddTime(execution_.time);
         time_ = execution_.time;
       } else {
         ++Out().impossible_times;
@@ -156,7 +152,7 @@ class SlowLogSplitter final : public LineSplitter {
       if (any_measures_) BeginHeader();
       TakeUser(line.substr(kUser.size()));
     } else if (line.starts_with(kCommand)) {
-      // As it is, without the sign that makes it a comment.
+      // "# administrator command: Ping;" -> "administrator command: Ping"
       std::string_view command = Trimmed(line.substr(2));
       if (command.ends_with(';')) command.remove_suffix(1);
       Add(command);
@@ -168,36 +164,36 @@ class SlowLogSplitter final : public LineSplitter {
     }
   }
 
-  // The first of the lines that an entry has, whichever of them are left.
+  // Begins an entry at its first header line. A server may leave out each kind of header line.
   void BeginHeader() {
     execution_ = {};
     any_measures_ = any_timestamp_ = false;
-    schema_.Set({});
-    user_.Set({});
-    host_.Set({});
+    schema_.clear();
+    user_.clear();
+    host_.clear();
     state_ = State::kHeader;
     ++Out().entries;
   }
 
-  // "shop[shop] @ web [10.0.0.1]  Id:     8".
+  // "shop[shop] @ web [10.0.0.1]  Id:     8" -> user "shop", host "web"
   void TakeUser(std::string_view line) {
     const std::size_t at = line.find(" @ ");
     if (at == kNoPlace) return;
     const std::string_view user = line.substr(0, at);
-    user_.Set(Trimmed(user.substr(0, user.find('['))));
+    user_ = Trimmed(user.substr(0, user.find('[')));
     line.remove_prefix(at + 3);
     const std::size_t bracket = std::min(line.find('['), line.size());
     const std::string_view name = Trimmed(line.substr(0, bracket));
     const std::string_view address = line.substr(std::min(bracket + 1, line.size()));
-    host_.Set(name.empty() ? address.substr(0, address.find(']')) : name);
+    host_ = name.empty() ? address.substr(0, address.find(']')) : name;
   }
 
   void TakeField(std::string_view name, std::string_view value) {
     if (name == "Query_time") {
       any_measures_ = true;
-      execution_.seconds = TakeSeconds(value);
+      execution_.seconds = Out().PossibleSeconds(NumberIn<double>(value).value_or(-1));
     } else if (name == "Lock_time") {
-      execution_.lock_seconds = TakeSeconds(value);
+      execution_.lock_seconds = Out().PossibleSeconds(NumberIn<double>(value).value_or(-1));
     } else if (name == "Rows_sent") {
       execution_.rows_sent = NumberIn<std::uint64_t>(value);
     } else if (name == "Rows_examined") {
@@ -205,36 +201,28 @@ class SlowLogSplitter final : public LineSplitter {
     } else if (name == "Rows_affected") {
       execution_.rows_affected = NumberIn<std::uint64_t>(value);
     } else if (name == "Schema") {
-      schema_.Set(value);
+      schema_ = value;
     } else if (name == "Errno" || name == "Last_errno") {
       error_ = value == "0" ? "" : value;
     }
   }
 
-  std::optional<double> TakeSeconds(std::string_view value) {
-    // Ten years. A server whose clock is set back prints 18446744073708.796870.000036.
-    constexpr double kMost = 10 * 366 * 86'400.0;
-    const auto seconds = NumberIn<double>(value);
-    if (seconds && *seconds >= 0 && *seconds <= kMost) return seconds;
-    ++Out().impossible_times;
-    return std::nullopt;
-  }
-
-  // Lines that the server writes between the header and the statement.
+  // Takes a line that the server writes between the header and the statement, such as
+  // "SET timestamp=5;". False if `line` is another one.
   bool TakePreamble(std::string_view line) {
     line = Trimmed(line);
-    // More of the header, such as "#   InnoDB_IO_r_ops: 0", may come before it.
+    // Other header lines are not used: "#   InnoDB_IO_r_ops: 0"
     if (line.empty() || line.starts_with('#')) return true;
     if (!line.ends_with(';')) return false;
     constexpr std::string_view kUse = "use ";
-    // The server's own comes before the timestamp.
+    // If "use" follows the timestamp, it is the statement and not the server's own line.
     if (line.starts_with(kUse) && !any_timestamp_) {
       used_ = line.substr(0, line.size() - 1);
       std::string_view name = Trimmed(std::string_view(used_).substr(kUse.size()));
       if (name.size() >= 2 && name[0] == '`' && name.ends_with('`')) {
         name = name.substr(1, name.size() - 2);
       }
-      used_database_.Set(name);
+      used_database_ = name;
       return true;
     }
     if (line.starts_with(kSetTimestamp)) {
@@ -245,8 +233,8 @@ class SlowLogSplitter final : public LineSplitter {
     return line.starts_with("SET last_insert_id=") || line.starts_with("SET insert_id=");
   }
 
-  // The seconds since 1970 in UTC. Where "# Time:" has shown how far the log's clock is from that,
-  // they become a time of this clock.
+  // Takes seconds since 1970 in UTC. If an entry has a "# Time:" too, their difference is the
+  // offset of the log's clock. An entry without "# Time:" gets its timestamp by that clock.
   void TakeTimestamp(std::string_view value) {
     constexpr std::int64_t kMicroseconds = 1'000'000;
     constexpr std::int64_t kMost = 253'402'300'799;  // 9999-12-31 23:59:59
@@ -258,7 +246,7 @@ class SlowLogSplitter final : public LineSplitter {
     }
     if (execution_.time) {
       const std::int64_t ahead = execution_.time->wall_microseconds / kMicroseconds - *seconds;
-      // The statement took part of the difference.
+      // The server writes the time after the statement, but the timestamp is that of its start.
       const auto taken = static_cast<std::int64_t>(execution_.seconds.value_or(0));
       zone_seconds_ = (ahead - taken + kZoneStep / 2) / kZoneStep * kZoneStep;
       return;
@@ -267,7 +255,7 @@ class SlowLogSplitter final : public LineSplitter {
     if (time_) {
       execution_.time->offset_seconds = time_->offset_seconds;
     }
-    AddTime(execution_.time);
+    Out().AddTime(execution_.time);
   }
 
   void TakeBody(std::string_view body) override {
@@ -275,15 +263,13 @@ class SlowLogSplitter final : public LineSplitter {
     const std::size_t semicolon = body.find(';');
     if (IsRoutine(body) || semicolon == kNoPlace || semicolon + 1 == body.size()) {
       if (body.ends_with(';')) body.remove_suffix(1);
-      // The splitter drops comments before a statement.
+      // A statement after a comment needs the splitter, which drops the comment.
       if (body.empty() || (body[0] != '/' && body[0] != '-' && body[0] != '#')) {
         Add(Trimmed(body));
         return;
       }
     }
-    SplitterOptions options;
-    options.max_statement = MaxStatement();
-    const auto splitter = MakeSqlSplitter(options);
+    const auto splitter = MakeSqlSplitter({.max_statement = MaxStatement()});
     constexpr std::size_t kPiece = std::size_t{64} * 1024;
     std::size_t done = 0;
     std::size_t statements = 0;
@@ -301,10 +287,10 @@ class SlowLogSplitter final : public LineSplitter {
   void Add(std::string_view statement) {
     if (statement.empty()) return;
     if (!execution_.time && time_) execution_.time = time_;
-    execution_.user = user_.KeepIn(Out());
-    execution_.host = host_.KeepIn(Out());
-    execution_.database = schema_.KeepIn(Out());
-    if (execution_.database.empty()) execution_.database = used_database_.KeepIn(Out());
+    execution_.user = Out().Share(&Execution::user, user_);
+    execution_.host = Out().Share(&Execution::host, host_);
+    execution_.database =
+        Out().Share(&Execution::database, schema_.empty() ? used_database_ : schema_);
     if (!error_.empty()) execution_.error = Out().owned.emplace_back(std::exchange(error_, {}));
     Out().statements.push_back({statement, std::exchange(execution_, {})});
   }
@@ -312,22 +298,22 @@ class SlowLogSplitter final : public LineSplitter {
   enum class State { kOutside, kHeader, kStatement };
 
   State state_ = State::kOutside;
-  // From the header, until a statement takes it.
+  // The values of the header, until a statement gets them.
   Execution execution_;
   bool any_measures_ = false;
   bool any_timestamp_ = false;
   std::string error_;
-  SharedText user_;
-  SharedText host_;
-  SharedText schema_;
-  // By the last "use", which the server writes when the database changes.
-  SharedText used_database_;
-  // The "use" of the entry, which is the statement if no other follows.
+  std::string user_;
+  std::string host_;
+  std::string schema_;
+  // The database of the last "use", which the server writes if another database is used.
+  std::string used_database_;
+  // The "use" line of the entry. It is the statement if no other one follows.
   std::string used_;
-  // Of the last "# Time:", which older servers leave out within a second.
+  // The last "# Time:", which older servers leave out within the same second.
   std::optional<LogTime> time_;
   std::int64_t zone_seconds_ = 0;
-  // Whether the entry's text ends with a semicolon so far.
+  // Whether the entry's last line so far ends with a semicolon.
   bool statement_ended_ = false;
 };
 

@@ -9,15 +9,15 @@
 
 namespace tarn::host {
 
-// Statements of more bytes than this are left out unless a person asks for them.
+// Statements of more bytes than this are left out if a person sets no other limit.
 inline constexpr std::size_t kMaxStatement = std::size_t{64} << 20U;
 
-// How a splitter works; each takes what concerns it.
+// The options of all splitters. A splitter ignores those that do not concern it.
 struct SplitterOptions {
   Dialect dialect = Dialect::kMysql;
-  // In bytes. A splitter keeps no more than about this of a statement that has begun.
+  // In bytes. A splitter keeps at most about as many bytes of a statement that has begun.
   std::size_t max_statement = kMaxStatement;
-  // PostgreSQL's log_line_prefix; when it is empty, the usual ones are tried.
+  // PostgreSQL's log_line_prefix. If it is empty, the usual prefixes are tried.
   std::string prefix = {};
 };
 
@@ -29,16 +29,17 @@ class Splitter {
   Splitter& operator=(const Splitter&) = delete;
   virtual ~Splitter() = default;
 
-  // Adds the statements that end within `text` to `found`. Returns how many bytes at the start of
-  // `text` are done with: the next text begins with the others, followed by new bytes. `last` says
-  // that no more come.
+  // Adds the statements that end within `text` to `found`. Returns the number of bytes at the start
+  // of `text` that are no longer needed. The next call gets the other bytes again, followed by new
+  // ones: Split("a;b") adds "a" and returns 2, so that the next text begins with "b". If `last`, no
+  // bytes come after `text`.
   virtual std::size_t Split(std::string_view text, bool last, Found& found) = 0;
 
-  // After the last text: a fault of the input as a whole, such as "ends inside a quote that begins
-  // in line 3"; empty when there is none.
+  // After the last text: a fault of the whole input, such as "ends inside a quote that begins in
+  // line 3"; empty if there is none.
   virtual std::string Problem() const { return {}; }
 
-  // Why a log with entries holds no statement, where its entries tell; empty otherwise.
+  // The reason why a log with entries holds no statement, if its entries show it; otherwise empty.
   virtual std::string WhyEmpty() const { return {}; }
 };
 

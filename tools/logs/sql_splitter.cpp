@@ -1,4 +1,4 @@
-#include "logs/sql_splitter.h"
+#include "logs/format_splitters.h"
 
 #include <algorithm>
 #include <array>
@@ -17,7 +17,10 @@ namespace {
 
 class SqlSplitter final : public Splitter {
  public:
-  explicit SqlSplitter(Dialect dialect) : rules_(RulesOf(dialect)), opaque_(dialect) {
+  explicit SqlSplitter(const SplitterOptions& options)
+      : rules_(RulesOf(options.dialect)),
+        opaque_(options.dialect),
+        max_statement_(options.max_statement) {
     SetDelimiter(";");
   }
 
@@ -25,7 +28,7 @@ class SqlSplitter final : public Splitter {
     text_ = text;
     last_ = last;
     found_ = &found;
-    // Each of these stops short when it needs a byte that has not arrived.
+    // Each of the functions returns false if it needs a byte that has not arrived.
     while (opaque_.Kind() != Opaque::kNone ? PassOpaque()
            : in_delimiter_line_            ? PassDelimiterLine()
                                            : PassCode()) {
@@ -40,13 +43,11 @@ class SqlSplitter final : public Splitter {
     CountLinesTo(std::max(counted_, done));
     counted_ -= done;
     position_ -= done;
-    // Of a line that is code alone, nothing but blanks is dropped.
+    // The line may have begun within the dropped bytes. If it is code alone, those are blanks.
     if (line_begin_ != kNoPlace) line_begin_ -= std::min(line_begin_, done);
     begin_ = 0;
     return done;
   }
-
-  void LimitStatements(std::size_t max_statement) noexcept { max_statement_ = max_statement; }
 
   std::string Problem() const override {
     std::string problem = delimiter_problem_;
@@ -135,7 +136,7 @@ class SqlSplitter final : public Splitter {
     return opaque_.Kind() == Opaque::kNone ? Step::kOn : Step::kChanged;
   }
 
-  // The byte is one like any other.
+  // Takes the byte at the position as code without a meaning of its own.
   Step PassOther() noexcept {
     blank_so_far_ = false;
     ++position_;
@@ -166,9 +167,9 @@ class SqlSplitter final : public Splitter {
     return Step::kChanged;
   }
 
-  // Keeps no more of the line than a delimiter may have.
+  // Keeps only the bytes of the line that the longest delimiter may have.
   bool PassDelimiterLine() {
-    // MySQL's own client takes up to 15 bytes.
+    // The limit of MySQL's own client is 15 bytes.
     constexpr std::size_t kLongest = 64;
     const std::size_t end = std::min(text_.find('\n', position_), text_.size());
     for (; position_ < end && !delimiter_ends_; ++position_) {
@@ -189,7 +190,7 @@ class SqlSplitter final : public Splitter {
     return true;
   }
 
-  // A line that holds nothing but "GO" or "/" ends a statement.
+  // Takes the end of a line, which ends a statement if the line is "GO" or "/".
   void PassLineEnd() {
     EndOwnLine(position_);
     line_begin_ = ++position_;
@@ -202,7 +203,7 @@ class SqlSplitter final : public Splitter {
     if (line == "/" || EqualIgnoringCase(line, "go")) Finish(line_begin_, end);
   }
 
-  // Ends the statement at `end`; the next begins at `next`.
+  // Ends the statement at the index `end`. The next one begins at the index `next`.
   void Finish(std::size_t end, std::size_t next) {
     if (too_long_) {
       found_->CountTooLong();
@@ -214,8 +215,8 @@ class SqlSplitter final : public Splitter {
     begin_ = position_ = std::max(begin_, next);
   }
 
-  // Forgets the first bytes of the statement that has begun, if it is too long. The last ones tell
-  // how a quote that follows is to be read.
+  // Drops the bytes of the statement that has begun, if it is too long. The last two are kept,
+  // since they decide the meaning of a quote after them: E'it\'s'.
   void DropTooLong() noexcept {
     constexpr std::size_t kKept = 2;
     if (text_.size() - begin_ <= max_statement_ || position_ < begin_ + kKept) return;
@@ -230,7 +231,7 @@ class SqlSplitter final : public Splitter {
     opened_line_ = line_;
   }
 
-  // No byte is counted twice, however often a quote or comment begins in one statement.
+  // Counts lines up to the index `end`. No byte is counted twice, even if many quotes begin.
   void CountLinesTo(std::size_t end) {
     const std::string_view lines = text_.substr(counted_, end - counted_);
     line_ += static_cast<std::uint64_t>(std::count(lines.begin(), lines.end(), '\n'));
@@ -239,14 +240,15 @@ class SqlSplitter final : public Splitter {
 
   const DialectRules& rules_;
   OpaqueReader opaque_;
+  const std::size_t max_statement_;
   std::string delimiter_;
-  // The bytes at which reading code has to stop and look.
+  // The bytes that may have a meaning in code, such as quotes. All others are passed at once.
   std::array<bool, 256> stops_{};
 
-  std::size_t max_statement_ = kMaxStatement;
+  // Whether the first bytes of the statement that has begun are dropped.
   bool too_long_ = false;
 
-  // Of the call that runs.
+  // The arguments of the current call of Split.
   std::string_view text_;
   bool last_ = false;
   Found* found_ = nullptr;
@@ -255,30 +257,25 @@ class SqlSplitter final : public Splitter {
   std::string new_delimiter_;
   bool delimiter_ends_ = false;
   std::string delimiter_problem_;
-  // Where the quote or comment that is open begins, and in which line; 0 until that is counted.
+  // The index and the line at which the open quote or comment begins. The line is 0 if it is not
+  // counted yet.
   std::size_t opened_at_ = 0;
   std::uint64_t opened_line_ = 0;
   // Whether the statement that has begun holds nothing but blanks and comments so far.
   bool blank_so_far_ = true;
   std::size_t begin_ = 0;
   std::size_t position_ = 0;
-  // Where the line begins, unless something but code was seen in it.
+  // The index at which the line begins; kNoPlace if the line has a quote, a comment or a delimiter.
   std::size_t line_begin_ = 0;
-  // Up to where lines are counted, and the number of the line there.
+  // The index up to which lines are counted, and the number of the line at it.
   std::size_t counted_ = 0;
   std::uint64_t line_ = 1;
 };
 
 }  // namespace
 
-std::unique_ptr<Splitter> MakeSqlSplitter(Dialect dialect) {
-  return std::make_unique<SqlSplitter>(dialect);
-}
-
 std::unique_ptr<Splitter> MakeSqlSplitter(const SplitterOptions& options) {
-  auto splitter = std::make_unique<SqlSplitter>(options.dialect);
-  splitter->LimitStatements(options.max_statement);
-  return splitter;
+  return std::make_unique<SqlSplitter>(options);
 }
 
 }  // namespace tarn::host

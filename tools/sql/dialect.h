@@ -6,21 +6,21 @@
 
 namespace tarn::host {
 
-// Whose SQL it is, as far as quotes, comments and the ends of statements depend on it. DialectRules
-// has the differences.
+// A dialect of SQL. The dialects differ in quotes, in comments and in the ends of statements:
 //
-// kMysql: ' and " quote texts, in which a backslash takes the next character with it, and ` names;
-//   comments are "-- ", "#" and /* */, while /*! ... */ is code. A line "DELIMITER x" makes x end
-//   the statements that follow.
-// kAnsi: ' quotes texts and " names, without escapes; comments are "--" and /* */. "GO" and "/" on
-//   a line of their own end a statement as a semicolon does.
-// kPostgres: as kAnsi but for those lines; in E'...' a backslash escapes, $tag$ ... $tag$ quotes,
-//   and comments nest.
+// kMysql: ' and " quote texts, in which a backslash escapes the next character, and ` quotes names.
+//   Comments are "-- ", "#" and /* */, but /*! ... */ is code. After a line "DELIMITER //" the
+//   statements end with "//".
+// kAnsi: ' quotes texts and " quotes names, without escapes. Comments are "--" and /* */. A line
+//   "GO" or "/" ends a statement as a semicolon does.
+// kPostgres: as kAnsi, but without such lines. In E'...' a backslash escapes, $tag$ ... $tag$
+//   quotes a text, and comments nest.
 //
-// A doubled quote represents itself in all of them.
+// In each of them a doubled quote is one quote within the text: 'it''s'.
 enum class Dialect { kMysql, kAnsi, kPostgres };
 
-// A new dialect is an enumerator and a row of the table in dialect.cpp.
+// The differences between the dialects. A new dialect needs an enumerator and a row of the table in
+// dialect.cpp.
 struct DialectRules {
   const char* name;
 
@@ -48,10 +48,10 @@ struct DialectRules {
   bool go_lines = false;         // GO, or /, on a line of its own
 };
 
-// Of static storage duration.
+// Valid until the process ends. Any thread may call it.
 const DialectRules& RulesOf(Dialect dialect) noexcept;
 
-// The dialects by the names that a person gives them.
+// The dialects by the names with which a person chooses them: "mysql". Any thread may call it.
 const std::map<std::string, Dialect>& Dialects();
 
 }  // namespace tarn::host

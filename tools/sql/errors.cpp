@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <cstdint>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -10,9 +9,10 @@
 namespace tarn::host {
 namespace {
 
-// The length of the character that `text` begins with in strict UTF-8; 0 where it is none.
+// The length of the first character of `text` in strict UTF-8; 0 if the bytes are no UTF-8.
 std::size_t LengthOfCharacter(std::string_view text) noexcept {
-  // The second byte's range tells overlong forms, surrogates and code points past U+10FFFF.
+  // The range of the second byte excludes overlong forms, surrogates and code points after
+  // U+10FFFF.
   struct Lead {
     unsigned char first;
     unsigned char last;
@@ -38,7 +38,7 @@ std::size_t LengthOfCharacter(std::string_view text) noexcept {
   return 0;
 }
 
-// Makes all control characters of `text` visible but those in `kept`.
+// Makes the control characters of `text` visible, except for those in `kept`.
 std::string EscapeControls(std::string_view text, std::string_view kept) {
   constexpr std::string_view kHexDigits = "0123456789ABCDEF";
   constexpr unsigned char kDelete = 0x7F;
@@ -74,15 +74,6 @@ std::string EscapeControls(std::string_view text, std::string_view kept) {
 
 std::string SystemReason(std::string_view name, int error) {
   return std::string(name) + ": " + std::generic_category().message(error);
-}
-
-std::string StatementReason(std::string_view input, std::uint64_t number, std::string_view reason) {
-  std::string message(input);
-  message += ": statement ";
-  message += std::to_string(number);
-  message += ": ";
-  message += reason;
-  return message;
 }
 
 std::string OneLine(std::string_view text) { return EscapeControls(text, {}); }

@@ -16,16 +16,15 @@ bool IsHexDigit(char c) noexcept {
 
 bool IsBinaryDigit(char c) noexcept { return c == '0' || c == '1'; }
 
-// The signs of more than a byte, the longest of those that begin alike first.
+// The signs of several bytes. If two begin alike, the longer one is first.
 constexpr std::string_view kLongSigns[] = {
     "<=>", "->>", "#>>", "!~*", "<=", ">=", "<>", "!=", "||", "&&",
     "<<",  ">>",  "::",  ":=",  "->", "=>", "..", "#>", "!~", "~*"};
 
-// The bytes that are at `place` in one of the long signs.
-constexpr std::array<bool, 256> BytesOfLongSigns(std::size_t place) {
+// The bytes that are at the index `at` of one of the long signs.
+constexpr std::array<bool, 256> BytesOfLongSigns(std::size_t at) {
   std::array<bool, 256> bytes{};
-  for (const std::string_view sign : kLongSigns)
-    bytes[static_cast<unsigned char>(sign[place])] = true;
+  for (const std::string_view sign : kLongSigns) bytes[static_cast<unsigned char>(sign[at])] = true;
   return bytes;
 }
 constexpr std::array<bool, 256> kFirstOfLongSigns = BytesOfLongSigns(0);
@@ -60,7 +59,6 @@ Token Lexer::Next() {
   }
 }
 
-// Passes over blanks and comments.
 void Lexer::PassBlanks() {
   for (;;) {
     while (at_ < sql_.size() && IsBlank(sql_[at_])) ++at_;
@@ -72,7 +70,7 @@ void Lexer::PassBlanks() {
     if (opaque_.Kind() != Opaque::kNone) {
       at_ = opaque_.Pass(sql_, at_, true);
     } else if (opaque_.InExecutableComment()) {
-      // The version that it is for.
+      // The version of the server, such as 40101 in /*!40101 code */.
       at_ = EndOfDigits(at_);
     }
   }
@@ -87,7 +85,7 @@ Token Lexer::Take(TokenKind kind, std::size_t end) noexcept {
   return token;
 }
 
-// `begin` is after the part's opening mark.
+// `begin` is the end of the part's opening mark.
 Token Lexer::TakeOpaque(std::size_t begin) {
   const TokenKind kind =
       opaque_.Kind() == Opaque::kText ? TokenKind::kText : TokenKind::kQuotedName;
@@ -109,7 +107,7 @@ Token Lexer::TakeWord() {
   }
   const Token word = Take(TokenKind::kWord, end);
   if (first != '_' || !rules_.character_sets || word.text.size() == 1) return word;
-  // A text may be after the name of its character set.
+  // If a text follows, the word is the name of its character set: _utf8 'a'
   PassBlanks();
   const char next = Lower(At(at_));
   const char second = Lower(At(at_ + 1));
@@ -120,10 +118,10 @@ Token Lexer::TakeWord() {
 }
 
 Token Lexer::TakeNumber() {
-  // A name may be of digits: o.1a
+  // A name may begin with digits: o.1a
   const char before = begin_ > 0 ? sql_[begin_ - 1] : ' ';
   if (sql_[at_] == '.') {
-    // The dot of o.1a, too.
+    // The dot of o.1a is not that of a number.
     if (IsWord(before) || std::string_view("\"`])").find(before) != std::string_view::npos) {
       return TakeSign();
     }
@@ -145,7 +143,7 @@ Token Lexer::TakeVariable() {
   return Take(parameter ? TokenKind::kParameter : TokenKind::kWord, end);
 }
 
-// No quote begins there.
+// Takes $1 or a word such as $a, as no dollar quote begins here.
 Token Lexer::TakeDollar() {
   const std::size_t end = EndOfDigits(at_ + 1);
   return end > at_ + 1 ? Take(TokenKind::kParameter, end) : Take(TokenKind::kWord, EndOfWord(at_));
@@ -154,7 +152,7 @@ Token Lexer::TakeDollar() {
 Token Lexer::TakeSign() {
   const char c = sql_[at_];
   if (c == ':') {
-    // In a[low:high] there is none.
+    // In a[low:high] there is no parameter.
     const char before = at_ > 0 ? sql_[at_ - 1] : ' ';
     const bool within =
         IsWord(before) || std::string_view(":'\"`])").find(before) != std::string_view::npos;
@@ -164,7 +162,7 @@ Token Lexer::TakeSign() {
   const auto next = static_cast<unsigned char>(At(at_ + 1));
   if (kFirstOfLongSigns[static_cast<unsigned char>(c)] && kSecondOfLongSigns[next]) {
     for (const std::string_view sign : kLongSigns) {
-      // The asterisk may close the comment.
+      // The asterisk may be that of the comment's end: /*! a ~*/
       if (sign.back() == '*' && opaque_.InExecutableComment()) continue;
       if (sql_.substr(at_, sign.size()) == sign) return Take(TokenKind::kSign, at_ + sign.size());
     }
@@ -177,7 +175,7 @@ std::size_t Lexer::EndOfDigits(std::size_t at) const noexcept {
   return at;
 }
 
-// Of the number that begins the token: 5  5.  .5  5.5e-3  0x1F  0b101
+// The end of the number that begins the token: 5  5.  .5  5.5e-3  0x1F  0b101
 std::size_t Lexer::EndOfNumber() const noexcept {
   std::size_t end = begin_;
   const char second = Lower(At(end + 1));
@@ -203,7 +201,7 @@ std::size_t Lexer::EndOfWord(std::size_t at) const noexcept {
   return at;
 }
 
-// `at` when a quote may begin there.
+// Returns `at` if a dollar quote may begin there.
 std::size_t Lexer::EndOfName(std::size_t at) const noexcept {
   return At(at) == '$' && rules_.dollar_quotes ? at : EndOfWord(at);
 }

@@ -21,7 +21,7 @@ enum class TokenKind : unsigned char {
 
 struct Token {
   TokenKind kind = TokenKind::kEnd;
-  // As it is written, within the statement. At least a byte but for the end.
+  // A view of the statement. At least a byte, if the kind is not kEnd.
   std::string_view text;
 
   bool Is(char sign) const noexcept {
@@ -29,18 +29,19 @@ struct Token {
   }
 };
 
-// Gives the tokens of a statement one by one. Blanks, comments and the marks of executable comments
-// are passed over. Any bytes make tokens: a byte that SQL has no use for is a sign, and a quote
-// that is not closed ends with the statement.
+// Splits a statement into tokens. Blanks, comments and the marks of executable comments are left
+// out: "select /* a */ 5" -> "select", "5". Any bytes make tokens: a byte that SQL does not use is
+// a sign, and a quote that is not closed goes on up to the end of the statement.
 //
-// Takes time linear in the statement, and no memory but for a dollar quote's tag.
+// All calls together take time linear in the statement, and no memory except for the tag of a
+// dollar quote. Not thread-safe.
 class Lexer {
  public:
-  // The statement must outlive the lexer and its tokens.
+  // `sql` must outlive the lexer and its tokens.
   Lexer(std::string_view sql, Dialect dialect) noexcept
       : sql_(sql), rules_(RulesOf(dialect)), opaque_(dialect) {}
 
-  // The next token; of kind kEnd when there are no more.
+  // The next token, or one of kind kEnd if there are no more.
   Token Next();
 
  private:
@@ -62,9 +63,9 @@ class Lexer {
   const DialectRules& rules_;
   OpaqueReader opaque_;
   std::size_t at_ = 0;
-  // Where the token begins.
+  // The start of the token.
   std::size_t begin_ = 0;
-  // Whether the last token was a dot after a name, so that the next token is a name, too.
+  // Whether the last token was a dot after a name. If so, the next one is a name, too: o.1a
   bool qualified_ = false;
   TokenKind last_kind_ = TokenKind::kEnd;
 };

@@ -10,7 +10,7 @@
 namespace tarn::host {
 namespace {
 
-// Whether a word byte is before text[at].
+// Whether the byte before text[at] is one of a word.
 bool FollowsWord(std::string_view text, std::size_t at) noexcept {
   return at > 0 && IsWord(text[at - 1]);
 }
@@ -95,7 +95,7 @@ std::size_t OpaqueReader::OpenComment(std::string_view rest, bool last) {
 
 // $$text$$   $tag$text$tag$
 std::size_t OpaqueReader::OpenDollarQuote(std::string_view text, std::size_t at, bool last) {
-  // Longer than any that PostgreSQL takes for a name.
+  // No name in PostgreSQL is as long.
   constexpr std::size_t kLongestTag = 64;
   if (FollowsWord(text, at)) return 0;
   const std::string_view rest = text.substr(at, kLongestTag);
@@ -109,7 +109,7 @@ std::size_t OpaqueReader::OpenDollarQuote(std::string_view text, std::size_t at,
   return dollar_tag_.size();
 }
 
-// A doubled quote represents itself.
+// A doubled quote is one quote within the text: 'it''s'
 std::size_t OpaqueReader::PassQuote(std::string_view text, std::size_t at, bool last) {
   while (at < text.size()) {
     const char c = text[at];
@@ -155,7 +155,7 @@ std::size_t OpaqueReader::PassUpTo(std::string_view end, std::string_view text, 
     kind_ = Opaque::kNone;
     return found + end.size();
   }
-  // The first bytes of `end` may be there already.
+  // The text may end with the first bytes of `end`.
   return std::max(at, text.size() - std::min(end.size() - 1, text.size()));
 }
 

@@ -1,4 +1,4 @@
-// The parts of SQL in which its signs mean nothing: quotes and comments.
+// Opaque parts of SQL are quotes and comments. A sign within them has no meaning: ';' ends nothing.
 #pragma once
 
 #include <cstddef>
@@ -12,34 +12,37 @@ namespace tarn::host {
 
 enum class Opaque : unsigned char { kNone, kText, kName, kLineComment, kBlockComment };
 
-// Reads opaque parts of a text that may arrive in pieces: Open where one may begin, and Pass until
-// it is over.
+// Finds the ends of opaque parts of a text that may arrive in pieces. Call Open where a part may
+// begin, and then Pass until the part ends.
 //
-// The marks of MySQL's executable comments, /*!40101 ... */, are opened and over at once, since
-// there is code between them.
+// The two marks of MySQL's executable comments, /*!40101 ... */, are parts of their own, which end
+// at once, since the bytes between them are code.
 //
-// Takes constant time for an Open and time linear in the bytes for all calls of Pass.
+// An Open takes constant time, and all calls of Pass take time linear in the bytes. Not
+// thread-safe.
 class OpaqueReader {
  public:
   explicit OpaqueReader(Dialect dialect) noexcept : rules_(&RulesOf(dialect)) {}
 
-  // Returned by Open when bytes that are still to come decide.
+  // Open returns it if the bytes after the text decide: "/" may begin a comment.
   static constexpr std::size_t kUndecided = std::string_view::npos;
 
-  // Opens the part that begins at text[at]. Returns the size of its opening mark, 0 when no part
-  // begins there. The two bytes before may matter: E in E'...', a in a$b$. `last`: no bytes follow
-  // the text.
+  // Opens the part that begins at text[at]. Returns the size of its opening mark, or 0 if no part
+  // begins there. The text must have the two bytes before, which may decide: E in E'...', a in
+  // a$b$. If `last`, no bytes come after the text.
   //
   // Requires: `at` is within the text; no part is open.
   std::size_t Open(std::string_view text, std::size_t at, bool last);
 
-  // Reads on in the open part. Returns the place after its end, the part being closed then, or the
-  // place to go on from when more bytes are there. When none are, that is the end of the text.
+  // Looks for the end of the open part from text[at] on. If the part ends in the text, closes it
+  // and returns the index after its end. Otherwise returns the index from which the next call has
+  // to go on, which is the end of the text if `last`.
   //
-  // Requires: a part is open, and `at` is after its opening mark or as the last call returned it.
+  // Requires: a part is open, and `at` is the index after its opening mark or the last call's
+  // result.
   std::size_t Pass(std::string_view text, std::size_t at, bool last);
 
-  // The kind of the open part; kNone also between the marks of an executable comment.
+  // The kind of the open part, or kNone. An executable comment is no open part.
   Opaque Kind() const noexcept { return kind_; }
   bool InExecutableComment() const noexcept { return in_executable_; }
 
@@ -53,7 +56,7 @@ class OpaqueReader {
 
   const DialectRules* rules_;
   Opaque kind_ = Opaque::kNone;
-  // '\0' in a dollar quote.
+  // The quote that ends the part; '\0' if dollar_tag_ ends it.
   char quote_ = '\0';
   bool escapes_ = false;
   bool in_executable_ = false;

@@ -11,7 +11,7 @@ inline bool IsBlank(char c) noexcept { return c == ' ' || (c >= '\t' && c <= '\r
 
 constexpr bool IsDigit(char c) noexcept { return c >= '0' && c <= '9'; }
 
-// ASCII alone.
+// The lower case of a letter of ASCII; any other byte stays.
 constexpr char Lower(char c) noexcept {
   return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
 }
@@ -32,7 +32,7 @@ inline bool IsWord(char c) noexcept { return kWordBytes[static_cast<unsigned cha
 // `text` without blanks at its ends.
 std::string_view Trimmed(std::string_view text) noexcept;
 
-// Letters beyond ASCII are compared as they are.
+// Only letters of ASCII are equal in either case.
 bool EqualIgnoringCase(std::string_view a, std::string_view b) noexcept;
 
 }  // namespace tarn::host
