@@ -57,8 +57,8 @@ class CProductInterface {
   //
   // Logs the configured user as a warning, up to its first NUL. Where the first of two algorithms
   // fails, logs the results of both, even a success of the second, as errors under the cipher
-  // library's codes. Never logs the password, and overwrites its own copy; `password` is the caller's to
-  // overwrite.
+  // library's codes. Never logs the password, and overwrites its own copy; `password` is the
+  // caller's to overwrite.
   //
   // After an exception both outputs are as they were, or `user` is the configured user, or that and
   // `password` is the new one.
@@ -130,6 +130,9 @@ class CProductInterface {
   // locale at the moment the library is loaded. Literals are read and printed as in the classic
   // locale, whatever the host sets and whenever; alias numbers have the digit groups of the global
   // C++ locale at the time of the call, none in the classic one.
+  //
+  // The capacity of `sql` stays or grows, except under the patterns (below). A host that stores
+  // many short texts of long statements copies or shrinks them.
   //
   // `sql` is as it was after an exception: boost::bad_lexical_cast for a decimal literal beyond the
   // range of double, std::bad_alloc, and std::runtime_error when the regular-expression library
