@@ -297,13 +297,14 @@ TEST(GrowthCombinations, AreLinearAndTakeLittleMemory) {
 
 class Grouping : public std::numpunct<char> {
  public:
-  explicit Grouping(const char* grouping) : grouping_(grouping) {}
+  Grouping(const char* grouping, char separator) : grouping_(grouping), separator_(separator) {}
 
  private:
-  char do_thousands_sep() const override { return ','; }
+  char do_thousands_sep() const override { return separator_; }
   std::string do_grouping() const override { return grouping_; }
 
   const char* const grouping_;
+  const char separator_;
 };
 
 // Only alias numbers follow the global locale, that of the call.
@@ -312,16 +313,18 @@ TEST(AliasNumbers, AreGroupedAsTheGlobalLocaleGroups) {
     const char* grouping;
     const char* eleventh;
     const char* last;
+    char separator = ',';
   };
   constexpr std::size_t kAliases = 1002;
   std::string sql;
   for (std::size_t i = 1; i <= kAliases; ++i) AppendNumbered("t#, ", i, sql);
   const std::locale before;
-  for (const auto& [grouping, eleventh, last] :
-       {Row{"\3", "____t11,", "____t1,002,"}, Row{"\1", "____t1,1,", "____t1,0,0,2,"},
-        Row{"\2\1", "____t11,", "____t1,0,02,"}, Row{"", "____t11,", "____t1002,"},
-        Row{"\x7F", "____t11,", "____t1002,"}, Row{"\xFF", "____t11,", "____t1002,"}}) {
-    std::locale::global(std::locale(std::locale::classic(), new Grouping(grouping)));
+  for (const auto& [grouping, eleventh, last, separator] :
+       {Row{"\3", "____t11,", "002,", '\0'}, Row{"\3", "____t11,", "____t1,002,"},
+        Row{"\1", "____t1,1,", "____t1,0,0,2,"}, Row{"\2\1", "____t11,", "____t1,0,02,"},
+        Row{"", "____t11,", "____t1002,"}, Row{"\x7F", "____t11,", "____t1002,"},
+        Row{"\xFF", "____t11,", "____t1002,"}}) {
+    std::locale::global(std::locale(std::locale::classic(), new Grouping(grouping, separator)));
     const Comparison comparison = CompareEngines(sql);
     const std::string text = NormalizeByScanner(sql);
     std::locale::global(before);

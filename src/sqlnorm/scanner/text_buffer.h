@@ -31,6 +31,18 @@ class TextBuffer {
     capacity_ = capacity;
   }
 
+  // As Reserve, but without two long blocks at a time: only the bytes used are held twice. The
+  // buffer is empty if this throws.
+  void Reallocate(std::size_t capacity, std::size_t used) {
+    const std::unique_ptr<char[]> kept(new char[used]);
+    std::memcpy(kept.get(), data_, used);
+    heap_.reset();
+    data_ = inline_;
+    capacity_ = kInlineCapacity;
+    Reserve(capacity, 0);
+    std::memcpy(data_, kept.get(), used);
+  }
+
  private:
   // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): zeroing it would cost more than its use
   char inline_[kInlineCapacity];

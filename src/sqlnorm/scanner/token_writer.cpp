@@ -187,7 +187,8 @@ class TokenWriter {
     const auto used = static_cast<std::size_t>(out_ - begin_);
     const std::size_t needed = used + 2 * static_cast<std::size_t>(text_end_ - end) + kSpaceForWord;
     if (needed <= output_.Capacity()) return;
-    output_.Reserve(needed + needed / 2, used);
+    // A few aliases before much other text must not cost as much again for that text.
+    output_.Reallocate(needed + used / 2, used);
     begin_ = output_.Data();
     out_ = begin_ + used;
   }
