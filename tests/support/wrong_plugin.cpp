@@ -66,14 +66,6 @@ pinned:
 
 namespace {
 
-// Writes the process's number to the file that WRONG_PLUGIN_FILE names, and does not end for a
-// minute.
-void Stay() {
-  std::ofstream(std::getenv("WRONG_PLUGIN_FILE")) << getpid() << std::endl;
-  sleep(60);
-  _exit(0);
-}
-
 // Writes without an end to every descriptor that may be a pipe to the tool.
 [[noreturn]] void TellALot() {
   const std::string text(1U << 16U, 'a');

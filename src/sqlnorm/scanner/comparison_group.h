@@ -52,8 +52,8 @@ inline const char* MatchComparisonGroup(const char* open) noexcept {
 }
 
 // Whether there may be a group at `open` once literals are printed anew. That is so if a comparison
-// follows it, after which the group may end or continue, or if an operand is followed by a character
-// with which a literal continues:
+// follows it, after which the group may end or continue, or if an operand is followed by a
+// character with which a literal continues:
 //   (1.5e+3 = a)  ->  (1500 = a)
 //   (a = 1, 2)    no group
 inline bool MayBecomeComparisonGroup(const char* open) noexcept {
