@@ -1,11 +1,14 @@
-// Test cases in text files in tests/cases: a file has sections, each with a heading and rows:
+// Test cases in text files, in tests/cases. All files have one grammar: sections, each with a
+// heading and rows.
 //
-//   heading
-//     label [text] => [text]
+//   Heading
+//     NAME word... [text] => [text]...
 //
-// A row is indented; its label may be empty and it has one text or more. The label "=>" continues
-// the row before. "\n", "\t", "\r", "\v", "\f", "\\" and "\xHH" are escapes for bytes, as
-// `tarn_host trace` prints them. Empty lines and lines that begin with "#" are ignored.
+// A row is indented. Its name and its words may be missing; a comment at the top of the file lists
+// the words and the texts. A line that begins with "=>" continues the row before. A line that ends
+// with "\" continues on the next line, whose indentation is dropped. In a text "\n", "\t", "\r",
+// "\v", "\f", "\\" and "\xHH" are escapes for bytes, as `tarn_host trace` prints them. Empty lines
+// and lines that begin with "#" are ignored. No line is longer than 160 bytes.
 #pragma once
 
 #include <algorithm>
@@ -98,6 +101,14 @@ inline std::optional<std::string> TakeTexts(std::string_view line, CaseTexts& te
   return std::nullopt;
 }
 
+inline constexpr std::size_t kLongestLine = 160;
+
+// Whether `line` ends with a backslash that is not the second of a pair.
+inline bool EndsOpen(std::string_view line) {
+  const std::size_t other = line.find_last_not_of('\\');
+  return (line.size() - (other == std::string_view::npos ? 0 : other + 1)) % 2 == 1;
+}
+
 // The rows of tests/cases/`name`, in order. The test of a malformed row fails.
 inline std::vector<CaseRow> ReadCases(const std::string& name) {
   std::ifstream file(std::string(TARN_CASES "/") + name);
@@ -105,8 +116,15 @@ inline std::vector<CaseRow> ReadCases(const std::string& name) {
   std::vector<CaseRow> rows;
   std::string section;
   int number = 0;
-  for (std::string line; std::getline(file, line);) {
+  for (std::string line, next; std::getline(file, line);) {
     ++number;
+    bool too_long = line.size() > kLongestLine;
+    while (!line.starts_with('#') && EndsOpen(line) && std::getline(file, next)) {
+      ++number;
+      too_long = too_long || next.size() > kLongestLine;
+      line.pop_back();
+      line += next.substr(std::min(next.find_first_not_of(' '), next.size()));
+    }
     if (line.empty() || line[0] == '#') continue;
     if (line[0] != ' ') {
       section = line;
@@ -120,7 +138,9 @@ inline std::vector<CaseRow> ReadCases(const std::string& name) {
     if (rows.empty()) throw std::runtime_error(where + ": a row that continues none");
     CaseRow& row = rows.back();
     row.lines += (row.lines.empty() ? "" : "\n") + line;
-    if (const auto problem = TakeTexts(std::string_view(line).substr(open), row.texts)) {
+    auto problem = TakeTexts(std::string_view(line).substr(open), row.texts);
+    if (too_long) problem = "a line of more than 160 bytes";
+    if (problem) {
       row.lines = *problem + ": " + row.lines;
       row.texts.clear();
     }
