@@ -143,8 +143,9 @@ TEST(Readme, HostCompilesAndPrintsTheStatedText) {
   const ScratchFolder folder;
   const std::string source = folder.Write("host.cpp", code);
   const std::string program = folder.Path() + "/host";
-  const RunResult compiled = RunProgram({TARN_CXX, "-Wall", "-Wextra", "-Werror", source, "-I",
-                                         TARN_SOURCE "/include", "-ldl", "-o", program});
+  const std::string include = TARN_SOURCE "/include";
+  const RunResult compiled = RunProgram(
+      {TARN_CXX, "-Wall", "-Wextra", "-Werror", source, "-I", include, "-ldl", "-o", program});
   ASSERT_EQ(compiled.exit_code, 0) << compiled.errors;
   RunOptions options;
   options.environment = {"LD_LIBRARY_PATH=" +

@@ -34,7 +34,6 @@ namespace tarn::test {
 namespace {
 
 using namespace tarn::host;
-using ::testing::HasSubstr;
 
 TEST(Output, WritesTheRestAfterAPartialWrite) {
   const OwnedFd file = ScratchFile();

@@ -508,11 +508,10 @@ TEST(Interrupt, StaysIgnoredWhereItWas) {
   const TemporaryFolder folder;
   const std::string fifo = folder.Path("fifo");
   ASSERT_EQ(mkfifo(fifo.c_str(), S_IRWXU), 0);
-  const RunResult result =
-      RunProgram({"/bin/sh", "-c",
-                  "trap '' INT; \"$0\" normalize \"$1\" & exec 3>\"$1\"; kill -INT $!; "
-                  "echo a >&3; exec 3>&-; wait $!",
-                  TARN_HOST_PATH, fifo});
+  const std::string script =
+      "trap '' INT; \"$0\" normalize \"$1\" & exec 3>\"$1\"; kill -INT $!; "
+      "echo a >&3; exec 3>&-; wait $!";
+  const RunResult result = RunProgram({"/bin/sh", "-c", script, TARN_HOST_PATH, fifo});
   EXPECT_EQ(result.exit_code, 0);
   EXPECT_EQ(result.output, "a;\n");
 }
