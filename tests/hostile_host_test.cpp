@@ -162,12 +162,6 @@ class ScopedLocale {
   const std::locale before_;
 };
 
-class Punctuation : public std::numpunct<char> {
-  char do_decimal_point() const override { return ','; }
-  char do_thousands_sep() const override { return '.'; }
-  std::string do_grouping() const override { return "\3"; }
-};
-
 // A locale of the C library whose numbers have a decimal comma. The test compiles it, since a bare
 // machine has only "C". It is not set by std::locale::global, since glibc leaks memory there.
 class CommaLocale {

@@ -32,6 +32,7 @@
 #include "support/compare_engines.h"
 #include "support/growth_families.h"
 #include "support/random_statements.h"
+#include "support/surroundings.h"
 
 namespace tarn::test {
 namespace {
@@ -295,18 +296,6 @@ TEST(GrowthCombinations, AreLinearAndTakeLittleMemory) {
   }
 }
 
-class Grouping : public std::numpunct<char> {
- public:
-  Grouping(const char* grouping, char separator) : grouping_(grouping), separator_(separator) {}
-
- private:
-  char do_thousands_sep() const override { return separator_; }
-  std::string do_grouping() const override { return grouping_; }
-
-  const char* const grouping_;
-  const char separator_;
-};
-
 // Only alias numbers follow the global locale, that of the call.
 TEST(AliasNumbers, AreGroupedAsTheGlobalLocaleGroups) {
   struct Row {
@@ -324,7 +313,7 @@ TEST(AliasNumbers, AreGroupedAsTheGlobalLocaleGroups) {
         Row{"\1", "____t1,1,", "____t1,0,0,2,"}, Row{"\2\1", "____t11,", "____t1,0,02,"},
         Row{"", "____t11,", "____t1002,"}, Row{"\x7F", "____t11,", "____t1002,"},
         Row{"\xFF", "____t11,", "____t1002,"}}) {
-    std::locale::global(std::locale(std::locale::classic(), new Grouping(grouping, separator)));
+    std::locale::global(std::locale(std::locale::classic(), new Punctuation(grouping, separator)));
     const Comparison comparison = CompareEngines(sql);
     const std::string text = NormalizeByScanner(sql);
     std::locale::global(before);

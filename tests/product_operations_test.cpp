@@ -310,16 +310,11 @@ TEST_F(Properties, KeepWrittenEntriesAfterAnyFailure) {
   EXPECT_EQ(operation.Trace().back(), "-> SSLMODE=2(41) " + kName);
 }
 
-struct Groups : std::numpunct<char> {
-  char do_thousands_sep() const override { return '.'; }
-  std::string do_grouping() const override { return "\3"; }
-};
-
 // The port has the locale's digit groups, the default database's name never has.
 TEST_F(Properties, AreNotGroupedInTheHostsLocaleAsThePortIs) {
   for (const char* setting : {"type=mysql", "port=12345", "handle=65535"}) Set(setting);
   Outputs out;
-  const std::locale old = std::locale::global(std::locale(std::locale::classic(), new Groups));
+  const std::locale old = std::locale::global(std::locale(std::locale::classic(), new Punctuation));
   GetAddress(out);
   GetProperties(out);
   std::locale::global(old);

@@ -8,8 +8,10 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <locale>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "support/run_program.h"
 
@@ -40,6 +42,22 @@ class ScopedVariable {
 
   const char* name_;
   std::optional<std::string> old_;
+};
+
+// Punctuation of numbers for a locale.
+class Punctuation : public std::numpunct<char> {
+ public:
+  explicit Punctuation(std::string grouping = "\3", char separator = '.', char point = ',')
+      : grouping_(std::move(grouping)), separator_(separator), point_(point) {}
+
+ private:
+  char do_decimal_point() const override { return point_; }
+  char do_thousands_sep() const override { return separator_; }
+  std::string do_grouping() const override { return grouping_; }
+
+  const std::string grouping_;
+  const char separator_;
+  const char point_;
 };
 
 // A new folder, which is removed with its content when the object is destroyed.
