@@ -1,10 +1,13 @@
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
+#include <exception>
 #include <memory>
 #include <string>
+#include <string_view>
+
+struct archive;
 
 namespace tarn::host {
 
@@ -56,10 +59,11 @@ class Input {
 class TextInput {
  public:
   // As Input's constructor.
-  explicit TextInput(const std::string& file, InputWaiter* waiter = nullptr);
+  explicit TextInput(const std::string& file, InputWaiter* waiter = nullptr)
+      : input_(file, waiter) {}
   TextInput(const TextInput&) = delete;
   TextInput& operator=(const TextInput&) = delete;
-  ~TextInput();
+  ~TextInput() = default;
 
   // As Input::Read, of the unpacked text. Damaged packed data throw InputError, too.
   std::size_t Read(char* to, std::size_t size);
@@ -68,18 +72,28 @@ class TextInput {
   const Input& Source() const noexcept { return input_; }
 
  private:
-  class Unpacker;
+  struct CloseArchive {
+    void operator()(archive* reader) const noexcept;
+  };
 
-  std::size_t ReadDecoded(char* to, std::size_t size);
   void Begin();
+  bool HeadBeginsWith(std::string_view magic);
+  void BeginUnpacking();
+  std::size_t ReadDecoded(char* to, std::size_t size);
+  [[noreturn]] void FailUnpacking() const;
 
   Input input_;
-  // The bytes that were read to recognise the packing, until Read returns them.
-  std::array<char, 4096> head_{};
-  std::size_t head_begin_ = 0;
-  std::size_t head_end_ = 0;
   bool begun_ = false;
-  std::unique_ptr<Unpacker> unpacker_;
+  // The bytes that were read to recognise the packing, until Read returns them.
+  std::string head_;
+  // If the input is packed: its reader, and whether that is at the end.
+  std::unique_ptr<archive, CloseArchive> unpacker_;
+  bool at_end_ = false;
+  // The packed bytes that the reader gets, whether it has got them, and the error of reading them,
+  // if there was one.
+  std::string packed_;
+  bool packed_is_read_ = false;
+  std::exception_ptr error_;
 };
 
 }  // namespace tarn::host
