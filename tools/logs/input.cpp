@@ -44,7 +44,7 @@ Input::~Input() {
   if (fd_ != STDIN_FILENO) close(fd_);
 }
 
-std::size_t Input::Read(char* to, std::size_t size) {
+std::size_t Input::ReadBytes(char* to, std::size_t size) {
   for (;;) {
     stopped_ = stopped_ || (waiter_ != nullptr && !waiter_->Wait(fd_));
     if (stopped_) return 0;
@@ -57,32 +57,25 @@ std::size_t Input::Read(char* to, std::size_t size) {
   }
 }
 
-void TextInput::CloseArchive::operator()(archive* reader) const noexcept {
-  archive_read_free(reader);
-}
-
-std::size_t TextInput::Read(char* to, std::size_t size) {
-  if (!begun_) Begin();
-  if (head_.empty()) return ReadDecoded(to, size);
+std::size_t Input::ReadText(char* to, std::size_t size) {
+  if (!std::exchange(text_begun_, true)) {
+    if (std::any_of(kMagics.begin(), kMagics.end(),
+                    [this](std::string_view magic) { return HeadBeginsWith(magic); })) {
+      BeginUnpacking();
+    }
+    if (HeadBeginsWith(kByteOrderMark)) head_.erase(0, kByteOrderMark.size());
+  }
+  if (head_.empty()) return ReadUnpacked(to, size);
   const std::size_t count = head_.copy(to, size);
   head_.erase(0, count);
   return count;
 }
 
-void TextInput::Begin() {
-  begun_ = true;
-  if (std::any_of(kMagics.begin(), kMagics.end(),
-                  [this](std::string_view magic) { return HeadBeginsWith(magic); })) {
-    BeginUnpacking();
-  }
-  if (HeadBeginsWith(kByteOrderMark)) head_.erase(0, kByteOrderMark.size());
-}
-
 // Whether the text begins with `magic`. Reads more bytes into the head if they decide.
-bool TextInput::HeadBeginsWith(std::string_view magic) {
+bool Input::HeadBeginsWith(std::string_view magic) {
   std::array<char, 4096> block;
   while (head_.size() < magic.size() && magic.starts_with(head_)) {
-    const std::size_t got = ReadDecoded(block.data(), block.size());
+    const std::size_t got = ReadUnpacked(block.data(), block.size());
     if (got == 0) return false;
     head_.append(block.data(), got);
   }
@@ -91,7 +84,7 @@ bool TextInput::HeadBeginsWith(std::string_view magic) {
 
 // Begins to read the input with libarchive, which unpacks one packed stream or several after one
 // another. The head has the first packed bytes.
-void TextInput::BeginUnpacking() {
+void Input::BeginUnpacking() {
   unpacker_.reset(archive_read_new());
   archive* const reader = unpacker_.get();
   if (reader == nullptr) throw std::bad_alloc();
@@ -103,11 +96,11 @@ void TextInput::BeginUnpacking() {
   archive_read_support_format_raw(reader);
   archive_read_support_format_empty(reader);
   const auto read_packed = [](archive* failed, void* self, const void** bytes) -> la_ssize_t {
-    auto& input = *static_cast<TextInput*>(self);
+    auto& input = *static_cast<Input*>(self);
     try {
       if (std::exchange(input.packed_is_read_, true)) {
         input.packed_.resize(kBlockSize);
-        input.packed_.resize(input.input_.Read(input.packed_.data(), kBlockSize));
+        input.packed_.resize(input.ReadBytes(input.packed_.data(), kBlockSize));
       }
     } catch (...) {
       // The exception must not pass through the library, which is in C.
@@ -122,23 +115,25 @@ void TextInput::BeginUnpacking() {
   archive_entry* entry = nullptr;
   int result = archive_read_open(reader, this, nullptr, read_packed, nullptr);
   if (result == ARCHIVE_OK) result = archive_read_next_header(reader, &entry);
-  at_end_ = result == ARCHIVE_EOF || input_.Stopped();
+  at_end_ = result == ARCHIVE_EOF || stopped_;
   if (result != ARCHIVE_OK && !at_end_) FailUnpacking();
 }
 
-std::size_t TextInput::ReadDecoded(char* to, std::size_t size) {
-  if (!unpacker_) return input_.Read(to, size);
+void Input::CloseArchive::operator()(archive* reader) const noexcept { archive_read_free(reader); }
+
+std::size_t Input::ReadUnpacked(char* to, std::size_t size) {
+  if (!unpacker_) return ReadBytes(to, size);
   if (at_end_) return 0;
   const la_ssize_t got = archive_read_data(unpacker_.get(), to, size);
-  if (input_.Stopped()) return 0;
+  if (stopped_) return 0;
   if (got < 0) FailUnpacking();
   return static_cast<std::size_t>(got);
 }
 
-void TextInput::FailUnpacking() const {
+void Input::FailUnpacking() const {
   if (error_) std::rethrow_exception(error_);
   const char* const reason = archive_error_string(unpacker_.get());
-  throw InputError(input_.Name() + ": packed data: " + (reason != nullptr ? reason : "damaged"));
+  throw InputError(name_ + ": packed data: " + (reason != nullptr ? reason : "damaged"));
 }
 
 }  // namespace tarn::host

@@ -137,6 +137,14 @@ std::optional<LogTime> TakeLogTime(std::string_view& text) {
   return LogTime{wall.count(), TakeZone(text)};
 }
 
+std::optional<LogTime> TakeEpochTime(std::string_view& text) {
+  constexpr double kMicroseconds = 1e6;
+  constexpr double kMost = 253'402'300'799;  // 9999-12-31 23:59:59
+  const double seconds = TakeNumber<double>(text).value_or(-1);
+  if (!(seconds >= 0 && seconds <= kMost)) return std::nullopt;
+  return LogTime{std::llround(seconds * kMicroseconds), 0};
+}
+
 std::string FormatLogTime(const LogTime& time) {
   constexpr int kMinutesPerHour = 60;
   const auto wall = std::chrono::floor<std::chrono::seconds>(microseconds(time.wall_microseconds));

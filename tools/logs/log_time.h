@@ -42,6 +42,10 @@ std::string FormatLogTime(const LogTime& time);
 // zone is an offset or a common abbreviation; with any other the offset is unknown.
 std::optional<LogTime> TakeLogTime(std::string_view& text);
 
+// Removes a time in seconds since 1970-01-01 00:00:00 UTC from the start of `text` and returns it,
+// at offset 0: "1764000000.123". Returns nothing before that time and after the year 9999.
+std::optional<LogTime> TakeEpochTime(std::string_view& text);
+
 // As TakeLogTime, but `text` stays as it is.
 inline std::optional<LogTime> LogTimeAt(std::string_view text) { return TakeLogTime(text); }
 

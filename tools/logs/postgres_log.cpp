@@ -1,6 +1,5 @@
 #include <algorithm>
 #include <array>
-#include <cmath>
 #include <cstddef>
 #include <map>
 #include <memory>
@@ -44,15 +43,6 @@ std::string_view SeverityAt(std::string_view text) noexcept {
     return (c >= 'A' && c <= 'Z') || IsDigit(c) || (c & 0x80) != 0;
   });
   return capitals ? word : std::string_view();
-}
-
-// Removes a time as "%n" writes it from `text`, in seconds since 1970: "1764000000.123".
-std::optional<LogTime> TakeEpoch(std::string_view& text) {
-  constexpr double kMicroseconds = 1e6;
-  constexpr double kMost = 253'402'300'799;  // 9999-12-31 23:59:59
-  const double seconds = TakeNumber<double>(text).value_or(-1);
-  if (!(seconds >= 0) || seconds > kMost) return std::nullopt;
-  return LogTime{std::llround(seconds * kMicroseconds), 0};
 }
 
 // A log_line_prefix such as "%m [%p] %q%u@%d ". Any thread may call its Read.
@@ -106,7 +96,7 @@ class Prefix {
       case 't':
         return (message.time = TakeLogTime(line)).has_value();
       case 'n':
-        return (message.time = TakeEpoch(line)).has_value();
+        return (message.time = TakeEpochTime(line)).has_value();
       case 's':
         return TakeLogTime(line).has_value();
       default:

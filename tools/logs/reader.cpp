@@ -70,7 +70,7 @@ StatementReader::File::File(const std::string& name, InputWaiter* waiter)
   std::size_t size = 0;
   std::size_t got = 0;
   do {
-    got = input.Read(head.data() + size, head.size() - size);
+    got = input.ReadText(head.data() + size, head.size() - size);
     size += got;
   } while (got > 0 && MayBecomeALog({head.data(), size}));
   head.resize(size);
@@ -95,7 +95,7 @@ void StatementReader::BeginFile() {
         begin_ == text_.size() || IsBlank(text_.back()) || line.empty() || IsBlank(line[0]);
     if (!within_blanks && format_->begins_entry(line)) text_.push_back('\n');
   }
-  starts_.push_back({file_->input.Source().Name(), next_number_});
+  starts_.push_back({file_->input.Name(), next_number_});
   recognized_ = file_->recognized;
   empty_ = head.empty();
   if (!splitter_) BeginLog();
@@ -132,7 +132,7 @@ void StatementReader::ReadBlock() {
   text_.resize(size + kBlockSize);
   std::size_t got = 0;
   try {
-    got = file_->input.Read(text_.data() + size, kBlockSize);
+    got = file_->input.ReadText(text_.data() + size, kBlockSize);
   } catch (const InputError&) {
     // The rest of the statement that has begun is unknown, so that its start is of no use.
     file_.reset();
@@ -148,7 +148,7 @@ void StatementReader::ReadBlock() {
 }
 
 void StatementReader::CloseFile() noexcept {
-  bytes_before_ += file_->input.Source().BytesRead();
+  bytes_before_ += file_->input.BytesRead();
   file_.reset();
 }
 
@@ -209,7 +209,7 @@ std::string StatementReader::PlaceOf(std::uint64_t number) const {
 }
 
 std::uint64_t StatementReader::BytesRead() const noexcept {
-  return bytes_before_ + (file_ ? file_->input.Source().BytesRead() : 0);
+  return bytes_before_ + (file_ ? file_->input.BytesRead() : 0);
 }
 
 }  // namespace tarn::host

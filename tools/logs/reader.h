@@ -95,7 +95,7 @@ class StatementReader {
     // Reads the first bytes.
     File(const std::string& name, InputWaiter* waiter);
 
-    TextInput input;
+    Input input;
     std::vector<char> head;
     const Format* recognized = nullptr;
     bool begun = false;
@@ -117,7 +117,7 @@ class StatementReader {
   void EndFile();
   void Split(bool last);
   void AddProblem(const std::string& problem);
-  bool Stopped() const noexcept { return file_ && file_->input.Source().Stopped(); }
+  bool Stopped() const noexcept { return file_ && file_->input.Stopped(); }
 
   const std::vector<std::string> files_;
   const ReadOptions options_;

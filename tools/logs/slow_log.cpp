@@ -138,8 +138,10 @@ class SlowLogSplitter final : public LineSplitter {
       ++Out().summary.entries;
     }
     if (TakePrefix(line, kTime)) {
-      TakeTime(LogTimeAt(Trimmed(line)));
-      if (entry_.execution.time) time_ = entry_.execution.time;
+      const std::optional<LogTime> time = LogTimeAt(Trimmed(line));
+      if (time) time_ = time;
+      if (!time) ++Out().summary.impossible_times;
+      TakeTime(time);
     } else if (TakePrefix(line, kUser)) {
       TakeUser(line);
     } else if (line.starts_with(kCommand)) {
@@ -155,7 +157,6 @@ class SlowLogSplitter final : public LineSplitter {
   }
 
   void TakeTime(const std::optional<LogTime>& time) {
-    if (!time) ++Out().summary.impossible_times;
     entry_.execution.time = time;
     WidenSpan(Out().first_time, Out().last_time, time);
   }
@@ -211,26 +212,24 @@ class SlowLogSplitter final : public LineSplitter {
     return line.starts_with("SET last_insert_id=") || line.starts_with("SET insert_id=");
   }
 
-  // Takes seconds since 1970 in UTC. If an entry has a "# Time:" too, their difference is the
-  // offset of the log's clock. An entry without "# Time:" gets its timestamp by that clock.
+  // Takes the time of the statement's start. If the entry has a "# Time:" too, their difference is
+  // the offset of the log's clock. Otherwise the entry gets its timestamp by that clock.
   void TakeTimestamp(std::string_view value) {
-    constexpr std::int64_t kMicroseconds = 1'000'000;
-    constexpr std::int64_t kMost = 253'402'300'799;  // 9999-12-31 23:59:59
-    constexpr std::int64_t kZoneStep = 900;
-    const auto seconds = NumberIn<std::int64_t>(value.substr(0, value.find('.')));
-    if (!seconds || *seconds < 0 || *seconds > kMost) {
+    constexpr std::int64_t kZoneStep = 900'000'000;
+    std::optional<LogTime> time = TakeEpochTime(value);
+    if (!time || !value.empty()) {
       ++Out().summary.impossible_times;
-      return;
+    } else if (entry_.execution.time) {
+      // The server writes "# Time:" after the statement.
+      const double taken = entry_.execution.seconds.value_or(0) * 1e6;
+      const std::int64_t ahead = entry_.execution.time->wall_microseconds -
+                                 time->wall_microseconds - static_cast<std::int64_t>(taken);
+      clock_ahead_ = (ahead + kZoneStep / 2) / kZoneStep * kZoneStep;
+    } else {
+      time->wall_microseconds += clock_ahead_;
+      if (time_) time->offset_seconds = time_->offset_seconds;
+      TakeTime(time);
     }
-    if (entry_.execution.time) {
-      const std::int64_t wall = entry_.execution.time->wall_microseconds / kMicroseconds;
-      // The server writes the time after the statement, but the timestamp is that of its start.
-      const auto taken = static_cast<std::int64_t>(entry_.execution.seconds.value_or(0));
-      zone_seconds_ = (wall - *seconds - taken + kZoneStep / 2) / kZoneStep * kZoneStep;
-      return;
-    }
-    TakeTime(
-        LogTime{(*seconds + zone_seconds_) * kMicroseconds, time_ ? time_->offset_seconds : 0});
   }
 
   void TakeBody(std::string_view body) override {
@@ -279,7 +278,8 @@ class SlowLogSplitter final : public LineSplitter {
   std::string used_database_;
   // The last "# Time:", which older servers leave out within the same second.
   std::optional<LogTime> time_;
-  std::int64_t zone_seconds_ = 0;
+  // The microseconds by which the log's clock is ahead of UTC.
+  std::int64_t clock_ahead_ = 0;
 };
 
 }  // namespace
