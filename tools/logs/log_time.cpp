@@ -1,7 +1,6 @@
 #include "logs/log_time.h"
 
 #include <algorithm>
-#include <array>
 #include <chrono>
 #include <cmath>
 #include <cstddef>
@@ -10,6 +9,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <limits>
+#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -31,35 +31,24 @@ int TwoDigits(std::string_view text, std::size_t at) noexcept {
 // Removes a date and a time to the second from `text` and returns it since 1970. Returns nothing if
 // there is none.
 std::optional<microseconds> TakeSeconds(std::string_view& text) {
-  struct Form {
-    std::string_view pattern;
-    // Where the number of the month begins.
-    std::size_t month_at;
-  };
-  static constexpr std::array<Form, 4> kForms{{{"9999-99-99T99:99:99", 5},
-                                               {"9999-99-99 99:99:99", 5},
-                                               {"999999 99:99:99", 2},
-                                               {"999999  9:99:99", 2}}};
-  const auto* const form = std::find_if(kForms.begin(), kForms.end(), [text](const Form& one) {
-    return BeginsLike(text, one.pattern);
-  });
-  if (form == kForms.end()) return std::nullopt;
-  const std::string_view taken = TakeBytes(text, form->pattern.size());
-  // The number that begins `from_end` bytes before the end.
-  const auto number = [taken](std::size_t from_end) {
-    return TwoDigits(taken, taken.size() - from_end);
-  };
-  // The old form has a year of this century in two digits.
   constexpr int kHundred = 100;
-  const int year = form->month_at == 2 ? 20 * kHundred + TwoDigits(taken, 0)
-                                       : TwoDigits(taken, 0) * kHundred + TwoDigits(taken, 2);
-  const std::chrono::year_month_day date(
-      std::chrono::year(year),
-      std::chrono::month(static_cast<unsigned>(TwoDigits(taken, form->month_at))),
-      std::chrono::day(static_cast<unsigned>(number(11))));
-  const std::chrono::hours hours(number(8));
-  const std::chrono::minutes minutes(number(5));
-  const std::chrono::seconds seconds(number(2));
+  const bool dashes =
+      BeginsLike(text, "9999-99-99T99:99:99") || BeginsLike(text, "9999-99-99 99:99:99");
+  if (!dashes && !BeginsLike(text, "999999 99:99:99") && !BeginsLike(text, "999999  9:99:99")) {
+    return std::nullopt;
+  }
+  const std::string_view taken = TakeBytes(text, dashes ? 19 : 15);
+  const auto number = [taken](std::size_t at) { return TwoDigits(taken, at); };
+  const std::size_t end = taken.size();
+  // The old form has only the last two digits of a year of this century.
+  const int year = dashes ? number(0) * kHundred + number(2) : 20 * kHundred + number(0);
+  const auto month = static_cast<unsigned>(number(dashes ? 5 : 2));
+  const auto day = static_cast<unsigned>(number(end - 11));
+  const std::chrono::year_month_day date{std::chrono::year(year), std::chrono::month(month),
+                                         std::chrono::day(day)};
+  const std::chrono::hours hours(number(end - 8));
+  const std::chrono::minutes minutes(number(end - 5));
+  const std::chrono::seconds seconds(number(end - 2));
   // A leap second has the number 60.
   if (!date.ok() || hours.count() > 23 || minutes.count() > 59 || seconds.count() > 60) {
     return std::nullopt;
@@ -85,15 +74,12 @@ microseconds TakeFraction(std::string_view& text) noexcept {
 std::optional<std::int32_t> TakeZone(std::string_view& text) {
   constexpr std::int32_t kMinute = 60;
   constexpr std::int32_t kHour = 3600;
-  struct Zone {
-    std::string_view name;
-    int hours;
-  };
-  static constexpr std::array<Zone, 24> kZones{
-      {{"UTC", 0},  {"GMT", 0},   {"WET", 0},   {"Z", 0},    {"WEST", 1}, {"BST", 1},
-       {"CET", 1},  {"CEST", 2},  {"EET", 2},   {"EEST", 3}, {"MSK", 3},  {"JST", 9},
-       {"KST", 9},  {"AEST", 10}, {"AEDT", 11}, {"EST", -5}, {"EDT", -4}, {"CST", -6},
-       {"CDT", -5}, {"MST", -7},  {"MDT", -6},  {"PST", -8}, {"PDT", -7}, {"NZST", 12}}};
+  static const std::map<std::string_view, int> kZones{
+      {"UTC", 0},  {"GMT", 0},   {"WET", 0},   {"Z", 0},    {"WEST", 1}, {"BST", 1},
+      {"CET", 1},  {"CEST", 2},  {"EET", 2},   {"EEST", 3}, {"MSK", 3},  {"JST", 9},
+      {"KST", 9},  {"AEST", 10}, {"AEDT", 11}, {"EST", -5}, {"EDT", -4}, {"CST", -6},
+      {"CDT", -5}, {"MST", -7},  {"MDT", -6},  {"PST", -8}, {"PDT", -7}, {"NZST", 12}};
+  if (TakePrefix(text, "Z")) return 0;
   std::string_view rest = text;
   TakePrefix(rest, " ");
   if (BeginsLike(rest, "+99") || BeginsLike(rest, "-99")) {
@@ -110,9 +96,8 @@ std::optional<std::int32_t> TakeZone(std::string_view& text) {
   const std::string_view name = TakeBytes(rest, static_cast<std::size_t>(end - rest.begin()));
   if (name.empty()) return std::nullopt;
   text = rest;
-  const auto* const zone = std::find_if(kZones.begin(), kZones.end(),
-                                        [name](const Zone& one) { return one.name == name; });
-  return zone == kZones.end() ? std::nullopt : std::optional(zone->hours * kHour);
+  const auto zone = kZones.find(name);
+  return zone == kZones.end() ? std::nullopt : std::optional(zone->second * kHour);
 }
 
 }  // namespace
@@ -131,8 +116,10 @@ void WidenSpan(std::optional<LogTime>& first, std::optional<LogTime>& last,
 }
 
 std::optional<LogTime> TakeLogTime(std::string_view& text) {
-  const auto seconds = TakeSeconds(text);
+  std::string_view rest = text;
+  const auto seconds = TakeSeconds(rest);
   if (!seconds) return std::nullopt;
+  text = rest;
   const microseconds wall = *seconds + TakeFraction(text);
   return LogTime{wall.count(), TakeZone(text)};
 }

@@ -66,10 +66,10 @@ class Prefix {
     parts_.push_back({literal, '\0'});
   }
 
-  // Reads the prefix at the start of `line` into `message`, which has no other fields then. Returns
-  // the rest, which begins with a severity, or nothing if the line begins in another way.
+  // Reads the prefix at the start of `line` into `message`, which has no other fields yet. Returns
+  // the rest, which begins with a severity, or nothing if the line begins in another way; `message`
+  // may have some fields then.
   std::optional<std::string_view> Read(std::string_view line, PostgresMessage& message) const {
-    message = {};
     for (std::size_t i = 0; i < parts_.size(); ++i) {
       const char field = parts_[i].field;
       if (!TakePrefix(line, parts_[i].literal)) return std::nullopt;
@@ -141,7 +141,6 @@ class Prefix {
 // are used, if they are there: "2026-11-24 09:05:00 shop [1234] ".
 std::optional<std::string_view> ReadAnyPrefix(std::string_view line, PostgresMessage& message) {
   constexpr std::size_t kMostLooked = 1000;
-  message = {};
   const std::string_view head = line.substr(0, kMostLooked);
   for (std::size_t mark = head.find(":  "); mark != kNoPlace; mark = head.find(":  ", mark + 1)) {
     std::size_t begin = mark;
@@ -170,6 +169,7 @@ std::optional<std::string_view> ReadUsualPrefix(std::string_view line, PostgresM
                                  Prefix("%t [%p]: [%l-1] user=%u,db=%d ")};
   for (const Prefix& prefix : kUsual) {
     if (const auto rest = prefix.Read(line, message)) return rest;
+    message = {};
   }
   return ReadAnyPrefix(line, message);
 }
@@ -258,7 +258,7 @@ class PostgresLogSplitter final : public LineSplitter {
     }
   }
 
-  void Begin(const std::string& process, std::string_view head, PostgresMessage message) {
+  void Begin(const std::string& process, std::string_view head, PostgresMessage&& message) {
     if (message.session.empty()) message.session = process;
     message.severity = SeverityAt(head);
     // A server writes "[unknown]" while a client logs in.

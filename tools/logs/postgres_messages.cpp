@@ -55,7 +55,7 @@ bool IsForeign(std::string_view text) {
 
 }  // namespace
 
-void PostgresMessages::Take(PostgresMessage message, Found& found) {
+void PostgresMessages::Take(PostgresMessage&& message, Found& found) {
   found.CountEntry(message.time);
   const Report report = Read(message, found);
   const auto waiting = waiting_.find(message.session);
@@ -135,7 +135,7 @@ PostgresMessages::Report PostgresMessages::Read(PostgresMessage& message, Found&
   return report;
 }
 
-void PostgresMessages::Wait(PostgresMessage statement, Found& found) {
+void PostgresMessages::Wait(PostgresMessage&& statement, Found& found) {
   waiting_bytes_ += statement.statement.size() + statement.detail.size();
   std::string session = std::move(statement.session);
   waiting_.insert_or_assign(std::move(session), std::move(statement));
@@ -149,7 +149,7 @@ PostgresMessage PostgresMessages::Remove(Waiting::iterator waiting) {
   return statement;
 }
 
-void PostgresMessages::Add(PostgresMessage statement, bool executed, Found& found) {
+void PostgresMessages::Add(PostgresMessage&& statement, bool executed, Found& found) {
   if (statement.statement.empty()) return;
   if (statement.query_id == "0") statement.query_id.clear();
   const std::string_view text = found.Own(std::move(statement.statement));

@@ -41,7 +41,7 @@ class PostgresMessages {
  public:
   // Adds the statements that are over with this message to `found`, and counts an entry. At most
   // about Found::max_statement bytes of statements wait for their duration.
-  void Take(PostgresMessage message, Found& found);
+  void Take(PostgresMessage&& message, Found& found);
 
   // Adds the statements that still wait for their duration.
   void Flush(Found& found);
@@ -65,10 +65,10 @@ class PostgresMessages {
   // parameters in `detail`.
   static Report Read(PostgresMessage& message, Found& found);
 
-  void Wait(PostgresMessage statement, Found& found);
+  void Wait(PostgresMessage&& statement, Found& found);
   // Removes the statement that waits and returns it.
   PostgresMessage Remove(Waiting::iterator waiting);
-  static void Add(PostgresMessage statement, bool executed, Found& found);
+  static void Add(PostgresMessage&& statement, bool executed, Found& found);
 
   Waiting waiting_;
   std::size_t waiting_bytes_ = 0;

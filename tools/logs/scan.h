@@ -21,14 +21,16 @@ inline bool TakePrefix(std::string_view& text, std::string_view prefix) noexcept
 
 // Removes the first `size` bytes, or all if there are fewer, from `text` and returns them.
 inline std::string_view TakeBytes(std::string_view& text, std::size_t size) noexcept {
-  const std::string_view taken = text.substr(0, size);
+  const std::string_view taken(text.data(), std::min(size, text.size()));
   text.remove_prefix(taken.size());
   return taken;
 }
 
 // Removes the digits at the start of `text` and returns them; there may be none.
 inline std::string_view TakeDigits(std::string_view& text) noexcept {
-  return TakeBytes(text, text.find_first_not_of("0123456789"));
+  std::size_t size = 0;
+  while (size < text.size() && IsDigit(text[size])) ++size;
+  return TakeBytes(text, size);
 }
 
 // Removes the number at the start of `text` and returns it. Returns nothing if there is none, or if

@@ -56,11 +56,10 @@ bool IsHeader(std::string_view line) noexcept {
 
 // Whether semicolons may be within the statement, for example in the body of CREATE PROCEDURE.
 bool IsRoutine(std::string_view body) {
-  std::string_view head = body.substr(0, body.find_first_of("(;"));
-  if (!EqualIgnoringCase(TakeWord(head), "create")) return false;
-  while (!head.empty()) {
-    head.remove_prefix(1);
-    const std::string_view word = TakeWord(head);
+  if (!EqualIgnoringCase(TakeWord(body), "create")) return false;
+  for (body = body.substr(0, body.find_first_of("(;")); !body.empty();) {
+    body.remove_prefix(1);
+    const std::string_view word = TakeWord(body);
     for (const char* kind : {"procedure", "function", "trigger", "event"}) {
       if (EqualIgnoringCase(word, kind)) return true;
     }

@@ -88,7 +88,7 @@ struct Found {
   // Adds a statement, or counts it if it is too long.
   void Add(std::string_view text, const Execution& execution = {}) {
     if (text.size() > max_statement) return CountTooLong();
-    statements.push_back({text, execution});
+    statements.emplace_back(text, execution);
     ++summary.statements;
   }
   void CountTooLong() noexcept {

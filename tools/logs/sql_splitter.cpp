@@ -68,70 +68,60 @@ class SqlSplitter final : public Splitter {
   }
 
   bool PassCode() {
-    while (position_ < text_.size()) {
-      if (!StopsAt(position_)) {
-        if (blank_so_far_ && IsBlank(text_[position_])) {
-          begin_ = ++position_;
-          continue;
-        }
-        if (!MayBeDelimiterLine()) {
-          blank_so_far_ = false;
-          do {
-            ++position_;
-          } while (position_ < text_.size() && !StopsAt(position_));
-          continue;
-        }
+    while (position_ < text_.size() && !StopsAt(position_)) {
+      if (blank_so_far_ && IsBlank(text_[position_])) {
+        begin_ = ++position_;
+      } else if (blank_so_far_ && rules_.delimiter_lines && Lower(text_[position_]) == 'd') {
+        if (!PassLetterD()) return false;
+        if (new_delimiter_) return true;
+      } else {
+        blank_so_far_ = false;
+        do {
+          ++position_;
+        } while (position_ < text_.size() && !StopsAt(position_));
       }
-      const Step step = PassStop();
-      if (step != Step::kOn) return step == Step::kChanged;
     }
-    return false;
+    return position_ < text_.size() && PassStop();
   }
 
-  enum class Step { kOn, kChanged, kWait };
+  // Takes the byte at the position as code without a meaning of its own.
+  bool PassOther() noexcept {
+    blank_so_far_ = false;
+    ++position_;
+    return true;
+  }
 
   // Looks at the byte at which reading stopped.
-  Step PassStop() {
+  bool PassStop() {
     const std::string_view rest = text_.substr(position_);
     if (rest[0] == delimiter_[0] && !opaque_.InExecutableComment()) {
-      if (!last_ && rest.size() < delimiter_.size() && delimiter_.starts_with(rest)) {
-        return Step::kWait;
-      }
+      if (!last_ && rest.size() < delimiter_.size() && delimiter_.starts_with(rest)) return false;
       if (rest.starts_with(delimiter_)) {
         line_begin_ = kNoPlace;
         Finish(position_, position_ + delimiter_.size());
-        return Step::kOn;
+        return true;
       }
     }
     if (rest[0] == '\n') {
-      // A line "GO" or "/" ends a statement.
       EndOwnLine(position_);
       line_begin_ = ++position_;
       if (blank_so_far_) begin_ = position_;
-      return Step::kOn;
+      return true;
     }
-    if (MayBeDelimiterLine()) return PassLetterD(rest);
     const bool was_executable = opaque_.InExecutableComment();
     const std::size_t size = opaque_.Open(text_.substr(begin_), position_ - begin_, last_);
-    if (size == OpaqueReader::kUndecided) return Step::kWait;
+    if (size == OpaqueReader::kUndecided) return false;
     if (size == 0) return PassOther();
     line_begin_ = kNoPlace;
     const bool comment =
         opaque_.Kind() == Opaque::kLineComment || opaque_.Kind() == Opaque::kBlockComment;
+    if (!comment) blank_so_far_ = false;
     if (!was_executable) {
       opened_at_ = position_;
       opened_line_ = 0;
     }
-    if (!comment) blank_so_far_ = false;
     position_ += size;
-    return opaque_.Kind() == Opaque::kNone ? Step::kOn : Step::kChanged;
-  }
-
-  // Takes the byte at the position as code without a meaning of its own.
-  Step PassOther() noexcept {
-    blank_so_far_ = false;
-    ++position_;
-    return Step::kOn;
+    return true;
   }
 
   bool PassOpaque() {
@@ -143,20 +133,17 @@ class SqlSplitter final : public Splitter {
     return true;
   }
 
-  bool MayBeDelimiterLine() const noexcept {
-    return blank_so_far_ && rules_.delimiter_lines && Lower(text_[position_]) == 'd';
-  }
-
-  Step PassLetterD(std::string_view rest) {
+  // Passes the word "delimiter" at the start of a line of its own, or else one letter.
+  bool PassLetterD() {
     constexpr std::string_view kDelimiter = "delimiter";
-    const std::size_t size = std::min(rest.size(), kDelimiter.size());
-    if (!EqualIgnoringCase(rest.substr(0, size), kDelimiter.substr(0, size))) return PassOther();
-    if (rest.size() <= kDelimiter.size()) return last_ ? PassOther() : Step::kWait;
-    if (!IsBlank(rest[size])) return PassOther();
+    const std::string_view rest = text_.substr(position_);
+    const std::string_view word = rest.substr(0, kDelimiter.size());
+    if (!EqualIgnoringCase(word, kDelimiter.substr(0, word.size()))) return PassOther();
+    if (rest.size() <= kDelimiter.size()) return last_ && PassOther();
+    if (!IsBlank(rest[word.size()])) return PassOther();
     new_delimiter_.emplace();
-    position_ += size;
-    begin_ = position_;
-    return Step::kChanged;
+    begin_ = position_ += word.size();
+    return true;
   }
 
   // Keeps only the bytes of the line that the longest delimiter may have, and one more.
