@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-#include "logs/format_splitters.h"
+#include "logs/formats.h"
 #include "sql/text.h"
 #include "support/drawn_statements.h"
 #include "support/random_statements.h"

@@ -15,8 +15,10 @@
 #include <cstdlib>
 #include <ctime>
 #include <iterator>
+#include <map>
 #include <memory>
 #include <new>
+#include <optional>
 #include <set>
 #include <sstream>
 #include <stdexcept>
@@ -76,6 +78,7 @@ namespace tarn::test {
 namespace {
 
 using namespace tarn::host;
+using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
@@ -146,6 +149,8 @@ struct Result {
   std::vector<std::string> statements;
   // The remarks without the file's name, one in each line.
   std::string remarks;
+  std::optional<LogTime> first_time;
+  std::optional<LogTime> last_time;
 };
 
 Result ReadAll(StatementReader& reader, bool described) {
@@ -159,6 +164,8 @@ Result ReadAll(StatementReader& reader, bool described) {
     }
     if (!more) break;
     EXPECT_EQ(batch.FirstNumber(), number);
+    WidenSpan(result.first_time, result.last_time, batch.FirstTime());
+    WidenSpan(result.first_time, result.last_time, batch.LastTime());
     for (std::size_t i = 0; i < batch.Size(); ++i) {
       result.statements.emplace_back(batch[i]);
       if (described) result.statements.back() += Description(batch.ExecutionOf(i));
@@ -180,6 +187,27 @@ ReadOptions OptionsOf(const std::string& label) {
   return options;
 }
 
+// The rows of inputs.txt, with the texts in the place of their names such as "{query}".
+std::vector<CaseRow> Rows(bool logs_only) {
+  std::vector<CaseRow> rows;
+  std::map<std::string, std::string> names;
+  for (CaseRow& row : ReadCases("inputs.txt")) {
+    for (std::string& text : row.texts) {
+      for (const auto& [name, replacement] : names) {
+        for (std::size_t at = text.find(name); at < text.size(); at = text.find(name, at)) {
+          text.replace(at, name.size(), replacement);
+        }
+      }
+    }
+    if (row.label.starts_with('{')) {
+      names[row.label] = row.texts.at(0);
+    } else if (!logs_only || (row.section != "Sql" && row.section != "Recognised")) {
+      rows.push_back(std::move(row));
+    }
+  }
+  return rows;
+}
+
 class Inputs : public testing::TestWithParam<CaseRow> {};
 
 TEST_P(Inputs, AreCutAlikeHoweverTheyArrive) {
@@ -191,22 +219,41 @@ TEST_P(Inputs, AreCutAlikeHoweverTheyArrive) {
     expected.pop_back();
   }
   const bool log = GetParam().section != "Sql" && GetParam().section != "Recognised";
-  for (const std::size_t step : {1UL, 2UL, 3UL, 50'000UL}) {
+  std::string remarks;
+  for (const std::size_t step : {50'000UL, 1UL, 2UL, 3UL}) {
     // The format is recognised by the lines in the first bytes read, so they must arrive together.
     if (step <= 3 && GetParam().section == "Recognised") continue;
     Trickle trickle(texts[0], step);
     StatementReader reader({trickle.Path()}, OptionsOf(GetParam().label), &trickle);
     const Result result = ReadAll(reader, log);
     EXPECT_EQ(result.statements, expected) << step << " bytes at a time";
-    if (problem.empty()) {
-      EXPECT_EQ(result.remarks, "");
-    } else {
-      EXPECT_THAT(result.remarks, HasSubstr(problem)) << step << " bytes at a time";
+    EXPECT_EQ(reader.BytesRead(), texts[0].size());
+    if (step > 3) {
+      remarks = result.remarks;
+      EXPECT_EQ(remarks.empty(), problem.empty()) << remarks;
+      EXPECT_THAT(remarks, HasSubstr(problem));
     }
+    EXPECT_EQ(result.remarks, remarks) << step << " bytes at a time";
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Cases, Inputs, testing::ValuesIn(ReadCases("inputs.txt")), CaseName);
+INSTANTIATE_TEST_SUITE_P(Cases, Inputs, testing::ValuesIn(Rows(false)), CaseName);
+
+// An entry of the named format that holds `statement`.
+std::string Entry(const std::string& format, const std::string& statement) {
+  const std::string time = "2026-11-24 09:05:00.123 UTC";
+  if (format == "slowlog") return "# Query_time: 1  Lock_time: 0\n" + statement + ";\n";
+  if (format == "general") return "261124  9:05:00\t    8 Query\t" + statement + "\n";
+  if (format == "pglog") return time + " [7] LOG:  statement: " + statement + "\n";
+  if (format == "csvlog") {
+    return time + ",\"a\",\"d\",1,,s1,1,,,,0,LOG,00000,\"statement: " + statement + "\",,,,,,,,,\n";
+  }
+  if (format == "jsonlog") {
+    return R"({"timestamp":")" + time + R"(","error_severity":"LOG","message":"statement: )" +
+           statement + "\"}\n";
+  }
+  return statement + (format == "sql" ? ";" : format == "lines" ? "\n" : std::string(1, '\0'));
+}
 
 // The texts of the statements, without the details of their executions.
 std::multiset<std::string> Texts(const std::vector<std::string>& statements) {
@@ -219,14 +266,6 @@ std::multiset<std::string> Texts(const std::vector<std::string>& statements) {
 
 class Logs : public testing::TestWithParam<CaseRow> {
  protected:
-  static std::vector<CaseRow> Rows() {
-    std::vector<CaseRow> rows = ReadCases("inputs.txt");
-    std::erase_if(rows, [](const CaseRow& row) {
-      return row.section == "Sql" || row.section == "Recognised";
-    });
-    return rows;
-  }
-
   Result Read(const std::vector<std::string>& files) const {
     StatementReader reader(files, OptionsOf(GetParam().label));
     return ReadAll(reader, true);
@@ -237,9 +276,6 @@ class Logs : public testing::TestWithParam<CaseRow> {
   std::size_t Step() const { return 1 + Log().size() / 25; }
 
   TemporaryFolder folder_;
-
- public:
-  static auto All() { return testing::ValuesIn(Rows()); }
 };
 
 TEST_P(Logs, AreOneWhereverTheyAreRotated) {
@@ -275,23 +311,20 @@ TEST_P(Logs, KeepTheirWholeEntriesWhenCut) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Cases, Logs, Logs::All(), CaseName);
-
-// An entry of the named format that holds `statement`.
-std::string Entry(const std::string& format, const std::string& statement) {
-  const std::string time = "2026-11-24 09:05:00.123 UTC";
-  if (format == "slowlog") return "# Query_time: 1  Lock_time: 0\n" + statement + ";\n";
-  if (format == "general") return "261124  9:05:00\t    8 Query\t" + statement + "\n";
-  if (format == "pglog") return time + " [7] LOG:  statement: " + statement + "\n";
-  if (format == "csvlog") {
-    return time + ",\"a\",\"d\",1,,s1,1,,,,0,LOG,00000,\"statement: " + statement + "\",,,,,,,,,\n";
-  }
-  if (format == "jsonlog") {
-    return R"({"timestamp":")" + time + R"(","error_severity":"LOG","message":"statement: )" +
-           statement + "\"}\n";
-  }
-  return statement + (format == "sql" ? ";" : format == "lines" ? "\n" : std::string(1, '\0'));
+TEST_P(Logs, LeaveNothingForTheNextEntry) {
+  // Only a statement that has ended shows that a header of a slow log is none of its lines.
+  if (GetParam().section == "SlowLog" && GetParam().texts.back().starts_with("!ends")) return;
+  const std::string format(OptionsOf(GetParam().label).format->name);
+  std::string next = Entry(format, "select 'next'");
+  // In a slow log the time and the database of "use" are those of the last entry that has them.
+  if (format == "slowlog") next = "Tcp port: 1\n# Time: 261125 10:00:00\n" + next;
+  const Result alone = Read({folder_.Write("next", next)});
+  const Result result = Read({folder_.Write("log", Log() + '\n' + next)});
+  ASSERT_EQ(alone.statements.size(), 1);
+  EXPECT_THAT(result.statements, Contains(alone.statements[0]));
 }
+
+INSTANTIATE_TEST_SUITE_P(Cases, Logs, testing::ValuesIn(Rows(true)), CaseName);
 
 TEST(Reader, LeavesOutStatementsThatAreTooLong) {
   ReadOptions options;
@@ -332,6 +365,37 @@ TEST(Reader, TakesNoMoreThanSomeBytesAByte) {
       }
       EXPECT_LT(peak_bytes - before, 6 * kSize + 40'000'000) << name << ' ' << unit;
     }
+  }
+}
+
+TEST(Reader, TellsTheSpanOfAllEntries) {
+  const TemporaryFolder folder;
+  const std::string log = folder.Write("log",
+                                       "2026-11-24T10:00:00.5Z\t1 Connect\ta\n"
+                                       "2026-11-24T10:00:00+02:00\t1 Query\ta\n"
+                                       "2026-11-24T11:30:00+02:00\t1 Query\tb\n"
+                                       "2026-11-24T09:00:00Z\t1 Quit\t\n"
+                                       "2026-11-24T09:00:00Z\t1 Query\tc\n");
+  StatementReader reader({log}, {});
+  const Result result = ReadAll(reader, true);
+  EXPECT_EQ(result.statements.size(), 3);
+  EXPECT_EQ(FormatLogTime(*result.first_time), "2026-11-24 10:00:00+02:00");
+  EXPECT_EQ(FormatLogTime(*result.last_time), "2026-11-24 10:00:00");
+}
+
+TEST(GeneralLog, EndsAStatementAtEachCommand) {
+  std::istringstream commands(
+      "Binlog Dump|Binlog Dump GTID|Bulk_execute|Change user|Change_user|Close stmt|Connect|"
+      "Connect Out|Create DB|Daemon|Debug|Delayed insert|Drop DB|Error|Fetch|Field List|Init DB|"
+      "Kill|Long Data|Ping|Prepare|Processlist|Quit|Refresh|Register Replica|Register Slave|"
+      "Reset Connection|Reset connection|Reset stmt|Set option|Shutdown|Slave_IO|Slave_SQL|"
+      "Slave_worker|Sleep|Statistics|Subscribe Group Replication Stream|Table Dump|Time|"
+      "Unimpl get tid|clone");
+  const TemporaryFolder folder;
+  for (std::string command; std::getline(commands, command, '|');) {
+    const std::string log = Entry("general", "select 1") + "\t\t    1 " + command + "\tx\n";
+    StatementReader reader({folder.Write("log", log)}, {});
+    EXPECT_THAT(ReadAll(reader, false).statements, ElementsAre("select 1")) << command;
   }
 }
 

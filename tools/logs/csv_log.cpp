@@ -1,5 +1,3 @@
-#include "logs/format_splitters.h"
-
 #include <algorithm>
 #include <array>
 #include <cstddef>
@@ -7,19 +5,41 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
+#include "logs/formats.h"
+#include "logs/line_splitter.h"
 #include "logs/postgres_messages.h"
+#include "logs/scan.h"
 #include "sql/text.h"
 
 namespace tarn::host {
 namespace {
 
 constexpr std::size_t kNoPlace = std::string_view::npos;
+// The oldest version that is read has 23 columns, and no version has 64.
+constexpr std::size_t kFewestColumns = 23;
+constexpr std::size_t kMostColumns = 64;
 
-// Removes a record's time and the comma after it from `line`: "2026-11-24 09:05:00.123 UTC,".
+// The texts of the columns that are used, by the columns' indexes; null for the others.
+constexpr auto kColumns = [] {
+  std::array<std::string PostgresMessage::*, kMostColumns> columns{};
+  columns[1] = &PostgresMessage::user;
+  columns[2] = &PostgresMessage::database;
+  columns[4] = &PostgresMessage::host;
+  columns[5] = &PostgresMessage::session;
+  columns[11] = &PostgresMessage::severity;
+  columns[12] = &PostgresMessage::sqlstate;
+  columns[13] = &PostgresMessage::text;
+  columns[14] = &PostgresMessage::detail;
+  columns[19] = &PostgresMessage::statement;
+  columns[25] = &PostgresMessage::query_id;
+  return columns;
+}();
+
+// Removes a record's time from `line`: "2026-11-24 09:05:00.123 UTC,".
 std::optional<LogTime> TakeRecordTime(std::string_view& line) {
-  constexpr std::string_view kPattern = "9999-99-99 99:99:99.999 ";
-  if (!BeginsLike(line, kPattern)) return std::nullopt;
+  if (!BeginsLike(line, "9999-99-99 99:99:99.999 ")) return std::nullopt;
   const std::optional<LogTime> time = TakeLogTime(line);
   constexpr std::size_t kLongestZone = 40;
   const std::size_t comma = line.substr(0, kLongestZone).find(',');
@@ -28,198 +48,115 @@ std::optional<LogTime> TakeRecordTime(std::string_view& line) {
   return time;
 }
 
-// As find_first_of, which is slow if the next `a` or `b` is near.
-std::size_t FindEither(std::string_view text, char a, char b, std::size_t from) noexcept {
-  while (from < text.size() && text[from] != a && text[from] != b) ++from;
-  return from;
-}
-
-enum class Start { kNo, kYes, kUndecided };
-
-// Whether `rest` begins with a record for sure, and not with a text within another record. Within a
+// Whether `line` begins a record for sure, and is not in a text within another record. Within a
 // text a quote is doubled or is the last byte. So a quote before any other byte begins a column:
 // 2026-11-24 09:05:00.123 UTC,"shop"
-Start BeginsRecordForSure(std::string_view rest, bool last) {
-  constexpr std::string_view kPattern = "9999-99-99 99:99:99.999 ";
+bool BeginsRecordForSure(std::string_view line) {
   // The columns before the first quoted one are shorter.
   constexpr std::size_t kMostLooked = 512;
-  const Start unknown = last ? Start::kNo : Start::kUndecided;
-  if (!BeginsLike(rest, kPattern.substr(0, rest.size()))) return Start::kNo;
-  if (rest.size() < kPattern.size()) return unknown;
-  const std::size_t stop = rest.substr(0, kMostLooked).find_first_of("\"\n");
-  if (stop == kNoPlace) return rest.size() >= kMostLooked ? Start::kNo : unknown;
-  if (stop + 1 == rest.size()) return unknown;
-  constexpr std::string_view kNoContent = "\",\r\n";
-  if (rest[stop] == '\n' || kNoContent.find(rest[stop + 1]) != kNoPlace) {
-    return Start::kNo;
+  constexpr std::string_view kNoContent = "\",\r";
+  const std::size_t quote = line.substr(0, kMostLooked).find('"');
+  if (quote == kNoPlace || quote + 1 == line.size() ||
+      kNoContent.find(line[quote + 1]) != kNoPlace) {
+    return false;
   }
-  const std::string_view before = rest.substr(0, stop);
-  std::string_view line = before;
-  if (!TakeRecordTime(line)) return Start::kNo;
+  const std::string_view before = line.substr(0, quote);
   // The columns of the user, the database, the address, the command and the message.
   constexpr std::array<std::ptrdiff_t, 5> kQuoted{1, 2, 4, 7, 13};
   const auto column = std::count(before.begin(), before.end(), ',');
-  return std::find(kQuoted.begin(), kQuoted.end(), column) != kQuoted.end() ? Start::kYes
-                                                                            : Start::kNo;
+  line = before;
+  return TakeRecordTime(line) && std::find(kQuoted.begin(), kQuoted.end(), column) != kQuoted.end();
 }
 
-class CsvLogSplitter final : public Splitter {
- public:
-  explicit CsvLogSplitter(const SplitterOptions& options)
-      : max_statement_(options.max_statement), messages_(options.max_statement) {}
-
-  std::size_t Split(std::string_view text, bool last, Found& found) override {
-    record_begin_ = 0;
-    while (position_ < text.size()) {
-      if (at_line_begin_ && !BeginLine(text, last, found)) break;
-      position_ = FindEither(text, '\n', lost_ ? '\n' : '"', position_);
-      if (position_ == text.size()) break;
-      if (text[position_++] == '"') {
-        in_quotes_ = !in_quotes_;
-        continue;
-      }
-      at_line_begin_ = true;
-      if (in_quotes_) continue;
-      if (too_long_) {
-        found.CountTooLong();
-      } else if (!lost_ &&
-                 !TakeRecord(text.substr(record_begin_, position_ - 1 - record_begin_), found)) {
-        ++found.damaged;
-        lost_ = true;
-      }
-      too_long_ = false;
-      record_begin_ = position_;
+class CsvLogSplitter final : public LineSplitter {
+  void TakeLine(std::string_view line) override {
+    if (HasBody() && !in_quotes_) EndBody();
+    const std::string_view bare = WithoutHole(line);
+    if ((HasBody() || lost_) && BeginsRecordForSure(bare)) {
+      // The record before this line has lost its end.
+      if (HasBody()) ++Out().summary.damaged;
+      DropBody();
+      lost_ = false;
     }
-    if (last) {
-      Finish(text.substr(record_begin_), found);
-      record_begin_ = text.size();
-    } else if (lost_ || position_ - record_begin_ > max_statement_) {
-      too_long_ = !lost_;
-      record_begin_ = position_;
+    if (lost_ || (!HasBody() && Trimmed(bare).empty())) return;
+    if (!HasBody()) {
+      BeginBody(bare);
+      in_quotes_ = false;
     }
-    position_ -= record_begin_;
-    return record_begin_;
+    TakeMore(line);
+    if (!in_quotes_ && !LineIsCut()) EndBodyWithLine();
   }
 
-  std::string Problem() const override { return problem_; }
-  std::string WhyEmpty() const override { return messages_.WhyEmpty(); }
-
- private:
-  // The oldest version that is read has 23 columns, and no version has 64.
-  static constexpr std::size_t kFewestColumns = 23;
-  static constexpr std::size_t kMostColumns = 64;
-  // The texts of the columns that are used, by the columns' indexes; null for the others.
-  static constexpr auto kColumns = [] {
-    std::array<std::string PostgresMessage::*, kMostColumns> columns{};
-    columns[1] = &PostgresMessage::user;
-    columns[2] = &PostgresMessage::database;
-    columns[4] = &PostgresMessage::host;
-    columns[5] = &PostgresMessage::session;
-    columns[11] = &PostgresMessage::severity;
-    columns[12] = &PostgresMessage::sqlstate;
-    columns[13] = &PostgresMessage::text;
-    columns[14] = &PostgresMessage::detail;
-    columns[19] = &PostgresMessage::statement;
-    columns[25] = &PostgresMessage::query_id;
-    return columns;
-  }();
-
-  // Looks at the line that begins at the position. False if bytes that have not arrived decide.
-  bool BeginLine(std::string_view text, bool last, Found& found) {
-    if (in_quotes_ || lost_) {
-      const Start start = BeginsRecordForSure(text.substr(position_), last);
-      if (start == Start::kUndecided) return false;
-      if (start == Start::kYes) {
-        // The record before this line has lost its end.
-        if (in_quotes_) ++found.damaged;
-        in_quotes_ = lost_ = too_long_ = false;
-        record_begin_ = position_;
-      }
-    } else if (text[position_] == '\0') {
-      // If a file is emptied while its server writes, it begins with NUL bytes.
-      position_ = record_begin_ = std::min(text.find_first_not_of('\0', position_), text.size());
-      return position_ < text.size();
-    }
-    at_line_begin_ = false;
-    return true;
+  void TakeMore(std::string_view piece) override {
+    if (std::count(piece.begin(), piece.end(), '"') % 2 == 1) in_quotes_ = !in_quotes_;
   }
 
-  void Finish(std::string_view rest, Found& found) {
-    if (too_long_ || (!lost_ && !Trimmed(rest).empty())) {
-      const bool whole = !too_long_ && !in_quotes_ && TakeRecord(rest, found);
-      problem_ =
-          whole ? "ends within a line, so that its last entry may be cut" : "ends within an entry";
-    }
-    messages_.Flush(found);
+  void TakeBody(std::string_view record) override {
+    PostgresMessage message;
+    lost_ = !ReadRecord(record, message);
+    if (!lost_) return messages_.Take(std::move(message), Out());
+    if (LineEnded()) ++Out().summary.damaged;
+  }
+
+  void EndInput() override {
+    bool cut = HasBody() && in_quotes_;
+    if (cut) DropBody();
+    LineSplitter::EndInput();
+    if (cut || (lost_ && !LineEnded())) Out().summary.problem = "ends within an entry";
+    messages_.Flush(Out());
   }
 
   // False if the record is damaged.
-  bool TakeRecord(std::string_view record, Found& found) {
-    if (Trimmed(record).empty()) return true;
-    if (record.ends_with('\r')) record.remove_suffix(1);
-    message_ = {};
+  static bool ReadRecord(std::string_view record, PostgresMessage& message) {
     std::string_view columns = record;
-    message_.time = TakeRecordTime(columns);
-    if (!message_.time || !ReadColumns(record)) return false;
+    message.time = TakeRecordTime(columns);
+    if (!message.time || !ReadColumns(record, message)) return false;
     // "10.0.0.1:5678" -> "10.0.0.1"
-    std::string& host = message_.host;
+    std::string& host = message.host;
     const std::size_t colon = host.rfind(':');
     if (colon != kNoPlace && host.find_first_not_of("0123456789", colon + 1) == kNoPlace) {
       host.resize(colon);
     }
-    messages_.Take(message_, found);
     return true;
   }
 
   // False if the record is not valid CSV, or has too few columns or too many.
-  bool ReadColumns(std::string_view record) {
-    std::size_t count = 0;
-    for (std::size_t at = 0; at <= record.size(); ++count) {
-      if (count == kMostColumns) return false;
-      std::string& field = kColumns[count] != nullptr ? message_.*kColumns[count] : unused_;
-      if (at == record.size() || record[at] != '"') {
-        const std::size_t end = FindEither(record, ',', '"', at);
-        if (end < record.size() && record[end] == '"') return false;
-        field.assign(record.substr(at, end - at));
-        at = end + 1;
-        continue;
+  static bool ReadColumns(std::string_view rest, PostgresMessage& message) {
+    std::string unused;
+    for (std::size_t column = 0; column < kMostColumns; ++column) {
+      std::string& text = kColumns[column] != nullptr ? message.*kColumns[column] : unused;
+      text.clear();
+      if (rest.starts_with('"')) {
+        do {
+          rest.remove_prefix(1);
+          const std::size_t size = rest.find('"');
+          if (size == kNoPlace) return false;
+          text += TakeBytes(rest, size);
+          rest.remove_prefix(1);
+          // A doubled quote is one quote within the text.
+          if (rest.starts_with('"')) text += '"';
+        } while (rest.starts_with('"'));
+      } else {
+        text = TakeBytes(rest, rest.find(','));
+        if (text.find('"') != kNoPlace) return false;
       }
-      field.clear();
-      do {
-        const std::size_t end = record.find('"', at + 1);
-        if (end == kNoPlace) return false;
-        field.append(record.substr(at + 1, end - at - 1));
-        at = end + 1;
-        // A doubled quote is one quote within the text.
-        if (at < record.size() && record[at] == '"') field += '"';
-      } while (at < record.size() && record[at] == '"');
-      if (at < record.size() && record[at] != ',') return false;
-      ++at;
+      if (rest.empty()) return column + 1 >= kFewestColumns;
+      if (!TakePrefix(rest, ",")) return false;
     }
-    return count >= kFewestColumns;
+    return false;
   }
 
-  const std::size_t max_statement_;
   PostgresMessages messages_;
-  // The index in the text from which reading goes on, and that at which the record begins.
-  std::size_t position_ = 0;
-  std::size_t record_begin_ = 0;
-  bool at_line_begin_ = true;
+  // Whether the body, which has begun, has an open quote.
   bool in_quotes_ = false;
   // Whether a record was damaged. If so, the bytes after it may be within quotes or not.
   bool lost_ = false;
-  // Whether the first bytes of the record are dropped.
-  bool too_long_ = false;
-  std::string problem_;
-  PostgresMessage message_;
-  // Takes the columns that are not used.
-  std::string unused_;
 };
 
 }  // namespace
 
-std::unique_ptr<Splitter> MakeCsvLogSplitter(const SplitterOptions& options) {
-  return std::make_unique<CsvLogSplitter>(options);
+std::unique_ptr<Splitter> MakeCsvLogSplitter(const SplitterOptions& /*options*/) {
+  return std::make_unique<CsvLogSplitter>();
 }
 
 bool BeginsCsvLogRecord(std::string_view line) { return TakeRecordTime(line).has_value(); }

@@ -8,8 +8,8 @@
 #include <string>
 #include <string_view>
 
-#include "logs/format_splitters.h"
 #include "logs/log_time.h"
+#include "logs/scan.h"
 #include "sql/text.h"
 
 namespace tarn::host {
@@ -24,7 +24,7 @@ bool BeginsMariaDbAuditEntry(std::string_view line) {
 }
 
 // MySQL's audit log in XML or in JSON.
-bool BeginsMySqlAuditEntry(std::string_view line) noexcept {
+bool BeginsMySqlAuditEntry(std::string_view line) {
   line = Trimmed(line);
   return line.starts_with("<AUDIT_RECORD") || line.starts_with("<AUDIT>") ||
          line.starts_with("{\"audit_record\":") ||
@@ -32,7 +32,7 @@ bool BeginsMySqlAuditEntry(std::string_view line) noexcept {
           line.find("\"class\":") != std::string_view::npos);
 }
 
-bool BeginsBinaryLog(std::string_view line) noexcept { return line.starts_with("\xFE\x62in"); }
+bool BeginsBinaryLog(std::string_view line) { return line.starts_with("\xFE\x62in"); }
 
 // A line to which a container's runtime has added the time and the stream, or which it has wrapped
 // in JSON:
@@ -52,11 +52,8 @@ constexpr std::string_view kAuditAdvice = "the slow query log and the general qu
 // If a line begins an entry of several logs, the first row of them decides.
 constexpr std::array kFormats{
     Format{"sql", "SQL", Dialect::kMysql, nullptr, MakeSqlSplitter, "", ";\n"},
-    Format{"lines", "lines", Dialect::kMysql, nullptr,
-           [](const SplitterOptions& options) { return MakeSeparatorSplitter('\n', options); }, "",
-           "\n"},
-    Format{"nul", "texts ended by NUL bytes", Dialect::kMysql, nullptr,
-           [](const SplitterOptions& options) { return MakeSeparatorSplitter('\0', options); }, "",
+    Format{"lines", "lines", Dialect::kMysql, nullptr, MakeLinesSplitter, "", "\n"},
+    Format{"nul", "texts ended by NUL bytes", Dialect::kMysql, nullptr, MakeNulSplitter, "",
            std::string_view("\0", 1)},
     Format{"slowlog", "a slow query log", Dialect::kMysql, BeginsSlowLogEntry, MakeSlowLogSplitter,
            "set slow_query_log = ON and a lower long_query_time", ";\n"},

@@ -14,7 +14,7 @@
 #include <new>
 #include <string>
 #include <string_view>
-#include <vector>
+#include <utility>
 
 #include "sql/errors.h"
 
@@ -44,7 +44,7 @@ Input::~Input() {
   if (fd_ != STDIN_FILENO) close(fd_);
 }
 
-std::size_t Input::Read(char* to, std::size_t size) {
+std::size_t Input::ReadBytes(char* to, std::size_t size) {
   for (;;) {
     stopped_ = stopped_ || (waiter_ != nullptr && !waiter_->Wait(fd_));
     if (stopped_) return 0;
@@ -57,114 +57,83 @@ std::size_t Input::Read(char* to, std::size_t size) {
   }
 }
 
-// Unpacks an input with libarchive: one packed stream, or several after one another.
-class TextInput::Unpacker {
- public:
-  // `head` has the first bytes of the file, which were already read from `input`.
-  Unpacker(Input& input, std::string_view head)
-      : input_(input), packed_(head.begin(), head.end()), archive_(archive_read_new()) {
-    if (!archive_) throw std::bad_alloc();
-    archive* const reader = archive_.get();
-    archive_read_support_filter_gzip(reader);
-    archive_read_support_filter_bzip2(reader);
-    archive_read_support_filter_xz(reader);
-    archive_read_support_filter_zstd(reader);
-    archive_read_support_filter_lz4(reader);
-    archive_read_support_format_raw(reader);
-    archive_read_support_format_empty(reader);
-    archive_entry* entry = nullptr;
-    int result = archive_read_open(reader, this, nullptr, ReadPacked, nullptr);
-    if (result == ARCHIVE_OK) result = archive_read_next_header(reader, &entry);
-    if (result == ARCHIVE_EOF || input_.Stopped()) {
-      at_end_ = true;
-    } else if (result != ARCHIVE_OK) {
-      Fail();
+std::size_t Input::ReadText(char* to, std::size_t size) {
+  if (!std::exchange(text_begun_, true)) {
+    if (std::any_of(kMagics.begin(), kMagics.end(),
+                    [this](std::string_view magic) { return HeadBeginsWith(magic); })) {
+      BeginUnpacking();
     }
+    if (HeadBeginsWith(kByteOrderMark)) head_.erase(0, kByteOrderMark.size());
   }
-  Unpacker(const Unpacker&) = delete;
-  Unpacker& operator=(const Unpacker&) = delete;
-  ~Unpacker() = default;
-
-  std::size_t Read(char* to, std::size_t size) {
-    if (at_end_) return 0;
-    const la_ssize_t got = archive_read_data(archive_.get(), to, size);
-    if (input_.Stopped()) return 0;
-    if (got < 0) Fail();
-    return static_cast<std::size_t>(got);
-  }
-
- private:
-  struct Free {
-    void operator()(archive* reader) const noexcept { archive_read_free(reader); }
-  };
-
-  static la_ssize_t ReadPacked(archive* reader, void* self, const void** bytes) {
-    auto& unpacker = *static_cast<Unpacker*>(self);
-    try {
-      if (unpacker.head_read_) {
-        unpacker.packed_.resize(kBlockSize);
-        unpacker.packed_.resize(
-            unpacker.input_.Read(unpacker.packed_.data(), unpacker.packed_.size()));
-      }
-      unpacker.head_read_ = true;
-    } catch (...) {
-      // The exception must not pass through the library, which is in C.
-      unpacker.error_ = std::current_exception();
-      archive_set_error(reader, EIO, "can't be read");
-      return ARCHIVE_FATAL;
-    }
-    *bytes = unpacker.packed_.data();
-    return static_cast<la_ssize_t>(unpacker.packed_.size());
-  }
-
-  [[noreturn]] void Fail() const {
-    if (error_) std::rethrow_exception(error_);
-    const char* const reason = archive_error_string(archive_.get());
-    throw InputError(input_.Name() + ": packed data: " + (reason != nullptr ? reason : "damaged"));
-  }
-
-  Input& input_;
-  std::vector<char> packed_;
-  bool head_read_ = false;
-  bool at_end_ = false;
-  // The error of reading the input, if there was one.
-  std::exception_ptr error_;
-  std::unique_ptr<archive, Free> archive_;
-};
-
-TextInput::TextInput(const std::string& file, InputWaiter* waiter) : input_(file, waiter) {}
-
-TextInput::~TextInput() = default;
-
-std::size_t TextInput::Read(char* to, std::size_t size) {
-  if (!begun_) Begin();
-  if (head_begin_ == head_end_) return ReadDecoded(to, size);
-  const std::size_t count = std::min(size, head_end_ - head_begin_);
-  std::memcpy(to, head_.data() + head_begin_, count);
-  head_begin_ += count;
+  if (head_.empty()) return ReadUnpacked(to, size);
+  const std::size_t count = head_.copy(to, size);
+  head_.erase(0, count);
   return count;
 }
 
-std::size_t TextInput::ReadDecoded(char* to, std::size_t size) {
-  return unpacker_ ? unpacker_->Read(to, size) : input_.Read(to, size);
+// Whether the text begins with `magic`. Reads more bytes into the head if they decide.
+bool Input::HeadBeginsWith(std::string_view magic) {
+  std::array<char, 4096> block;
+  while (head_.size() < magic.size() && magic.starts_with(head_)) {
+    const std::size_t got = ReadUnpacked(block.data(), block.size());
+    if (got == 0) return false;
+    head_.append(block.data(), got);
+  }
+  return head_.starts_with(magic);
 }
 
-void TextInput::Begin() {
-  begun_ = true;
-  // Whether the text begins with `magic`. Reads more bytes into the head if they decide.
-  const auto begins_with = [this](std::string_view magic) {
-    while (head_end_ < magic.size() && magic.starts_with({head_.data(), head_end_})) {
-      const std::size_t got = ReadDecoded(head_.data() + head_end_, head_.size() - head_end_);
-      if (got == 0) return false;
-      head_end_ += got;
+// Begins to read the input with libarchive, which unpacks one packed stream or several after one
+// another. The head has the first packed bytes.
+void Input::BeginUnpacking() {
+  unpacker_.reset(archive_read_new());
+  archive* const reader = unpacker_.get();
+  if (reader == nullptr) throw std::bad_alloc();
+  archive_read_support_filter_gzip(reader);
+  archive_read_support_filter_bzip2(reader);
+  archive_read_support_filter_xz(reader);
+  archive_read_support_filter_zstd(reader);
+  archive_read_support_filter_lz4(reader);
+  archive_read_support_format_raw(reader);
+  archive_read_support_format_empty(reader);
+  const auto read_packed = [](archive* failed, void* self, const void** bytes) -> la_ssize_t {
+    auto& input = *static_cast<Input*>(self);
+    try {
+      if (std::exchange(input.packed_is_read_, true)) {
+        input.packed_.resize(kBlockSize);
+        input.packed_.resize(input.ReadBytes(input.packed_.data(), kBlockSize));
+      }
+    } catch (...) {
+      // The exception must not pass through the library, which is in C.
+      input.error_ = std::current_exception();
+      archive_set_error(failed, EIO, "can't be read");
+      return ARCHIVE_FATAL;
     }
-    return std::string_view(head_.data(), head_end_).starts_with(magic);
+    *bytes = input.packed_.data();
+    return static_cast<la_ssize_t>(input.packed_.size());
   };
-  if (std::any_of(kMagics.begin(), kMagics.end(), begins_with)) {
-    unpacker_ = std::make_unique<Unpacker>(input_, std::string_view(head_.data(), head_end_));
-    head_end_ = 0;
-  }
-  if (begins_with(kByteOrderMark)) head_begin_ = kByteOrderMark.size();
+  packed_.swap(head_);
+  archive_entry* entry = nullptr;
+  int result = archive_read_open(reader, this, nullptr, read_packed, nullptr);
+  if (result == ARCHIVE_OK) result = archive_read_next_header(reader, &entry);
+  at_end_ = result == ARCHIVE_EOF || stopped_;
+  if (result != ARCHIVE_OK && !at_end_) FailUnpacking();
+}
+
+void Input::CloseArchive::operator()(archive* reader) const noexcept { archive_read_free(reader); }
+
+std::size_t Input::ReadUnpacked(char* to, std::size_t size) {
+  if (!unpacker_) return ReadBytes(to, size);
+  if (at_end_) return 0;
+  const la_ssize_t got = archive_read_data(unpacker_.get(), to, size);
+  if (stopped_) return 0;
+  if (got < 0) FailUnpacking();
+  return static_cast<std::size_t>(got);
+}
+
+void Input::FailUnpacking() const {
+  if (error_) std::rethrow_exception(error_);
+  const char* const reason = archive_error_string(unpacker_.get());
+  throw InputError(name_ + ": packed data: " + (reason != nullptr ? reason : "damaged"));
 }
 
 }  // namespace tarn::host

@@ -1,10 +1,13 @@
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
+#include <exception>
 #include <memory>
 #include <string>
+#include <string_view>
+
+struct archive;
 
 namespace tarn::host {
 
@@ -25,8 +28,8 @@ class InputWaiter {
 class Input {
  public:
   // Opens `file`, or standard input if `file` is "-". If there is a `waiter`, each read waits for
-  // it first, and it must outlive the input. Throws InputError, as Read does: "a.sql: Permission
-  // denied".
+  // it first, and it must outlive the input. Throws InputError, as the readers do: "a.sql:
+  // Permission denied".
   explicit Input(const std::string& file, InputWaiter* waiter = nullptr);
   Input(const Input&) = delete;
   Input& operator=(const Input&) = delete;
@@ -34,52 +37,48 @@ class Input {
 
   // Reads the bytes that have arrived, at most `size`, after waiting for the first. Returns their
   // number, which is 0 at the end of the input or if the waiter ends it.
-  std::size_t Read(char* to, std::size_t size);
+  std::size_t ReadBytes(char* to, std::size_t size);
+
+  // As ReadBytes, but reads the input as text: if it begins like a file of gzip, bzip2, xz, zstd or
+  // lz4, it is unpacked, and the byte order mark of UTF-8 is left out. Damaged packed data throw
+  // InputError, too. Requires: ReadBytes was not called.
+  std::size_t ReadText(char* to, std::size_t size);
 
   // The input's name in messages: its path or "standard input".
   const std::string& Name() const noexcept { return name_; }
-  // The number of bytes that were read so far.
+  // The number of bytes, packed or not, that were read so far.
   std::uint64_t BytesRead() const noexcept { return bytes_read_; }
   // Whether the waiter ended the input.
   bool Stopped() const noexcept { return stopped_; }
 
  private:
+  struct CloseArchive {
+    void operator()(archive* reader) const noexcept;
+  };
+
+  bool HeadBeginsWith(std::string_view magic);
+  void BeginUnpacking();
+  std::size_t ReadUnpacked(char* to, std::size_t size);
+  [[noreturn]] void FailUnpacking() const;
+
   std::string name_;
   InputWaiter* waiter_;
   int fd_;
   std::uint64_t bytes_read_ = 0;
   bool stopped_ = false;
-};
 
-// The text in a file or standard input. If the input begins like a file of gzip, bzip2, xz, zstd or
-// lz4, the text is unpacked. The byte order mark of UTF-8 is left out. Not thread-safe.
-class TextInput {
- public:
-  // As Input's constructor.
-  explicit TextInput(const std::string& file, InputWaiter* waiter = nullptr);
-  TextInput(const TextInput&) = delete;
-  TextInput& operator=(const TextInput&) = delete;
-  ~TextInput();
-
-  // As Input::Read, of the unpacked text. Damaged packed data throw InputError, too.
-  std::size_t Read(char* to, std::size_t size);
-
-  // The input as it is, packed or not.
-  const Input& Source() const noexcept { return input_; }
-
- private:
-  class Unpacker;
-
-  std::size_t ReadDecoded(char* to, std::size_t size);
-  void Begin();
-
-  Input input_;
-  // The bytes that were read to recognise the packing, until Read returns them.
-  std::array<char, 4096> head_{};
-  std::size_t head_begin_ = 0;
-  std::size_t head_end_ = 0;
-  bool begun_ = false;
-  std::unique_ptr<Unpacker> unpacker_;
+  // Whether ReadText was called, and the bytes that were read to recognise the packing, until
+  // ReadText returns them.
+  bool text_begun_ = false;
+  std::string head_;
+  // If the input is packed: its reader, and whether that is at the end.
+  std::unique_ptr<archive, CloseArchive> unpacker_;
+  bool at_end_ = false;
+  // The packed bytes that the reader gets, whether it has got them, and the error of reading them,
+  // if there was one.
+  std::string packed_;
+  bool packed_is_read_ = false;
+  std::exception_ptr error_;
 };
 
 }  // namespace tarn::host

@@ -1,14 +1,14 @@
-#include "logs/format_splitters.h"
-
 #include <algorithm>
 #include <array>
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
 #include <utility>
 
+#include "logs/formats.h"
 #include "logs/line_splitter.h"
 #include "logs/postgres_messages.h"
 #include "sql/text.h"
@@ -16,42 +16,21 @@
 namespace tarn::host {
 namespace {
 
-// Reads the message in an object such as {"user":"shop","error_severity":"LOG"}. Objects and arrays
-// within the object are left out.
-class Record final : public nlohmann::json_sax<nlohmann::json> {
- public:
-  // False if `line` is not one object.
-  bool Read(std::string_view line) {
-    message_ = {};
-    timestamp_.clear();
-    depth_ = 0;
-    target_ = nullptr;
-    if (!line.starts_with('{') || !nlohmann::json::sax_parse(line, this)) return false;
-    message_.time = LogTimeAt(timestamp_);
-    return true;
-  }
-
-  // The message in the last object that was read.
-  const PostgresMessage& Message() const noexcept { return message_; }
-
-  bool null() override { return true; }
-  bool boolean(bool /*value*/) override { return true; }
-  bool number_integer(number_integer_t value) override { return Take(std::to_string(value)); }
-  bool number_unsigned(number_unsigned_t value) override { return Take(std::to_string(value)); }
-  bool number_float(number_float_t /*value*/, const string_t& text) override { return Take(text); }
-  bool string(string_t& value) override { return Take(std::move(value)); }
-  bool binary(binary_t& /*value*/) override { return true; }
-  bool start_object(std::size_t /*size*/) override {
-    ++depth_;
-    return true;
-  }
-  bool end_object() override {
-    --depth_;
-    return true;
-  }
-  bool start_array(std::size_t size) override { return start_object(size); }
-  bool end_array() override { return end_object(); }
-  bool key(string_t& name) override {
+// Takes the values of an object such as {"user":"shop","error_severity":"LOG"} from the JSON
+// library's parser. Objects and arrays within the object are left out.
+struct Record {
+  bool null() { return true; }
+  bool boolean(bool /*value*/) { return true; }
+  bool number_integer(std::int64_t value) { return Take(std::to_string(value)); }
+  bool number_unsigned(std::uint64_t value) { return Take(std::to_string(value)); }
+  bool number_float(double /*value*/, const std::string& text) { return Take(text); }
+  bool string(std::string& value) { return Take(std::move(value)); }
+  bool binary(nlohmann::json::binary_t& /*value*/) { return true; }
+  bool start_object(std::size_t /*size*/) { return ++depth > 0; }
+  bool end_object() { return depth-- > 0; }
+  bool start_array(std::size_t size) { return start_object(size); }
+  bool end_array() { return end_object(); }
+  bool key(const std::string& name) {
     struct Key {
       std::string_view name;
       std::string PostgresMessage::*text;
@@ -66,72 +45,58 @@ class Record final : public nlohmann::json_sax<nlohmann::json> {
                                                 {"detail", &PostgresMessage::detail},
                                                 {"statement", &PostgresMessage::statement},
                                                 {"query_id", &PostgresMessage::query_id}}};
-    target_ = name == "timestamp" ? &timestamp_ : nullptr;
-    const auto* const key = std::find_if(kKeys.begin(), kKeys.end(),
-                                         [&name](const Key& one) { return one.name == name; });
-    if (key != kKeys.end()) target_ = &(message_.*key->text);
+    target = name == "timestamp" ? &timestamp : nullptr;
+    const auto* const known = std::find_if(kKeys.begin(), kKeys.end(),
+                                           [&name](const Key& one) { return one.name == name; });
+    if (known != kKeys.end()) target = &(message.*known->text);
     return true;
   }
-  bool parse_error(std::size_t /*position*/, const std::string& /*token*/,
-                   const nlohmann::detail::exception& /*error*/) override {
+  static bool parse_error(std::size_t /*position*/, const std::string& /*token*/,
+                          const nlohmann::json::exception& /*error*/) {
     return false;
   }
 
- private:
   bool Take(std::string value) {
-    if (target_ != nullptr && depth_ == 1) *target_ = std::move(value);
+    if (target != nullptr && depth == 1) *target = std::move(value);
     return true;
   }
 
-  PostgresMessage message_;
-  std::string timestamp_;
-  std::size_t depth_ = 0;
+  PostgresMessage message = {};
+  std::string timestamp = {};
+  std::size_t depth = 0;
   // The text that the value of the last key sets; null if the key is not used.
-  std::string* target_ = nullptr;
+  std::string* target = nullptr;
 };
 
 class JsonLogSplitter final : public LineSplitter {
- public:
-  explicit JsonLogSplitter(const SplitterOptions& options)
-      : LineSplitter(options), messages_(options.max_statement) {}
-
-  std::string WhyEmpty() const override { return messages_.WhyEmpty(); }
-
- private:
-  void EndInput() override { messages_.Flush(Out()); }
-  std::string WhyCut(bool line_ended) const override {
-    return !line_ended && damaged_last_ ? "ends within an entry" : "";
-  }
-
   void TakeLine(std::string_view line) override {
-    line = Trimmed(line);
+    line = Trimmed(WithoutHole(line));
     if (line.empty()) return;
-    if (LineIsCut()) {
-      Out().CountTooLong();
+    if (LineIsCut()) return Out().CountTooLong();
+    Record record;
+    if (!line.starts_with('{') || !nlohmann::json::sax_parse(line, &record) ||
+        record.message.severity.empty()) {
+      ++Out().summary.damaged;
+      if (!LineEnded()) Out().summary.problem = "ends within an entry";
       return;
     }
-    damaged_last_ = !record_.Read(line) || record_.Message().severity.empty();
-    if (damaged_last_) {
-      ++Out().damaged;
-      return;
-    }
-    messages_.Take(record_.Message(), Out());
+    record.message.time = LogTimeAt(record.timestamp);
+    messages_.Take(std::move(record.message), Out());
   }
+
+  void EndInput() override { messages_.Flush(Out()); }
 
   PostgresMessages messages_;
-  Record record_;
-  bool damaged_last_ = false;
 };
 
 }  // namespace
 
-std::unique_ptr<Splitter> MakeJsonLogSplitter(const SplitterOptions& options) {
-  return std::make_unique<JsonLogSplitter>(options);
+std::unique_ptr<Splitter> MakeJsonLogSplitter(const SplitterOptions& /*options*/) {
+  return std::make_unique<JsonLogSplitter>();
 }
 
-bool BeginsJsonLogRecord(std::string_view line) noexcept {
-  return line.starts_with("{\"timestamp\":\"") &&
-         line.find("\"error_severity\":") != std::string_view::npos;
+bool BeginsJsonLogRecord(std::string_view line) {
+  return line.starts_with("{\"timestamp\":\"") && line.find("\"error_severity\":") < line.size();
 }
 
 }  // namespace tarn::host

@@ -1,72 +1,108 @@
 #include "logs/line_splitter.h"
 
 #include <algorithm>
+#include <cassert>
 #include <cstddef>
+#include <memory>
 #include <string_view>
 
+#include "sql/text.h"
+
 namespace tarn::host {
+namespace {
+
+// Each line is a statement.
+class PlainSplitter final : public LineSplitter {
+ public:
+  using LineSplitter::LineSplitter;
+
+ private:
+  void EndInput() override {}
+  void TakeLine(std::string_view line) override {
+    if (LineIsCut()) return Out().CountTooLong();
+    Out().Add(line);
+  }
+};
+
+}  // namespace
 
 std::size_t LineSplitter::Split(std::string_view text, bool last, Found& found) {
   text_ = text;
   found_ = &found;
-  bool line_ended = true;
   while (line_begin_ < text.size()) {
-    if (text[line_begin_] == '\0' && !line_is_cut_ && IsBetweenEntries()) {
-      PassHole();
-      continue;
-    }
-    const std::size_t end = text.find('\n', std::max(line_begin_, searched_));
-    if (end == std::string_view::npos && !last) break;
-    line_ended = end != std::string_view::npos;
-    const std::size_t line_end = std::min(end, text.size());
-    const std::string_view line = text.substr(line_begin_, line_end - line_begin_);
-    if (!line_ended && HasBody() && MayBeginEntry(line)) EndBody();
+    const std::size_t end = text.find(end_, std::max(line_begin_, searched_));
+    line_ended_ = end != std::string_view::npos;
+    if (!line_ended_ && !last) break;
+    line_end_ = std::min(end, text.size());
+    const std::string_view line = text.substr(line_begin_, line_end_ - line_begin_);
     if (line_is_cut_) {
-      TakeEndOfLongLine(line);
+      TakeMore(line);
     } else {
       TakeLine(line);
     }
-    line_begin_ = std::min(line_end + 1, text.size());
+    line_begin_ = std::min(line_end_ + 1, text.size());
     line_is_cut_ = false;
   }
-  if (last) {
-    problem_ = WhyCut(line_ended);
-    EndBody();
-    EndInput();
-  }
+  if (last) EndInput();
   DropTooLong();
-  searched_ = text.size();
   const std::size_t done = std::min(body_begin_, line_begin_);
+  searched_ = text.size() - done;
   line_begin_ -= done;
-  searched_ -= done;
   if (HasBody()) body_begin_ -= done;
   return done;
 }
 
-// If a file is emptied while its server writes, it begins with NUL bytes.
-void LineSplitter::PassHole() {
+void LineSplitter::EndInput() {
   EndBody();
-  line_begin_ = std::min(text_.find_first_not_of('\0', line_begin_), text_.size());
+  if (!line_ended_) {
+    Out().summary.problem = "ends within a line, so that its last entry may be cut";
+  }
+}
+
+void LineSplitter::BeginBody(std::string_view rest) noexcept {
+  assert(!HasBody());
+  body_begin_ = static_cast<std::size_t>(rest.data() - text_.data());
+  body_is_too_long_ = line_is_cut_;
+}
+
+void LineSplitter::EndBodyAt(std::size_t end) {
+  if (!HasBody()) return;
+  const std::string_view body = text_.substr(body_begin_, end - body_begin_);
+  DropBody();
+  if (body_is_too_long_) return found_->CountTooLong();
+  TakeBody(Trimmed(body));
 }
 
 void LineSplitter::DropTooLong() {
-  if (text_.size() - std::min(body_begin_, line_begin_) <= max_statement_) return;
-  if (!line_is_cut_ && text_.size() - line_begin_ > max_statement_) {
+  const std::size_t limit = found_->max_statement;
+  if (text_.size() - line_begin_ > limit) {
+    const bool first = !line_is_cut_;
+    const std::string_view piece = text_.substr(line_begin_);
     line_is_cut_ = true;
-    TakeLine(text_.substr(line_begin_));
+    if (first) {
+      TakeLine(piece);
+    } else {
+      TakeMore(piece);
+    }
+    line_begin_ = text_.size();
   }
-  if (HasBody() && text_.size() - body_begin_ > max_statement_) {
+  if (HasBody() && (body_is_too_long_ || text_.size() - body_begin_ > limit)) {
     body_is_too_long_ = true;
     body_begin_ = line_begin_;
   }
-  if (!line_is_cut_) return;
-  // The last bytes, ";" or ";\r", decide whether a statement ends.
-  constexpr std::size_t kKept = 2;
-  line_begin_ = text_.size() - std::min(kKept, text_.size());
-  if (HasBody()) {
-    body_is_too_long_ = true;
-    body_begin_ = line_begin_;
-  }
+}
+
+std::string_view WithoutHole(std::string_view line) noexcept {
+  line.remove_prefix(std::min(line.find_first_not_of('\0'), line.size()));
+  return line;
+}
+
+std::unique_ptr<Splitter> MakeLinesSplitter(const SplitterOptions& /*options*/) {
+  return std::make_unique<PlainSplitter>('\n');
+}
+
+std::unique_ptr<Splitter> MakeNulSplitter(const SplitterOptions& /*options*/) {
+  return std::make_unique<PlainSplitter>('\0');
 }
 
 }  // namespace tarn::host

@@ -1,24 +1,26 @@
 #include "logs/log_time.h"
 
 #include <algorithm>
-#include <array>
 #include <chrono>
+#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
+#include <limits>
+#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <tuple>
 
-#include "sql/text.h"
+#include "logs/scan.h"
 
 namespace tarn::host {
 namespace {
 
-constexpr std::int32_t kSecondsPerMinute = 60;
-constexpr std::int32_t kSecondsPerHour = 3600;
-constexpr std::int64_t kSecondsPerDay = 86'400;
+using std::chrono::microseconds;
 
 // The number of two digits at `at`, of which the first may be a blank: " 9" -> 9.
 int TwoDigits(std::string_view text, std::size_t at) noexcept {
@@ -26,131 +28,123 @@ int TwoDigits(std::string_view text, std::size_t at) noexcept {
   return (text[at] == ' ' ? 0 : text[at] - '0') * kTen + (text[at + 1] - '0');
 }
 
-// Removes a date and a time to the second from `text` and returns the seconds since 1970-01-01
-// 00:00:00. Returns nothing if there are none.
-std::optional<std::int64_t> TakeWallSeconds(std::string_view& text) {
-  constexpr std::string_view kPattern = "9999-99-99 99:99:99";
-  constexpr std::string_view kOldPattern = "999999 99:99:99";
+// Removes a date and a time to the second from `text` and returns it since 1970. Returns nothing if
+// there is none.
+std::optional<microseconds> TakeSeconds(std::string_view& text) {
   constexpr int kHundred = 100;
-  int year = 0;
-  std::size_t month_at = 0;
-  std::size_t day_at = 0;
-  std::size_t size = 0;
-  if (BeginsLike(text, kPattern) || BeginsLike(text, "9999-99-99T99:99:99")) {
-    year = TwoDigits(text, 0) * kHundred + TwoDigits(text, 2);
-    month_at = 5;
-    day_at = 8;
-    size = kPattern.size();
-  } else if (BeginsLike(text, kOldPattern) || BeginsLike(text, "999999  9:99:99")) {
-    constexpr int kCentury = 2000;
-    year = kCentury + TwoDigits(text, 0);
-    month_at = 2;
-    day_at = 4;
-    size = kOldPattern.size();
-  } else {
+  const bool dashes =
+      BeginsLike(text, "9999-99-99T99:99:99") || BeginsLike(text, "9999-99-99 99:99:99");
+  if (!dashes && !BeginsLike(text, "999999 99:99:99") && !BeginsLike(text, "999999  9:99:99")) {
     return std::nullopt;
   }
-  const std::chrono::year_month_day date{
-      std::chrono::year(year), std::chrono::month(static_cast<unsigned>(TwoDigits(text, month_at))),
-      std::chrono::day(static_cast<unsigned>(TwoDigits(text, day_at)))};
-  const int hour = TwoDigits(text, size - 8);
-  const int minute = TwoDigits(text, size - 5);
-  const int second = TwoDigits(text, size - 2);
+  const std::string_view taken = TakeBytes(text, dashes ? 19 : 15);
+  const auto number = [taken](std::size_t at) { return TwoDigits(taken, at); };
+  const std::size_t end = taken.size();
+  // The old form has only the last two digits of a year of this century.
+  const int year = dashes ? number(0) * kHundred + number(2) : 20 * kHundred + number(0);
+  const auto month = static_cast<unsigned>(number(dashes ? 5 : 2));
+  const auto day = static_cast<unsigned>(number(end - 11));
+  const std::chrono::year_month_day date{std::chrono::year(year), std::chrono::month(month),
+                                         std::chrono::day(day)};
+  const std::chrono::hours hours(number(end - 8));
+  const std::chrono::minutes minutes(number(end - 5));
+  const std::chrono::seconds seconds(number(end - 2));
   // A leap second has the number 60.
-  if (!date.ok() || hour > 23 || minute > 59 || second > 60) return std::nullopt;
-  text.remove_prefix(size);
-  const std::int32_t of_day = hour * kSecondsPerHour + minute * kSecondsPerMinute + second;
-  return std::chrono::sys_days(date).time_since_epoch().count() * kSecondsPerDay + of_day;
+  if (!date.ok() || hours.count() > 23 || minutes.count() > 59 || seconds.count() > 60) {
+    return std::nullopt;
+  }
+  return std::chrono::sys_days(date).time_since_epoch() + hours + minutes + seconds;
 }
 
-// Removes a fraction such as ".123456" from `text` and returns it in microseconds. Digits after the
-// sixth do not count.
-std::int64_t TakeFraction(std::string_view& text) {
-  if (!BeginsLike(text, ".9")) return 0;
-  constexpr int kTen = 10;
-  std::int64_t digit_worth = 100'000;
-  std::int64_t microseconds = 0;
+// Removes a fraction such as ".123456" from `text`. Digits after the sixth do not count.
+microseconds TakeFraction(std::string_view& text) noexcept {
+  microseconds fraction(0);
+  if (!BeginsLike(text, ".9")) return fraction;
   text.remove_prefix(1);
-  for (; !text.empty() && IsDigit(text[0]); text.remove_prefix(1), digit_worth /= kTen) {
-    microseconds += digit_worth * (text[0] - '0');
+  microseconds worth(100'000);
+  for (const char digit : TakeDigits(text)) {
+    fraction += (digit - '0') * worth;
+    worth /= 10;
   }
-  return microseconds;
+  return fraction;
 }
 
 // Removes a zone from `text` and returns its seconds ahead of UTC: "Z" -> 0; "+01:00", "+01",
 // "+0100" and " CET" -> 3600; an unknown name -> nothing.
 std::optional<std::int32_t> TakeZone(std::string_view& text) {
-  struct Zone {
-    std::string_view name;
-    int hours;
-  };
-  static constexpr std::array<Zone, 24> kZones{
-      {{"UTC", 0},  {"GMT", 0},   {"WET", 0},   {"Z", 0},    {"WEST", 1}, {"BST", 1},
-       {"CET", 1},  {"CEST", 2},  {"EET", 2},   {"EEST", 3}, {"MSK", 3},  {"JST", 9},
-       {"KST", 9},  {"AEST", 10}, {"AEDT", 11}, {"EST", -5}, {"EDT", -4}, {"CST", -6},
-       {"CDT", -5}, {"MST", -7},  {"MDT", -6},  {"PST", -8}, {"PDT", -7}, {"NZST", 12}}};
+  constexpr std::int32_t kMinute = 60;
+  constexpr std::int32_t kHour = 3600;
+  static const std::map<std::string_view, int> kZones{
+      {"UTC", 0},  {"GMT", 0},   {"WET", 0},   {"Z", 0},    {"WEST", 1}, {"BST", 1},
+      {"CET", 1},  {"CEST", 2},  {"EET", 2},   {"EEST", 3}, {"MSK", 3},  {"JST", 9},
+      {"KST", 9},  {"AEST", 10}, {"AEDT", 11}, {"EST", -5}, {"EDT", -4}, {"CST", -6},
+      {"CDT", -5}, {"MST", -7},  {"MDT", -6},  {"PST", -8}, {"PDT", -7}, {"NZST", 12}};
+  if (TakePrefix(text, "Z")) return 0;
   std::string_view rest = text;
-  if (rest.starts_with(' ')) rest.remove_prefix(1);
+  TakePrefix(rest, " ");
   if (BeginsLike(rest, "+99") || BeginsLike(rest, "-99")) {
-    int seconds = TwoDigits(rest, 1) * kSecondsPerHour;
     const int sign = rest[0] == '-' ? -1 : 1;
+    std::int32_t seconds = TwoDigits(rest, 1) * kHour;
     rest.remove_prefix(3);
     if (BeginsLike(rest, ":99")) rest.remove_prefix(1);
-    if (BeginsLike(rest, "99")) {
-      seconds += TwoDigits(rest, 0) * kSecondsPerMinute;
-      rest.remove_prefix(2);
-    }
+    if (BeginsLike(rest, "99")) seconds += TwoDigits(TakeBytes(rest, 2), 0) * kMinute;
     text = rest;
     return sign * seconds;
   }
-  std::size_t end = 0;
-  while (end < rest.size() && rest[end] >= 'A' && rest[end] <= 'Z') ++end;
-  const std::string_view name = rest.substr(0, end);
-  const auto* const zone = std::find_if(kZones.begin(), kZones.end(),
-                                        [name](const Zone& one) { return one.name == name; });
-  if (end > 0) text = rest.substr(end);
-  if (zone == kZones.end()) return std::nullopt;
-  return zone->hours * kSecondsPerHour;
+  const auto* const end =
+      std::find_if(rest.begin(), rest.end(), [](char c) { return c < 'A' || c > 'Z'; });
+  const std::string_view name = TakeBytes(rest, static_cast<std::size_t>(end - rest.begin()));
+  if (name.empty()) return std::nullopt;
+  text = rest;
+  const auto zone = kZones.find(name);
+  return zone == kZones.end() ? std::nullopt : std::optional(zone->second * kHour);
 }
 
 }  // namespace
 
-bool BeginsLike(std::string_view text, std::string_view pattern) noexcept {
-  return text.size() >= pattern.size() &&
-         std::equal(pattern.begin(), pattern.end(), text.begin(),
-                    [](char p, char c) { return p == '9' ? IsDigit(c) : p == c; });
+std::tuple<std::int64_t, std::int64_t, bool> SortKey(const std::optional<LogTime>& time) noexcept {
+  constexpr std::int64_t kLast = std::numeric_limits<std::int64_t>::max();
+  if (!time) return {kLast, kLast, false};
+  return {time->Instant(), time->wall_microseconds, time->offset_seconds.has_value()};
+}
+
+void WidenSpan(std::optional<LogTime>& first, std::optional<LogTime>& last,
+               const std::optional<LogTime>& time) {
+  if (!time) return;
+  if (SortKey(time) < SortKey(first)) first = time;
+  if (!last || SortKey(time) > SortKey(last)) last = time;
 }
 
 std::optional<LogTime> TakeLogTime(std::string_view& text) {
-  constexpr std::int64_t kMicrosecondsPerSecond = 1'000'000;
-  const auto seconds = TakeWallSeconds(text);
+  std::string_view rest = text;
+  const auto seconds = TakeSeconds(rest);
   if (!seconds) return std::nullopt;
-  LogTime time{*seconds * kMicrosecondsPerSecond, std::nullopt};
-  time.wall_microseconds += TakeFraction(text);
-  time.offset_seconds = TakeZone(text);
-  return time;
+  text = rest;
+  const microseconds wall = *seconds + TakeFraction(text);
+  return LogTime{wall.count(), TakeZone(text)};
+}
+
+std::optional<LogTime> TakeEpochTime(std::string_view& text) {
+  constexpr double kMicroseconds = 1e6;
+  constexpr double kMost = 253'402'300'799;  // 9999-12-31 23:59:59
+  const double seconds = TakeNumber<double>(text).value_or(-1);
+  if (!(seconds >= 0 && seconds <= kMost)) return std::nullopt;
+  return LogTime{std::llround(seconds * kMicroseconds), 0};
 }
 
 std::string FormatLogTime(const LogTime& time) {
-  using std::chrono::days;
-  using std::chrono::floor;
-  const std::chrono::sys_time<std::chrono::microseconds> wall{
-      std::chrono::microseconds(time.wall_microseconds)};
-  const auto day = floor<days>(wall);
-  const std::chrono::year_month_day date(day);
-  const std::chrono::hh_mm_ss clock(floor<std::chrono::seconds>(wall - day));
+  constexpr int kMinutesPerHour = 60;
+  const auto wall = std::chrono::floor<std::chrono::seconds>(microseconds(time.wall_microseconds));
+  const std::time_t seconds = wall.count();
+  std::tm fields{};
+  gmtime_r(&seconds, &fields);
   char text[64];
-  std::snprintf(text, sizeof text, "%04d-%02u-%02u %02d:%02d:%02d", static_cast<int>(date.year()),
-                static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()),
-                static_cast<int>(clock.hours().count()), static_cast<int>(clock.minutes().count()),
-                static_cast<int>(clock.seconds().count()));
-  std::string result = text;
+  std::string result(text, std::strftime(text, sizeof text, "%F %T", &fields));
   const std::int32_t offset = time.offset_seconds.value_or(0);
   if (offset != 0) {
-    constexpr int kMinute = 60;
-    const int minutes = std::abs(offset) / kMinute;
-    std::snprintf(text, sizeof text, "%c%02d:%02d", offset < 0 ? '-' : '+', minutes / kMinute,
-                  minutes % kMinute);
+    const int minutes = std::abs(offset) / kMinutesPerHour;
+    std::snprintf(text, sizeof text, "%c%02d:%02d", offset < 0 ? '-' : '+',
+                  minutes / kMinutesPerHour, minutes % kMinutesPerHour);
     result += text;
   }
   return result;

@@ -1,9 +1,11 @@
+// Times in logs. Any thread may call the functions.
 #pragma once
 
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <tuple>
 
 namespace tarn::host {
 
@@ -21,9 +23,17 @@ struct LogTime {
   }
 };
 
+// Sorts times. Of two times at one instant, the one with the later wall clock is the later:
+// 12:00+02:00 is after 10:00Z. No time comes last, and no two different times have the same key.
+std::tuple<std::int64_t, std::int64_t, bool> SortKey(const std::optional<LogTime>& time) noexcept;
+
+// Extends the span from `first` to `last` by `time`, if it is known. The order of calls does not
+// matter.
+void WidenSpan(std::optional<LogTime>& first, std::optional<LogTime>& last,
+               const std::optional<LogTime>& time);
+
 // The time by the log's own clock to the second, and its offset if that is known and not 0:
-// "2026-11-24 09:05:00", "2026-11-24 09:05:00+01:00". Any thread may call it, and the functions
-// below.
+// "2026-11-24 09:05:00", "2026-11-24 09:05:00+01:00".
 std::string FormatLogTime(const LogTime& time);
 
 // Removes the time at the start of `text`, with the fraction and the zone if they follow, and
@@ -32,10 +42,11 @@ std::string FormatLogTime(const LogTime& time);
 // zone is an offset or a common abbreviation; with any other the offset is unknown.
 std::optional<LogTime> TakeLogTime(std::string_view& text);
 
+// Removes a time in seconds since 1970-01-01 00:00:00 UTC from the start of `text` and returns it,
+// at offset 0: "1764000000.123". Returns nothing before that time and after the year 9999.
+std::optional<LogTime> TakeEpochTime(std::string_view& text);
+
 // As TakeLogTime, but `text` stays as it is.
 inline std::optional<LogTime> LogTimeAt(std::string_view text) { return TakeLogTime(text); }
-
-// Whether `text` begins like `pattern`, in which "9" is any digit: "12:30 x" begins like "99:99".
-bool BeginsLike(std::string_view text, std::string_view pattern) noexcept;
 
 }  // namespace tarn::host

@@ -1,5 +1,3 @@
-#include "logs/format_splitters.h"
-
 #include <algorithm>
 #include <array>
 #include <cstddef>
@@ -12,9 +10,10 @@
 #include <utility>
 #include <vector>
 
+#include "logs/formats.h"
 #include "logs/line_splitter.h"
 #include "logs/postgres_messages.h"
-#include "logs/postgres_prefix.h"
+#include "logs/scan.h"
 #include "sql/text.h"
 
 namespace tarn::host {
@@ -22,15 +21,158 @@ namespace {
 
 constexpr std::size_t kNoPlace = std::string_view::npos;
 
+constexpr std::array<std::string_view, 12> kSeverities{"LOG",     "ERROR",  "FATAL",  "PANIC",
+                                                       "WARNING", "NOTICE", "INFO",   "DEBUG1",
+                                                       "DEBUG2",  "DEBUG3", "DEBUG4", "DEBUG5"};
+// The words before the lines that add to a message.
+constexpr std::array<std::string_view, 6> kSupplements{"DETAIL",  "HINT",     "QUERY",
+                                                       "CONTEXT", "LOCATION", "STATEMENT"};
+
 bool IsOneOf(std::string_view word, std::span<const std::string_view> words) noexcept {
   return std::find(words.begin(), words.end(), word) != words.end();
 }
 
-constexpr std::array<std::string_view, 12> kSeverities{"LOG",     "ERROR",  "FATAL",  "PANIC",
-                                                       "WARNING", "NOTICE", "INFO",   "DEBUG1",
-                                                       "DEBUG2",  "DEBUG3", "DEBUG4", "DEBUG5"};
-constexpr std::array<std::string_view, 6> kSupplements{"DETAIL",  "HINT",     "QUERY",
-                                                       "CONTEXT", "LOCATION", "STATEMENT"};
+// The word before ":  " at the start of `text`, in any language: "LOG:  ready" -> "LOG"; empty if
+// there is none.
+std::string_view SeverityAt(std::string_view text) noexcept {
+  constexpr std::size_t kLongest = 40;
+  const std::size_t colon = text.substr(0, kLongest).find(":  ");
+  if (colon == kNoPlace) return {};
+  const std::string_view word = text.substr(0, colon);
+  const bool capitals = std::all_of(word.begin(), word.end(), [](char c) {
+    return (c >= 'A' && c <= 'Z') || IsDigit(c) || (c & 0x80) != 0;
+  });
+  return capitals ? word : std::string_view();
+}
+
+// A log_line_prefix such as "%m [%p] %q%u@%d ". Any thread may call its Read.
+class Prefix {
+ public:
+  explicit Prefix(std::string_view pattern) {
+    std::string literal;
+    while (!pattern.empty()) {
+      if (!TakePrefix(pattern, "%")) {
+        literal += TakeBytes(pattern, 1);
+      } else if (TakePrefix(pattern, "%")) {
+        literal += '%';
+      } else {
+        // A field may have a width to which it is padded: "%-10u".
+        TakePrefix(pattern, "-");
+        TakeDigits(pattern);
+        if (pattern.empty()) break;
+        parts_.push_back({std::exchange(literal, {}), TakeBytes(pattern, 1)[0]});
+      }
+    }
+    parts_.push_back({literal, '\0'});
+  }
+
+  // Reads the prefix at the start of `line` into `message`, which has no other fields yet. Returns
+  // the rest, which begins with a severity, or nothing if the line begins in another way; `message`
+  // may have some fields then.
+  std::optional<std::string_view> Read(std::string_view line, PostgresMessage& message) const {
+    for (std::size_t i = 0; i < parts_.size(); ++i) {
+      const char field = parts_[i].field;
+      if (!TakePrefix(line, parts_[i].literal)) return std::nullopt;
+      // A process without a session ends its prefix at "%q".
+      if (field == '\0' || (field == 'q' && !SeverityAt(line).empty())) break;
+      if (field != 'q' && !TakeField(field, parts_[i + 1], line, message)) return std::nullopt;
+    }
+    return SeverityAt(line).empty() ? std::nullopt : std::optional(line);
+  }
+
+ private:
+  // A literal and the letter of the field after it, or '\0' after the last: "%p [%u" ->
+  // {"", 'p'}, {" [", 'u'}, {"", '\0'}.
+  struct Part {
+    std::string literal;
+    char field;
+  };
+
+  // Removes the value of `field`, which the `next` part follows, from `line`. False if it is none.
+  static bool TakeField(char field, const Part& next, std::string_view& line,
+                        PostgresMessage& message) {
+    switch (field) {
+      case 'm':
+      case 't':
+        return (message.time = TakeLogTime(line)).has_value();
+      case 'n':
+        return (message.time = TakeEpochTime(line)).has_value();
+      case 's':
+        return TakeLogTime(line).has_value();
+      default:
+        break;
+    }
+    line.remove_prefix(std::min(line.find_first_not_of(' '), line.size()));
+    if (field == 'p' || field == 'l') {
+      const std::string_view number = TakeDigits(line);
+      if (field == 'p' && message.session.empty()) message.session = number;
+      return !number.empty();
+    }
+    const std::size_t end = EndOfText(line, next);
+    if (end == kNoPlace) return false;
+    const std::string_view value = Trimmed(TakeBytes(line, end));
+    if (field == 'u') message.user = value;
+    if (field == 'd') message.database = value;
+    if (field == 'h') message.host = value;
+    // "10.0.0.1(5678)" -> "10.0.0.1"
+    if (field == 'r') message.host = value.substr(0, value.find('('));
+    if (field == 'c') message.session = value;
+    if (field == 'e') message.sqlstate = value;
+    if (field == 'Q') message.query_id = value;
+    return true;
+  }
+
+  // The size of a field that ends at the literal of the `next` part. The last field ends at the
+  // first such literal that has a severity after it: "%u@%d " in "a@b c LOG:  x" -> "a" and "b c".
+  static std::size_t EndOfText(std::string_view line, const Part& next) {
+    if (next.literal.empty()) return std::min(line.find(' '), line.size());
+    std::size_t end = line.find(next.literal);
+    while (end != kNoPlace && next.field == '\0' &&
+           SeverityAt(line.substr(end + next.literal.size())).empty()) {
+      end = line.find(next.literal, end + 1);
+    }
+    return end;
+  }
+
+  std::vector<Part> parts_;
+};
+
+// Reads a prefix of an unknown form, of which only a time at its start and a process in brackets
+// are used, if they are there: "2026-11-24 09:05:00 shop [1234] ".
+std::optional<std::string_view> ReadAnyPrefix(std::string_view line, PostgresMessage& message) {
+  constexpr std::size_t kMostLooked = 1000;
+  const std::string_view head = line.substr(0, kMostLooked);
+  for (std::size_t mark = head.find(":  "); mark != kNoPlace; mark = head.find(":  ", mark + 1)) {
+    std::size_t begin = mark;
+    while (begin > 0 &&
+           (IsDigit(head[begin - 1]) || (head[begin - 1] >= 'A' && head[begin - 1] <= 'Z')))
+      --begin;
+    const std::string_view severity = head.substr(begin, mark - begin);
+    if (!IsOneOf(severity, kSeverities) && !IsOneOf(severity, kSupplements)) continue;
+    std::string_view rest = head.substr(0, begin);
+    message.time = TakeLogTime(rest);
+    const std::size_t open = rest.find('[');
+    const std::size_t close = rest.find(']', std::min(open, rest.size()));
+    if (close != kNoPlace) message.session = rest.substr(open + 1, close - open - 1);
+    return line.substr(begin);
+  }
+  return std::nullopt;
+}
+
+// As Prefix::Read, for prefixes of the usual forms and, if it is none of them, of any other form.
+std::optional<std::string_view> ReadUsualPrefix(std::string_view line, PostgresMessage& message) {
+  // The default of Debian, which fits that of the server, too, then those of Amazon RDS and of
+  // Cloud SQL, and forms that are often advised.
+  static const std::array kUsual{Prefix("%m [%p] %q%u@%d "), Prefix("%t:%r:%u@%d:[%p]:"),
+                                 Prefix("%m [%p]: [%l-1] db=%d,user=%u "),
+                                 Prefix("%t [%p]: [%l-1] user=%u,db=%d,app=%a,client=%h "),
+                                 Prefix("%t [%p]: [%l-1] user=%u,db=%d ")};
+  for (const Prefix& prefix : kUsual) {
+    if (const auto rest = prefix.Read(line, message)) return rest;
+    message = {};
+  }
+  return ReadAnyPrefix(line, message);
+}
 
 // The text that syslog adds before a line: "Nov 24 09:05:00 db1 postgres[1234]: [5-1] ".
 struct SyslogStamp {
@@ -40,101 +182,30 @@ struct SyslogStamp {
 };
 
 std::optional<SyslogStamp> TakeSyslogStamp(std::string_view& line) {
-  constexpr std::string_view kDigits = "0123456789";
-  constexpr std::string_view kMark = "]: [";
   // The stamp is shorter even if the host's name is long.
   constexpr std::size_t kMostLooked = 400;
-  const std::size_t mark = line.substr(0, kMostLooked).find(kMark);
+  const std::size_t mark = line.substr(0, kMostLooked).find("]: [");
   if (mark == kNoPlace) return std::nullopt;
   const std::size_t open = line.rfind('[', mark);
   // If a blank is before "[1234]: [1-1] ", that is the server's own prefix.
   if (open == kNoPlace || open == 0 || line[open - 1] == ' ') return std::nullopt;
-  const std::string_view process = line.substr(open + 1, mark - open - 1);
-  std::string_view rest = line.substr(mark + kMark.size());
-  const std::size_t dash = rest.find_first_not_of(kDigits);
-  if (process.find_first_not_of(kDigits) != kNoPlace || dash == kNoPlace || rest[dash] != '-') {
-    return std::nullopt;
-  }
-  rest.remove_prefix(dash + 1);
-  const std::size_t end = rest.find_first_not_of(kDigits);
-  if (end == kNoPlace || !rest.substr(end).starts_with("] ")) return std::nullopt;
-  line = rest.substr(end + 2);
-  return SyslogStamp{process, rest.substr(0, end)};
+  SyslogStamp stamp;
+  std::string_view rest = line.substr(open + 1);
+  stamp.process = TakeDigits(rest);
+  if (!TakePrefix(rest, "]: [")) return std::nullopt;
+  TakeDigits(rest);
+  if (!TakePrefix(rest, "-")) return std::nullopt;
+  stamp.line_number = TakeDigits(rest);
+  if (!TakePrefix(rest, "] ")) return std::nullopt;
+  line = rest;
+  return stamp;
 }
-
-// Reads prefixes of the form that a person has given, or of the usual forms.
-class PrefixReader {
- public:
-  explicit PrefixReader(const std::string& format) {
-    // The defaults of the server, of Debian, of Amazon RDS and of Cloud SQL, and forms that are
-    // often advised.
-    static constexpr std::array<std::string_view, 7> kUsual{
-        "%m [%p] ",
-        "%m [%p] %q%u@%d ",
-        "%t:%r:%u@%d:[%p]:",
-        "%m [%p]: [%l-1] db=%d,user=%u ",
-        "%t [%p]: [%l-1] user=%u,db=%d,app=%a,client=%h ",
-        "%t [%p]: [%l-1] user=%u,db=%d ",
-        ""};
-    if (!format.empty()) {
-      prefixes_.emplace_back(format);
-    } else {
-      for (const std::string_view usual : kUsual) prefixes_.emplace_back(usual);
-    }
-  }
-
-  std::optional<std::string_view> Read(std::string_view line, PostgresMessage& message) {
-    for (std::size_t tried = 0; tried < prefixes_.size(); ++tried) {
-      // The form of the last line is tried first, as lines of one log have one form.
-      const std::size_t index = (last_ + tried) % prefixes_.size();
-      if (const auto rest = prefixes_[index].Read(line, message)) {
-        last_ = index;
-        return rest;
-      }
-      message = {};
-    }
-    return prefixes_.size() > 1 ? ReadAny(line, message) : std::nullopt;
-  }
-
- private:
-  // Reads a prefix of any other form, of which only a time at its start and a process in brackets
-  // are used, if they are there: "2026-11-24 09:05:00 shop [1234] ".
-  static std::optional<std::string_view> ReadAny(std::string_view line, PostgresMessage& message) {
-    constexpr std::size_t kMostLooked = 1000;
-    const std::string_view head = line.substr(0, kMostLooked);
-    std::size_t mark = 0;
-    std::size_t begin = 0;
-    for (;; mark += 1) {
-      mark = head.find(":  ", mark);
-      if (mark == kNoPlace) return std::nullopt;
-      begin = mark;
-      while (begin > 0 && head[begin - 1] >= '0' && head[begin - 1] <= 'Z') --begin;
-      const std::string_view word = head.substr(begin, mark - begin);
-      const std::size_t colon = word.rfind(':');
-      if (colon != kNoPlace) begin += colon + 1;
-      const std::string_view severity = head.substr(begin, mark - begin);
-      if (IsOneOf(severity, kSeverities) || IsOneOf(severity, kSupplements)) break;
-    }
-    std::string_view rest = head.substr(0, begin);
-    message.time = TakeLogTime(rest);
-    const std::size_t open = rest.find('[');
-    const std::size_t close = rest.find(']', std::min(open, rest.size()));
-    if (open != kNoPlace && close != kNoPlace) {
-      message.session = rest.substr(open + 1, close - open - 1);
-    }
-    return line.substr(begin);
-  }
-
-  std::vector<PostgresPrefix> prefixes_;
-  std::size_t last_ = 0;
-};
 
 class PostgresLogSplitter final : public LineSplitter {
  public:
-  explicit PostgresLogSplitter(const SplitterOptions& options)
-      : LineSplitter(options), prefix_(options.prefix), messages_(options.max_statement) {}
-
-  std::string WhyEmpty() const override { return messages_.WhyEmpty(); }
+  explicit PostgresLogSplitter(const std::string& prefix) {
+    if (!prefix.empty()) prefix_.emplace(prefix);
+  }
 
  private:
   // A message of which more lines may follow.
@@ -144,66 +215,52 @@ class PostgresLogSplitter final : public LineSplitter {
     std::string* target = nullptr;
     bool too_long = false;
   };
-  // The open messages by their processes.
-  using OpenMessages = std::map<std::string, Open, std::less<>>;
 
   // No server has more processes at one time.
   static constexpr std::size_t kMostOpen = 10'000;
 
   void EndInput() override {
     CloseAll();
+    LineSplitter::EndInput();
     messages_.Flush(Out());
   }
 
   void TakeLine(std::string_view line) override {
+    line = WithoutHole(line);
     if (line.ends_with('\r')) line.remove_suffix(1);
     const std::optional<SyslogStamp> stamp = TakeSyslogStamp(line);
-    // A line that begins with a tab continues a message, even if a prefix is in it.
-    if (stamp ? stamp->line_number == "1" : !line.starts_with('\t')) {
-      PostgresMessage message;
-      if (const auto rest = prefix_.Read(line, message)) {
-        TakeHead(*rest, std::move(message), stamp);
-        return;
-      }
-    }
-    const auto open = stamp ? open_.find(stamp->process) : open_.find(last_);
-    if (open == open_.end()) return;
-    std::string_view text = line;
-    // Syslog writes a tab as "#011".
-    constexpr std::string_view kWrittenTab = "#011";
-    if (text.starts_with('\t')) {
-      Append(open->second, "\n", text.substr(1));
-    } else if (stamp && text.starts_with(kWrittenTab)) {
-      Append(open->second, "\n", text.substr(kWrittenTab.size()));
-    } else if (stamp) {
-      TakeSyslogLine(open->second, text);
-    }
-  }
-
-  // Takes a line of syslog that is not the first of its message: a DETAIL or STATEMENT, or the rest
-  // of a long line that syslog has split.
-  void TakeSyslogLine(Open& open, std::string_view text) {
     PostgresMessage message;
-    const auto rest = prefix_.Read(text, message);
-    if (!rest || !TakeSupplement(open, *rest)) Append(open, "", text);
+    std::optional<std::string_view> head;
+    // A line that begins with a tab continues a message, even if a prefix is in it. Syslog writes
+    // the tab as "#011".
+    std::string_view text = line;
+    const bool continues = TakePrefix(text, "\t") || (stamp && TakePrefix(text, "#011"));
+    if (!continues) {
+      head = prefix_ ? prefix_->Read(line, message) : ReadUsualPrefix(line, message);
+    }
+    const std::string process(stamp ? stamp->process : head ? message.session : last_);
+    const auto open = open_.find(process);
+    const bool supplement = head && IsOneOf(SeverityAt(*head), kSupplements);
+    if (open != open_.end() && supplement) {
+      AddSupplement(open->second, *head);
+    } else if (head && (!stamp || stamp->line_number == "1")) {
+      // Only syslog may mix the lines of several messages.
+      if (!stamp || open_.size() >= kMostOpen || open_bytes_ > Out().max_statement) {
+        CloseAll();
+      } else if (open != open_.end()) {
+        Close(open->second);
+        open_.erase(open);
+      }
+      if (!supplement) Begin(process, *head, std::move(message));
+    } else if (open != open_.end() && (continues || stamp)) {
+      // Syslog splits a long line, and the rest of it begins without a tab.
+      Append(open->second, continues ? "\n" : "", text);
+    }
   }
 
-  void TakeHead(std::string_view rest, PostgresMessage&& message,
-                const std::optional<SyslogStamp>& stamp) {
-    const std::string process(stamp ? stamp->process : message.session);
-    const auto known = open_.find(process);
-    if (known != open_.end() && TakeSupplement(known->second, rest)) return;
-    const std::string_view severity = SeverityAt(rest);
-    // Only syslog may mix the lines of several messages.
-    if (!stamp || open_.size() >= kMostOpen || open_bytes_ > MaxStatement()) {
-      CloseAll();
-    } else if (known != open_.end()) {
-      Close(known->second);
-      open_.erase(known);
-    }
-    if (IsOneOf(severity, kSupplements)) return;
+  void Begin(const std::string& process, std::string_view head, PostgresMessage&& message) {
     if (message.session.empty()) message.session = process;
-    message.severity = severity;
+    message.severity = SeverityAt(head);
     // A server writes "[unknown]" while a client logs in.
     for (std::string* name : {&message.user, &message.database, &message.host}) {
       if (*name == "[unknown]") name->clear();
@@ -211,24 +268,22 @@ class PostgresLogSplitter final : public LineSplitter {
     Open& open = open_[process];
     open.message = std::move(message);
     open.target = &open.message.text;
-    Append(open, "", rest.substr(severity.size() + 3));
+    Append(open, "", head.substr(open.message.severity.size() + 3));
     last_ = process;
   }
 
-  // Takes a line such as "DETAIL:  ..." that adds to the message. False if `rest` is another line.
-  bool TakeSupplement(Open& open, std::string_view rest) {
-    const std::string_view severity = SeverityAt(rest);
-    if (!IsOneOf(severity, kSupplements)) return false;
-    open.target = severity == "DETAIL"      ? &open.message.detail
-                  : severity == "STATEMENT" ? &open.message.statement
-                                            : nullptr;
-    Append(open, "", rest.substr(severity.size() + 3));
-    return true;
+  // Adds a line such as "DETAIL:  ..." to the message.
+  void AddSupplement(Open& open, std::string_view head) {
+    const std::string_view word = SeverityAt(head);
+    open.target = word == "DETAIL"      ? &open.message.detail
+                  : word == "STATEMENT" ? &open.message.statement
+                                        : nullptr;
+    Append(open, "", head.substr(word.size() + 3));
   }
 
   void Append(Open& open, std::string_view before, std::string_view text) {
     if (open.target == nullptr) return;
-    if (LineIsCut() || open.target->size() + text.size() > MaxStatement()) {
+    if (LineIsCut() || open.target->size() + text.size() > Out().max_statement) {
       open.too_long = true;
       text = {};
     }
@@ -242,17 +297,16 @@ class PostgresLogSplitter final : public LineSplitter {
     open_bytes_ = 0;
   }
 
-  void Close(const Open& open) {
-    if (open.too_long) {
-      Out().CountTooLong();
-    } else {
-      messages_.Take(open.message, Out());
-    }
+  void Close(Open& open) {
+    if (open.too_long) return Out().CountTooLong();
+    messages_.Take(std::move(open.message), Out());
   }
 
-  PrefixReader prefix_;
+  // The form of prefix that a person has given.
+  std::optional<Prefix> prefix_;
   PostgresMessages messages_;
-  OpenMessages open_;
+  // By process.
+  std::map<std::string, Open> open_;
   std::size_t open_bytes_ = 0;
   // The process of the last message. Lines without a prefix continue that message.
   std::string last_;
@@ -261,15 +315,14 @@ class PostgresLogSplitter final : public LineSplitter {
 }  // namespace
 
 std::unique_ptr<Splitter> MakePostgresLogSplitter(const SplitterOptions& options) {
-  return std::make_unique<PostgresLogSplitter>(options);
+  return std::make_unique<PostgresLogSplitter>(options.prefix);
 }
 
 bool BeginsPostgresLogEntry(std::string_view line) {
   if (line.find(":  ") == kNoPlace) return false;
-  const bool syslog = TakeSyslogStamp(line).has_value();
-  if (!syslog && !LogTimeAt(line)) return false;
+  if (!TakeSyslogStamp(line) && !LogTimeAt(line)) return false;
   PostgresMessage message;
-  return PrefixReader({}).Read(line, message).has_value();
+  return ReadUsualPrefix(line, message).has_value();
 }
 
 }  // namespace tarn::host

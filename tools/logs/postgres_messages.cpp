@@ -2,14 +2,13 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <system_error>
 #include <utility>
 
+#include "logs/scan.h"
 #include "sql/text.h"
 
 namespace tarn::host {
@@ -18,56 +17,29 @@ namespace {
 // No server has more sessions at one time.
 constexpr std::size_t kMostWaiting = 10'000;
 
-bool TakePrefix(std::string_view& text, std::string_view prefix) noexcept {
-  if (!text.starts_with(prefix)) return false;
-  text.remove_prefix(prefix.size());
-  return true;
-}
-
 // Removes a duration from `text` and returns it in seconds: "duration: 1.5 ms" -> 0.0015. Returns
 // nothing if there is none, or, counting it, if no server can mean it.
 std::optional<double> TakeDuration(std::string_view& text, Found& found) {
   constexpr double kMillisecondsPerSecond = 1000;
   std::string_view rest = text;
   if (!TakePrefix(rest, "duration: ")) return std::nullopt;
-  double milliseconds = 0;
-  const auto [end, error] = std::from_chars(rest.data(), rest.data() + rest.size(), milliseconds);
-  rest.remove_prefix(static_cast<std::size_t>(end - rest.data()));
+  const std::optional<double> milliseconds = TakeNumber<double>(rest);
   if (!TakePrefix(rest, " ms")) return std::nullopt;
   text = rest;
-  return found.PossibleSeconds(error == std::errc() ? milliseconds / kMillisecondsPerSecond : -1);
-}
-
-// The statement in a message, and whether the message reports its execution and not its parsing or
-// binding: "bind s1: select 1" -> {"select 1", false}.
-struct Named {
-  std::string_view text;
-  bool executed;
-};
-
-std::optional<Named> NamedStatement(std::string_view text) {
-  if (TakePrefix(text, "statement: ")) return Named{Trimmed(text), true};
-  const bool executed = text.starts_with("execute ");
-  if (!executed && !text.starts_with("parse ") && !text.starts_with("bind ")) return std::nullopt;
-  const std::size_t colon = text.find(": ");
-  if (colon == std::string_view::npos) return std::nullopt;
-  return Named{Trimmed(text.substr(colon + 2)), executed};
+  return found.PossibleSeconds(milliseconds.value_or(-1) / kMillisecondsPerSecond);
 }
 
 // The statement in auto_explain's text: "Query Text: select 1\nResult  (cost=..." -> "select 1".
 std::string_view StatementBeforePlan(std::string_view text) {
   if (!TakePrefix(text, "Query Text: ")) return {};
-  std::size_t line_begin = 0;
-  while (line_begin < text.size()) {
-    const std::size_t line_end = std::min(text.find('\n', line_begin), text.size());
-    const std::string_view line = text.substr(line_begin, line_end - line_begin);
-    if (line_begin > 0 && (line.starts_with("Query Parameters: ") ||
-                           line.find("  (cost=") != std::string_view::npos)) {
-      break;
-    }
-    line_begin = line_end + 1;
+  std::size_t end = text.find('\n');
+  while (end < text.size()) {
+    const std::size_t next = text.find('\n', end + 1);
+    const std::string_view line = text.substr(end + 1, next - end - 1);
+    if (line.starts_with("Query Parameters: ") || line.find("  (cost=") < line.size()) break;
+    end = next;
   }
-  return Trimmed(text.substr(0, line_begin));
+  return text.substr(0, end);
 }
 
 // Whether a message reports a statement or a duration in another language than English, as the
@@ -83,152 +55,119 @@ bool IsForeign(std::string_view text) {
 
 }  // namespace
 
-void PostgresMessages::Take(const PostgresMessage& message, Found& found) {
-  ++found.entries;
-  found.AddTime(message.time);
-  if (message.severity == "LOG") {
-    TakeLog(message, found);
-  } else if (message.severity == "ERROR" || message.severity == "FATAL" ||
-             message.severity == "PANIC") {
-    TakeError(message, found);
-  }
-}
-
-PostgresMessages::Waiting PostgresMessages::Describe(const PostgresMessage& message,
-                                                     std::string_view statement,
-                                                     std::optional<double> seconds) {
-  std::string_view parameters = message.detail;
-  if (!TakePrefix(parameters, "parameters: ") && !TakePrefix(parameters, "Parameters: ")) {
-    parameters = {};
-  }
-  return {{.time = message.time,
-           .user = message.user,
-           .database = message.database,
-           .host = message.host,
-           .detail = std::string(parameters),
-           .statement = std::string(statement),
-           .query_id = message.query_id == "0" ? "" : message.query_id},
-          seconds};
-}
-
-void PostgresMessages::TakeLog(const PostgresMessage& message, Found& found) {
-  std::string_view text = message.text;
-  const std::size_t whole_size = text.size();
-  const std::optional<double> seconds = TakeDuration(text, found);
-  const bool timed = text.size() < whole_size;
-  if (timed && text.empty()) {
-    if (auto waiting = TakeWaiting(message.session)) {
-      waiting->seconds = seconds;
-      Add(*std::move(waiting), true, found);
-    }
-    return;
-  }
-  if (timed && !TakePrefix(text, "  ")) return;
-  if (timed && TakePrefix(text, "plan:\n")) {
-    const std::string_view planned = StatementBeforePlan(text);
-    if (!planned.empty()) {
-      TakePlanned(Describe(message, planned, seconds), message.session, found);
-    }
-    return;
-  }
-  const std::optional<Named> named = NamedStatement(text);
-  if (!named) {
-    foreign_ = foreign_ || IsForeign(text);
-    return;
-  }
-  if (!timed && !named->executed) return;
-  Waiting statement = Describe(message, named->text, seconds);
-  if (!timed) {
-    AddWaiting(message.session, found);
-    Wait(std::move(statement), message.session, found);
-    return;
-  }
-  if (named->executed) {
-    // If the statement that waits is the same, auto_explain has already reported this execution.
-    const Waiting* const waiting = FindWaiting(message.session);
-    if (waiting != nullptr && waiting->message.statement == named->text) {
-      TakeWaiting(message.session);
-    }
-    AddWaiting(message.session, found);
-  }
-  Add(std::move(statement), named->executed, found);
-}
-
-void PostgresMessages::TakePlanned(Waiting planned, std::string_view session, Found& found) {
-  const Waiting* const waiting = FindWaiting(session);
-  if (waiting != nullptr && !waiting->seconds) {
-    if (waiting->message.statement != planned.message.statement) {
-      // A statement that waits calls a function, and this statement is within it.
-      Add(std::move(planned), true, found);
+void PostgresMessages::Take(PostgresMessage&& message, Found& found) {
+  found.CountEntry(message.time);
+  const Report report = Read(message, found);
+  const auto waiting = waiting_.find(message.session);
+  const bool any = waiting != waiting_.end();
+  const bool same = any && waiting->second.statement == message.statement;
+  switch (report) {
+    case Report::kNothing:
       return;
-    }
-    TakeWaiting(session);
+    case Report::kDuration:
+      if (!any) return;
+      waiting->second.seconds = message.seconds;
+      return Add(Remove(waiting), true, found);
+    case Report::kPrepared:
+      return Add(std::move(message), false, found);
+    case Report::kFailed:
+      if (!same) return Add(std::move(message), false, found);
+      waiting->second.sqlstate = message.sqlstate;
+      return Add(Remove(waiting), true, found);
+    case Report::kPlanned:
+      // A statement that waits may call a function, and the planned one is within it.
+      if (any && !same && !waiting->second.seconds) return Add(std::move(message), true, found);
+      break;
+    case Report::kBegun:
+    case Report::kExecuted:
+      break;
   }
-  AddWaiting(session, found);
-  Wait(std::move(planned), session, found);
+  if (any) {
+    PostgresMessage before = Remove(waiting);
+    // Two successive reports of one statement are on one execution if only the later can be its
+    // end.
+    const bool one_execution =
+        same && (report == Report::kExecuted || (report == Report::kPlanned && !before.seconds));
+    if (!one_execution) Add(std::move(before), true, found);
+  }
+  if (report == Report::kExecuted) return Add(std::move(message), true, found);
+  Wait(std::move(message), found);
 }
 
-void PostgresMessages::TakeError(const PostgresMessage& message, Found& found) {
-  const std::string_view statement = Trimmed(message.statement);
-  if (statement.empty()) return;
-  const Waiting* const waiting = FindWaiting(message.session);
-  const bool announced = waiting != nullptr && waiting->message.statement == statement;
-  Waiting failed = announced ? *TakeWaiting(message.session) : Describe(message, statement, {});
-  failed.message.sqlstate = message.sqlstate.empty() ? message.severity : message.sqlstate;
-  Add(std::move(failed), announced, found);
+PostgresMessages::Report PostgresMessages::Read(PostgresMessage& message, Found& found) {
+  std::string_view parameters = message.detail;
+  const bool any = TakePrefix(parameters, "parameters: ") || TakePrefix(parameters, "Parameters: ");
+  message.detail = any ? std::string(parameters) : "";
+  if (message.severity == "ERROR" || message.severity == "FATAL" || message.severity == "PANIC") {
+    if (message.sqlstate.empty()) message.sqlstate = message.severity;
+    message.statement = Trimmed(message.statement);
+    return message.statement.empty() ? Report::kNothing : Report::kFailed;
+  }
+  message.sqlstate.clear();
+  if (message.severity != "LOG") return Report::kNothing;
+  std::string_view text = message.text;
+  message.seconds = TakeDuration(text, found);
+  const bool timed = text.size() < message.text.size();
+  if (timed && text.empty()) return Report::kDuration;
+  if (timed && !TakePrefix(text, "  ")) return Report::kNothing;
+
+  Report report = timed ? Report::kExecuted : Report::kBegun;
+  if (timed && TakePrefix(text, "plan:\n")) {
+    report = Report::kPlanned;
+    text = StatementBeforePlan(text);
+    if (text.empty()) return Report::kNothing;
+  } else if (!TakePrefix(text, "statement: ")) {
+    // "execute s1: select $1"
+    const std::size_t colon = text.find(": ");
+    if (timed && (text.starts_with("parse ") || text.starts_with("bind "))) {
+      report = Report::kPrepared;
+    } else if (!text.starts_with("execute ")) {
+      if (IsForeign(text)) {
+        found.summary.why_empty = "its messages are in another language: set lc_messages = 'C'";
+      }
+      return Report::kNothing;
+    }
+    if (colon == std::string_view::npos) return Report::kNothing;
+    text.remove_prefix(colon + 2);
+  }
+  message.statement = Trimmed(text);
+  message.text.clear();
+  return report;
 }
 
-const PostgresMessages::Waiting* PostgresMessages::FindWaiting(std::string_view session) const {
-  const auto waiting = waiting_.find(session);
-  return waiting == waiting_.end() ? nullptr : &waiting->second;
+void PostgresMessages::Wait(PostgresMessage&& statement, Found& found) {
+  waiting_bytes_ += statement.statement.size() + statement.detail.size();
+  std::string session = std::move(statement.session);
+  waiting_.insert_or_assign(std::move(session), std::move(statement));
+  if (waiting_.size() > kMostWaiting || waiting_bytes_ > found.max_statement) Flush(found);
 }
 
-std::optional<PostgresMessages::Waiting> PostgresMessages::TakeWaiting(std::string_view session) {
-  const auto waiting = waiting_.find(session);
-  if (waiting == waiting_.end()) return std::nullopt;
-  Waiting statement = std::move(waiting->second);
-  waiting_bytes_ -= statement.message.statement.size() + statement.message.detail.size();
+PostgresMessage PostgresMessages::Remove(Waiting::iterator waiting) {
+  PostgresMessage statement = std::move(waiting->second);
   waiting_.erase(waiting);
+  waiting_bytes_ -= statement.statement.size() + statement.detail.size();
   return statement;
 }
 
-void PostgresMessages::Wait(Waiting waiting, std::string_view session, Found& found) {
-  waiting_bytes_ += waiting.message.statement.size() + waiting.message.detail.size();
-  waiting_.insert_or_assign(std::string(session), std::move(waiting));
-  if (waiting_.size() > kMostWaiting || waiting_bytes_ > most_bytes_) Flush(found);
-}
-
-void PostgresMessages::AddWaiting(std::string_view session, Found& found) {
-  if (auto waiting = TakeWaiting(session)) Add(*std::move(waiting), true, found);
-}
-
-void PostgresMessages::Add(Waiting waiting, bool executed, Found& found) {
-  PostgresMessage& message = waiting.message;
-  if (message.statement.empty()) return;
-  const auto keep = [&found](std::string& text) -> std::string_view {
-    if (text.empty()) return {};
-    return found.owned.emplace_back(std::move(text));
-  };
-  found.statements.push_back({keep(message.statement),
-                              {.seconds = waiting.seconds,
-                               .time = message.time,
-                               .user = found.Share(&Execution::user, message.user),
-                               .database = found.Share(&Execution::database, message.database),
-                               .host = found.Share(&Execution::host, message.host),
-                               .parameters = keep(message.detail),
-                               .query_id = keep(message.query_id),
-                               .error = keep(message.sqlstate),
-                               .executed = executed}});
+void PostgresMessages::Add(PostgresMessage&& statement, bool executed, Found& found) {
+  if (statement.statement.empty()) return;
+  if (statement.query_id == "0") statement.query_id.clear();
+  const std::string_view text = found.Own(std::move(statement.statement));
+  found.Add(text, {.seconds = statement.seconds,
+                   .time = statement.time,
+                   .user = found.Share(&Execution::user, statement.user),
+                   .database = found.Share(&Execution::database, statement.database),
+                   .host = found.Share(&Execution::host, statement.host),
+                   .parameters = found.Own(std::move(statement.detail)),
+                   .query_id = found.Own(std::move(statement.query_id)),
+                   .error = found.Own(std::move(statement.sqlstate)),
+                   .executed = executed});
 }
 
 void PostgresMessages::Flush(Found& found) {
-  for (auto& [session, waiting] : waiting_) Add(std::move(waiting), true, found);
+  for (auto& [session, statement] : waiting_) Add(std::move(statement), true, found);
   waiting_.clear();
   waiting_bytes_ = 0;
-}
-
-std::string PostgresMessages::WhyEmpty() const {
-  return foreign_ ? "its messages are in another language: set lc_messages = 'C'" : "";
 }
 
 }  // namespace tarn::host

@@ -27,6 +27,8 @@ struct PostgresMessage {
   // The statement that an error ended.
   std::string statement = {};
   std::string query_id = {};
+  // The duration that `text` reports; PostgresMessages sets it.
+  std::optional<double> seconds = {};
 };
 
 // Finds the executions of statements in a server's messages, for example:
@@ -37,49 +39,39 @@ struct PostgresMessage {
 // Not thread-safe.
 class PostgresMessages {
  public:
-  // At most about `most_bytes` of statements wait for their duration.
-  explicit PostgresMessages(std::size_t most_bytes) noexcept : most_bytes_(most_bytes) {}
-
-  // Adds the statements that are over with this message to `found`, and counts an entry.
-  void Take(const PostgresMessage& message, Found& found);
+  // Adds the statements that are over with this message to `found`, and counts an entry. At most
+  // about Found::max_statement bytes of statements wait for their duration.
+  void Take(PostgresMessage&& message, Found& found);
 
   // Adds the statements that still wait for their duration.
   void Flush(Found& found);
 
-  // The reason why messages held no statement, if it is their language; otherwise empty.
-  std::string WhyEmpty() const;
-
  private:
-  // A statement that is perhaps not over.
-  struct Waiting {
-    // Its text is `statement`; `detail` has the values of its parameters alone.
-    PostgresMessage message;
-    // Known if auto_explain has reported the statement.
-    std::optional<double> seconds;
+  // The statements that are perhaps not over, by their sessions. Ordered, since strangers choose
+  // the names of sessions and could make a hash slow.
+  using Waiting = std::map<std::string, PostgresMessage, std::less<>>;
+
+  enum class Report {
+    kNothing,
+    kDuration,  // of the statement that waits
+    kBegun,     // a statement without a duration
+    kPrepared,  // the parsing or binding of a statement, with its duration
+    kExecuted,  // a statement with its duration
+    kPlanned,   // the same, by auto_explain; the server may report it once more after its end
+    kFailed,    // a statement that failed
   };
 
-  static Waiting Describe(const PostgresMessage& message, std::string_view statement,
-                          std::optional<double> seconds);
+  // Sets the statement and its seconds that `message` reports, and leaves only the values of its
+  // parameters in `detail`.
+  static Report Read(PostgresMessage& message, Found& found);
 
-  void TakeLog(const PostgresMessage& message, Found& found);
-  void TakeError(const PostgresMessage& message, Found& found);
-  // Takes a statement that auto_explain reports. The server may report it once more after its end.
-  void TakePlanned(Waiting planned, std::string_view session, Found& found);
+  void Wait(PostgresMessage&& statement, Found& found);
+  // Removes the statement that waits and returns it.
+  PostgresMessage Remove(Waiting::iterator waiting);
+  static void Add(PostgresMessage&& statement, bool executed, Found& found);
 
-  void Wait(Waiting waiting, std::string_view session, Found& found);
-  // Adds the session's statement that waits, if there is one.
-  void AddWaiting(std::string_view session, Found& found);
-  void Add(Waiting waiting, bool executed, Found& found);
-  // Removes the session's statement that waits, if there is one, and returns it.
-  std::optional<Waiting> TakeWaiting(std::string_view session);
-  const Waiting* FindWaiting(std::string_view session) const;
-
-  const std::size_t most_bytes_;
+  Waiting waiting_;
   std::size_t waiting_bytes_ = 0;
-  // By session. Ordered, since strangers choose the names of sessions and could make a hash slow.
-  std::map<std::string, Waiting, std::less<>> waiting_;
-  // Whether a message was in another language.
-  bool foreign_ = false;
 };
 
 }  // namespace tarn::host

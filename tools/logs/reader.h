@@ -11,7 +11,6 @@
 
 #include "logs/formats.h"
 #include "logs/input.h"
-#include "logs/splitter.h"
 #include "sql/dialect.h"
 
 namespace tarn::host {
@@ -40,7 +39,7 @@ class StatementBatch {
  private:
   friend class StatementReader;
 
-  std::vector<char> bytes_;
+  std::vector<char> text_;
   Found found_;
   std::uint64_t first_number_ = 0;
   Dialect dialect_ = Dialect::kMysql;
@@ -91,66 +90,55 @@ class StatementReader {
   std::uint64_t BytesRead() const noexcept;
 
  private:
-  // An input and the number of its first statement among all.
+  // An open file: its first bytes until they are split, and the log that they begin or null.
+  struct File {
+    // Reads the first bytes.
+    File(const std::string& name, InputWaiter* waiter);
+
+    Input input;
+    std::vector<char> head;
+    const Format* recognized = nullptr;
+    bool begun = false;
+  };
+  // A file that was begun, and the number of its first statement among all.
   struct Start {
     std::string name;
     std::uint64_t first_number;
   };
 
-  // Opens the next file and reads its first lines. Requires: there is a next file.
-  void OpenNext();
   // Whether the open log ends before the file that was opened last.
   bool EndsBeforeFile() const noexcept;
-  void BeginFile(StatementBatch& batch);
-  // Reports the faults of the file. If the log ends with it, the texts are the splitter's Problem
-  // and WhyEmpty.
-  void EndFile(const std::string& problem, const std::string& why_empty);
-  // Requires: a log, or other text, is open.
-  void EndLog(StatementBatch& batch);
-  // Appends the next bytes of the file and returns their number.
-  std::size_t ReadBlock(StatementBatch& batch);
-  void MakeRoom(StatementBatch& batch);
-  void Split(StatementBatch& batch, bool last);
+  void BeginFile();
+  void BeginLog();
+  void ReadBlock();
+  void CloseFile() noexcept;
+  void EndLog();
+  // Reports the faults of the file whose bytes were split last.
+  void EndFile();
+  void Split(bool last);
   void AddProblem(const std::string& problem);
-  bool Stopped() const noexcept { return input_ && input_->Source().Stopped(); }
+  bool Stopped() const noexcept { return file_ && file_->input.Stopped(); }
 
   const std::vector<std::string> files_;
   const ReadOptions options_;
   InputWaiter* const waiter_;
   std::size_t next_file_ = 0;
+  std::unique_ptr<File> file_;
   // The number of bytes of the files before the open one.
   std::uint64_t bytes_before_ = 0;
-
-  // The open file, its first bytes until they are split, and the log that they begin or null.
-  std::optional<TextInput> input_;
-  std::string head_;
-  const Format* recognized_ = nullptr;
-  bool new_file_ = false;
 
   // The splitter of the open log, or of other text; null if none is open.
   std::unique_ptr<Splitter> splitter_;
   const Format* format_ = nullptr;
   std::uint64_t statements_in_log_ = 0;
-  // The range in the batch of the bytes that are still to be split.
+  // The text from `begin_` on is still to be split.
+  std::vector<char> text_;
   std::size_t begin_ = 0;
-  std::size_t end_ = 0;
-  // Those bytes, between two batches.
-  std::string begun_;
-
-  // The state of the file whose bytes were split last.
-  struct Tally {
-    // The log that its first lines begin, or null.
-    const Format* recognized = nullptr;
-    // Null if the file is empty so far.
-    std::optional<char> last_byte;
-    std::uint64_t entries = 0;
-    std::uint64_t damaged = 0;
-    std::uint64_t too_long = 0;
-    std::uint64_t impossible_times = 0;
-    // Statements before the first that was too long.
-    std::uint64_t before_too_long = 0;
-  };
-  Tally tally_;
+  // The statements for the next batch, and the facts about the file that was begun last.
+  Found found_;
+  // The log that the first lines of that file begin, or null, and whether it is empty.
+  const Format* recognized_ = nullptr;
+  bool empty_ = false;
 
   std::vector<Start> starts_;
   std::uint64_t next_number_ = 1;

@@ -1,7 +1,4 @@
-#include "logs/format_splitters.h"
-
 #include <algorithm>
-#include <charconv>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -10,8 +7,9 @@
 #include <string_view>
 #include <utility>
 
+#include "logs/formats.h"
 #include "logs/line_splitter.h"
-#include "sql/dialect.h"
+#include "logs/scan.h"
 #include "sql/text.h"
 
 namespace tarn::host {
@@ -22,14 +20,11 @@ constexpr std::string_view kTime = "# Time: ";
 constexpr std::string_view kUser = "# User@Host: ";
 constexpr std::string_view kQueryTime = "# Query_time: ";
 constexpr std::string_view kCommand = "# administrator command: ";
-constexpr std::string_view kSetTimestamp = "SET timestamp=";
 
 template <typename Number>
 std::optional<Number> NumberIn(std::string_view text) {
-  Number number{};
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
-  return number;
+  const std::optional<Number> number = TakeNumber<Number>(text);
+  return text.empty() ? number : std::nullopt;
 }
 
 // Calls `take` with each name and value of a header line: "# Schema: shop  QC_hit: No" ->
@@ -47,284 +42,253 @@ void ForEachField(std::string_view line, const Take& take) {
   }
 }
 
-std::size_t EndOfName(std::string_view line, std::size_t at) noexcept {
-  while (at < line.size() && IsWord(line[at])) ++at;
-  return at;
+std::string_view TakeWord(std::string_view& text) noexcept {
+  const auto* const end = std::find_if_not(text.begin(), text.end(), IsWord);
+  return TakeBytes(text, static_cast<std::size_t>(end - text.begin()));
 }
 
 // Whether `line` is a header such as "# Thread_id: 5  Schema: shop".
-bool IsOtherHeader(std::string_view line) noexcept {
-  if (!line.starts_with("# ")) return false;
-  const std::size_t end = EndOfName(line, 2);
-  return end > 2 && line.substr(end).starts_with(": ");
+bool IsHeader(std::string_view line) noexcept {
+  if (!TakePrefix(line, "# ")) return false;
+  return line.starts_with(kUser.substr(2)) || line.starts_with(kCommand.substr(2)) ||
+         (!TakeWord(line).empty() && line.starts_with(": "));
 }
 
 // Whether semicolons may be within the statement, for example in the body of CREATE PROCEDURE.
 bool IsRoutine(std::string_view body) {
-  constexpr std::string_view kCreate = "create";
-  if (!EqualIgnoringCase(body.substr(0, kCreate.size()), kCreate)) return false;
-  const std::string_view head = body.substr(0, body.find_first_of("(;"));
-  for (std::size_t at = 0; at < head.size();) {
-    const std::size_t end = EndOfName(head, at);
-    const std::string_view word = head.substr(at, end - at);
+  if (!EqualIgnoringCase(TakeWord(body), "create")) return false;
+  for (body = body.substr(0, body.find_first_of("(;")); !body.empty();) {
+    body.remove_prefix(1);
+    const std::string_view word = TakeWord(body);
     for (const char* kind : {"procedure", "function", "trigger", "event"}) {
       if (EqualIgnoringCase(word, kind)) return true;
     }
-    at = end + 1;
   }
   return false;
 }
 
 class SlowLogSplitter final : public LineSplitter {
- public:
-  using LineSplitter::LineSplitter;
+  // The values of an entry's header.
+  struct Entry {
+    // Without texts. The first statement gets it.
+    Execution execution;
+    std::string user;
+    std::string host;
+    std::string schema;
+    std::string error;
+    bool any_measures = false;
+    bool any_timestamp = false;
+    // The line "use shop". It is the statement if no other one follows.
+    std::string use;
+  };
+  enum class State { kOutside, kHeader, kStatement };
 
- private:
-  // The most statements of an entry, which has one in practice. Without a limit a batch would grow
-  // with the semicolons of a hostile entry.
-  static constexpr std::size_t kMostStatements = 1'000;
-
-  bool IsBetweenEntries() const override { return !HasBody() || statement_ended_; }
-
-  bool MayBeginEntry(std::string_view line) const override {
-    return statement_ended_ && line.starts_with('#');
-  }
-
-  std::string WhyCut(bool line_ended) const override {
-    const bool whole = HasBody() ? statement_ended_ : state_ != State::kHeader;
-    return whole ? LineSplitter::WhyCut(line_ended) : "ends within an entry";
-  }
+  bool IsBetweenEntries() const noexcept { return !HasBody() || statement_ended_; }
 
   void TakeLine(std::string_view line) override {
+    const std::string_view bare = WithoutHole(line);
     if (IsBetweenEntries()) {
-      if (IsHeader(line)) {
-        if (line.starts_with(kCommand)) used_.clear();
+      if (IsHeader(bare)) {
+        if (bare.starts_with(kCommand)) entry_.use.clear();
         EndEntry();
-        TakeHeader(line);
+        TakeHeader(bare);
         return;
       }
-      if (IsServerBanner(line)) {
+      if (IsServerBanner(bare)) {
         EndEntry();
         state_ = State::kOutside;
         used_database_.clear();
         return;
       }
-      if (state_ == State::kOutside || (!HasBody() && TakePreamble(line))) return;
+      // The end of the input may have cut a header.
+      if (!LineEnded() && bare.starts_with('#')) return EndBody();
+      if (state_ == State::kOutside || (!HasBody() && TakePreamble(Trimmed(bare)))) return;
     }
-    if (state_ == State::kOutside) return;
-    if (!HasBody()) BeginBody(0);
+    if (!HasBody()) BeginBody(bare);
     state_ = State::kStatement;
-    TakeEndOfLongLine(line);
+    TakeMore(line);
   }
 
-  void TakeEndOfLongLine(std::string_view end) override {
-    end = Trimmed(end);
-    if (!end.empty()) statement_ended_ = end.ends_with(';');
+  void TakeMore(std::string_view piece) override {
+    piece = Trimmed(piece);
+    if (!piece.empty()) statement_ended_ = piece.ends_with(';');
   }
 
-  void EndInput() override { EndEntry(); }
+  void EndInput() override {
+    const bool whole = HasBody() ? statement_ended_ : state_ != State::kHeader;
+    EndEntry();
+    LineSplitter::EndInput();
+    if (!whole) Out().summary.problem = "ends within an entry";
+  }
 
   void EndEntry() {
     EndBody();
     statement_ended_ = false;
-    if (state_ == State::kHeader && !used_.empty()) Add(Out().owned.emplace_back(used_));
-    used_.clear();
-  }
-
-  static bool IsHeader(std::string_view line) noexcept {
-    return line.starts_with('#') &&
-           (line.starts_with(kTime) || line.starts_with(kUser) || line.starts_with(kQueryTime) ||
-            line.starts_with(kCommand) || IsOtherHeader(line));
+    if (state_ == State::kHeader) Add(Out().Own(std::exchange(entry_.use, {})));
   }
 
   void TakeHeader(std::string_view line) {
-    if (state_ != State::kHeader || line.starts_with(kTime)) BeginHeader();
-    if (line.starts_with(kTime)) {
-      std::string_view rest = Trimmed(line.substr(kTime.size()));
-      execution_.time = TakeLogTime(rest);
-      if (execution_.time) {
-        Out().AddTime(execution_.time);
-        time_ = execution_.time;
-      } else {
-        ++Out().impossible_times;
-      }
-    } else if (line.starts_with(kUser)) {
-      if (any_measures_) BeginHeader();
-      TakeUser(line.substr(kUser.size()));
+    const bool measures = line.starts_with(kQueryTime);
+    // A server may leave out each kind of header line, so that each may be an entry's first.
+    if (state_ != State::kHeader || line.starts_with(kTime) ||
+        (entry_.any_measures && (measures || line.starts_with(kUser)))) {
+      entry_ = {};
+      state_ = State::kHeader;
+      ++Out().summary.entries;
+    }
+    if (TakePrefix(line, kTime)) {
+      const std::optional<LogTime> time = LogTimeAt(Trimmed(line));
+      if (time) time_ = time;
+      if (!time) ++Out().summary.impossible_times;
+      TakeTime(time);
+    } else if (TakePrefix(line, kUser)) {
+      TakeUser(line);
     } else if (line.starts_with(kCommand)) {
       // "# administrator command: Ping;" -> "administrator command: Ping"
-      std::string_view command = Trimmed(line.substr(2));
-      if (command.ends_with(';')) command.remove_suffix(1);
-      Add(command);
+      line = Trimmed(line.substr(2));
+      if (line.ends_with(';')) line.remove_suffix(1);
+      Add(line);
       state_ = State::kOutside;
     } else {
-      if (line.starts_with(kQueryTime) && any_measures_) BeginHeader();
-      ForEachField(
-          line, [this](std::string_view name, std::string_view value) { TakeField(name, value); });
+      entry_.any_measures = entry_.any_measures || measures;
+      ForEachField(line, [this](auto name, auto value) { TakeField(name, value); });
     }
   }
 
-  // Begins an entry at its first header line. A server may leave out each kind of header line.
-  void BeginHeader() {
-    execution_ = {};
-    any_measures_ = any_timestamp_ = false;
-    schema_.clear();
-    user_.clear();
-    host_.clear();
-    state_ = State::kHeader;
-    ++Out().entries;
+  void TakeTime(const std::optional<LogTime>& time) {
+    entry_.execution.time = time;
+    WidenSpan(Out().first_time, Out().last_time, time);
   }
 
   // "shop[shop] @ web [10.0.0.1]  Id:     8" -> user "shop", host "web"
   void TakeUser(std::string_view line) {
     const std::size_t at = line.find(" @ ");
     if (at == kNoPlace) return;
-    const std::string_view user = line.substr(0, at);
-    user_ = Trimmed(user.substr(0, user.find('[')));
-    line.remove_prefix(at + 3);
-    const std::size_t bracket = std::min(line.find('['), line.size());
-    const std::string_view name = Trimmed(line.substr(0, bracket));
-    const std::string_view address = line.substr(std::min(bracket + 1, line.size()));
-    host_ = name.empty() ? address.substr(0, address.find(']')) : name;
+    const std::string_view user = TakeBytes(line, at);
+    entry_.user = Trimmed(user.substr(0, user.find('[')));
+    line.remove_prefix(3);
+    const std::string_view name = Trimmed(TakeBytes(line, line.find('[')));
+    TakePrefix(line, "[");
+    entry_.host = name.empty() ? line.substr(0, line.find(']')) : name;
   }
 
   void TakeField(std::string_view name, std::string_view value) {
-    if (name == "Query_time") {
-      any_measures_ = true;
-      execution_.seconds = Out().PossibleSeconds(NumberIn<double>(value).value_or(-1));
-    } else if (name == "Lock_time") {
-      execution_.lock_seconds = Out().PossibleSeconds(NumberIn<double>(value).value_or(-1));
-    } else if (name == "Rows_sent") {
-      execution_.rows_sent = NumberIn<std::uint64_t>(value);
-    } else if (name == "Rows_examined") {
-      execution_.rows_examined = NumberIn<std::uint64_t>(value);
-    } else if (name == "Rows_affected") {
-      execution_.rows_affected = NumberIn<std::uint64_t>(value);
-    } else if (name == "Schema") {
-      schema_ = value;
-    } else if (name == "Errno" || name == "Last_errno") {
-      error_ = value == "0" ? "" : value;
-    }
+    const auto seconds = [&] {
+      return Out().PossibleSeconds(NumberIn<double>(value).value_or(-1));
+    };
+    const auto count = [value] { return NumberIn<std::uint64_t>(value); };
+    if (name == "Query_time") entry_.execution.seconds = seconds();
+    if (name == "Lock_time") entry_.execution.lock_seconds = seconds();
+    if (name == "Rows_sent") entry_.execution.rows_sent = count();
+    if (name == "Rows_examined") entry_.execution.rows_examined = count();
+    if (name == "Rows_affected") entry_.execution.rows_affected = count();
+    if (name == "Schema") entry_.schema = value;
+    if (name == "Errno" || name == "Last_errno") entry_.error = value == "0" ? "" : value;
   }
 
   // Takes a line that the server writes between the header and the statement, such as
   // "SET timestamp=5;". False if `line` is another one.
   bool TakePreamble(std::string_view line) {
-    line = Trimmed(line);
     // Other header lines are not used: "#   InnoDB_IO_r_ops: 0"
     if (line.empty() || line.starts_with('#')) return true;
     if (!line.ends_with(';')) return false;
-    constexpr std::string_view kUse = "use ";
+    line.remove_suffix(1);
     // If "use" follows the timestamp, it is the statement and not the server's own line.
-    if (line.starts_with(kUse) && !any_timestamp_) {
-      used_ = line.substr(0, line.size() - 1);
-      std::string_view name = Trimmed(std::string_view(used_).substr(kUse.size()));
-      if (name.size() >= 2 && name[0] == '`' && name.ends_with('`')) {
+    if (line.starts_with("use ") && !entry_.any_timestamp) {
+      entry_.use = line;
+      std::string_view name = Trimmed(line.substr(4));
+      if (name.size() >= 2 && name.starts_with('`') && name.ends_with('`')) {
         name = name.substr(1, name.size() - 2);
       }
       used_database_ = name;
       return true;
     }
-    if (line.starts_with(kSetTimestamp)) {
-      any_timestamp_ = true;
-      TakeTimestamp(line.substr(kSetTimestamp.size(), line.size() - kSetTimestamp.size() - 1));
+    if (TakePrefix(line, "SET timestamp=")) {
+      entry_.any_timestamp = true;
+      TakeTimestamp(line);
       return true;
     }
     return line.starts_with("SET last_insert_id=") || line.starts_with("SET insert_id=");
   }
 
-  // Takes seconds since 1970 in UTC. If an entry has a "# Time:" too, their difference is the
-  // offset of the log's clock. An entry without "# Time:" gets its timestamp by that clock.
+  // Takes the time of the statement's start. If the entry has a "# Time:" too, their difference is
+  // the offset of the log's clock. Otherwise the entry gets its timestamp by that clock.
   void TakeTimestamp(std::string_view value) {
-    constexpr std::int64_t kMicroseconds = 1'000'000;
-    constexpr std::int64_t kMost = 253'402'300'799;  // 9999-12-31 23:59:59
-    constexpr std::int64_t kZoneStep = 900;
-    const auto seconds = NumberIn<std::int64_t>(value.substr(0, value.find('.')));
-    if (!seconds || *seconds < 0 || *seconds > kMost) {
-      ++Out().impossible_times;
-      return;
+    constexpr std::int64_t kZoneStep = 900'000'000;
+    std::optional<LogTime> time = TakeEpochTime(value);
+    if (!time || !value.empty()) {
+      ++Out().summary.impossible_times;
+    } else if (entry_.execution.time) {
+      // The server writes "# Time:" after the statement.
+      const double taken = entry_.execution.seconds.value_or(0) * 1e6;
+      const std::int64_t ahead = entry_.execution.time->wall_microseconds -
+                                 time->wall_microseconds - static_cast<std::int64_t>(taken);
+      clock_ahead_ = (ahead + kZoneStep / 2) / kZoneStep * kZoneStep;
+    } else {
+      time->wall_microseconds += clock_ahead_;
+      if (time_) time->offset_seconds = time_->offset_seconds;
+      TakeTime(time);
     }
-    if (execution_.time) {
-      const std::int64_t ahead = execution_.time->wall_microseconds / kMicroseconds - *seconds;
-      // The server writes the time after the statement, but the timestamp is that of its start.
-      const auto taken = static_cast<std::int64_t>(execution_.seconds.value_or(0));
-      zone_seconds_ = (ahead - taken + kZoneStep / 2) / kZoneStep * kZoneStep;
-      return;
-    }
-    execution_.time = LogTime{(*seconds + zone_seconds_) * kMicroseconds, 0};
-    if (time_) {
-      execution_.time->offset_seconds = time_->offset_seconds;
-    }
-    Out().AddTime(execution_.time);
   }
 
   void TakeBody(std::string_view body) override {
-    used_.clear();
-    const std::size_t semicolon = body.find(';');
-    if (IsRoutine(body) || semicolon == kNoPlace || semicolon + 1 == body.size()) {
+    // The most statements of an entry, which has one in practice. Without a limit a batch would
+    // grow with the semicolons of a hostile entry.
+    constexpr std::size_t kMostStatements = 1'000;
+    const bool one = IsRoutine(body) || body.find(';') >= body.size() - 1;
+    // A statement after a comment needs the splitter, which drops the comment.
+    constexpr std::string_view kComments = "/-#";
+    if (one && kComments.find(body.front()) == kNoPlace) {
       if (body.ends_with(';')) body.remove_suffix(1);
-      // A statement after a comment needs the splitter, which drops the comment.
-      if (body.empty() || (body[0] != '/' && body[0] != '-' && body[0] != '#')) {
-        Add(Trimmed(body));
-        return;
-      }
+      return Add(Trimmed(body));
     }
-    const auto splitter = MakeSqlSplitter({.max_statement = MaxStatement()});
+    const auto splitter = MakeSqlSplitter({});
     constexpr std::size_t kPiece = std::size_t{64} * 1024;
+    Found parts;
     std::size_t done = 0;
-    std::size_t statements = 0;
-    for (std::size_t end = 0; end < body.size() && statements < kMostStatements;) {
+    for (std::size_t end = 0; end < body.size() && parts.statements.size() <= kMostStatements;) {
       end = std::min(body.size(), end + kPiece);
-      Found parts;
       done += splitter->Split(body.substr(done, end - done), end == body.size(), parts);
-      for (const FoundStatement& part : parts.statements) {
-        if (++statements <= kMostStatements) Add(part.text);
-      }
     }
-    if (statements > kMostStatements) ++Out().damaged;
+    if (parts.statements.size() > kMostStatements) {
+      ++Out().summary.damaged;
+      parts.statements.resize(kMostStatements);
+    }
+    for (const FoundStatement& part : parts.statements) Add(part.text);
   }
 
   void Add(std::string_view statement) {
     if (statement.empty()) return;
-    if (!execution_.time && time_) execution_.time = time_;
-    execution_.user = Out().Share(&Execution::user, user_);
-    execution_.host = Out().Share(&Execution::host, host_);
-    execution_.database =
-        Out().Share(&Execution::database, schema_.empty() ? used_database_ : schema_);
-    if (!error_.empty()) execution_.error = Out().owned.emplace_back(std::exchange(error_, {}));
-    Out().statements.push_back({statement, std::exchange(execution_, {})});
+    Execution execution = std::exchange(entry_.execution, {});
+    if (!execution.time) execution.time = time_;
+    execution.user = Out().Share(&Execution::user, entry_.user);
+    execution.host = Out().Share(&Execution::host, entry_.host);
+    execution.database =
+        Out().Share(&Execution::database, entry_.schema.empty() ? used_database_ : entry_.schema);
+    execution.error = Out().Own(std::exchange(entry_.error, {}));
+    Out().Add(statement, execution);
   }
 
-  enum class State { kOutside, kHeader, kStatement };
-
   State state_ = State::kOutside;
-  // The values of the header, until a statement gets them.
-  Execution execution_;
-  bool any_measures_ = false;
-  bool any_timestamp_ = false;
-  std::string error_;
-  std::string user_;
-  std::string host_;
-  std::string schema_;
-  // The database of the last "use", which the server writes if another database is used.
-  std::string used_database_;
-  // The "use" line of the entry. It is the statement if no other one follows.
-  std::string used_;
-  // The last "# Time:", which older servers leave out within the same second.
-  std::optional<LogTime> time_;
-  std::int64_t zone_seconds_ = 0;
+  Entry entry_;
   // Whether the entry's last line so far ends with a semicolon.
   bool statement_ended_ = false;
+  // The database of the last "use", which the server writes if another database is used.
+  std::string used_database_;
+  // The last "# Time:", which older servers leave out within the same second.
+  std::optional<LogTime> time_;
+  // The microseconds by which the log's clock is ahead of UTC.
+  std::int64_t clock_ahead_ = 0;
 };
 
 }  // namespace
 
-std::unique_ptr<Splitter> MakeSlowLogSplitter(const SplitterOptions& options) {
-  return std::make_unique<SlowLogSplitter>(options);
+std::unique_ptr<Splitter> MakeSlowLogSplitter(const SplitterOptions& /*options*/) {
+  return std::make_unique<SlowLogSplitter>();
 }
 
 bool BeginsSlowLogEntry(std::string_view line) {
-  if (line.starts_with(kTime)) return LogTimeAt(line.substr(kTime.size())).has_value();
+  if (TakePrefix(line, kTime)) return LogTimeAt(line).has_value();
   if (line.starts_with(kUser)) return line.find(" @ ") != kNoPlace;
   return line.starts_with(kQueryTime) && line.find("Lock_time: ") != kNoPlace;
 }

@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "logs/log_time.h"
@@ -43,6 +44,28 @@ struct FoundStatement {
   Execution execution = {};
 };
 
+// Statements of more bytes than this are left out if a person sets no other limit.
+inline constexpr std::size_t kMaxStatement = std::size_t{64} << 20U;
+
+// The facts about a file that a person is told at its end.
+struct Summary {
+  // The number of entries of a log, with statements or without.
+  std::uint64_t entries = 0;
+  std::uint64_t statements = 0;
+  // The number of entries that are left out since they are damaged.
+  std::uint64_t damaged = 0;
+  // The number of statements that are left out since they are too long, and the number of
+  // statements before the first of them.
+  std::uint64_t too_long = 0;
+  std::uint64_t before_too_long = 0;
+  // The number of times that no server can mean. Their statements are untimed.
+  std::uint64_t impossible_times = 0;
+  // A fault of the whole input, such as "ends inside a quote that begins in line 3".
+  std::string problem;
+  // The reason why a log with entries holds no statement, if its entries show it.
+  std::string why_empty;
+};
+
 // The results of calls of Splitter::Split. Not thread-safe.
 struct Found {
   std::vector<FoundStatement> statements;
@@ -52,49 +75,47 @@ struct Found {
   // The earliest and the latest time in the log, even if their entries hold no statement.
   std::optional<LogTime> first_time;
   std::optional<LogTime> last_time;
-  // The number of entries of a log, with statements or without.
-  std::uint64_t entries = 0;
-  // The number of entries that are left out since they are damaged.
-  std::uint64_t damaged = 0;
-  // The number of statements that are left out since they are too long, and the number of
-  // statements before the first of them.
-  std::uint64_t too_long = 0;
-  std::size_t before_too_long = 0;
-  // The number of times that no server can mean. Their statements are untimed.
-  std::uint64_t impossible_times = 0;
+  Summary summary;
+  // The most bytes of a statement. A splitter keeps at most about as many of one that has begun.
+  std::size_t max_statement = kMaxStatement;
 
-  // Keeps the memory of `statements`.
+  // Removes the statements and the times. Keeps the memory of `statements`.
   void Clear() {
     statements.clear();
     owned.clear();
     first_time = last_time = std::nullopt;
-    entries = damaged = too_long = impossible_times = 0;
   }
-  // `text` as a view of `owned`, for the statement that is added next. Statements that follow one
-  // another often share a text, such as a user's name; then it is kept once.
+  // Adds a statement, or counts it if it is too long.
+  void Add(std::string_view text, const Execution& execution = {}) {
+    if (text.size() > max_statement) return CountTooLong();
+    statements.emplace_back(text, execution);
+    ++summary.statements;
+  }
+  void CountTooLong() noexcept {
+    if (summary.too_long++ == 0) summary.before_too_long = summary.statements;
+  }
+  // `text` as a view of `owned`.
+  std::string_view Own(std::string text) {
+    return text.empty() ? std::string_view() : owned.emplace_back(std::move(text));
+  }
+  // As Own, for the statement that is added next. Statements that follow one another often share a
+  // text, such as a user's name; then it is kept once.
   std::string_view Share(std::string_view Execution::*field, std::string_view text) {
-    if (text.empty()) return {};
-    if (!statements.empty() && statements.back().execution.*field == text) {
-      return statements.back().execution.*field;
-    }
-    return owned.emplace_back(text);
+    const bool same = !statements.empty() && statements.back().execution.*field == text;
+    return same ? statements.back().execution.*field : Own(std::string(text));
   }
-  // Extends the span of times by `time`, if it is known.
-  void AddTime(const std::optional<LogTime>& time) {
-    if (!time) return;
-    if (!first_time || time->Instant() < first_time->Instant()) first_time = time;
-    if (!last_time || time->Instant() > last_time->Instant()) last_time = time;
+  // Counts an entry of a log, which has this time.
+  void CountEntry(const std::optional<LogTime>& time) {
+    ++summary.entries;
+    WidenSpan(first_time, last_time, time);
   }
   // `seconds`, or nothing for a time that no server can mean, which is counted. A server whose
   // clock is set back prints 18446744073708.796870, for example.
   std::optional<double> PossibleSeconds(double seconds) noexcept {
     constexpr double kTenYears = 10 * 366 * 86'400.0;
     if (seconds >= 0 && seconds <= kTenYears) return seconds;
-    ++impossible_times;
+    ++summary.impossible_times;
     return std::nullopt;
-  }
-  void CountTooLong() noexcept {
-    if (too_long++ == 0) before_too_long = statements.size();
   }
 };
 

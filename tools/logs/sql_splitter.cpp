@@ -1,13 +1,13 @@
-#include "logs/format_splitters.h"
-
 #include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
+#include "logs/formats.h"
 #include "sql/dialect.h"
 #include "sql/opaque.h"
 #include "sql/text.h"
@@ -17,10 +17,7 @@ namespace {
 
 class SqlSplitter final : public Splitter {
  public:
-  explicit SqlSplitter(const SplitterOptions& options)
-      : rules_(RulesOf(options.dialect)),
-        opaque_(options.dialect),
-        max_statement_(options.max_statement) {
+  explicit SqlSplitter(Dialect dialect) : rules_(RulesOf(dialect)), opaque_(dialect) {
     SetDelimiter(";");
   }
 
@@ -30,14 +27,15 @@ class SqlSplitter final : public Splitter {
     found_ = &found;
     // Each of the functions returns false if it needs a byte that has not arrived.
     while (opaque_.Kind() != Opaque::kNone ? PassOpaque()
-           : in_delimiter_line_            ? PassDelimiterLine()
+           : new_delimiter_                ? PassDelimiterLine()
                                            : PassCode()) {
     }
     if (last) {
       if (opaque_.Kind() == Opaque::kNone) EndOwnLine(text.size());
       Finish(text.size(), text.size());
     }
-    ResolveOpening();
+    FindOpenedLine();
+    if (last) ReportOpen();
     DropTooLong();
     const std::size_t done = begin_;
     CountLinesTo(std::max(counted_, done));
@@ -47,17 +45,6 @@ class SqlSplitter final : public Splitter {
     if (line_begin_ != kNoPlace) line_begin_ -= std::min(line_begin_, done);
     begin_ = 0;
     return done;
-  }
-
-  std::string Problem() const override {
-    std::string problem = delimiter_problem_;
-    const bool comment = opaque_.Kind() == Opaque::kBlockComment || opaque_.InExecutableComment();
-    if (comment || opaque_.Kind() == Opaque::kText || opaque_.Kind() == Opaque::kName) {
-      if (!problem.empty()) problem += "; ";
-      problem += std::string("ends inside a ") + (comment ? "comment" : "quote") +
-                 " that begins in line " + std::to_string(opened_line_);
-    }
-    return problem;
   }
 
  private:
@@ -76,127 +63,115 @@ class SqlSplitter final : public Splitter {
   }
 
   void StopAt(char c) noexcept { stops_[static_cast<unsigned char>(c)] = true; }
-
-  bool PassCode() {
-    while (position_ < text_.size()) {
-      const char c = text_[position_];
-      if (!stops_[static_cast<unsigned char>(c)]) {
-        if (blank_so_far_ && IsBlank(c)) {
-          begin_ = ++position_;
-          continue;
-        }
-        if (!blank_so_far_ || Lower(c) != 'd' || !rules_.delimiter_lines) {
-          blank_so_far_ = false;
-          do {
-            ++position_;
-          } while (position_ < text_.size() &&
-                   !stops_[static_cast<unsigned char>(text_[position_])]);
-          continue;
-        }
-      }
-      const Step step = PassStop(c);
-      if (step != Step::kOn) return step == Step::kChanged;
-    }
-    return false;
+  bool StopsAt(std::size_t at) const noexcept {
+    return stops_[static_cast<unsigned char>(text_[at])];
   }
 
-  enum class Step { kOn, kChanged, kWait };
-
-  // Looks at the byte `c` at which reading stopped.
-  Step PassStop(char c) {
-    const std::string_view rest = text_.substr(position_);
-    if (c == delimiter_[0] && !opaque_.InExecutableComment()) {
-      if (!last_ && rest.size() < delimiter_.size() && delimiter_.starts_with(rest)) {
-        return Step::kWait;
+  bool PassCode() {
+    while (position_ < text_.size() && !StopsAt(position_)) {
+      if (blank_so_far_ && IsBlank(text_[position_])) {
+        begin_ = ++position_;
+      } else if (blank_so_far_ && rules_.delimiter_lines && Lower(text_[position_]) == 'd') {
+        if (!PassLetterD()) return false;
+        if (new_delimiter_) return true;
+      } else {
+        blank_so_far_ = false;
+        do {
+          ++position_;
+        } while (position_ < text_.size() && !StopsAt(position_));
       }
+    }
+    return position_ < text_.size() && PassStop();
+  }
+
+  // Takes the byte at the position as code without a meaning of its own.
+  bool PassOther() noexcept {
+    blank_so_far_ = false;
+    ++position_;
+    return true;
+  }
+
+  // Looks at the byte at which reading stopped.
+  bool PassStop() {
+    const std::string_view rest = text_.substr(position_);
+    if (rest[0] == delimiter_[0] && !opaque_.InExecutableComment()) {
+      if (!last_ && rest.size() < delimiter_.size() && delimiter_.starts_with(rest)) return false;
       if (rest.starts_with(delimiter_)) {
         line_begin_ = kNoPlace;
         Finish(position_, position_ + delimiter_.size());
-        return Step::kOn;
+        return true;
       }
     }
-    if (c == '\n') {
-      PassLineEnd();
-      return Step::kOn;
+    if (rest[0] == '\n') {
+      EndOwnLine(position_);
+      line_begin_ = ++position_;
+      if (blank_so_far_) begin_ = position_;
+      return true;
     }
-    if (blank_so_far_ && Lower(c) == 'd' && rules_.delimiter_lines) return PassLetterD(rest);
     const bool was_executable = opaque_.InExecutableComment();
     const std::size_t size = opaque_.Open(text_.substr(begin_), position_ - begin_, last_);
-    if (size == OpaqueReader::kUndecided) return Step::kWait;
+    if (size == OpaqueReader::kUndecided) return false;
     if (size == 0) return PassOther();
     line_begin_ = kNoPlace;
     const bool comment =
         opaque_.Kind() == Opaque::kLineComment || opaque_.Kind() == Opaque::kBlockComment;
+    if (!comment) blank_so_far_ = false;
     if (!was_executable) {
       opened_at_ = position_;
       opened_line_ = 0;
     }
-    if (!comment) blank_so_far_ = false;
     position_ += size;
-    return opaque_.Kind() == Opaque::kNone ? Step::kOn : Step::kChanged;
-  }
-
-  // Takes the byte at the position as code without a meaning of its own.
-  Step PassOther() noexcept {
-    blank_so_far_ = false;
-    ++position_;
-    return Step::kOn;
+    return true;
   }
 
   bool PassOpaque() {
     const bool line_comment = opaque_.Kind() == Opaque::kLineComment;
-    const std::size_t end = begin_ + opaque_.Pass(text_.substr(begin_), position_ - begin_, last_);
-    position_ = end;
+    position_ = begin_ + opaque_.Pass(text_.substr(begin_), position_ - begin_, last_);
     if (blank_so_far_) begin_ = position_;
     if (opaque_.Kind() != Opaque::kNone) return false;
     if (line_comment) line_begin_ = position_;
     return true;
   }
 
-  Step PassLetterD(std::string_view rest) {
+  // Passes the word "delimiter" at the start of a line of its own, or else one letter.
+  bool PassLetterD() {
     constexpr std::string_view kDelimiter = "delimiter";
-    const std::size_t size = std::min(rest.size(), kDelimiter.size());
-    if (!EqualIgnoringCase(rest.substr(0, size), kDelimiter.substr(0, size))) return PassOther();
-    if (rest.size() <= kDelimiter.size()) return last_ ? PassOther() : Step::kWait;
-    if (!IsBlank(rest[size])) return PassOther();
-    in_delimiter_line_ = true;
-    new_delimiter_.clear();
-    delimiter_ends_ = false;
-    position_ += size;
-    begin_ = position_;
-    return Step::kChanged;
+    const std::string_view rest = text_.substr(position_);
+    const std::string_view word = rest.substr(0, kDelimiter.size());
+    if (!EqualIgnoringCase(word, kDelimiter.substr(0, word.size()))) return PassOther();
+    if (rest.size() <= kDelimiter.size()) return last_ && PassOther();
+    if (!IsBlank(rest[word.size()])) return PassOther();
+    new_delimiter_.emplace();
+    begin_ = position_ += word.size();
+    return true;
   }
 
-  // Keeps only the bytes of the line that the longest delimiter may have.
+  // Keeps only the bytes of the line that the longest delimiter may have, and one more.
   bool PassDelimiterLine() {
     // The limit of MySQL's own client is 15 bytes.
     constexpr std::size_t kLongest = 64;
     const std::size_t end = std::min(text_.find('\n', position_), text_.size());
-    for (; position_ < end && !delimiter_ends_; ++position_) {
+    for (; position_ < end; ++position_) {
       const char c = text_[position_];
-      delimiter_ends_ = IsBlank(c) ? !new_delimiter_.empty() : new_delimiter_.size() > kLongest;
-      if (!IsBlank(c)) new_delimiter_ += c;
+      if (new_delimiter_->size() > kLongest || (new_delimiter_->empty() && IsBlank(c))) continue;
+      *new_delimiter_ += c;
     }
-    position_ = begin_ = end;
+    begin_ = end;
     if (end == text_.size() && !last_) return false;
-    in_delimiter_line_ = false;
-    if (new_delimiter_.size() > kLongest) {
+    const std::string delimiter =
+        new_delimiter_->substr(0, new_delimiter_->find_first_of(" \t\v\f\r"));
+    new_delimiter_.reset();
+    if (delimiter.size() > kLongest) {
       CountLinesTo(std::max(counted_, end));
-      delimiter_problem_ = "the delimiter in line " + std::to_string(line_) +
-                           " is longer than 64 bytes and was ignored";
-    } else if (!new_delimiter_.empty()) {
-      SetDelimiter(new_delimiter_);
+      found_->summary.problem = "the delimiter in line " + std::to_string(line_) +
+                                " is longer than 64 bytes and was ignored";
+    } else if (!delimiter.empty()) {
+      SetDelimiter(delimiter);
     }
     return true;
   }
 
-  // Takes the end of a line, which ends a statement if the line is "GO" or "/".
-  void PassLineEnd() {
-    EndOwnLine(position_);
-    line_begin_ = ++position_;
-    if (blank_so_far_) begin_ = position_;
-  }
-
+  // Ends the statement before the line that ends at the index `end`, if the line is "GO" or "/".
   void EndOwnLine(std::size_t end) {
     if (!rules_.go_lines || line_begin_ == kNoPlace) return;
     const std::string_view line = Trimmed(text_.substr(line_begin_, end - line_begin_));
@@ -209,7 +184,7 @@ class SqlSplitter final : public Splitter {
       found_->CountTooLong();
       too_long_ = false;
     } else if (!blank_so_far_ && end > begin_) {
-      found_->statements.push_back({Trimmed(text_.substr(begin_, end - begin_)), {}});
+      found_->Add(Trimmed(text_.substr(begin_, end - begin_)));
     }
     blank_so_far_ = true;
     begin_ = position_ = std::max(begin_, next);
@@ -219,16 +194,28 @@ class SqlSplitter final : public Splitter {
   // since they decide the meaning of a quote after them: E'it\'s'.
   void DropTooLong() noexcept {
     constexpr std::size_t kKept = 2;
-    if (text_.size() - begin_ <= max_statement_ || position_ < begin_ + kKept) return;
+    if (text_.size() - begin_ <= found_->max_statement || position_ < begin_ + kKept) return;
     too_long_ = !blank_so_far_;
     begin_ = position_ - kKept;
   }
 
-  void ResolveOpening() {
+  // Counts the lines before the open quote or comment, while its opening mark is in the text.
+  void FindOpenedLine() {
     const bool open = opaque_.Kind() != Opaque::kNone || opaque_.InExecutableComment();
     if (!open || opened_line_ != 0) return;
     CountLinesTo(opened_at_);
     opened_line_ = line_;
+  }
+
+  // Reports the quote or comment that is open at the end of the input.
+  void ReportOpen() {
+    const Opaque kind = opaque_.Kind();
+    const bool comment = kind == Opaque::kBlockComment || opaque_.InExecutableComment();
+    if (!comment && kind != Opaque::kText && kind != Opaque::kName) return;
+    std::string& problem = found_->summary.problem;
+    if (!problem.empty()) problem += "; ";
+    problem += std::string("ends inside a ") + (comment ? "comment" : "quote") +
+               " that begins in line " + std::to_string(opened_line_);
   }
 
   // Counts lines up to the index `end`. No byte is counted twice, even if many quotes begin.
@@ -240,33 +227,29 @@ class SqlSplitter final : public Splitter {
 
   const DialectRules& rules_;
   OpaqueReader opaque_;
-  const std::size_t max_statement_;
   std::string delimiter_;
   // The bytes that may have a meaning in code, such as quotes. All others are passed at once.
   std::array<bool, 256> stops_{};
-
-  // Whether the first bytes of the statement that has begun are dropped.
-  bool too_long_ = false;
+  // The text after the word "delimiter", within a line that begins with it.
+  std::optional<std::string> new_delimiter_;
 
   // The arguments of the current call of Split.
   std::string_view text_;
   bool last_ = false;
   Found* found_ = nullptr;
 
-  bool in_delimiter_line_ = false;
-  std::string new_delimiter_;
-  bool delimiter_ends_ = false;
-  std::string delimiter_problem_;
-  // The index and the line at which the open quote or comment begins. The line is 0 if it is not
-  // counted yet.
-  std::size_t opened_at_ = 0;
-  std::uint64_t opened_line_ = 0;
   // Whether the statement that has begun holds nothing but blanks and comments so far.
   bool blank_so_far_ = true;
+  // Whether the first bytes of the statement that has begun are dropped.
+  bool too_long_ = false;
   std::size_t begin_ = 0;
   std::size_t position_ = 0;
   // The index at which the line begins; kNoPlace if the line has a quote, a comment or a delimiter.
   std::size_t line_begin_ = 0;
+  // The index and the line at which the open quote or comment begins. The line is 0 if it is not
+  // counted yet.
+  std::size_t opened_at_ = 0;
+  std::uint64_t opened_line_ = 0;
   // The index up to which lines are counted, and the number of the line at it.
   std::size_t counted_ = 0;
   std::uint64_t line_ = 1;
@@ -275,7 +258,7 @@ class SqlSplitter final : public Splitter {
 }  // namespace
 
 std::unique_ptr<Splitter> MakeSqlSplitter(const SplitterOptions& options) {
-  return std::make_unique<SqlSplitter>(options);
+  return std::make_unique<SqlSplitter>(options.dialect);
 }
 
 }  // namespace tarn::host

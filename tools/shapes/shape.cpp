@@ -8,15 +8,6 @@
 namespace tarn::host {
 namespace {
 
-using TimeKey = std::tuple<std::int64_t, std::int64_t, bool>;
-
-// Sorts by time; no time comes last. No two different times have the same key.
-TimeKey KeyOf(const std::optional<LogTime>& time) noexcept {
-  constexpr std::int64_t kLast = std::numeric_limits<std::int64_t>::max();
-  if (!time) return {kLast, kLast, false};
-  return {time->Instant(), time->wall_microseconds, time->offset_seconds.has_value()};
-}
-
 // Sorts examples: the one with the smallest key is kept.
 template <typename Text>
 auto KeyOf(const BasicExample<Text>& example) noexcept {
@@ -24,7 +15,7 @@ auto KeyOf(const BasicExample<Text>& example) noexcept {
   // The slowest example has the smallest key. One without a duration comes after all others.
   const std::int64_t slowness =
       example.microseconds ? -static_cast<std::int64_t>(*example.microseconds) : 1;
-  return std::make_tuple(slowness, KeyOf(example.time), View(example.text).size(),
+  return std::make_tuple(slowness, SortKey(example.time), View(example.text).size(),
                          View(example.text), View(example.user), View(example.database),
                          View(example.host), View(example.parameters));
 }
@@ -54,13 +45,6 @@ void AddQueryId(std::set<std::string>& ids, const std::string& id) {
 }
 
 }  // namespace
-
-void WidenSpan(std::optional<LogTime>& first, std::optional<LogTime>& last,
-               const std::optional<LogTime>& time) {
-  if (!time) return;
-  if (KeyOf(time) < KeyOf(first)) first = time;
-  if (!last || KeyOf(time) > KeyOf(last)) last = time;
-}
 
 Counters& Counters::operator+=(const Counters& other) {
   count = CappedSum(count, other.count);

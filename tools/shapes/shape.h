@@ -75,10 +75,4 @@ inline constexpr RowCounter kRowCounters[] = {{"rows_sent", &Counters::rows_sent
                                               {"rows_examined", &Counters::rows_examined},
                                               {"rows_affected", &Counters::rows_affected}};
 
-// Extends the span from `first` to `last` by `time`. Of two times at one instant, the one with the
-// later wall clock is the later, so that the order of calls does not matter: 12:00+02:00 is after
-// 10:00Z.
-void WidenSpan(std::optional<LogTime>& first, std::optional<LogTime>& last,
-               const std::optional<LogTime>& time);
-
 }  // namespace tarn::host

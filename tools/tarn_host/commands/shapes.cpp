@@ -84,8 +84,8 @@ bool HoldsReport(const std::string& file) {
   if (file == kStandardInput || !IsRegular(file)) return false;
   try {
     char head[64];
-    TextInput input(file);
-    return BeginsReport({head, input.Read(head, sizeof head)});
+    Input input(file);
+    return BeginsReport({head, input.ReadText(head, sizeof head)});
   } catch (const InputError&) {
     // The error is reported when the file is read as a log.
     return false;
@@ -94,12 +94,12 @@ bool HoldsReport(const std::string& file) {
 
 std::string WholeText(const std::string& file, InterruptWatch& watch) {
   constexpr std::size_t kPiece = std::size_t{64} * 1024;
-  TextInput input(file, &watch);
+  Input input(file, &watch);
   std::string text;
   for (std::size_t got = kPiece; got > 0;) {
     const std::size_t size = text.size();
     text.resize(size + kPiece);
-    got = input.Read(text.data() + size, kPiece);
+    got = input.ReadText(text.data() + size, kPiece);
     text.resize(size + got);
   }
   return text;
