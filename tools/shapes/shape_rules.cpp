@@ -4,7 +4,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <vector>
+#include <deque>
 
 #include "sql/lexer.h"
 #include "sql/text.h"
@@ -107,7 +107,7 @@ enum class Last : unsigned char {
   kBeforeValue,  // a word after which a value may be
   kOpen,
   kComma,
-  kDot,
+  kDot,  // or another sign that attaches the next name: o.a  5::int  db..o
   kSign,
   kUnarySign,
   // After these an operand has ended.
@@ -119,23 +119,23 @@ enum class Last : unsigned char {
 
 // An open pair of parentheses, the open brackets of an ARRAY, or the statement itself. Its items
 // are those between commas.
-struct Level {
-  enum class State : unsigned char {
-    kValueDue,  // all items so far are values, or lists of values, and one is due
-    kValue,
-    kRowDue,  // after VALUES, or after the comma after a row
-    kRow,
-    kOther
-  };
-
-  State state = State::kValueDue;
-  bool array = false;
-  // Whether it follows a name, as in f(a).
-  bool call = false;
-  // The offset in the shape at which the first value or row ends; 0 before that.
-  std::size_t first_end = 0;
+enum class State : unsigned char {
+  kValueDue,  // all items so far are values, or lists of values, and one is due
+  kValue,
+  kRowDue,  // after VALUES, or after the comma after a row
+  kRow,
+  kOther
 };
-using State = Level::State;
+// Eight bytes, since a statement may be nothing but parentheses.
+struct Level {
+  State state : 8 = State::kValueDue;
+  bool array : 1 = false;
+  // Whether it follows a name, as in f(a).
+  bool call : 1 = false;
+  // The offset in the shape at which the first value or row ends; 0 before that.
+  std::uint64_t first_end : 48 = 0;
+};
+static_assert(sizeof(Level) == 8);
 
 bool IsPlainName(std::string_view name) noexcept {
   return !name.empty() && !IsDigit(name[0]) && name[0] != '$' &&
@@ -144,17 +144,29 @@ bool IsPlainName(std::string_view name) noexcept {
          });
 }
 
+}  // namespace
+
 // Writes the shape of one statement, or of several with semicolons between them, token by token.
-class ShapeWriter {
+class ShapeMaker::Writer {
  public:
-  ShapeWriter(const ShapeOptions& options, std::string& shape)
-      : options_(options), rules_(RulesOf(options.dialect)), shape_(shape) {
-    constexpr std::size_t kUsualDepth = 8;
-    levels_.reserve(kUsualDepth);
+  explicit Writer(const ShapeOptions& options)
+      : options_(options), rules_(RulesOf(options.dialect)) {}
+
+  const std::string& Write(std::string_view statement) {
     shape_.clear();
+    // A shape is rarely longer than its statement.
+    shape_.reserve(statement.size());
     BeginStatement();
+    Lexer lexer(statement, options_.dialect);
+    for (Token token = lexer.Next(); token.kind != TokenKind::kEnd;) {
+      const Token next = lexer.Next();
+      Add(token, next);
+      token = next;
+    }
+    return shape_;
   }
 
+ private:
   // `next` is the token after it.
   void Add(const Token& token, const Token& next) {
     if (token.Is(';')) {
@@ -163,7 +175,7 @@ class ShapeWriter {
       return;
     }
     if (semicolon_) {
-      Write(";", true);
+      Append(";", true);
       BeginStatement();
     }
     switch (token.kind) {
@@ -189,10 +201,8 @@ class ShapeWriter {
     }
   }
 
- private:
   void BeginStatement() {
     levels_.assign(1, Level{});
-    deeper_ = 0;
     last_ = Last::kNothing;
     traits_ = 0;
     semicolon_ = name_due_ = false;
@@ -201,8 +211,9 @@ class ShapeWriter {
   // Values become "?", numbers with their signs:
   //   x = 'a' and y > - 5  ->  x = ? and y > ?
   void AddValue(Last kind) {
-    if (last_ == Last::kUnarySign) shape_.resize(signs_begin_);
-    Write("?");
+    const bool sign = last_ == Last::kUnarySign;
+    if (sign) shape_.resize(signs_begin_);
+    Append("?", sign);
     EndItem();
     last_ = kind;
     traits_ = 0;
@@ -281,24 +292,24 @@ class ShapeWriter {
   // Words become lower-case, except for the seven that the product writes in capitals:
   //   Select A From B  ->  SELECT a FROM b
   void AddWord(std::string_view word, const Token& next) {
-    Write(word);
+    Append(word);
     const std::size_t begin = shape_.size() - word.size();
     char* const written = shape_.data() + begin;
     std::transform(written, written + word.size(), written, Lower);
     const std::string_view lower(written, word.size());
     const std::uint16_t traits = last_ == Last::kDot ? std::uint16_t{0} : TraitsOf(lower);
 
-    State& state = levels_.back().state;
+    Level& level = levels_.back();
     const bool array = (traits & kArray) != 0 && next.Is('[') && last_ != Last::kUnarySign;
     // VALUES ROW(1), ROW(2)
-    const bool row = (traits & kRow) != 0 && state == State::kRowDue;
-    if (!array && !row) state = State::kOther;
+    const bool row = (traits & kRow) != 0 && level.state == State::kRowDue;
+    if (!array && !row) level.state = State::kOther;
     const bool values = (traits & kValues) != 0 ||
                         (rules_.value_is_values && last_ != Last::kDot && lower == "value");
     // In b = values(a) it is a function.
-    if (values && !levels_.back().call && last_ != Last::kSign && last_ != Last::kUnarySign) {
-      state = State::kRowDue;
-      levels_.back().first_end = 0;
+    if (values && !level.call && last_ != Last::kSign && last_ != Last::kUnarySign) {
+      level.state = State::kRowDue;
+      level.first_end = 0;
     }
 
     if (traits == 0) return EndName(begin, name_due_ && word[0] != '@');
@@ -322,7 +333,7 @@ class ShapeWriter {
       const bool reserved = last_ != Last::kDot && (TraitsOf(inner) & kReserved) != 0;
       if (IsPlainName(inner) && !reserved) name = inner;
     }
-    Write(name);
+    Append(name);
     const std::size_t begin = shape_.size() - name.size();
     // The U of U&"a".
     shape_[begin] = Lower(shape_[begin]);
@@ -341,11 +352,14 @@ class ShapeWriter {
       AddComma();
     } else {
       levels_.back().state = State::kOther;
-      const bool attached = sign == '.' || sign == ']' || token.text == "::" ||
-                            token.text == ".." || (sign == '[' && OperandBefore());
+      const bool joins = sign == '.' || token.text == "::" || token.text == "..";
+      const bool subscript = sign == '[' && OperandBefore();
       // Both mean the same.
-      Write(token.text == "!=" ? "<>" : token.text, attached);
-      last_ = sign == '.' ? Last::kDot : sign == ']' ? Last::kClose : Last::kSign;
+      Append(token.text == "!=" ? "<>" : token.text, joins || subscript || sign == ']');
+      last_ = joins         ? Last::kDot
+              : sign == '[' ? Last::kOpen
+              : sign == ']' ? Last::kClose
+                            : Last::kSign;
     }
     traits_ = 0;
   }
@@ -353,47 +367,37 @@ class ShapeWriter {
   // Signs wait for the token after them:
   //   select - 5, - a  ->  SELECT ?, - a
   void AddUnarySign(std::string_view sign) {
-    if (last_ != Last::kUnarySign) signs_begin_ = shape_.size();
-    Write(sign);
+    Append(sign);
+    if (last_ != Last::kUnarySign) signs_begin_ = shape_.size() - sign.size();
     last_ = Last::kUnarySign;
   }
 
   // Whether "[" would begin a list, as in ARRAY[1] and ARRAY[[1], [2]].
   bool BeginsArray() const noexcept {
-    if (deeper_ > 0) return false;
     return (traits_ & kArray) != 0 ||
            (levels_.back().array && (last_ == Last::kOpen || last_ == Last::kComma));
   }
 
   void Open(char sign) {
-    // Deeper lists are not folded, so that memory is bounded.
-    constexpr std::size_t kMostLevels = 10'000;
     const bool call = last_ == Last::kWord;
-    Write({&sign, 1}, call);
     if (last_ == Last::kUnarySign) levels_.back().state = State::kOther;
+    Append({&sign, 1}, call);
+    levels_.push_back({.array = sign == '[', .call = call});
     last_ = Last::kOpen;
-    if (levels_.size() < kMostLevels) {
-      levels_.push_back({.array = sign == '[', .call = call});
-    } else {
-      ++deeper_;
-      levels_.back().state = State::kOther;
-    }
   }
 
   void Close(char sign) {
     last_ = Last::kClose;
-    const bool deep = deeper_ > 0;
-    if (deep || levels_.size() == 1 || levels_.back().array != (sign == ']')) {
-      if (deep) --deeper_;
+    if (levels_.size() == 1 || levels_.back().array != (sign == ']')) {
       levels_.back().state = State::kOther;
-      Write({&sign, 1}, true);
+      Append({&sign, 1}, true);
       return;
     }
     const Level closed = levels_.back();
     levels_.pop_back();
     const bool list = closed.state == State::kValue;
     if (list) FoldList(closed);
-    Write({&sign, 1}, true);
+    Append({&sign, 1}, true);
     Level& level = levels_.back();
     if (level.state == State::kRowDue) {
       FoldRow(level);
@@ -405,12 +409,12 @@ class ShapeWriter {
   }
 
   void AddComma() {
-    Write(",", true);
+    Append(",", true);
     last_ = Last::kComma;
-    State& state = levels_.back().state;
-    state = state == State::kValue ? State::kValueDue
-            : state == State::kRow ? State::kRowDue
-                                   : State::kOther;
+    Level& level = levels_.back();
+    level.state = level.state == State::kValue ? State::kValueDue
+                  : level.state == State::kRow ? State::kRowDue
+                                               : State::kOther;
   }
 
   // Ends a value, or a list of values.
@@ -423,22 +427,16 @@ class ShapeWriter {
   bool OperandBefore() const noexcept { return last_ >= Last::kWord; }
 
   // Appends `token`, with a blank before it unless it is `attached`.
-  void Write(std::string_view token, bool attached = false) {
-    if (!attached && !shape_.empty()) {
-      const char before = shape_.back();
-      const bool begins = before == '(' || before == '[' || before == '.' ||
-                          (before == ':' && shape_.ends_with("::"));
-      if (!begins) shape_ += ' ';
-    }
+  void Append(std::string_view token, bool attached = false) {
+    if (!attached && last_ != Last::kOpen && last_ != Last::kDot && !shape_.empty()) shape_ += ' ';
     shape_ += token;
   }
 
-  const ShapeOptions& options_;
+  const ShapeOptions options_;
   const DialectRules& rules_;
-  std::string& shape_;
-  std::vector<Level> levels_;
-  // The number of open parentheses that have no level in `levels_`.
-  std::size_t deeper_ = 0;
+  std::string shape_;
+  // A vector would need three times the memory as it grows.
+  std::deque<Level> levels_;
   Last last_ = Last::kNothing;
   // The traits of the last token, if it is a word.
   std::uint16_t traits_ = 0;
@@ -449,19 +447,12 @@ class ShapeWriter {
   bool name_due_ = false;
 };
 
-}  // namespace
+ShapeMaker::ShapeMaker(const ShapeOptions& options) : writer_(std::make_unique<Writer>(options)) {}
+
+ShapeMaker::~ShapeMaker() = default;
 
 const std::string& ShapeMaker::MakeShape(std::string_view statement) {
-  // A shape is rarely longer than its statement.
-  shape_.reserve(statement.size());
-  ShapeWriter writer(options_, shape_);
-  Lexer lexer(statement, options_.dialect);
-  for (Token token = lexer.Next(); token.kind != TokenKind::kEnd;) {
-    const Token next = lexer.Next();
-    writer.Add(token, next);
-    token = next;
-  }
-  return shape_;
+  return writer_->Write(statement);
 }
 
 }  // namespace tarn::host

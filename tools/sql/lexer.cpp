@@ -28,15 +28,16 @@ constexpr std::array<bool, 256> kSecondOfLongSigns = BytesOfLongSigns(1);
 Token Lexer::Next() {
   PassBlanks();
   if (at_ == sql_.size()) return {};
-  const std::size_t quote = BeginOfQuote();
-  if (quote != sql_.size()) {
+  const char c = sql_[at_];
+  const char next = At(at_ + 1);
+  const std::size_t prefix = next == '\'' || next == '&' ? SizeOfTextPrefix() : 0;
+  if (prefix != 0 || c == '\'' || c == '"' || c == '`' || c == '$') {
+    const std::size_t quote = at_ + prefix;
     if (const std::size_t size = opaque_.Open(sql_, quote, true); size != 0) {
       const TokenKind kind = opaque_.Kind() == Opaque::kText ? TokenKind::kText : TokenKind::kName;
       return Take(kind, opaque_.Pass(sql_, quote + size, true));
     }
   }
-  const char c = sql_[at_];
-  const char next = At(at_ + 1);
   // The dot of o.1a is not that of a number.
   if (!qualified_ && (IsDigit(c) || (c == '.' && IsDigit(next) && !TouchesOperand()))) {
     const std::size_t end = EndOfNumber();
@@ -110,21 +111,15 @@ Token Lexer::TakeSign() {
   return Take(TokenKind::kSign, at_ + 1);
 }
 
-// The index of the quote or dollar with which the token begins, after its prefix if it has one:
-// 'a'  N'a'  u&"a". Otherwise the end of the statement.
-std::size_t Lexer::BeginOfQuote() const noexcept {
+// The size of the prefix if the token is a text or a name with one: N'a'  u&"a". Otherwise 0.
+std::size_t Lexer::SizeOfTextPrefix() const noexcept {
+  if (qualified_) return 0;
   const char first = Lower(sql_[at_]);
-  const char second = At(at_ + 1);
-  if (IsWord(first) && first != '$') {
-    if (qualified_) return sql_.size();
-    if (second == '&' && first == 'u' && rules_.unicode_prefix) {
-      return At(at_ + 2) == '\'' || At(at_ + 2) == '"' ? at_ + 2 : sql_.size();
-    }
-    const bool prefix = second == '\'' && (first == 'n' || first == 'x' || first == 'b' ||
-                                           (first == 'e' && rules_.escape_prefix));
-    return prefix ? at_ + 1 : sql_.size();
+  if (At(at_ + 1) == '&') {
+    const char quote = At(at_ + 2);
+    return first == 'u' && rules_.unicode_prefix && (quote == '\'' || quote == '"') ? 2 : 0;
   }
-  return first == '\'' || first == '"' || first == '`' || first == '$' ? at_ : sql_.size();
+  return first == 'n' || first == 'x' || first == 'b' || (first == 'e' && rules_.escape_prefix);
 }
 
 // The end of the number that begins the token: 5  5.  .5  5.5e-3  0x1F  0b101

@@ -48,7 +48,7 @@ class Lexer {
   Token Take(TokenKind kind, std::size_t end) noexcept;
   Token TakeVariable();
   Token TakeSign();
-  std::size_t BeginOfQuote() const noexcept;
+  std::size_t SizeOfTextPrefix() const noexcept;
   std::size_t EndOfNumber() const noexcept;
   std::size_t EndOfDigits(std::size_t at) const noexcept;
   std::size_t EndOfWord(std::size_t at) const noexcept;
