@@ -126,8 +126,13 @@ enum class State : unsigned char {
   kRow,
   kOther
 };
-// Eight bytes, since a statement may be nothing but parentheses.
 struct Level {
+  // Sets `first_end`, unless an item before has set it.
+  void EndFirst(std::size_t end) noexcept {
+    constexpr std::uint64_t kMost = (std::uint64_t{1} << 48U) - 1;
+    if (first_end == 0) first_end = end & kMost;
+  }
+
   State state : 8 = State::kValueDue;
   bool array : 1 = false;
   // Whether it follows a name, as in f(a).
@@ -135,6 +140,7 @@ struct Level {
   // The offset in the shape at which the first value or row ends; 0 before that.
   std::uint64_t first_end : 48 = 0;
 };
+// A statement may be nothing but parentheses.
 static_assert(sizeof(Level) == 8);
 
 bool IsPlainName(std::string_view name) noexcept {
@@ -252,7 +258,7 @@ class ShapeMaker::Writer {
   //   values (a, 1), (b, 2) returning c  ->  VALUES (a, ?) returning c
   void FoldRow(Level& level) {
     level.state = State::kRow;
-    if (level.first_end == 0) level.first_end = shape_.size();
+    level.EndFirst(shape_.size());
     shape_.resize(level.first_end);
   }
 
@@ -421,7 +427,7 @@ class ShapeMaker::Writer {
   void EndItem() noexcept {
     Level& level = levels_.back();
     level.state = level.state == State::kValueDue ? State::kValue : State::kOther;
-    if (level.first_end == 0) level.first_end = shape_.size();
+    level.EndFirst(shape_.size());
   }
 
   bool OperandBefore() const noexcept { return last_ >= Last::kWord; }
