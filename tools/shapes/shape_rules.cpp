@@ -36,25 +36,23 @@ struct WordList {
 constexpr WordList kWordLists[] = {
     {kCapitals | kReserved, "select from insert update delete where values"},
     {kBeforeValue | kReserved,
-     "all and any as between by case default distinct div else elseif except exists for from "
-     "having "
-     "if ilike in intersect interval into is join lateral like limit mod not offset on or over "
-     "regexp return returning rlike select set similar some then to union using values when where "
-     "with xor"},
+     "all and any as between by case default distinct div else elseif except exists for "
+     "from having ilike in intersect interval into is join lateral like limit mod not "
+     "offset on or over regexp return returning rlike select set similar some then to union "
+     "using values when where with xor"},
     {kBeforeValue,
      "absolute binary call do elsif escape fetch materialized maxvalue minvalue move print "
-     "relative "
-     "top until while zone"},
+     "relative top until while zone"},
     {kReserved,
-     "array asc authorization both cast check collate column constraint create cross current_date "
-     "current_role current_time current_timestamp current_user declare desc drop end false fetch "
-     "foreign full grant group inner leading left localtime localtimestamp natural null order "
-     "outer "
-     "primary references right session_user table trailing true unique user window"},
+     "array asc authorization both cast check collate column constraint create cross "
+     "current_date current_role current_time current_timestamp current_user declare desc "
+     "drop end false fetch foreign full grant group if inner leading left localtime "
+     "localtimestamp natural null order outer primary references right session_user table "
+     "trailing true unique user window"},
     {kBeforeName, "savepoint release rollback declare fetch close prepare execute deallocate"},
     {kPassedOver,
-     "absolute all backward first forward from in last next prepare prior relative savepoint to "
-     "tran transaction work"},
+     "absolute all backward first forward from in last next prepare prior relative "
+     "savepoint to tran transaction work"},
     // IS TRUE, NOT NULL in the declaration of a column, SET NULL as an action on deletion.
     {kBeforeNull, "is not set"},
     {kBeforeTruth, "is"},
@@ -106,6 +104,7 @@ enum class Last : unsigned char {
   kNothing,
   kBeforeValue,  // a word after which a value may be
   kOpen,
+  // VALUES after these begins no rows.
   kComma,
   kDot,  // or another sign that attaches the next name: o.a  5::int  db..o
   kSign,
@@ -310,10 +309,9 @@ class ShapeMaker::Writer {
     // VALUES ROW(1), ROW(2)
     const bool row = (traits & kRow) != 0 && level.state == State::kRowDue;
     if (!array && !row) level.state = State::kOther;
-    const bool values = (traits & kValues) != 0 ||
-                        (rules_.value_is_values && last_ != Last::kDot && lower == "value");
-    // In b = values(a) it is a function.
-    if (values && !level.call && last_ != Last::kSign && last_ != Last::kUnarySign) {
+    const bool values = (traits & kValues) != 0 || (rules_.value_is_values && lower == "value");
+    // In b = values(a) and f(values(a)) it is a function.
+    if (values && !level.call && (OperandBefore() || last_ < Last::kComma)) {
       level.state = State::kRowDue;
       level.first_end = 0;
     }

@@ -125,9 +125,9 @@ std::size_t Lexer::SizeOfTextPrefix() const noexcept {
 // The end of the number that begins the token: 5  5.  .5  5.5e-3  0x1F  0b101
 std::size_t Lexer::EndOfNumber() const noexcept {
   const char second = sql_[at_] == '0' ? Lower(At(at_ + 1)) : '\0';
-  if (second == 'x' || second == 'b') {
+  if (second == 'x' || second == 'b' || (second == 'o' && rules_.grouped_digits)) {
     std::size_t end = at_ + 2;
-    const char last = second == 'x' ? '9' : '1';
+    const char last = second == 'x' ? '9' : second == 'o' ? '7' : '1';
     while ((At(end) >= '0' && At(end) <= last) ||
            (second == 'x' && Lower(At(end)) >= 'a' && Lower(At(end)) <= 'f')) {
       ++end;
