@@ -101,11 +101,11 @@ Token Lexer::TakeSign() {
   const auto byte = [this](std::size_t at) { return static_cast<unsigned char>(At(at)); };
   if (kFirstOfLongSigns[byte(at_)] && kSecondOfLongSigns[byte(at_ + 1)]) {
     for (const std::string_view sign : kLongSigns) {
-      // The asterisk may be that of the comment's end: /*! a ~*/
-      if (sign.back() == '*' && opaque_.InExecutableComment()) continue;
-      // In a<@b the variable is @b.
-      if (sign == "<@" && rules_.variables) continue;
-      if (sql_.substr(at_).starts_with(sign)) return Take(TokenKind::kSign, at_ + sign.size());
+      if (sign[0] != sql_[at_] || !sql_.substr(at_).starts_with(sign)) continue;
+      // The asterisk may be that of the comment's end: /*! a ~*/. In a<@b the variable is @b.
+      const bool shorter = (sign.back() == '*' && opaque_.InExecutableComment()) ||
+                           (sign == "<@" && rules_.variables);
+      if (!shorter) return Take(TokenKind::kSign, at_ + sign.size());
     }
   }
   return Take(TokenKind::kSign, at_ + 1);
