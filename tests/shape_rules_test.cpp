@@ -7,13 +7,26 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <random>
 #include <string>
 #include <vector>
 
 #include "sql/text.h"
+#include "support/allocations.h"
 #include "support/case_file.h"
 #include "support/drawn_statements.h"
 #include "support/random_statements.h"
+
+namespace {
+
+// The steps of the lexer and of the rules.
+std::uint64_t steps = 0;
+
+}  // namespace
+
+// The compiler calls it at the beginning of each basic block.
+// NOLINTNEXTLINE(bugprone-reserved-identifier,readability-identifier-naming)
+extern "C" void __sanitizer_cov_trace_pc() { ++steps; }
 
 namespace tarn::test {
 namespace {
@@ -53,17 +66,12 @@ TEST(ShapeRules, FoldDigitsOfNamesOnRequest) {
   EXPECT_EQ(folded("savepoint s1; select 2fa"), "savepoint ?; SELECT ?fa");
 }
 
-// Lists are folded only up to some depth, so that the memory is bounded.
-TEST(ShapeRules, AreTheSameAfterParenthesesOfAnyDepth) {
-  for (const std::size_t depth : {1UL, 100UL, 9'000UL, 20'000UL}) {
-    const std::string open(depth, '(');
-    const std::string close(depth, ')');
-    const std::string inner = depth < 10'000 ? "a, ARRAY[2, 3], (4, 5)" : "a, ARRAY[2]";
-    const std::string shape =
-        ShapeOf("(1, 2), " + open + inner + close + ", f(6, 7)", Dialect::kMysql);
-    const std::string folded = depth < 10'000 ? "a, array[?, ...], (?, ...)" : "a, array[?]";
-    EXPECT_EQ(shape, "(?, ...), " + open + folded + close + ", f(?, ...)") << depth;
-  }
+TEST(ShapeRules, FoldListsAtAnyDepth) {
+  const std::string open(20'000, '(');
+  const std::string close(20'000, ')');
+  EXPECT_EQ(
+      ShapeOf("(1, 2), " + open + "a, ARRAY[2, 3], (4, 5)" + close + ", f(6, 7)", Dialect::kMysql),
+      "(?, ...), " + open + "a, array[?, ...], (?, ...)" + close + ", f(?, ...)");
 }
 
 class RandomShapes : public testing::TestWithParam<Dialect> {
@@ -114,6 +122,31 @@ TEST_P(RandomShapes, DependOnNoStatementBefore) {
     // A sign takes at most two bytes, with its blank. The bytes that a folded list adds are fewer
     // than those of the values that it replaces.
     ASSERT_LE(shape.size(), 3 * sql.size()) << sql;
+  }
+}
+
+// Each token alone and all of them in random order, as long statements. None may cost more than so
+// many steps and bytes of memory a byte.
+TEST_P(RandomShapes, CostLittleAByte) {
+  constexpr std::size_t kSize = 20'000;
+  constexpr std::uint64_t kMostSteps = 200;
+  constexpr std::size_t kMostMemory = 20;
+  constexpr std::size_t kConstantMemory = 2000;
+  std::vector<std::string> pieces;
+  for (const CaseRow& row : ReadCases("tokens.txt")) {
+    pieces.insert(pieces.end(), row.texts.begin(), row.texts.end());
+  }
+  std::mt19937_64 random(1);
+  for (std::size_t family = 0; family < pieces.size() + 10; ++family) {
+    std::string sql;
+    while (sql.size() < kSize) {
+      sql += pieces[family < pieces.size() ? family : random() % pieces.size()];
+    }
+    const PeakMemory peak;
+    const std::uint64_t before = steps;
+    ShapeOf(sql, GetParam());
+    EXPECT_LE(steps - before, kMostSteps * sql.size()) << sql.substr(0, 60);
+    EXPECT_LE(peak.Bytes(), kMostMemory * sql.size() + kConstantMemory) << sql.substr(0, 60);
   }
 }
 

@@ -1,304 +1,151 @@
 // Random statements of one shape, and similar statements of another.
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <random>
+#include <sstream>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "sql/dialect.h"
+#include "sql/text.h"
+#include "support/case_file.h"
 
 namespace tarn::test {
 
-// Draws a statement of the dialect and writes it in many variants, with other values, lengths of
-// lists, numbers of rows, comments, blanks and case. One number always gives the same variants.
+// Draws a statement by the grammar in tests/cases/drawn_statements.txt, and writes it in many
+// variants, with other values, lengths of lists, numbers of rows, comments, blanks and case. One
+// number always gives the same variants.
 class DrawnStatement {
  public:
   DrawnStatement(host::Dialect dialect, std::uint64_t number) : dialect_(dialect), random_(number) {
-    const std::array draw{&DrawnStatement::Select, &DrawnStatement::Insert, &DrawnStatement::Update,
-                          &DrawnStatement::Delete};
-    (this->*draw[Below(draw.size())])();
+    constexpr int kDepth = 7;
+    Draw("Statement", kDepth, parts_);
   }
 
   // The next variant of the statement.
   std::string Write() {
-    std::string sql = OneIn(4) ? Comment() : "";
+    std::string sql = OneIn(4) ? OneOf("Comment") : "";
     WriteParts(sql, parts_);
     for (std::size_t i = Below(3); i > 0; --i) sql += OneIn(2) ? ";" : "\n";
     return sql;
   }
 
   // The words and the names without quotes, in the case in which they were drawn.
-  std::vector<std::string> Words() const {
+  std::vector<std::string> Words() {
     std::vector<std::string> words;
-    Collect(parts_, words);
+    for (const Part* part : Changeable(parts_)) {
+      if (part->kind == Kind::kWord) words.push_back(part->text);
+    }
     return words;
   }
 
-  // Replaces a word or changes a quoted name, so that it is another statement.
+  // Changes a word, a quoted name or an operator, so that it is another statement.
   void ChangeOne() {
-    std::vector<Part*> changeable;
-    for (Part& part : parts_) {
-      if (part.kind == Kind::kWord || part.kind == Kind::kQuoted) changeable.push_back(&part);
-    }
+    const std::vector<Part*> changeable = Changeable(parts_);
     Part& part = *changeable[Below(changeable.size())];
-    if (part.kind == Kind::kWord) {
-      part.text += "_other";
+    if (part.kind == Kind::kSign) {
+      part.text = "^";
     } else {
-      part.text.insert(1, "Other");
+      part.text.insert(part.kind == Kind::kWord ? part.text.size() : 1, "_other");
     }
   }
 
  private:
-  enum class Kind { kWord, kQuoted, kSign, kValue, kList, kRows };
+  enum class Kind { kWord, kQuoted, kSign, kVariant, kRows };
   struct Part {
     Kind kind;
-    std::string text = {};
+    std::string text;
     // One row, if the part is kRows.
     std::vector<Part> row = {};
   };
 
   std::size_t Below(std::size_t bound) { return random_() % bound; }
   bool OneIn(std::size_t count) { return Below(count) == 0; }
-  template <std::size_t kSize>
-  std::string OneOf(const std::array<const char*, kSize>& texts) {
-    return texts[Below(kSize)];
+
+  struct Symbol {
+    std::string section;
+    std::vector<std::string> alternatives;
+  };
+  using Grammar = std::map<std::string, Symbol>;
+
+  const Symbol& Find(const std::string& symbol) const {
+    static std::map<host::Dialect, Grammar> grammars;
+    Grammar& grammar = grammars[dialect_];
+    if (grammar.empty()) {
+      for (const CaseRow& row : ReadCases("drawn_statements.txt")) {
+        const std::string name = row.label.substr(0, row.label.find(' '));
+        if (row.label != name && !row.label.ends_with(host::RulesOf(dialect_).name)) continue;
+        grammar[name].section = row.section;
+        std::vector<std::string>& all = grammar[name].alternatives;
+        all.insert(all.end(), row.texts.begin(), row.texts.end());
+      }
+    }
+    return grammar.at(symbol);
   }
-  bool Mysql() const { return dialect_ == host::Dialect::kMysql; }
-  bool Postgres() const { return dialect_ == host::Dialect::kPostgres; }
 
-  // Draw the statement.
+  const std::string& OneOf(const std::string& symbol, bool first = false) {
+    const std::vector<std::string>& alternatives = Find(symbol).alternatives;
+    return alternatives[first ? 0 : Below(alternatives.size())];
+  }
 
-  void Add(Kind kind, std::string text = {}) { parts_.push_back({kind, std::move(text)}); }
-  void Words(std::string_view words) {
-    while (!words.empty()) {
-      const std::string_view word = words.substr(0, words.find(' '));
-      Add(Kind::kWord, std::string(word));
-      words.remove_prefix(std::min(word.size() + 1, words.size()));
+  static bool IsSymbol(const std::string& word) {
+    return word[0] >= 'A' && word[0] <= 'Z' && word.size() > 1 && host::Lower(word[1]) == word[1];
+  }
+
+  void Draw(const std::string& symbol, int depth, std::vector<Part>& parts) {
+    const std::string& section = Find(symbol).section;
+    if (section == "Names") {
+      const std::string& name = OneOf(symbol);
+      const bool quoted = name[0] == '"' || name[0] == '`';
+      parts.push_back({quoted ? Kind::kQuoted : Kind::kWord, name});
+      return;
+    }
+    if (section != "Grammar") {
+      parts.push_back({Kind::kVariant, symbol});
+      return;
+    }
+    std::istringstream words(OneOf(symbol, depth <= 0));
+    for (std::string word; words >> word;) {
+      if (word == "Rows") {
+        parts.push_back({Kind::kRows, {}});
+        Draw("Row", depth - 2, parts.back().row);
+      } else if (IsSymbol(word)) {
+        Draw(word, depth - 1, parts);
+      } else {
+        const bool sign = !host::IsWord(word[0]) && (word[0] != '@' || word.size() < 3);
+        parts.push_back({sign ? Kind::kSign : Kind::kWord, word});
+      }
     }
   }
 
-  void Name() {
-    if (OneIn(6)) {
-      const std::string quote = Mysql() ? "`" : "\"";
-      Add(Kind::kQuoted,
-          quote + OneOf(std::array{"A b", "Order;", "--", "it's", "/*", "Q(1"}) + quote);
-    } else {
-      Add(Kind::kWord, OneOf(std::array{"orders", "t1", "t2", "x_9", "e", "n", "_v", "a", "valuesx",
-                                        "nullable", "\xC3\xA4", "isnull", "o$5", "array1"}));
+  static std::vector<Part*> Changeable(std::vector<Part>& parts) {
+    std::vector<Part*> changeable;
+    for (Part& part : parts) {
+      const bool separates = std::string_view("(),.;[]::").find(part.text) != std::string::npos;
+      if (part.kind != Kind::kVariant && !separates) changeable.push_back(&part);
+      const std::vector<Part*> within = Changeable(part.row);
+      changeable.insert(changeable.end(), within.begin(), within.end());
     }
-    if (!OneIn(4)) return;
-    Add(Kind::kSign, ".");
-    Add(Kind::kWord, OneOf(std::array{"id", "from", "null", "t3", "in", "values"}));
-  }
-
-  void Names() {
-    do {
-      Name();
-      if (!OneIn(3)) return;
-      Add(Kind::kSign, ",");
-    } while (true);
-  }
-
-  void Expression(int depth = 2) {
-    switch (Below(depth > 0 ? 9 : 2)) {
-      case 0:
-        Name();
-        break;
-      case 1:
-        Add(Kind::kValue);
-        break;
-      case 2:
-        Add(Kind::kWord, "f");
-        Add(Kind::kList);
-        break;
-      case 3:
-        Add(Kind::kWord, "coalesce");
-        Add(Kind::kSign, "(");
-        Name();
-        Add(Kind::kSign, ",");
-        Expression(depth - 1);
-        Add(Kind::kSign, ")");
-        break;
-      case 4:
-        Words("case when");
-        Condition(depth - 1);
-        Words("then");
-        Expression(depth - 1);
-        Words("else");
-        Expression(depth - 1);
-        Words("end");
-        break;
-      case 5:
-        Add(Kind::kSign, "(");
-        Select();
-        Add(Kind::kSign, ")");
-        break;
-      case 6:
-        if (!Postgres()) return Expression(depth - 1);
-        Add(Kind::kWord, "array");
-        Add(Kind::kSign, "[");
-        Name();
-        Add(Kind::kSign, ",");
-        Add(Kind::kValue);
-        Add(Kind::kSign, "]");
-        break;
-      default:
-        Expression(depth - 1);
-        Add(Kind::kSign, OneOf(std::array{"+", "-", "*", "||", "%"}));
-        Expression(depth - 1);
-    }
-  }
-
-  void Condition(int depth = 2) {
-    switch (Below(depth > 0 ? 7 : 4)) {
-      case 0:
-        Name();
-        Words(OneIn(2) ? "is null" : "is not null");
-        break;
-      case 1:
-        Name();
-        Words(OneIn(2) ? "in" : "not in");
-        Add(Kind::kList);
-        break;
-      case 2:
-        Name();
-        Words("between");
-        Add(Kind::kValue);
-        Words("and");
-        Add(Kind::kValue);
-        break;
-      case 4:
-        Condition(depth - 1);
-        Words(OneIn(2) ? "and" : "or");
-        Condition(depth - 1);
-        break;
-      case 5:
-        Words("not");
-        Add(Kind::kSign, "(");
-        Condition(depth - 1);
-        Add(Kind::kSign, ")");
-        break;
-      default:
-        Expression(depth - 1);
-        Add(Kind::kSign, OneOf(std::array{"=", "<>", ">=", "<", "<="}));
-        Expression(depth - 1);
-    }
-  }
-
-  void Where() {
-    if (OneIn(3)) return;
-    Words("where");
-    Condition();
-  }
-
-  void Select() {
-    Words(OneIn(3) ? "select distinct" : "select");
-    Expression(1);
-    if (OneIn(3)) {
-      Add(Kind::kSign, ",");
-      Expression(1);
-    }
-    Words("from");
-    Names();
-    Where();
-    if (OneIn(4)) {
-      Words("limit");
-      Add(Kind::kValue);
-    }
-  }
-
-  void Insert() {
-    Words("insert into");
-    Name();
-    if (OneIn(2)) {
-      Add(Kind::kSign, "(");
-      Names();
-      Add(Kind::kSign, ")");
-    }
-    Words("values");
-    std::vector<Part> before;
-    before.swap(parts_);
-    Add(OneIn(2) ? Kind::kList : Kind::kSign, "(");
-    if (parts_[0].kind == Kind::kSign) {
-      Names();
-      Add(Kind::kSign, ",");
-      Expression(1);
-      Add(Kind::kSign, ")");
-    }
-    before.push_back({Kind::kRows, {}, std::move(parts_)});
-    parts_ = std::move(before);
-    if (OneIn(2)) return;
-    Words(Mysql() ? "on duplicate key update a =" : "on conflict do update set a =");
-    parts_.back().kind = Kind::kSign;
-    Expression(1);
-  }
-
-  void Update() {
-    Words("update");
-    Name();
-    Words("set");
-    Name();
-    Add(Kind::kSign, "=");
-    Expression();
-    Where();
-  }
-
-  void Delete() {
-    Words("delete from");
-    Name();
-    Where();
-  }
-
-  static void Collect(const std::vector<Part>& parts, std::vector<std::string>& words) {
-    for (const Part& part : parts) {
-      if (part.kind == Kind::kWord) words.push_back(part.text);
-      Collect(part.row, words);
-    }
-  }
-
-  // Write a variant.
-
-  std::string Value() {
-    if (OneIn(2)) {
-      return OneOf(std::array{"5", "-5", "+ 1.5e3", "- - .5", "0x1F", "1.", "?", ":name", "@p0",
-                              "$1", "NULL", "True", "false", "1.0e999"});
-    }
-    if (OneIn(2)) {
-      return OneOf(std::array{"'a'", "'it''s'", "''", "N'a'", "x'1F'", "'--'", "'/*'", "'*/'",
-                              "'(,'", "';'", "'\"'", "'`'", "'$$'", "'\xC3\xA4\n'"});
-    }
-    if (Mysql()) {
-      return OneOf(
-          std::array{"\"a;\"", "'it\\'s;'", "_utf8'a'", "_utf8mb4 \"b\"", "'\\\\'", "\"'\""});
-    }
-    if (Postgres()) {
-      return OneOf(
-          std::array{"E'it\\'s;'", "e'\\\\'", "$$a 'b;$$", "$t$ $$ ; $t$", "'\\'", "1_000"});
-    }
-    return OneOf(std::array{"'\\'", "U&'\\0061'", "n'\\'"});
-  }
-
-  std::string Comment() {
-    if (OneIn(3)) return "--" + OneOf(std::array{" x'\n", "\t\"\n", " ;\n", " /*\n", " $$\n"});
-    if (OneIn(2)) return OneOf(std::array{"/***/", "/**/", "/*'*/", "/*\";\n*/", "/*$$*/"});
-    if (Mysql()) return OneOf(std::array{"# it's\n", "#`\n", "/*/*/", "/* /* */", "/*+ a */"});
-    return Postgres() ? "/* /* ' */ \" */" : "/* /* \" */";
+    return changeable;
   }
 
   // Writes the blanks between `sql` and `next`.
   void WriteBlanks(std::string& sql, std::string_view next) {
-    constexpr std::string_view kNoneAfter = "(,[";
-    constexpr std::string_view kNoneBefore = "),]";
+    constexpr std::string_view kNoneAfter = "(,[=";
+    constexpr std::string_view kNoneBefore = "),]=";
+    if (next == "." || sql.ends_with('.')) return;
     const bool needless = sql.empty() || kNoneAfter.find(sql.back()) != std::string_view::npos ||
                           kNoneBefore.find(next[0]) != std::string_view::npos;
     if (needless && OneIn(2)) return;
     do {
-      sql += OneOf(std::array{" ", "\n", "\t ", "\r\n"});
-      if (OneIn(8)) sql += Comment() + ' ';
+      constexpr std::string_view kBlanks[] = {" ", "\n", "\t ", "\r\n", "\v", "\f"};
+      sql += kBlanks[Below(std::size(kBlanks))];
+      if (OneIn(8)) sql += OneOf("Comment") + ' ';
     } while (OneIn(8));
   }
 
@@ -307,41 +154,39 @@ class DrawnStatement {
     sql += text;
   }
 
-  void WriteList(std::string& sql) {
-    WriteText(sql, "(");
-    for (std::size_t i = 1 + Below(4); i > 0; --i) {
-      WriteText(sql, Value());
-      WriteText(sql, i > 1 ? "," : ")");
+  void WriteVariant(std::string& sql, const std::string& symbol) {
+    const std::string& alternative = OneOf(symbol);
+    if (Find(symbol).section == "Texts") return WriteText(sql, alternative);
+    std::istringstream words(alternative);
+    for (std::string word; words >> word;) {
+      if (IsSymbol(word) && word != "True") {
+        WriteVariant(sql, word);
+      } else {
+        WriteText(sql, word);
+      }
     }
   }
 
   void WriteParts(std::string& sql, const std::vector<Part>& parts) {
     for (const Part& part : parts) {
-      switch (part.kind) {
-        case Kind::kWord: {
-          std::string word = part.text;
-          for (char& c : word) {
-            if (c >= 'a' && c <= 'z' && OneIn(4)) c = static_cast<char>(c - 'a' + 'A');
-          }
-          // Only MySQL executes the content of such a comment.
-          const bool executable = Mysql() && OneIn(20);
-          WriteText(sql, executable ? "/*!50001 " + word + " */" : word);
-          break;
+      if (part.kind == Kind::kVariant) {
+        WriteVariant(sql, part.text);
+      } else if (part.kind == Kind::kRows) {
+        for (std::size_t i = 1 + Below(3); i > 0; --i) {
+          WriteParts(sql, part.row);
+          if (i > 1) WriteText(sql, ",");
         }
-        case Kind::kValue:
-          WriteText(sql, Value());
-          break;
-        case Kind::kList:
-          WriteList(sql);
-          break;
-        case Kind::kRows:
-          for (std::size_t i = 1 + Below(3); i > 0; --i) {
-            WriteParts(sql, part.row);
-            if (i > 1) WriteText(sql, ",");
-          }
-          break;
-        default:
-          WriteText(sql, part.text);
+      } else {
+        std::string text = part.text;
+        for (char& c : text) {
+          const bool letter = part.kind == Kind::kWord && c >= 'a' && c <= 'z';
+          if (letter && OneIn(4)) c = static_cast<char>(c - 'a' + 'A');
+        }
+        // Only MySQL executes the content of such a comment.
+        const bool executable = dialect_ == host::Dialect::kMysql && part.kind == Kind::kWord &&
+                                !sql.ends_with('.') && &part != &parts.back() &&
+                                (&part)[1].text != "." && OneIn(20);
+        WriteText(sql, executable ? "/*!50001 " + text + " */" : text);
       }
     }
   }

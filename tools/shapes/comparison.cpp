@@ -38,30 +38,28 @@ const char* NameOf(Change change) noexcept {
 Comparison Compare(const ShapeCount& before, const ShapeCount& after, std::size_t top) {
   Comparison comparison;
   std::map<ShapeKey, ShapeChange> shapes;
-  for (const auto& [key, shape] : before.shapes) {
-    comparison.before += shape;
-    shapes[key].key = &key;
-    shapes[key].before += shape;
-  }
-  for (const auto& [key, shape] : after.shapes) {
-    comparison.after += shape;
-    shapes[key].key = &key;
-    shapes[key].after += shape;
-  }
+  const auto add = [&](const ShapeCount& count, Counters& all, Counters ShapeChange::*part) {
+    for (const auto& [key, shape] : count.shapes) {
+      all += shape;
+      shapes[key].key = &key;
+      shapes[key].*part += shape;
+    }
+  };
+  add(before, comparison.before, &ShapeChange::before);
+  add(after, comparison.after, &ShapeChange::after);
   const bool timed = comparison.Timed();
   for (auto& [key, shape] : shapes) {
     shape.change = ChangeOf(shape, timed);
     comparison.changes.push_back(shape);
   }
-  std::stable_sort(comparison.changes.begin(), comparison.changes.end(),
-                   [timed](const ShapeChange& a, const ShapeChange& b) {
-                     // Sums are at most kMostSum, so differences do not overflow.
-                     const auto more = [timed](const ShapeChange& one) {
-                       return static_cast<std::int64_t>(CostOf(one.after, timed)) -
-                              static_cast<std::int64_t>(CostOf(one.before, timed));
-                     };
-                     return more(a) > more(b);
-                   });
+  // Sums are at most kMostSum, so differences do not overflow.
+  const auto growth = [timed](const ShapeChange& shape) {
+    return static_cast<std::int64_t>(CostOf(shape.after, timed)) -
+           static_cast<std::int64_t>(CostOf(shape.before, timed));
+  };
+  std::stable_sort(
+      comparison.changes.begin(), comparison.changes.end(),
+      [&growth](const ShapeChange& a, const ShapeChange& b) { return growth(a) > growth(b); });
   comparison.shape_count = comparison.changes.size();
   comparison.changes.resize(std::min(top, comparison.shape_count));
   return comparison;

@@ -38,20 +38,20 @@ Ranking Rank(const ShapeCount& count, const RankOptions& options) {
   }
   ranking.order =
       options.order.value_or(ranking.all.times.Known() ? ShapeOrder::kTime : ShapeOrder::kCount);
-  const auto comes_first = [order = ranking.order](const ShapeEntry* a, const ShapeEntry* b) {
-    const auto key = [order](const Counters& shape) {
-      return std::make_tuple(~MeasureOf(shape, order), ~shape.count);
-    };
-    return std::tuple_cat(key(a->second), std::tie(a->first)) <
-           std::tuple_cat(key(b->second), std::tie(b->first));
+  const auto too_rare = [&options](const ShapeEntry* entry) {
+    return entry->second.count < options.min_count;
   };
-  const auto enough = std::partition(
-      ranking.shown.begin(), ranking.shown.end(),
-      [&options](const ShapeEntry* entry) { return entry->second.count >= options.min_count; });
-  const auto kept = ranking.shown.begin() +
-                    static_cast<std::ptrdiff_t>(std::min(
-                        options.top, static_cast<std::size_t>(enough - ranking.shown.begin())));
-  std::partial_sort(ranking.shown.begin(), kept, enough, comes_first);
+  const auto rank_of = [&](const ShapeEntry* entry) {
+    const Counters& shape = entry->second;
+    return std::tuple<bool, std::uint64_t, std::uint64_t, const ShapeKey&>(
+        too_rare(entry), ~MeasureOf(shape, ranking.order), ~shape.count, entry->first);
+  };
+  const std::size_t most = std::min(options.top, ranking.shown.size());
+  const auto end = ranking.shown.begin() + static_cast<std::ptrdiff_t>(most);
+  std::partial_sort(
+      ranking.shown.begin(), end, ranking.shown.end(),
+      [&rank_of](const ShapeEntry* a, const ShapeEntry* b) { return rank_of(a) < rank_of(b); });
+  const auto kept = std::find_if(ranking.shown.begin(), end, too_rare);
   for (auto other = kept; other != ranking.shown.end(); ++other) {
     ++ranking.other_shapes;
     ranking.others += (*other)->second;

@@ -4,15 +4,13 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <vector>
+#include <deque>
 
 #include "sql/lexer.h"
 #include "sql/text.h"
 
 namespace tarn::host {
 namespace {
-
-constexpr std::string_view kPlaceholder = "?";
 
 // The properties of a word that the rules use, as bits.
 enum WordTraits : std::uint16_t {
@@ -21,9 +19,9 @@ enum WordTraits : std::uint16_t {
   kReserved = 1U << 2U,     // means something else without quotes
   kBeforeName = 1U << 3U,   // begins a statement in which a name follows that programs number
   kPassedOver = 1U << 4U,   // may be between the word and that name
-  kIs = 1U << 5U,
-  kNot = 1U << 6U,
-  kSet = 1U << 7U,
+  kBeforeNull = 1U << 5U,   // NULL after it is no value
+  kBeforeTruth = 1U << 6U,  // TRUE and FALSE after it are no values
+  kNot = 1U << 7U,
   kValues = 1U << 8U,
   kRow = 1U << 9U,
   kArray = 1U << 10U,
@@ -38,110 +36,111 @@ struct WordList {
 constexpr WordList kWordLists[] = {
     {kCapitals | kReserved, "select from insert update delete where values"},
     {kBeforeValue | kReserved,
-     "all and any as between by case default distinct div else elseif except exists for from "
-     "having "
-     "if ilike in intersect interval into is join lateral like limit mod not offset on or over "
-     "regexp return returning rlike select set similar some then to union using values when where "
-     "with xor"},
+     "all and any as between by case default distinct div else elseif except exists for "
+     "from having ilike in intersect interval into is join lateral like limit mod not "
+     "offset on or over regexp return returning rlike select set similar some then to union "
+     "using values when where with xor"},
     {kBeforeValue,
-     "binary call do elsif escape fetch materialized maxvalue minvalue print top until while"},
+     "absolute binary call do elsif escape fetch materialized maxvalue minvalue move print "
+     "relative top until while zone"},
     {kReserved,
-     "array asc authorization both cast check collate column constraint create cross current_date "
-     "current_role current_time current_timestamp current_user declare desc drop end false fetch "
-     "foreign full grant group inner leading left localtime localtimestamp natural null order "
-     "outer "
-     "primary references right session_user table trailing true unique user window"},
+     "array asc authorization both cast check collate column constraint create cross "
+     "current_date current_role current_time current_timestamp current_user declare desc "
+     "drop end false fetch foreign full grant group if inner leading left localtime "
+     "localtimestamp natural null order outer primary references right session_user table "
+     "trailing true unique user window"},
     {kBeforeName, "savepoint release rollback declare fetch close prepare execute deallocate"},
     {kPassedOver,
-     "absolute all backward first forward from in last next prepare prior relative savepoint to "
-     "tran transaction work"},
-    {kIs, "is"},
+     "absolute all backward first forward from in last next prepare prior relative "
+     "savepoint to tran transaction work"},
+    // IS TRUE, NOT NULL in the declaration of a column, SET NULL as an action on deletion.
+    {kBeforeNull, "is not set"},
+    {kBeforeTruth, "is"},
     {kNot, "not"},
-    {kSet, "set"},
     {kValues, "values"},
     {kRow, "row"},
     {kArray, "array"},
 };
 
+constexpr std::size_t kSlots = 512;
+struct Slot {
+  std::string_view word;
+  std::uint16_t traits = 0;
+};
+using Vocabulary = std::array<Slot, kSlots>;
+
+// The index of the slot of `word`, of at least two bytes, or of an empty slot.
+constexpr std::size_t Find(const Vocabulary& vocabulary, std::string_view word) noexcept {
+  const auto byte = [word](std::size_t at) -> std::size_t {
+    return static_cast<unsigned char>(word[at]);
+  };
+  std::size_t slot = word.size() * 77 + byte(0) * 5 + byte(1) * 47 + byte(word.size() - 1) * 131;
+  while (!vocabulary[slot % kSlots].word.empty() && vocabulary[slot % kSlots].word != word) ++slot;
+  return slot % kSlots;
+}
+
 // The words of the lists in a hash table. The words are fixed, so no input can make a search take
 // more than a few steps.
-class Vocabulary {
- public:
-  constexpr Vocabulary() noexcept {
-    for (const WordList& list : kWordLists) {
-      std::string_view words = list.words;
-      while (!words.empty()) {
-        const std::string_view word = words.substr(0, words.find(' '));
-        words.remove_prefix(std::min(word.size() + 1, words.size()));
-        std::size_t slot = Hash(word);
-        while (!slots_[slot].word.empty() && slots_[slot].word != word) slot = Next(slot);
-        slots_[slot].word = word;
-        slots_[slot].traits = static_cast<std::uint16_t>(slots_[slot].traits | list.traits);
-      }
+constexpr Vocabulary kVocabulary = [] {
+  Vocabulary vocabulary;
+  for (const WordList& list : kWordLists) {
+    for (std::string_view rest = list.words; !rest.empty();) {
+      const std::string_view word = rest.substr(0, rest.find(' '));
+      rest.remove_prefix(std::min(word.size() + 1, rest.size()));
+      Slot& slot = vocabulary[Find(vocabulary, word)];
+      slot = {word, static_cast<std::uint16_t>(slot.traits | list.traits)};
     }
   }
+  return vocabulary;
+}();
 
-  // `word` in lower case; 0 when it is in no list.
-  constexpr std::uint16_t TraitsOf(std::string_view word) const noexcept {
-    if (word.size() < 2) return 0;
-    std::size_t slot = Hash(word);
-    while (!slots_[slot].word.empty() && slots_[slot].word != word) slot = Next(slot);
-    return slots_[slot].traits;
-  }
-
- private:
-  struct Slot {
-    std::string_view word;
-    std::uint16_t traits = 0;
-  };
-
-  static constexpr std::size_t kSlots = 512;
-
-  static constexpr std::size_t Hash(std::string_view word) noexcept {
-    const auto byte = [word](std::size_t at) -> std::size_t {
-      return static_cast<unsigned char>(word[at]);
-    };
-    return (word.size() * 77 + byte(0) * 5 + byte(1) * 47 + byte(word.size() - 1) * 131) % kSlots;
-  }
-  static constexpr std::size_t Next(std::size_t slot) noexcept { return (slot + 1) % kSlots; }
-
-  std::array<Slot, kSlots> slots_{};
-};
-
-constexpr Vocabulary kVocabulary;
+// `word` in lower case; 0 if it is in no list.
+std::uint16_t TraitsOf(std::string_view word) noexcept {
+  return word.size() < 2 ? std::uint16_t{0} : kVocabulary[Find(kVocabulary, word)].traits;
+}
 
 // The kinds of the last token that the meaning of the next one depends on.
 enum class Last : unsigned char {
   kNothing,
-  kWord,
-  kName,         // in quotes
   kBeforeValue,  // a word after which a value may be
+  kOpen,
+  // VALUES after these begins no rows.
+  kComma,
+  kDot,  // or another sign that attaches the next name: o.a  5::int  db..o
+  kSign,
+  kUnarySign,
+  // After these an operand has ended.
+  kWord,
   kText,
   kValue,
-  kOpen,
   kClose,
-  kComma,
-  kDot,
-  kSign
 };
 
-// The state of the rows after VALUES.
-enum class Rows : unsigned char { kNone, kExpected, kWithin, kAfter, kComma };
-
-// An open pair of parentheses, the open brackets of an ARRAY, or the statement itself.
+// An open pair of parentheses, the open brackets of an ARRAY, or the statement itself. Its items
+// are those between commas.
+enum class State : unsigned char {
+  kValueDue,  // all items so far are values, or lists of values, and one is due
+  kValue,
+  kRowDue,  // after VALUES, or after the comma after a row
+  kRow,
+  kOther
+};
 struct Level {
-  // The offsets in the shape at which the first element and the first row end; 0 before that.
-  std::size_t first_end = 0;
-  std::size_t first_row_end = 0;
-  Rows rows = Rows::kNone;
-  bool array = false;
+  // Sets `first_end`, unless an item before has set it.
+  void EndFirst(std::size_t end) noexcept {
+    constexpr std::uint64_t kMost = (std::uint64_t{1} << 48U) - 1;
+    if (first_end == 0) first_end = end & kMost;
+  }
+
+  State state : 8 = State::kValueDue;
+  bool array : 1 = false;
   // Whether it follows a name, as in f(a).
-  bool call = false;
-  // Whether it holds only values with commas between them so far, and whether a value is due, as
-  // after "(" and ",".
-  bool list = true;
-  bool value_due = true;
+  bool call : 1 = false;
+  // The offset in the shape at which the first value or row ends; 0 before that.
+  std::uint64_t first_end : 48 = 0;
 };
+// A statement may be nothing but parentheses.
+static_assert(sizeof(Level) == 8);
 
 bool IsPlainName(std::string_view name) noexcept {
   return !name.empty() && !IsDigit(name[0]) && name[0] != '$' &&
@@ -150,43 +149,56 @@ bool IsPlainName(std::string_view name) noexcept {
          });
 }
 
+}  // namespace
+
 // Writes the shape of one statement, or of several with semicolons between them, token by token.
-class ShapeWriter {
+class ShapeMaker::Writer {
  public:
-  ShapeWriter(const ShapeOptions& options, std::string& shape) : options_(options), shape_(shape) {
-    constexpr std::size_t kUsualDepth = 8;
-    levels_.reserve(kUsualDepth);
+  explicit Writer(const ShapeOptions& options)
+      : options_(options), rules_(RulesOf(options.dialect)) {}
+
+  const std::string& Write(std::string_view statement) {
     shape_.clear();
+    // A shape is rarely longer than its statement.
+    shape_.reserve(statement.size());
     BeginStatement();
+    Lexer lexer(statement, options_.dialect);
+    for (Token token = lexer.Next(); token.kind != TokenKind::kEnd;) {
+      const Token next = lexer.Next();
+      Add(token, next);
+      token = next;
+    }
+    return shape_;
   }
 
-  void Add(const Token& token) {
+ private:
+  // `next` is the token after it.
+  void Add(const Token& token, const Token& next) {
     if (token.Is(';')) {
       // A semicolon at the end is dropped.
       semicolon_ = !shape_.empty();
       return;
     }
     if (semicolon_) {
-      Write(";", true);
+      Append(";", true);
       BeginStatement();
     }
     switch (token.kind) {
       case TokenKind::kText:
         // Adjacent texts are one text: 'a' 'b'
         if (last_ != Last::kText) AddValue(Last::kText);
-        return;
-      case TokenKind::kNumber:
-      case TokenKind::kParameter:
+        break;
+      case TokenKind::kValue:
         AddValue(Last::kValue);
-        return;
+        break;
       case TokenKind::kWord:
         if (IsValueWord(token.text)) {
           AddValue(Last::kValue);
-        } else {
-          AddWord(token.text);
+        } else if (!IsCharacterSet(token.text, next)) {
+          AddWord(token.text, next);
         }
         break;
-      case TokenKind::kQuotedName:
+      case TokenKind::kName:
         AddQuotedName(token.text);
         break;
       default:
@@ -194,25 +206,22 @@ class ShapeWriter {
     }
   }
 
- private:
   void BeginStatement() {
     levels_.assign(1, Level{});
-    deeper_ = 0;
     last_ = Last::kNothing;
-    context_ = 0;
-    signs_begin_ = kNoPlace;
+    traits_ = 0;
     semicolon_ = name_due_ = false;
   }
 
   // Values become "?", numbers with their signs:
   //   x = 'a' and y > - 5  ->  x = ? and y > ?
   void AddValue(Last kind) {
-    if (AfterUnarySigns()) shape_.resize(signs_begin_);
-    signs_begin_ = kNoPlace;
-    Write(kPlaceholder);
-    AddElement();
+    const bool sign = last_ == Last::kUnarySign;
+    if (sign) shape_.resize(signs_begin_);
+    Append("?", sign);
+    EndItem();
     last_ = kind;
-    context_ = 0;
+    traits_ = 0;
   }
 
   // NULL, TRUE and FALSE are values if a value may follow the word before:
@@ -223,18 +232,18 @@ class ShapeWriter {
     if (first != 'n' && first != 't' && first != 'f') return false;
     const bool null = EqualIgnoringCase(word, "null");
     const bool truth = EqualIgnoringCase(word, "true") || EqualIgnoringCase(word, "false");
-    if (!null && !truth) return false;
-    // NOT NULL declares a column, and SET NULL an action on deletion.
-    if ((context_ & kIs) != 0 || (null && (context_ & (kNot | kSet)) != 0)) return false;
-    return last_ != Last::kDot && !OperandBefore();
+    return ((null && (traits_ & kBeforeNull) == 0) || (truth && (traits_ & kBeforeTruth) == 0)) &&
+           last_ != Last::kDot && !OperandBefore();
   }
 
-  // Signs wait for the token after them:
-  //   select - 5, - a  ->  SELECT ?, - a
-  void AddUnarySign(std::string_view sign) {
-    if (!AfterUnarySigns()) signs_begin_ = shape_.size();
-    Write(sign);
-    last_ = Last::kSign;
+  // The name of a text's character set belongs to the text:
+  //   x = _utf8 'a'  ->  x = ?
+  bool IsCharacterSet(std::string_view word, const Token& next) const noexcept {
+    if (!rules_.character_sets || word.size() == 1 || word[0] != '_') return false;
+    // The text may be a number: _binary 0x1F
+    return next.kind == TokenKind::kText ||
+           (next.kind == TokenKind::kValue && next.text.size() > 2 && next.text[0] == '0' &&
+            IsWord(next.text[1]) && !IsDigit(next.text[1]));
   }
 
   // A list of values, or of such lists, loses its length:
@@ -246,24 +255,18 @@ class ShapeWriter {
 
   // The rows of VALUES become the first of them:
   //   values (a, 1), (b, 2) returning c  ->  VALUES (a, ?) returning c
-  void FoldRow() {
-    Level& level = levels_.back();
-    if (level.first_row_end == 0) {
-      level.first_row_end = shape_.size();
-    } else {
-      shape_.resize(level.first_row_end);
-    }
-    level.rows = Rows::kAfter;
+  void FoldRow(Level& level) {
+    level.state = State::kRow;
+    level.EndFirst(shape_.size());
+    shape_.resize(level.first_end);
   }
 
   // A name with a digit becomes "?" in a statement about an object that programs number:
   //   rollback to savepoint sp_17  ->  rollback to savepoint ?
   void FoldNumberedName(std::size_t begin) {
-    if (std::none_of(shape_.begin() + static_cast<std::ptrdiff_t>(begin), shape_.end(), IsDigit)) {
-      return;
-    }
+    if (shape_.find_first_of("0123456789", begin) == std::string::npos) return;
     shape_.resize(begin);
-    shape_ += kPlaceholder;
+    shape_ += '?';
   }
 
   // On request, the digits of a name, with any "_" between them, become "?":
@@ -274,87 +277,76 @@ class ShapeWriter {
     for (std::size_t at = begin; at < shape_.size(); ++at) {
       const bool folds = digit(at);
       while (folds && (digit(at + 1) || (shape_[at + 1] == '_' && digit(at + 2)))) ++at;
-      shape_[to++] = folds ? kPlaceholder[0] : shape_[at];
+      shape_[to++] = folds ? '?' : shape_[at];
     }
     shape_.resize(to);
   }
 
-  void FoldName(std::size_t begin, bool numbered) {
+  // Folds the name that the shape ends with.
+  void EndName(std::size_t begin, bool numbered) {
     if (numbered) {
       FoldNumberedName(begin);
     } else if (options_.fold_digits) {
       FoldDigits(begin);
     }
     name_due_ = false;
+    last_ = Last::kWord;
+    traits_ = 0;
   }
 
   // Words become lower-case, except for the seven that the product writes in capitals:
   //   Select A From B  ->  SELECT a FROM b
-  void AddWord(std::string_view word) {
-    const Rows rows = levels_.back().rows;
-    const bool call = levels_.back().call;
-    was_list_ = levels_.back().list && levels_.back().value_due && !AfterUnarySigns();
-    Spoil();
-    Write(word);
+  void AddWord(std::string_view word, const Token& next) {
+    Append(word);
     const std::size_t begin = shape_.size() - word.size();
     char* const written = shape_.data() + begin;
     std::transform(written, written + word.size(), written, Lower);
-    const bool qualified = last_ == Last::kDot;
-    const std::uint16_t traits =
-        qualified ? 0 : kVocabulary.TraitsOf(std::string_view(shape_).substr(begin));
-    if (traits == 0) {
-      FoldName(begin, name_due_ && word[0] != '@');
-    } else if (last_ == Last::kNothing) {
-      name_due_ = (traits & kBeforeName) != 0;
-    } else {
-      name_due_ = name_due_ && (traits & kPassedOver) != 0;
+    const std::string_view lower(written, word.size());
+    const std::uint16_t traits = last_ == Last::kDot ? std::uint16_t{0} : TraitsOf(lower);
+
+    Level& level = levels_.back();
+    const bool array = (traits & kArray) != 0 && next.Is('[') && last_ != Last::kUnarySign;
+    // VALUES ROW(1), ROW(2)
+    const bool row = (traits & kRow) != 0 && level.state == State::kRowDue;
+    if (!array && !row) level.state = State::kOther;
+    const bool values = (traits & kValues) != 0 || (rules_.value_is_values && lower == "value");
+    // In b = values(a) and f(values(a)) it is a function.
+    if (values && !level.call && (OperandBefore() || last_ < Last::kComma)) {
+      level.state = State::kRowDue;
+      level.first_end = 0;
     }
+
+    if (traits == 0) return EndName(begin, name_due_ && word[0] != '@');
+    name_due_ = (traits & (last_ == Last::kNothing ? kBeforeName : kPassedOver)) != 0 &&
+                (name_due_ || last_ == Last::kNothing);
     if ((traits & kCapitals) != 0) {
-      for (std::size_t at = begin; at < shape_.size(); ++at) {
-        shape_[at] = static_cast<char>(shape_[at] - 'a' + 'A');
-      }
+      std::transform(written, written + word.size(), written,
+                     [](char c) { return static_cast<char>(c - 'a' + 'A'); });
     }
-    const bool values = (traits & kValues) != 0 || (RulesOf(options_.dialect).value_is_values &&
-                                                    !qualified && EqualIgnoringCase(word, "value"));
-    // In b = values(a) it is a function.
-    if (values && !call && last_ != Last::kSign) {
-      levels_.back().rows = Rows::kExpected;
-      levels_.back().first_row_end = 0;
-    } else if ((traits & kRow) != 0 && (rows == Rows::kExpected || rows == Rows::kComma)) {
-      // VALUES ROW(1), ROW(2)
-      levels_.back().rows = rows;
-    }
-    // IS NOT keeps the traits of both words.
-    context_ =
-        (traits & kNot) != 0 ? static_cast<std::uint16_t>(traits | (context_ & kIs)) : traits;
+    // IS NOT has the traits of both words.
+    traits_ = (traits & kNot) != 0 ? static_cast<std::uint16_t>(traits | traits_) : traits;
     last_ = (traits & kBeforeValue) != 0 ? Last::kBeforeValue : Last::kWord;
   }
 
   // The quotes around a name are dropped if it means the same without them:
   //   "a"."B", "select"  ->  a."B", "select"
   void AddQuotedName(std::string_view name) {
-    Spoil();
+    levels_.back().state = State::kOther;
     if (name.size() > 2 && name.front() == name.back() && !IsWord(name.front())) {
       const std::string_view inner = name.substr(1, name.size() - 2);
-      const bool reserved = last_ != Last::kDot && (kVocabulary.TraitsOf(inner) & kReserved) != 0;
+      const bool reserved = last_ != Last::kDot && (TraitsOf(inner) & kReserved) != 0;
       if (IsPlainName(inner) && !reserved) name = inner;
     }
-    Write(name);
+    Append(name);
     const std::size_t begin = shape_.size() - name.size();
     // The U of U&"a".
     shape_[begin] = Lower(shape_[begin]);
-    FoldName(begin, name_due_);
-    last_ = Last::kName;
-    context_ = 0;
+    EndName(begin, name_due_);
   }
 
   void AddSign(const Token& token) {
     const char sign = token.text.size() == 1 ? token.text[0] : '\0';
-    if ((sign == '+' || sign == '-') && !OperandBefore()) {
-      AddUnarySign(token.text);
-      return;
-    }
-    if (AfterUnarySigns()) Spoil();
+    if ((sign == '+' || sign == '-') && !OperandBefore()) return AddUnarySign(token.text);
     name_due_ = false;
     if (sign == '(' || (sign == '[' && BeginsArray())) {
       Open(sign);
@@ -363,138 +355,108 @@ class ShapeWriter {
     } else if (sign == ',') {
       AddComma();
     } else {
-      Spoil();
-      const bool attached = sign == '.' || sign == ']' || token.text == "::" ||
-                            token.text == ".." || (sign == '[' && OperandBefore());
+      levels_.back().state = State::kOther;
+      const bool joins = sign == '.' || token.text == "::" || token.text == "..";
+      const bool subscript = sign == '[' && OperandBefore();
       // Both mean the same.
-      Write(token.text == "!=" ? "<>" : token.text, attached);
-      last_ = sign == '.' ? Last::kDot : sign == ']' ? Last::kClose : Last::kSign;
+      Append(token.text == "!=" ? "<>" : token.text, joins || subscript || sign == ']');
+      last_ = joins         ? Last::kDot
+              : sign == '[' ? Last::kOpen
+              : sign == ']' ? Last::kClose
+                            : Last::kSign;
     }
-    context_ = 0;
+    traits_ = 0;
+  }
+
+  // Signs wait for the token after them:
+  //   select - 5, - a  ->  SELECT ?, - a
+  void AddUnarySign(std::string_view sign) {
+    Append(sign);
+    if (last_ != Last::kUnarySign) signs_begin_ = shape_.size() - sign.size();
+    last_ = Last::kUnarySign;
   }
 
   // Whether "[" would begin a list, as in ARRAY[1] and ARRAY[[1], [2]].
   bool BeginsArray() const noexcept {
-    if (deeper_ > 0) return false;
-    return (context_ & kArray) != 0 ||
+    return (traits_ & kArray) != 0 ||
            (levels_.back().array && (last_ == Last::kOpen || last_ == Last::kComma));
   }
 
   void Open(char sign) {
-    // Deeper lists are not folded, so that memory is bounded.
-    constexpr std::size_t kMostLevels = 10'000;
-    Level& level = levels_.back();
-    const bool row = level.rows == Rows::kExpected || level.rows == Rows::kComma;
-    level.rows = row ? Rows::kWithin : Rows::kNone;
-    // The word ARRAY has ended the list, but the array is an element of it.
-    if ((context_ & kArray) != 0 && sign == '[') level.list = was_list_;
-    const bool call = last_ == Last::kWord || last_ == Last::kName;
-    Write({&sign, 1}, call);
+    const bool call = last_ == Last::kWord;
+    if (last_ == Last::kUnarySign) levels_.back().state = State::kOther;
+    Append({&sign, 1}, call);
+    levels_.push_back({.array = sign == '[', .call = call});
     last_ = Last::kOpen;
-    if (levels_.size() < kMostLevels) {
-      levels_.push_back({.array = sign == '[', .call = call});
-    } else {
-      ++deeper_;
-      levels_.back().list = false;
-    }
   }
 
   void Close(char sign) {
     last_ = Last::kClose;
-    if (deeper_ > 0 || levels_.size() == 1 || levels_.back().array != (sign == ']')) {
-      if (deeper_ > 0) --deeper_;
-      levels_.back().list = false;
-      Write({&sign, 1}, true);
+    if (levels_.size() == 1 || levels_.back().array != (sign == ']')) {
+      levels_.back().state = State::kOther;
+      Append({&sign, 1}, true);
       return;
     }
     const Level closed = levels_.back();
     levels_.pop_back();
-    const bool list = closed.list && !closed.value_due;
+    const bool list = closed.state == State::kValue;
     if (list) FoldList(closed);
-    Write({&sign, 1}, true);
-    if (levels_.back().rows == Rows::kWithin) {
-      FoldRow();
+    Append({&sign, 1}, true);
+    Level& level = levels_.back();
+    if (level.state == State::kRowDue) {
+      FoldRow(level);
     } else if (list) {
-      AddElement();
+      EndItem();
     } else {
-      levels_.back().list = false;
+      level.state = State::kOther;
     }
   }
 
   void AddComma() {
-    Write(",", true);
+    Append(",", true);
     last_ = Last::kComma;
     Level& level = levels_.back();
-    if (level.value_due) level.list = false;
-    level.value_due = true;
-    level.rows = level.rows == Rows::kAfter ? Rows::kComma : Rows::kNone;
+    level.state = level.state == State::kValue ? State::kValueDue
+                  : level.state == State::kRow ? State::kRowDue
+                                               : State::kOther;
   }
 
-  // After a value, or a list of values.
-  void AddElement() noexcept {
+  // Ends a value, or a list of values.
+  void EndItem() noexcept {
     Level& level = levels_.back();
-    if (!level.value_due) level.list = false;
-    level.value_due = false;
-    if (level.first_end == 0) level.first_end = shape_.size();
-    level.rows = Rows::kNone;
+    level.state = level.state == State::kValueDue ? State::kValue : State::kOther;
+    level.EndFirst(shape_.size());
   }
 
-  bool OperandBefore() const noexcept {
-    return last_ == Last::kWord || last_ == Last::kName || last_ == Last::kText ||
-           last_ == Last::kValue || last_ == Last::kClose;
-  }
-
-  // Called before a token that is no value, comma or parenthesis, and after signs without a value:
-  // the level is no list of values any more.
-  void Spoil() noexcept {
-    signs_begin_ = kNoPlace;
-    levels_.back().list = false;
-    levels_.back().rows = Rows::kNone;
-  }
+  bool OperandBefore() const noexcept { return last_ >= Last::kWord; }
 
   // Appends `token`, with a blank before it unless it is `attached`.
-  void Write(std::string_view token, bool attached = false) {
-    if (!attached && !shape_.empty()) {
-      const char before = shape_.back();
-      const bool begins = before == '(' || before == '[' || before == '.' ||
-                          (before == ':' && shape_.ends_with("::"));
-      if (!begins) shape_ += ' ';
-    }
+  void Append(std::string_view token, bool attached = false) {
+    if (!attached && last_ != Last::kOpen && last_ != Last::kDot && !shape_.empty()) shape_ += ' ';
     shape_ += token;
   }
 
-  bool AfterUnarySigns() const noexcept { return signs_begin_ != kNoPlace; }
-
-  static constexpr std::size_t kNoPlace = std::string_view::npos;
-
-  const ShapeOptions& options_;
-  std::string& shape_;
-  std::vector<Level> levels_;
-  // The number of open parentheses that have no level in `levels_`.
-  std::size_t deeper_ = 0;
+  const ShapeOptions options_;
+  const DialectRules& rules_;
+  std::string shape_;
+  // A vector would need three times the memory as it grows.
+  std::deque<Level> levels_;
   Last last_ = Last::kNothing;
-  // The traits of the last word, or of the last two; 0 if the last token is no word.
-  std::uint16_t context_ = 0;
-  // Whether the level was a list before the last word.
-  bool was_list_ = false;
+  // The traits of the last token, if it is a word.
+  std::uint16_t traits_ = 0;
   // The offset in the shape of the signs that belong to a value if one follows.
-  std::size_t signs_begin_ = kNoPlace;
+  std::size_t signs_begin_ = 0;
   bool semicolon_ = false;
   // Whether the next name is one that programs number.
   bool name_due_ = false;
 };
 
-}  // namespace
+ShapeMaker::ShapeMaker(const ShapeOptions& options) : writer_(std::make_unique<Writer>(options)) {}
+
+ShapeMaker::~ShapeMaker() = default;
 
 const std::string& ShapeMaker::MakeShape(std::string_view statement) {
-  // A shape is rarely longer than its statement.
-  shape_.reserve(statement.size());
-  ShapeWriter writer(options_, shape_);
-  Lexer lexer(statement, options_.dialect);
-  for (Token token = lexer.Next(); token.kind != TokenKind::kEnd; token = lexer.Next()) {
-    writer.Add(token);
-  }
-  return shape_;
+  return writer_->Write(statement);
 }
 
 }  // namespace tarn::host

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -26,15 +27,16 @@ struct ShapeOptions {
 // shape. Throws only std::bad_alloc. One thread at a time may use an object.
 class ShapeMaker {
  public:
-  explicit ShapeMaker(const ShapeOptions& options) : options_(options) {}
+  explicit ShapeMaker(const ShapeOptions& options);
+  ~ShapeMaker();
 
   // The result is valid until the next call. It depends on `statement` alone and not on earlier
   // calls.
   const std::string& MakeShape(std::string_view statement);
 
  private:
-  ShapeOptions options_;
-  std::string shape_;
+  class Writer;
+  std::unique_ptr<Writer> writer_;
 };
 
 }  // namespace tarn::host

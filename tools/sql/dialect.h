@@ -41,6 +41,7 @@ struct DialectRules {
 
   // Numbers and words.
   bool grouped_digits = false;   // 1_000_000
+  bool variables = false;        // @total, @@version
   bool value_is_values = false;  // INSERT INTO o VALUE (1), (2)
 
   // Ends of statements.

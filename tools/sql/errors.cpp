@@ -1,7 +1,9 @@
 #include "sql/errors.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -11,38 +13,26 @@ namespace {
 
 // The length of the first character of `text` in strict UTF-8; 0 if the bytes are no UTF-8.
 std::size_t LengthOfCharacter(std::string_view text) noexcept {
-  // The range of the second byte excludes overlong forms, surrogates and code points after
-  // U+10FFFF.
-  struct Lead {
-    unsigned char first;
-    unsigned char last;
-    unsigned char second_first;
-    unsigned char second_last;
-    std::size_t length;
-  };
-  constexpr Lead kLeads[] = {
-      {0x00, 0x7F, 0x00, 0x00, 1}, {0xC2, 0xDF, 0x80, 0xBF, 2}, {0xE0, 0xE0, 0xA0, 0xBF, 3},
-      {0xE1, 0xEC, 0x80, 0xBF, 3}, {0xED, 0xED, 0x80, 0x9F, 3}, {0xEE, 0xEF, 0x80, 0xBF, 3},
-      {0xF0, 0xF0, 0x90, 0xBF, 4}, {0xF1, 0xF3, 0x80, 0xBF, 4}, {0xF4, 0xF4, 0x80, 0x8F, 4}};
-  const auto byte = [text](std::size_t at) { return static_cast<unsigned char>(text[at]); };
-  for (const Lead& lead : kLeads) {
-    if (byte(0) < lead.first || byte(0) > lead.last) continue;
-    if (lead.length > text.size()) return 0;
-    for (std::size_t at = 1; at < lead.length; ++at) {
-      const unsigned char least = at == 1 ? lead.second_first : 0x80;
-      const unsigned char most = at == 1 ? lead.second_last : 0xBF;
-      if (byte(at) < least || byte(at) > most) return 0;
-    }
-    return lead.length;
+  constexpr std::size_t kLongest = 4;
+  // The least code points of characters of so many bytes. Overlong forms have less.
+  constexpr std::uint32_t kLeast[kLongest + 1] = {0, 0, 0x80, 0x800, 0x10000};
+  const auto lead = static_cast<unsigned char>(text[0]);
+  const auto ones = static_cast<std::size_t>(std::countl_one(lead));
+  const std::size_t length = std::max<std::size_t>(ones, 1);
+  if (ones == 1 || length > std::min(kLongest, text.size())) return 0;
+  std::uint32_t code = lead & (0xFFU >> ones);
+  for (const char c : text.substr(1, length - 1)) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (std::countl_one(byte) != 1) return 0;
+    code = code << 6U | (byte & 0x3FU);
   }
-  return 0;
+  const bool surrogate = code >= 0xD800 && code <= 0xDFFF;
+  return code >= kLeast[length] && code <= 0x10FFFF && !surrogate ? length : 0;
 }
 
 // Makes the control characters of `text` visible, except for those in `kept`.
 std::string EscapeControls(std::string_view text, std::string_view kept) {
   constexpr std::string_view kHexDigits = "0123456789ABCDEF";
-  constexpr unsigned char kDelete = 0x7F;
-  constexpr unsigned char kLastControl = 0x9F;
   constexpr std::string_view kNamed = "\n\t\r";
   constexpr std::string_view kNames = "ntr";
   std::string escaped;
@@ -52,9 +42,9 @@ std::string EscapeControls(std::string_view text, std::string_view kept) {
     const std::string_view character = text.substr(0, std::max<std::size_t>(length, 1));
     text.remove_prefix(character.size());
     const auto last = static_cast<unsigned char>(character.back());
-    const bool control =
-        last < ' ' || (last >= kDelete && last <= kLastControl &&
-                       (length < 2 || (length == 2 && character.front() == '\xC2')));
+    // U+0080 to U+009F in UTF-8, or one byte that is no UTF-8.
+    const bool upper = length == 0 || (length == 2 && character.front() == '\xC2');
+    const bool control = last < ' ' || last == 0x7F || (upper && last >= 0x80 && last <= 0x9F);
     const std::size_t named = kNamed.find(character);
     if (!control || kept.find(character) != std::string_view::npos) {
       escaped += character;

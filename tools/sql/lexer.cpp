@@ -9,17 +9,10 @@
 namespace tarn::host {
 namespace {
 
-bool IsHexDigit(char c) noexcept {
-  const char lower = Lower(c);
-  return IsDigit(c) || (lower >= 'a' && lower <= 'f');
-}
-
-bool IsBinaryDigit(char c) noexcept { return c == '0' || c == '1'; }
-
 // The signs of several bytes. If two begin alike, the longer one is first.
 constexpr std::string_view kLongSigns[] = {
-    "<=>", "->>", "#>>", "!~*", "<=", ">=", "<>", "!=", "||", "&&",
-    "<<",  ">>",  "::",  ":=",  "->", "=>", "..", "#>", "!~", "~*"};
+    "<=>", "->>", "#>>", "!~*", "<=", ">=", "<>", "!=", "||", "&&", "<<",
+    ">>",  "::",  ":=",  "->",  "=>", "..", "#>", "!~", "~*", "<@", "@>"};
 
 // The bytes that are at the index `at` of one of the long signs.
 constexpr std::array<bool, 256> BytesOfLongSigns(std::size_t at) {
@@ -34,29 +27,29 @@ constexpr std::array<bool, 256> kSecondOfLongSigns = BytesOfLongSigns(1);
 
 Token Lexer::Next() {
   PassBlanks();
-  begin_ = at_;
   if (at_ == sql_.size()) return {};
   const char c = sql_[at_];
-  if (IsDigit(c)) return TakeNumber();
-  if (c != '$' && IsWord(c)) return TakeWord();
-  switch (c) {
-    case '\'':
-    case '"':
-    case '`':
-    case '$':
-      if (const std::size_t size = opaque_.Open(sql_, at_, true); size != 0) {
-        return TakeOpaque(at_ + size);
-      }
-      return c == '$' ? TakeDollar() : TakeSign();
-    case '.':
-      return IsDigit(At(at_ + 1)) ? TakeNumber() : TakeSign();
-    case '@':
-      return TakeVariable();
-    case '?':
-      return Take(TokenKind::kParameter, at_ + 1);
-    default:
-      return TakeSign();
+  const char next = At(at_ + 1);
+  const std::size_t prefix = next == '\'' || next == '&' ? SizeOfTextPrefix() : 0;
+  if (prefix != 0 || c == '\'' || c == '"' || c == '`' || c == '$') {
+    const std::size_t quote = at_ + prefix;
+    if (const std::size_t size = opaque_.Open(sql_, quote, true); size != 0) {
+      const TokenKind kind = opaque_.Kind() == Opaque::kText ? TokenKind::kText : TokenKind::kName;
+      return Take(kind, opaque_.Pass(sql_, quote + size, true));
+    }
   }
+  // The dot of o.1a is not that of a number.
+  if (!qualified_ && (IsDigit(c) || (c == '.' && IsDigit(next) && !TouchesOperand()))) {
+    const std::size_t end = EndOfNumber();
+    // A name may begin with digits: 2fa
+    const std::size_t end_of_word = EndOfWord(at_);
+    if (end >= end_of_word) return Take(TokenKind::kValue, end);
+  }
+  if (c == '?' || (c == '$' && IsDigit(next))) {
+    return Take(TokenKind::kValue, EndOfDigits(at_ + 1));
+  }
+  if (IsWord(c)) return Take(TokenKind::kWord, EndOfWord(at_));
+  return c == '@' || c == ':' ? TakeVariable() : TakeSign();
 }
 
 void Lexer::PassBlanks() {
@@ -76,124 +69,83 @@ void Lexer::PassBlanks() {
   }
 }
 
+// Takes the bytes up to `end`.
 Token Lexer::Take(TokenKind kind, std::size_t end) noexcept {
-  const Token token{kind, sql_.substr(begin_, end - begin_)};
-  qualified_ =
-      token.Is('.') && (last_kind_ == TokenKind::kWord || last_kind_ == TokenKind::kQuotedName);
+  const Token token{kind, sql_.substr(at_, end - at_)};
+  qualified_ = token.Is('.') && (last_kind_ == TokenKind::kWord || last_kind_ == TokenKind::kName);
   last_kind_ = kind;
   at_ = end;
   return token;
 }
 
-// `begin` is the end of the part's opening mark.
-Token Lexer::TakeOpaque(std::size_t begin) {
-  const TokenKind kind =
-      opaque_.Kind() == Opaque::kText ? TokenKind::kText : TokenKind::kQuotedName;
-  return Take(kind, opaque_.Pass(sql_, begin, true));
-}
-
-Token Lexer::TakeWord() {
-  const std::size_t end = EndOfWord(at_);
-  const char first = Lower(sql_[at_]);
-  if (end == at_ + 1 && !qualified_) {
-    const bool prefix =
-        first == 'n' || first == 'x' || first == 'b' || (first == 'e' && rules_.escape_prefix);
-    const bool unicode = first == 'u' && rules_.unicode_prefix && At(end) == '&';
-    const char quote = At(unicode ? end + 1 : end);
-    if ((prefix && quote == '\'') || (unicode && (quote == '\'' || quote == '"'))) {
-      const std::size_t at = unicode ? end + 1 : end;
-      return TakeOpaque(at + opaque_.Open(sql_, at, true));
-    }
-  }
-  const Token word = Take(TokenKind::kWord, end);
-  if (first != '_' || !rules_.character_sets || word.text.size() == 1) return word;
-  // If a text follows, the word is the name of its character set: _utf8 'a'
-  PassBlanks();
-  const char next = Lower(At(at_));
-  const char second = Lower(At(at_ + 1));
-  const bool text = next == '\'' || next == '"' ||
-                    ((next == 'x' || next == 'b') && second == '\'') ||
-                    (next == '0' && (second == 'x' || second == 'b'));
-  return text ? Next() : word;
-}
-
-Token Lexer::TakeNumber() {
-  // A name may begin with digits: o.1a
-  const char before = begin_ > 0 ? sql_[begin_ - 1] : ' ';
-  if (sql_[at_] == '.') {
-    // The dot of o.1a is not that of a number.
-    if (IsWord(before) || std::string_view("\"`])").find(before) != std::string_view::npos) {
-      return TakeSign();
-    }
-  } else if (qualified_) {
-    return TakeWord();
-  }
-  const std::size_t end = EndOfNumber();
-  const std::size_t word_end = EndOfWord(begin_);
-  return word_end > end ? Take(TokenKind::kWord, word_end) : Take(TokenKind::kNumber, end);
-}
-
+// @p0 and :name are parameters; @total and @@version are variables.
 Token Lexer::TakeVariable() {
-  std::size_t name = at_;
-  while (At(name) == '@') ++name;
+  const bool colon = sql_[at_] == ':';
+  std::size_t name = at_ + 1;
+  while (!colon && At(name) == '@') ++name;
   const std::size_t end = EndOfName(name);
-  if (end == name || name > at_ + 2) return Take(TokenKind::kSign, name);
-  const bool parameter =
-      name == at_ + 1 && Lower(sql_[name]) == 'p' && end > name + 1 && EndOfDigits(name + 1) == end;
-  return Take(parameter ? TokenKind::kParameter : TokenKind::kWord, end);
-}
-
-// Takes $1 or a word such as $a, as no dollar quote begins here.
-Token Lexer::TakeDollar() {
-  const std::size_t end = EndOfDigits(at_ + 1);
-  return end > at_ + 1 ? Take(TokenKind::kParameter, end) : Take(TokenKind::kWord, EndOfWord(at_));
+  const std::size_t size = end - name;
+  if (colon) {
+    // In a[low:high] there is no parameter.
+    return size > 0 && !TouchesOperand() ? Take(TokenKind::kValue, end) : TakeSign();
+  }
+  if (name == at_ + 1 && size > 1 && Lower(sql_[name]) == 'p' && EndOfDigits(name + 1) == end) {
+    return Take(TokenKind::kValue, end);
+  }
+  const bool variable = size > 0 && name <= at_ + 2 && rules_.variables;
+  if (variable) return Take(TokenKind::kWord, end);
+  return name == at_ + 1 ? TakeSign() : Take(TokenKind::kSign, name);
 }
 
 Token Lexer::TakeSign() {
-  const char c = sql_[at_];
-  if (c == ':') {
-    // In a[low:high] there is no parameter.
-    const char before = at_ > 0 ? sql_[at_ - 1] : ' ';
-    const bool within =
-        IsWord(before) || std::string_view(":'\"`])").find(before) != std::string_view::npos;
-    const std::size_t end = EndOfName(at_ + 1);
-    if (!within && end > at_ + 1) return Take(TokenKind::kParameter, end);
-  }
-  const auto next = static_cast<unsigned char>(At(at_ + 1));
-  if (kFirstOfLongSigns[static_cast<unsigned char>(c)] && kSecondOfLongSigns[next]) {
+  const auto byte = [this](std::size_t at) { return static_cast<unsigned char>(At(at)); };
+  if (kFirstOfLongSigns[byte(at_)] && kSecondOfLongSigns[byte(at_ + 1)]) {
     for (const std::string_view sign : kLongSigns) {
-      // The asterisk may be that of the comment's end: /*! a ~*/
-      if (sign.back() == '*' && opaque_.InExecutableComment()) continue;
-      if (sql_.substr(at_, sign.size()) == sign) return Take(TokenKind::kSign, at_ + sign.size());
+      if (sign[0] != sql_[at_] || !sql_.substr(at_).starts_with(sign)) continue;
+      // The asterisk may be that of the comment's end: /*! a ~*/. In a<@b the variable is @b.
+      const bool shorter = (sign.back() == '*' && opaque_.InExecutableComment()) ||
+                           (sign == "<@" && rules_.variables);
+      if (!shorter) return Take(TokenKind::kSign, at_ + sign.size());
     }
   }
   return Take(TokenKind::kSign, at_ + 1);
 }
 
-std::size_t Lexer::EndOfDigits(std::size_t at) const noexcept {
-  while (IsDigit(At(at)) || (rules_.grouped_digits && At(at) == '_' && IsDigit(At(at + 1)))) ++at;
-  return at;
+// The size of the prefix if the token is a text or a name with one: N'a'  u&"a". Otherwise 0.
+std::size_t Lexer::SizeOfTextPrefix() const noexcept {
+  if (qualified_) return 0;
+  const char first = Lower(sql_[at_]);
+  if (At(at_ + 1) == '&') {
+    const char quote = At(at_ + 2);
+    return first == 'u' && rules_.unicode_prefix && (quote == '\'' || quote == '"') ? 2 : 0;
+  }
+  return first == 'n' || first == 'x' || first == 'b' || (first == 'e' && rules_.escape_prefix);
 }
 
 // The end of the number that begins the token: 5  5.  .5  5.5e-3  0x1F  0b101
 std::size_t Lexer::EndOfNumber() const noexcept {
-  std::size_t end = begin_;
-  const char second = Lower(At(end + 1));
-  if (At(end) == '0' && (second == 'x' || second == 'b')) {
-    const auto is_digit = second == 'x' ? IsHexDigit : IsBinaryDigit;
-    end += 2;
-    while (is_digit(At(end))) ++end;
-    if (end > begin_ + 2) return end;
-    end = begin_;
+  const char second = sql_[at_] == '0' ? Lower(At(at_ + 1)) : '\0';
+  if (second == 'x' || second == 'b' || (second == 'o' && rules_.grouped_digits)) {
+    std::size_t end = at_ + 2;
+    const char last = second == 'x' ? '9' : second == 'o' ? '7' : '1';
+    while ((At(end) >= '0' && At(end) <= last) ||
+           (second == 'x' && Lower(At(end)) >= 'a' && Lower(At(end)) <= 'f')) {
+      ++end;
+    }
+    if (end > at_ + 2) return end;
   }
-  end = EndOfDigits(end);
+  std::size_t end = EndOfDigits(at_);
   if (At(end) == '.' && At(end + 1) != '.') end = EndOfDigits(end + 1);
   if (Lower(At(end)) == 'e') {
-    const bool sign = At(end + 1) == '+' || At(end + 1) == '-';
-    const std::size_t exponent = end + (sign ? 2 : 1);
+    const std::size_t exponent = end + (At(end + 1) == '+' || At(end + 1) == '-' ? 2 : 1);
     if (IsDigit(At(exponent))) end = EndOfDigits(exponent);
   }
   return end;
+}
+
+std::size_t Lexer::EndOfDigits(std::size_t at) const noexcept {
+  while (IsDigit(At(at)) || (rules_.grouped_digits && At(at) == '_' && IsDigit(At(at + 1)))) ++at;
+  return at;
 }
 
 std::size_t Lexer::EndOfWord(std::size_t at) const noexcept {
@@ -204,6 +156,12 @@ std::size_t Lexer::EndOfWord(std::size_t at) const noexcept {
 // Returns `at` if a dollar quote may begin there.
 std::size_t Lexer::EndOfName(std::size_t at) const noexcept {
   return At(at) == '$' && rules_.dollar_quotes ? at : EndOfWord(at);
+}
+
+// Whether the byte before the token ends a name or a value: o.5  a[low:high]
+bool Lexer::TouchesOperand() const noexcept {
+  const char before = at_ > 0 ? sql_[at_ - 1] : ' ';
+  return IsWord(before) || std::string_view("'\"`])").find(before) != std::string_view::npos;
 }
 
 }  // namespace tarn::host

@@ -11,12 +11,11 @@ namespace tarn::host {
 
 enum class TokenKind : unsigned char {
   kEnd,
-  kWord,        // select  o1  @total  @@version  2fa
-  kQuotedName,  // "Order 5"  `a`
-  kText,        // 'a'  N'a'  x'1F'  $$a$$  _utf8 'a'
-  kNumber,      // 5  1.5e3  .5  0x1F  without its sign
-  kParameter,   // ?  @p0  :name  $1
-  kSign,        // (  <=  ::
+  kWord,   // select  o1  @total  @@version  2fa
+  kName,   // in quotes: "Order 5"  `a`
+  kText,   // 'a'  N'a'  x'1F'  $$a$$
+  kValue,  // a number without its sign, or a parameter: 5  1.5e3  0x1F  ?  @p0  :name  $1
+  kSign,   // (  <=  ::
 };
 
 struct Token {
@@ -47,27 +46,23 @@ class Lexer {
  private:
   void PassBlanks();
   Token Take(TokenKind kind, std::size_t end) noexcept;
-  Token TakeOpaque(std::size_t begin);
-  Token TakeWord();
-  Token TakeNumber();
   Token TakeVariable();
-  Token TakeDollar();
   Token TakeSign();
-  std::size_t EndOfDigits(std::size_t at) const noexcept;
+  std::size_t SizeOfTextPrefix() const noexcept;
   std::size_t EndOfNumber() const noexcept;
+  std::size_t EndOfDigits(std::size_t at) const noexcept;
   std::size_t EndOfWord(std::size_t at) const noexcept;
   std::size_t EndOfName(std::size_t at) const noexcept;
+  bool TouchesOperand() const noexcept;
   char At(std::size_t at) const noexcept { return at < sql_.size() ? sql_[at] : '\0'; }
 
   std::string_view sql_;
   const DialectRules& rules_;
   OpaqueReader opaque_;
   std::size_t at_ = 0;
-  // The start of the token.
-  std::size_t begin_ = 0;
+  TokenKind last_kind_ = TokenKind::kEnd;
   // Whether the last token was a dot after a name. If so, the next one is a name, too: o.1a
   bool qualified_ = false;
-  TokenKind last_kind_ = TokenKind::kEnd;
 };
 
 }  // namespace tarn::host

@@ -19,23 +19,51 @@ bool FollowsWord(std::string_view text, std::size_t at) noexcept {
 
 std::size_t OpaqueReader::Open(std::string_view text, std::size_t at, bool last) {
   assert(at < text.size() && kind_ == Opaque::kNone);
-  switch (text[at]) {
+  const std::string_view rest = text.substr(at);
+  const auto may_become = [rest, last](std::string_view mark) {
+    return !last && rest.size() < mark.size() && mark.starts_with(rest);
+  };
+  switch (rest[0]) {
     case '\'':
+      Begin(Opaque::kText, "'", 1);
+      if (rules_->backslash_escapes || (rules_->escape_prefix && at > 0 &&
+                                        Lower(text[at - 1]) == 'e' && !FollowsWord(text, at - 1))) {
+        other_ = '\\';
+      }
+      return 1;
     case '"':
+      Begin(rules_->double_quoted_texts ? Opaque::kText : Opaque::kName, "\"", 1);
+      if (kind_ == Opaque::kText && rules_->backslash_escapes) other_ = '\\';
+      return 1;
     case '`':
-      return OpenQuote(text, at);
-    case '-':
-    case '/':
+      return rules_->backquoted_names ? Begin(Opaque::kName, "`", 1) : 0;
+    case '$':
+      return rules_->dollar_quotes ? BeginDollarQuote(text, at, last) : 0;
     case '#':
-      return OpenComment(text.substr(at), last);
+      return rules_->hash_comments ? Begin(Opaque::kLineComment, "\n", 1) : 0;
+    case '-': {
+      if (may_become(rules_->spaced_dashes ? "-- " : "--")) return kUndecided;
+      // "5--1" is an expression to MySQL.
+      const bool spaced = rest.size() <= 2 || (rest[2] >= '\0' && rest[2] <= ' ');
+      const bool comment = rest.starts_with("--") && (spaced || !rules_->spaced_dashes);
+      return comment ? Begin(Opaque::kLineComment, "\n", 2) : 0;
+    }
+    case '/':
+      if (may_become("/*M!")) return kUndecided;
+      if (rules_->executable_comments && (rest.starts_with("/*!") || rest.starts_with("/*M!"))) {
+        in_executable_ = true;
+        return rest.find('!') + 1;
+      }
+      if (!rest.starts_with("/*")) return 0;
+      Begin(Opaque::kBlockComment, "*/", 2);
+      if (rules_->nested_comments) other_ = '/';
+      return 2;
     case '*':
       if (!in_executable_) return 0;
-      if (at + 1 == text.size() && !last) return kUndecided;
-      if (text.substr(at, 2) != "*/") return 0;
+      if (may_become("*/")) return kUndecided;
+      if (!rest.starts_with("*/")) return 0;
       in_executable_ = false;
       return 2;
-    case '$':
-      return rules_->dollar_quotes ? OpenDollarQuote(text, at, last) : 0;
     default:
       return 0;
   }
@@ -43,120 +71,55 @@ std::size_t OpaqueReader::Open(std::string_view text, std::size_t at, bool last)
 
 std::size_t OpaqueReader::Pass(std::string_view text, std::size_t at, bool last) {
   assert(at <= text.size() && kind_ != Opaque::kNone);
-  std::size_t end = 0;
-  switch (kind_) {
-    case Opaque::kLineComment:
-      end = PassUpTo("\n", text, at);
-      break;
-    case Opaque::kBlockComment:
-      end = PassBlockComment(text, at);
-      break;
-    default:
-      end = quote_ == '\0' ? PassUpTo(dollar_tag_, text, at) : PassQuote(text, at, last);
-  }
-  return last && kind_ != Opaque::kNone ? text.size() : end;
-}
-
-// 'text'  "name or text"  `name`
-std::size_t OpaqueReader::OpenQuote(std::string_view text, std::size_t at) {
-  quote_ = text[at];
-  if (quote_ == '`' && !rules_->backquoted_names) return 0;
-  kind_ = quote_ == '\'' || (quote_ == '"' && rules_->double_quoted_texts) ? Opaque::kText
-                                                                           : Opaque::kName;
-  escapes_ = kind_ == Opaque::kText && rules_->backslash_escapes;
-  if (rules_->escape_prefix && quote_ == '\'' && at > 0) {
-    escapes_ = Lower(text[at - 1]) == 'e' && !FollowsWord(text, at - 1);
-  }
-  return 1;
-}
-
-// -- comment   # comment   /* comment */   /*! code */
-std::size_t OpaqueReader::OpenComment(std::string_view rest, bool last) {
-  constexpr std::string_view kLongest = "/*M!";
-  const bool undecided = rest == "-" || (rest == "--" && rules_->spaced_dashes) ||
-                         (rest.size() < kLongest.size() && kLongest.starts_with(rest));
-  if (undecided && !last) return kUndecided;
-  // "5--1" is an expression to MySQL.
-  const bool spaced = rest.size() <= 2 || (rest[2] >= '\0' && rest[2] <= ' ');
-  if (rest[0] == '#' ? rules_->hash_comments
-                     : rest.starts_with("--") && (spaced || !rules_->spaced_dashes)) {
-    kind_ = Opaque::kLineComment;
-    return 1;
-  }
-  if (!rest.starts_with("/*")) return 0;
-  if (rules_->executable_comments && (rest.starts_with("/*!") || rest.starts_with(kLongest))) {
-    in_executable_ = true;
-    return rest.find('!') + 1;
-  }
-  kind_ = Opaque::kBlockComment;
-  depth_ = 1;
-  return 2;
-}
-
-// $$text$$   $tag$text$tag$
-std::size_t OpaqueReader::OpenDollarQuote(std::string_view text, std::size_t at, bool last) {
-  // No name in PostgreSQL is as long.
-  constexpr std::size_t kLongestTag = 64;
-  if (FollowsWord(text, at)) return 0;
-  const std::string_view rest = text.substr(at, kLongestTag);
-  const auto* const end =
-      std::find_if(rest.begin() + 1, rest.end(), [](char c) { return c == '$' || !IsWord(c); });
-  if (end == rest.end() && rest.size() < kLongestTag && !last) return kUndecided;
-  if (end == rest.end() || *end != '$' || IsDigit(rest[1])) return 0;
-  kind_ = Opaque::kText;
-  quote_ = '\0';
-  dollar_tag_.assign(rest.begin(), end + 1);
-  return dollar_tag_.size();
-}
-
-// A doubled quote is one quote within the text: 'it''s'
-std::size_t OpaqueReader::PassQuote(std::string_view text, std::size_t at, bool last) {
+  const char first = end_[0];
+  const bool quote = first == '\'' || first == '"' || first == '`';
+  const std::size_t deciding = quote ? 2 : end_.size();
   while (at < text.size()) {
-    const char c = text[at];
-    const bool takes_next = c == quote_ || (c == '\\' && escapes_);
-    if (!takes_next) {
+    if (text[at] != first && text[at] != other_) {
       ++at;
       continue;
     }
-    if (at + 1 == text.size() && !(last && c == quote_)) return at;
-    if (c == quote_ && (at + 1 == text.size() || text[at + 1] != quote_)) {
-      kind_ = Opaque::kNone;
-      return at + 1;
-    }
-    at += 2;
-  }
-  return at;
-}
-
-std::size_t OpaqueReader::PassBlockComment(std::string_view text, std::size_t at) {
-  const std::string_view stops = rules_->nested_comments ? "*/" : "*";
-  for (;;) {
-    at = std::min(text.find_first_of(stops, at), text.size());
-    if (at + 1 >= text.size()) return at;
-    const std::string_view two = text.substr(at, 2);
-    if (two == "*/") {
+    const std::string_view rest = text.substr(at);
+    if (rest.size() < deciding && !last) return at;
+    if (quote && rest.size() > 1 && (rest[0] != first || rest[1] == first)) {
+      // An escaped byte, or a doubled quote: 'it\'s'  'it''s'
+      at += 2;
+    } else if (rest.starts_with(end_)) {
+      at += end_.size();
       if (--depth_ == 0) {
         kind_ = Opaque::kNone;
-        return at + 2;
+        return at;
       }
-      at += 2;
-    } else if (two == "/*" && rules_->nested_comments) {
+    } else if (rest.starts_with("/*")) {
       ++depth_;
       at += 2;
     } else {
       ++at;
     }
   }
+  return at;
 }
 
-std::size_t OpaqueReader::PassUpTo(std::string_view end, std::string_view text, std::size_t at) {
-  const std::size_t found = text.find(end, at);
-  if (found != std::string_view::npos) {
-    kind_ = Opaque::kNone;
-    return found + end.size();
-  }
-  // The text may end with the first bytes of `end`.
-  return std::max(at, text.size() - std::min(end.size() - 1, text.size()));
+// Returns `size`.
+std::size_t OpaqueReader::Begin(Opaque kind, std::string_view end, std::size_t size) {
+  kind_ = kind;
+  end_ = end;
+  other_ = end[0];
+  depth_ = 1;
+  return size;
+}
+
+// $$text$$   $tag$text$tag$
+std::size_t OpaqueReader::BeginDollarQuote(std::string_view text, std::size_t at, bool last) {
+  // No name in PostgreSQL is as long.
+  constexpr std::size_t kLongestTag = 64;
+  if (FollowsWord(text, at)) return 0;
+  const std::string_view rest = text.substr(at, kLongestTag);
+  std::size_t end = 1;
+  while (end < rest.size() && rest[end] != '$' && IsWord(rest[end])) ++end;
+  if (end == rest.size() && end < kLongestTag && !last) return kUndecided;
+  if (end == rest.size() || rest[end] != '$' || IsDigit(rest[1])) return 0;
+  return Begin(Opaque::kText, rest.substr(0, end + 1), end + 1);
 }
 
 }  // namespace tarn::host

@@ -47,21 +47,19 @@ class OpaqueReader {
   bool InExecutableComment() const noexcept { return in_executable_; }
 
  private:
-  std::size_t OpenQuote(std::string_view text, std::size_t at);
-  std::size_t OpenComment(std::string_view rest, bool last);
-  std::size_t OpenDollarQuote(std::string_view text, std::size_t at, bool last);
-  std::size_t PassQuote(std::string_view text, std::size_t at, bool last);
-  std::size_t PassBlockComment(std::string_view text, std::size_t at);
-  std::size_t PassUpTo(std::string_view end, std::string_view text, std::size_t at);
+  std::size_t Begin(Opaque kind, std::string_view end, std::size_t size);
+  std::size_t BeginDollarQuote(std::string_view text, std::size_t at, bool last);
 
   const DialectRules* rules_;
   Opaque kind_ = Opaque::kNone;
-  // The quote that ends the part; '\0' if dollar_tag_ ends it.
-  char quote_ = '\0';
-  bool escapes_ = false;
   bool in_executable_ = false;
+  // The mark that ends the part.
+  std::string end_;
+  // The first byte of the mark's other meaning: "\\" where it escapes, "/" where comments nest.
+  // Otherwise the first byte of end_.
+  char other_ = '\0';
+  // The number of comments that are open within one another, and 1 in a quote.
   std::uint64_t depth_ = 0;
-  std::string dollar_tag_;
 };
 
 }  // namespace tarn::host

@@ -1,6 +1,7 @@
 // Classes of bytes, case and trimming, for texts in ASCII or any extension of it.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <string_view>
@@ -30,9 +31,16 @@ inline constexpr std::array<bool, 256> kWordBytes = [] {
 inline bool IsWord(char c) noexcept { return kWordBytes[static_cast<unsigned char>(c)]; }
 
 // `text` without blanks at its ends.
-std::string_view Trimmed(std::string_view text) noexcept;
+inline std::string_view Trimmed(std::string_view text) noexcept {
+  while (!text.empty() && IsBlank(text.front())) text.remove_prefix(1);
+  while (!text.empty() && IsBlank(text.back())) text.remove_suffix(1);
+  return text;
+}
 
 // Only letters of ASCII are equal in either case.
-bool EqualIgnoringCase(std::string_view a, std::string_view b) noexcept;
+inline bool EqualIgnoringCase(std::string_view a, std::string_view b) noexcept {
+  return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                    [](char x, char y) { return Lower(x) == Lower(y); });
+}
 
 }  // namespace tarn::host
