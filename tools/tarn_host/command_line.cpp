@@ -1,6 +1,7 @@
 #include "tarn_host/command_line.h"
 
 #include <CLI/CLI.hpp>
+#include <cassert>
 #include <sstream>
 
 #include "tarn_host/errors.h"
@@ -84,6 +85,7 @@ Command CommandLine::AddCommand(const std::string& name, const std::string& help
 }
 
 int CommandLine::Run(int argc, char** argv) {
+  assert(!app_->parsed());
   try {
     app_->parse(argc, argv);
   } catch (const CLI::ParseError& error) {

@@ -21,12 +21,12 @@ namespace tarn::host {
 enum class Presence { kOptional, kRequired };
 
 // A command whose options are being declared. Each function adds one option. Parsing writes it to
-// `value`, or leaves `value` unchanged if the option is not given. A `name` begins with "--"; the
-// name of an argument is in capitals, as FILE. Help shows `kind` for the value, as in "--key FILE".
-// Requires: `value` outlives the parsing.
+// `value`, which must outlive the parsing, or leaves it unchanged if the option is not given. A
+// `name` begins with "--"; the name of an argument is in capitals, as FILE. Help shows `kind` for
+// the value, as in "--key FILE".
 class Command {
  public:
-  // Requires: `app` outlives this object.
+  // `app` must outlive this object.
   explicit Command(CLI::App& app) noexcept : app_(&app) {}
 
   void Flag(const std::string& name, bool& value, const std::string& help);
@@ -50,7 +50,6 @@ class Command {
   void Choice(const std::string& name, Chosen& value, const std::map<std::string, Value>& values,
               const std::string& kind, const std::string& help) {
     std::vector<std::string> names;
-    names.reserve(values.size());
     for (const auto& named : values) names.push_back(named.first);
     AddChoice(
         name, [&value, values](const std::string& chosen) { value = values.at(chosen); }, names,
@@ -87,7 +86,8 @@ class CommandLine {
   }
 
   // Runs the command that `argv` names, or prints help or the version, and returns the exit code.
-  // Throws ToolError for bad usage, and lets the command's exceptions through. May be called once.
+  // Throws ToolError for bad usage, and lets the command's exceptions through. Requires: this is
+  // the only call.
   int Run(int argc, char** argv);
 
  private:

@@ -20,8 +20,8 @@
 #include "plugin/plugin_check.h"
 #include "tarn_host/commands.h"
 #include "tarn_host/errors.h"
+#include "tarn_host/options.h"
 #include "tarn_host/output.h"
-#include "tarn_host/plugin_option.h"
 
 namespace tarn::host {
 namespace {

@@ -21,8 +21,8 @@
 #include "standin/warning.h"
 #include "tarn_host/errors.h"
 #include "tarn_host/json.h"
+#include "tarn_host/options.h"
 #include "tarn_host/output.h"
-#include "tarn_host/plugin_option.h"
 
 namespace tarn::host {
 namespace {

@@ -12,8 +12,8 @@
 
 #include "plugin/plugin.h"
 #include "tarn_host/errors.h"
+#include "tarn_host/options.h"
 #include "tarn_host/output.h"
-#include "tarn_host/plugin_option.h"
 
 namespace tarn::host {
 namespace {

@@ -11,9 +11,8 @@
 #include "plugin/normalize_call.h"
 #include "plugin/plugin.h"
 #include "tarn_host/errors.h"
-#include "tarn_host/input_options.h"
+#include "tarn_host/options.h"
 #include "tarn_host/output.h"
-#include "tarn_host/plugin_option.h"
 #include "tarn_host/progress.h"
 
 namespace tarn::host {

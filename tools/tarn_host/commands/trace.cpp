@@ -13,8 +13,8 @@
 #include "plugin/plugin.h"
 #include "sqlnorm/patterns/pattern_engine.h"
 #include "tarn_host/errors.h"
+#include "tarn_host/options.h"
 #include "tarn_host/output.h"
-#include "tarn_host/plugin_option.h"
 
 namespace tarn::host {
 namespace {
