@@ -20,18 +20,10 @@
 #include "plugin/plugin_check.h"
 #include "tarn_host/commands.h"
 #include "tarn_host/errors.h"
-#include "tarn_host/options.h"
 #include "tarn_host/output.h"
 
 namespace tarn::host {
 namespace {
-
-constexpr std::uint64_t kMaxSeconds = 86'400;
-
-struct CheckOptions {
-  std::string library;
-  std::uint64_t seconds = 10;
-};
 
 // Prints one line for each fact.
 class FactSheet {
@@ -194,6 +186,8 @@ class Examiner {
   pid_t child_ = -1;
 };
 
+}  // namespace
+
 int Check(const CheckOptions& options) {
   const std::string path = ChosenPlugin(options.library);
   const ElfLibrary library = ReadElfLibrary(path);
@@ -205,24 +199,6 @@ int Check(const CheckOptions& options) {
   output.Flush();
   Examiner(path, library).AddFacts(options.seconds, facts);
   return facts.AllHold() ? kExitSuccess : kExitFailed;
-}
-
-}  // namespace
-
-void AddCheckCommand(CommandLine& line) {
-  auto [command, options] =
-      line.Add("check", "Check whether a host can load and use a library", Check);
-  command.Name("LIBRARY", options.library, "",
-               "The library's file; by default the one beside the tool");
-  command.Count("--timeout", options.seconds, kMaxSeconds,
-                "End the check after N seconds (default: 10)");
-  command.Footer(
-      "Prints one line for each fact, \"pass\" or \"FAIL\". The exit code is 1 if any fact fails.\n"
-      "The facts in the file come first. For the others a child process loads the library and\n"
-      "calls it. Its code can forge them, so don't check a library that you don't trust.\n\n"
-      "Examples:\n"
-      "  tarn_host check\n"
-      "  tarn_host check --timeout=60 ./libtarn_interface_for_vesta.so");
 }
 
 }  // namespace tarn::host

@@ -21,7 +21,6 @@
 #include "standin/warning.h"
 #include "tarn_host/errors.h"
 #include "tarn_host/json.h"
-#include "tarn_host/options.h"
 #include "tarn_host/output.h"
 
 namespace tarn::host {
@@ -29,13 +28,6 @@ namespace {
 
 // Its length does not depend on the password's.
 constexpr const char* kMask = "********";
-
-struct ConfigOptions {
-  std::string database;
-  std::string plugin;
-  bool show_password = false;
-  bool json = false;
-};
 
 struct Answers {
   std::string type;
@@ -169,6 +161,8 @@ void PrintJson(const std::string& database, const Answers& answers, const std::s
   output.Write(JsonText(document) + '\n');
 }
 
+}  // namespace
+
 int Config(const ConfigOptions& options) {
   const std::string path = ChosenPlugin(options.plugin);
   const Plugin plugin(path);
@@ -206,34 +200,6 @@ int Config(const ConfigOptions& options) {
   }
   output.Flush();
   return kExitSuccess;
-}
-
-}  // namespace
-
-void AddConfigCommand(CommandLine& line) {
-  auto [command, options] =
-      line.Add("config", "Print the plug-in's answers for a database", Config);
-  command.Name("DBNAME", options.database, "", "Name of the database in the configuration",
-               Presence::kRequired);
-  command.Flag("--show-password", options.show_password,
-               "Print the deciphered password instead of a mask");
-  command.Flag("--json", options.json, "Print a JSON object instead of a table");
-  AddPluginOption(command, options.plugin);
-  command.Footer(
-      "Prints the engine type, the login account, the address and the connection properties, or\n"
-      "the first reason for which one is missing. Without --show-password the password is\n"
-      "********, and in JSON null with \"password_masked\": true.\n\n"
-      "The stand-in platform reads:\n"
-      "  TARN_SYS_CONF     JSON file of the databases\n"
-      "  TARN_KEY_FILE     key file of the stored passwords\n"
-      "  TARN_PROC_ID, TARN_PROC_HANDLE\n"
-      "                    identity and number of the process\n"
-      "  TARN_LOG_LEVEL    off (here the default), error, warn or debug\n"
-      "The plug-in itself reads:\n"
-      "  APP_CONF_FILE     application configuration, for the SSL mode\n\n"
-      "Examples:\n"
-      "  tarn_host config orders\n"
-      "  tarn_host config orders --json --show-password");
 }
 
 }  // namespace tarn::host

@@ -11,18 +11,11 @@
 #include "plugin/normalize_call.h"
 #include "plugin/plugin.h"
 #include "tarn_host/errors.h"
-#include "tarn_host/options.h"
 #include "tarn_host/output.h"
 #include "tarn_host/progress.h"
 
 namespace tarn::host {
 namespace {
-
-struct NormalizeOptions {
-  InputOptions input;
-  bool pairs = false;
-  std::string plugin;
-};
 
 class Normalizer {
  public:
@@ -94,24 +87,8 @@ class Normalizer {
   int exit_code_ = kExitSuccess;
 };
 
-int Normalize(const NormalizeOptions& options) { return Normalizer(options).Run(); }
-
 }  // namespace
 
-void AddNormalizeCommand(CommandLine& line) {
-  auto [command, options] =
-      line.Add("normalize", "Print the canonical texts of statements", Normalize);
-  AddInputOptions(command, options.input);
-  command.Flag("--pairs", options.pairs, "Print each statement before its canonical text");
-  AddPluginOption(command, options.plugin);
-  command.Footer(
-      "The texts are separated as the statements of the input are. With --input=nul every byte is\n"
-      "kept. A statement that fails is reported with its number, the others are printed, and the\n"
-      "exit code is 1.\n\n"
-      "Examples:\n"
-      "  tarn_host normalize statements.sql\n"
-      "  tarn_host normalize --pairs statements.sql\n"
-      "  echo 'select 0x1F from tab t3' | tarn_host normalize --input=lines");
-}
+int Normalize(const NormalizeOptions& options) { return Normalizer(options).Run(); }
 
 }  // namespace tarn::host

@@ -24,7 +24,6 @@
 #include "shapes/counter.h"
 #include "tarn_host/errors.h"
 #include "tarn_host/interrupt.h"
-#include "tarn_host/options.h"
 #include "tarn_host/output.h"
 #include "tarn_host/progress.h"
 #include "tarn_host/report.h"
@@ -32,28 +31,6 @@
 
 namespace tarn::host {
 namespace {
-
-constexpr unsigned kMostThreads = 256;
-// More shapes do not fit into memory.
-constexpr std::uint64_t kMostShapes = std::numeric_limits<std::uint32_t>::max();
-
-// A format that only `shapes` has. Its inputs hold no statements.
-constexpr Format kReportFormat{"report", "a report", Dialect::kMysql, nullptr, nullptr, "", ""};
-
-struct ShapesOptions {
-  InputOptions input;
-  TableOptions table;
-  CountingRule rule;
-  bool json = false;
-  std::uint64_t threads = std::clamp(std::thread::hardware_concurrency(), 1U, kMostThreads);
-  std::string plugin;
-  // As typed; empty if not given.
-  std::string since;
-  std::string until;
-  std::array<std::string, kDetails> details;
-  // The report or log to compare with.
-  std::string compare;
-};
 
 // Whether `file` can be read more than once.
 bool IsRegular(const std::string& file) {
@@ -309,70 +286,8 @@ class ShapesRun {
   int exit_code_ = kExitSuccess;
 };
 
-int Shapes(const ShapesOptions& options) { return ShapesRun(options).Run(); }
-
 }  // namespace
 
-void AddShapesCommand(CommandLine& line) {
-  auto [command, options] =
-      line.Add("shapes", "Count statements by shape, and sum up their times", Shapes);
-  auto formats = ReadableFormats();
-  formats.emplace(kReportFormat.name, &kReportFormat);
-  AddInputOptions(command, options.input, formats);
-  command.Flag("--exact", options.rule.exact,
-               "Count by the canonical text, which keeps values and lists");
-  command.Flag(
-      "--fold-digits", options.rule.fold_digits,
-      "Count names that differ only in digits as one, such as orders_2024 and orders_2025");
-  command.Flag("--keys", options.rule.keys,
-               "Count the canonical texts of each shape, which are the keys in a host's tables");
-  command.Choice("--sort", options.table.rank.order,
-                 std::map<std::string, ShapeOrder>{{"count", ShapeOrder::kCount},
-                                                   {"time", ShapeOrder::kTime},
-                                                   {"max", ShapeOrder::kMax},
-                                                   {"rows", ShapeOrder::kRows}},
-                 "ORDER",
-                 "Print first the shapes with the most statements (count), the most time (time, "
-                 "the default if times are known), the slowest statement (max) or the most rows "
-                 "examined (rows)");
-  command.Count("--top", options.table.rank.top, kMostShapes,
-                "Print the first N shapes and sum up the others");
-  command.Count("--min-count", options.table.rank.min_count, kMostShapes,
-                "Sum up the shapes of fewer than N statements");
-  command.Flag("--examples", options.table.examples,
-               "Print below each shape its slowest statement and when it ran");
-  command.Name("--since", options.since, "TIME",
-               "Leave out statements before a time, such as 2026-11-24 09:05, or before the last "
-               "90s, 30m, 2h or 7d of the log");
-  command.Name("--until", options.until, "TIME", "Leave out statements of this time or later");
-  std::map<std::string, Detail> details;
-  for (std::size_t i = 0; i < kDetails; ++i) {
-    const std::string name = NameOf(static_cast<Detail>(i));
-    command.Name("--" + name, options.details.at(i), "NAME",
-                 "Leave out statements of every other " + name);
-    details.emplace(name, static_cast<Detail>(i));
-  }
-  command.Choice("--group-by", options.rule.group_by, details, "DETAIL",
-                 "Count the shapes of each user, database (db) or host separately");
-  command.Name("--compare", options.compare, "FILE",
-               "Print the changes since the report or log FILE");
-  command.Flag("--json", options.json,
-               "Print JSON, with examples; reports can be read again and add up");
-  command.Count("--threads", options.threads, kMostThreads,
-                "Count on N threads (default: one per processor)");
-  AddPluginOption(command, options.plugin);
-  command.Footer(
-      "Statements have one shape if they differ only in values, in the length of lists of values,\n"
-      "in the number of VALUES rows, or in comments, case and spacing. If the input is a log with\n"
-      "times, the times are summed up. Statements that fail are reported. Ctrl-C ends the input\n"
-      "and prints the counts so far.\n\n"
-      "Examples:\n"
-      "  tarn_host shapes statements.sql\n"
-      "  tarn_host shapes --input=slowlog --top 10 mysql-slow.log.1.gz\n"
-      "  tarn_host shapes --input=csvlog --sort=max --examples postgresql.csv\n"
-      "  tarn_host shapes --input=slowlog --since 2h --user shop mysql-slow.log\n"
-      "  tarn_host shapes --json statements.sql\n"
-      "  tarn_host shapes a.json b.json c.json");
-}
+int Shapes(const ShapesOptions& options) { return ShapesRun(options).Run(); }
 
 }  // namespace tarn::host

@@ -13,7 +13,6 @@
 #include "plugin/plugin.h"
 #include "sqlnorm/patterns/pattern_engine.h"
 #include "tarn_host/errors.h"
-#include "tarn_host/options.h"
 #include "tarn_host/output.h"
 
 namespace tarn::host {
@@ -62,10 +61,7 @@ std::string ReadStatement() {
   return statement;
 }
 
-struct TraceOptions {
-  std::optional<std::string> statement;
-  std::string plugin;
-};
+}  // namespace
 
 int Trace(const TraceOptions& options) {
   std::optional<Plugin> plugin;
@@ -100,22 +96,6 @@ int Trace(const TraceOptions& options) {
   if (reason.empty()) return kExitSuccess;
   ReportError("trace: " + options.plugin + ": " + reason);
   return kExitFailed;
-}
-
-}  // namespace
-
-void AddTraceCommand(CommandLine& line) {
-  auto [command, options] = line.Add("trace", "Print a statement after each rewrite step", Trace);
-  command.Text("STATEMENT", options.statement, "The statement (default: standard input)");
-  command.Name("--plugin", options.plugin, "PATH",
-               "Compare the result with the canonical text of this library");
-  command.Footer(
-      "Prints the text after each of the 23 steps that changed it, with the step's number and\n"
-      "name. Control characters are shown as \\n, \\t and so on. The tool takes the steps itself.\n"
-      "With --plugin the exit code is 1 if the library's text differs from their result.\n\n"
-      "Examples:\n"
-      "  tarn_host trace \"select t3.a, 1.50 from tab t3 where (t3.id = 0x1F)\"\n"
-      "  tarn_host trace < statement.sql");
 }
 
 }  // namespace tarn::host
