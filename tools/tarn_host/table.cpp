@@ -169,9 +169,7 @@ std::string Title(const ShapeKey& key) {
 
 void PrintTable(const ShapeCount& count, const TableOptions& options, Output& output) {
   const Ranking ranking = Rank(count, options.rank);
-  const auto print = [&output, width = output.Width()](const std::string& line) {
-    output.Write(Fitted(line, width) + '\n');
-  };
+  const auto print = [&output](const std::string& line) { output.WriteFitted(line); };
 
   std::string head =
       Counted(count.counted, "statement") + ", " + Counted(count.shapes.size(), "shape");
@@ -204,9 +202,7 @@ void PrintTable(const ShapeCount& count, const TableOptions& options, Output& ou
 void PrintTable(const Comparison& comparison, Output& output) {
   std::vector<Column> columns;
   if (comparison.Timed()) columns = {kTotal, kMean};
-  const auto print = [&output, width = output.Width()](const std::string& line) {
-    output.Write(Fitted(line, width) + '\n');
-  };
+  const auto print = [&output](const std::string& line) { output.WriteFitted(line); };
   const auto print_row = [&](const std::string& change, const Counters& before,
                              const Counters& after, const std::string& rest) {
     std::string row = fmt::format("{:<6} {:>9} {:>9}", change, before.count, after.count);

@@ -66,7 +66,7 @@ class Normalizer {
     const bool nul = terminator == kNul;
     if (options_.pairs) {
       output_.WriteUntrusted(statement);
-      output_.Write(nul ? kNul : output_.Coloured() ? "\n\x1B[1;32m=>\x1B[0m " : "\n=> ");
+      output_.Write(nul ? std::string(kNul) : '\n' + output_.Coloured("1;32", "=>") + ' ');
     }
     output_.WriteUntrusted(canonical);
     output_.Write(options_.pairs && !nul ? "\n\n" : terminator);

@@ -1,6 +1,7 @@
 #include "tarn_host/commands.h"
 
-#include <algorithm>
+#include <fmt/format.h>
+
 #include <cstddef>
 #include <exception>
 #include <optional>
@@ -20,11 +21,8 @@ namespace {
 
 // Prints a line: the label, and the text in brackets, which show blanks at its ends.
 void PrintRow(Output& output, std::string_view label, std::string_view text) {
-  constexpr std::size_t kLabelWidth = 36;
-  std::string row(label);
-  row.resize(std::max(kLabelWidth, row.size() + 1), ' ');
-  if (output.Coloured()) row = "\x1B[1m" + row + "\x1B[0m";
-  output.Write(row + '[' + OneLine(text) + "]\n");
+  const std::string row = output.Coloured("1", fmt::format("{:<35} ", label));
+  output.Write(fmt::format("{}[{}]\n", row, OneLine(text)));
 }
 
 // Prints the text after each step that changed it.
@@ -35,7 +33,7 @@ class ChangePrinter final : public sqlnorm::StepObserver {
   void AfterStep(int step, const char* name, const std::string& text) override {
     last_step_ = step;
     if (text == text_) return;
-    PrintRow(output_, (step < 10 ? " " : "") + std::to_string(step) + ' ' + name, text);
+    PrintRow(output_, fmt::format("{:2} {}", step, name), text);
     text_ = text;
   }
 
@@ -77,8 +75,7 @@ int Trace(const TraceOptions& options) {
     throw;
   } catch (const std::exception& error) {
     output.Flush();
-    ReportError("trace: step " + std::to_string(printer.LastStep() + 1) + ": " +
-                NormalizeFailure(error));
+    ReportError(fmt::format("trace: step {}: {}", printer.LastStep() + 1, NormalizeFailure(error)));
     return kExitFailed;
   }
   PrintRow(output, "result", result);
