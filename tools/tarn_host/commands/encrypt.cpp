@@ -46,8 +46,8 @@ SecretBytes ReadLine(int fd) {
 }
 
 // The user's terminal, without echo during the object's life. Before a signal ends or suspends the
-// process, the echo is turned on; if the process goes on, it is turned off again. Requires: the
-// process has no other such object and no other thread.
+// process, the echo is turned on; if the process goes on, it is turned off again. The process must
+// have no other such object and no other thread.
 class HiddenInput {
  public:
   // Takes the process's terminal or, without one, standard input. Throws ToolError.
