@@ -6,7 +6,6 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <sstream>
@@ -103,6 +102,13 @@ std::uint64_t ToNumber(const Json& json) {
   return json.get<std::uint64_t>();
 }
 
+std::uint64_t ToMicroseconds(const Json& seconds) {
+  if (!seconds.is_number() || seconds.get<double>() < 0) {
+    throw std::invalid_argument("not a time: " + seconds.dump());
+  }
+  return TimeStatistics::Microseconds(seconds.get<double>());
+}
+
 // Reads what Writer has written. A missing member leaves the value as it is.
 struct Reader {
   template <typename Value>
@@ -111,11 +117,7 @@ struct Reader {
   }
   template <typename Value>
   void Duration(const char* name, Value& microseconds) const {
-    if (!json.contains(name)) return;
-    if (!json[name].is_number() || json[name].get<double>() < 0) {
-      throw std::invalid_argument("not a time: " + json[name].dump());
-    }
-    microseconds = TimeStatistics::Microseconds(json[name].get<double>());
+    if (json.contains(name)) microseconds = ToMicroseconds(json[name]);
   }
   void Time(const char* name, std::optional<LogTime>& time) const {
     if (!json.contains(name)) return;
@@ -193,8 +195,7 @@ void AddShape(const Json& json, ShapeCount& count) {
   Shape shape;
   AccessCounters(reader, shape);
   for (const auto& [bound, number] : json.value("histogram", std::map<std::string, Json>())) {
-    const double seconds = std::abs(std::strtod(bound.c_str(), nullptr));
-    shape.times.classes[TimeStatistics::Microseconds(seconds)] = ToNumber(number);
+    shape.times.classes[ToMicroseconds(Json::parse(bound))] = ToNumber(number);
     shape.times.count = CappedSum(shape.times.count, ToNumber(number));
   }
   for (const auto& [error, number] : json.value("errors", std::map<std::string, Json>())) {
