@@ -1,7 +1,7 @@
 # A thin front for the CMake presets; see README.md.
 
 BUILD_PACKAGES = g++ cmake ninja-build libboost-dev libboost-regex-dev libace-dev libcli11-dev \
-                 nlohmann-json3-dev libssl-dev libarchive-dev
+                 nlohmann-json3-dev libssl-dev libarchive-dev libfmt-dev
 DEB_PACKAGES   = dpkg-dev file
 TEST_PACKAGES  = $(BUILD_PACKAGES) $(DEB_PACKAGES) libgtest-dev libgmock-dev binutils clang \
                  parallel

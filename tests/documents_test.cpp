@@ -15,6 +15,7 @@
 #include "dbconfig/ssl_mode.h"
 #include "plugin/plugin.h"
 #include "support/run_program.h"
+#include "support/surroundings.h"
 #include "support/tool.h"
 
 namespace tarn::test {
@@ -101,28 +102,6 @@ TEST(Readme, ValuesWithOneKeyAreTrue) {
   }
 }
 
-// A new folder, which is removed with the object.
-class ScratchFolder {
- public:
-  ScratchFolder() {
-    std::string path = std::filesystem::temp_directory_path() / "tarn-documents-XXXXXX";
-    EXPECT_NE(mkdtemp(path.data()), nullptr);
-    path_ = path;
-  }
-  ScratchFolder(const ScratchFolder&) = delete;
-  ScratchFolder& operator=(const ScratchFolder&) = delete;
-  ~ScratchFolder() { std::filesystem::remove_all(path_); }
-
-  std::string Write(const std::string& name, const std::string& content) const {
-    std::ofstream(path_ / name) << content;
-    return path_ / name;
-  }
-  std::string Path() const { return path_; }
-
- private:
-  std::filesystem::path path_;
-};
-
 TEST(Readme, SSLModesAreTrue) {
   for (const auto& row : ReadmeTable("| the file says | mode | because |")) {
     if (row.at(1).size() != 1 || row[0].empty()) continue;
@@ -140,9 +119,9 @@ TEST(Readme, SSLModesAreTrue) {
 #ifdef TARN_CXX
 TEST(Readme, HostCompilesAndPrintsTheStatedText) {
   const std::string code = Part(Document("README.md"), "```cpp\n", "```\n").substr(7);
-  const ScratchFolder folder;
+  const TemporaryFolder folder;
   const std::string source = folder.Write("host.cpp", code);
-  const std::string program = folder.Path() + "/host";
+  const std::string program = folder.Path("host");
   const std::string include = TARN_SOURCE "/include";
   const RunResult compiled = RunProgram(
       {TARN_CXX, "-Wall", "-Wextra", "-Werror", source, "-I", include, "-ldl", "-o", program});

@@ -8,11 +8,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
-#include <cstdio>
 #include <cstring>
 #include <map>
-#include <memory>
-#include <new>
 #include <type_traits>
 
 #include "sql/errors.h"
@@ -32,14 +29,9 @@ constexpr std::size_t kMaxShownSymbols = 5;
 // not trusted: every access is checked.
 class ElfImage {
  public:
-  explicit ElfImage(const std::string& path) : path_(path) {
-    // A FIFO without a writer would block otherwise.
-    const int fd = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-    if (fd < 0) throw InputError(SystemReason(path_, errno));
-    file_.reset(fdopen(fd, "rb"));
-    if (!file_) throw std::bad_alloc();
+  explicit ElfImage(const std::string& path) : path_(path), file_(path) {
     struct stat status {};
-    if (fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) Fail("not a regular file");
+    if (fstat(file_.fd, &status) != 0 || !S_ISREG(status.st_mode)) Fail("not a regular file");
     size_ = static_cast<std::uint64_t>(status.st_size);
     ReadHeaders();
   }
@@ -124,21 +116,25 @@ class ElfImage {
   }
 
   void ReadInto(void* to, std::size_t size, std::uint64_t offset) const {
-    errno = 0;
-    if (fseeko(file_.get(), static_cast<off_t>(offset), SEEK_SET) == 0 &&
-        std::fread(to, 1, size, file_.get()) == size) {
-      return;
-    }
-    if (errno != 0) throw InputError(SystemReason(path_, errno));
-    Fail("it became shorter while it was read");
+    const ssize_t got = pread(file_.fd, to, size, static_cast<off_t>(offset));
+    if (got < 0) throw InputError(SystemReason(path_, errno));
+    if (static_cast<std::size_t>(got) != size) Fail("it became shorter while it was read");
   }
 
-  struct CloseFile {
-    void operator()(std::FILE* file) const noexcept { std::fclose(file); }
+  struct File {
+    // A FIFO without a writer would block without O_NONBLOCK.
+    explicit File(const std::string& path)
+        : fd(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC)) {
+      if (fd < 0) throw InputError(SystemReason(path, errno));
+    }
+    File(const File&) = delete;
+    File& operator=(const File&) = delete;
+    ~File() { close(fd); }
+    int fd;
   };
 
   std::string path_;
-  std::unique_ptr<std::FILE, CloseFile> file_;
+  File file_;
   std::uint64_t size_ = 0;
   std::vector<Elf64_Phdr> segments_;
   Elf64_Addr dynamic_section_ = 0;
@@ -191,12 +187,10 @@ bool IsExported(const Elf64_Sym& symbol) noexcept {
 
 void ReadSymbols(const ElfImage& image, const DynamicValues& values, ElfLibrary& library) {
   // The loader finds nothing without a hash table. It uses DT_HASH if there is no DT_GNU_HASH.
-  std::uint64_t count = 0;
-  if (const auto gnu_hash = values.find(DT_GNU_HASH); gnu_hash != values.end()) {
-    count = CountByGnuHash(image, gnu_hash->second);
-  } else if (const auto hash = values.find(DT_HASH); hash != values.end()) {
-    count = CountByHash(image, hash->second);
-  }
+  const std::uint64_t count = values.contains(DT_GNU_HASH)
+                                  ? CountByGnuHash(image, values.at(DT_GNU_HASH))
+                              : values.contains(DT_HASH) ? CountByHash(image, values.at(DT_HASH))
+                                                         : 0;
   if (count == 0) return;
   image.Require(values.contains(DT_SYMTAB) && values.contains(DT_STRTAB));
   const auto add = [&](SymbolNames& names, const Elf64_Sym& symbol) {
@@ -231,16 +225,11 @@ ElfLibrary ReadElfLibrary(const std::string& path) {
 
   ElfLibrary library;
   library.no_delete = (flags & DF_1_NODELETE) != 0;
-  for (const Elf64_Xword name : needed) {
-    library.needed.push_back(image.Text(values[DT_STRTAB] + name));
-  }
-  if (const auto name = values.find(DT_SONAME); name != values.end()) {
-    library.soname = image.Text(values[DT_STRTAB] + name->second);
-  }
+  const auto text = [&](Elf64_Xword name) { return image.Text(values[DT_STRTAB] + name); };
+  for (const Elf64_Xword name : needed) library.needed.push_back(text(name));
+  if (values.contains(DT_SONAME)) library.soname = text(values[DT_SONAME]);
   for (const Elf64_Sxword tag : {DT_RPATH, DT_RUNPATH}) {
-    if (const auto folders = values.find(tag); folders != values.end()) {
-      library.search_path = image.Text(values[DT_STRTAB] + folders->second);
-    }
+    if (values.contains(tag)) library.search_path = text(values[tag]);
   }
   ReadSymbols(image, values, library);
   return library;

@@ -20,7 +20,7 @@ struct PlatformModule {
   const void* platform_function;
 
   // Replaces `texts` with the connection properties that `product` sets. Lets its exceptions
-  // through. Requires: the plug-in uses the module's platform library.
+  // through. The plug-in must use the module's platform library.
   void (*read_properties)(impl_dao::CProductInterface& product,
                           std::map<std::string, std::string>& texts);
 };

@@ -2,6 +2,7 @@
 
 #include <cxxabi.h>
 #include <dlfcn.h>
+#include <fmt/format.h>
 #include <link.h>
 
 #include <cstddef>
@@ -34,10 +35,9 @@ constexpr std::string_view kSampleCanonical =
 // The first few names and the number of the others: "a, b and 2 more".
 std::string Listed(const SymbolNames& names) {
   if (names.count == 0) return "none";
-  std::string text;
-  for (const std::string& name : names.first) text += (text.empty() ? "" : ", ") + name;
+  const std::string first = fmt::format("{}", fmt::join(names.first, ", "));
   const std::size_t more = names.count - names.first.size();
-  return more == 0 ? text : text + " and " + std::to_string(more) + " more";
+  return more == 0 ? first : fmt::format("{} and {} more", first, more);
 }
 
 // The file of the loaded library `name`; empty if the library is not loaded.
@@ -69,7 +69,7 @@ void TellNeeded(const ElfLibrary& library,
                 const std::function<std::string(const std::string&)>& find, const Tell& tell) {
   for (const std::string& name : library.needed) {
     const std::string where = find(name);
-    tell({!where.empty(), "finds " + name + ": " + (where.empty() ? "not found" : where)});
+    tell({!where.empty(), fmt::format("finds {}: {}", name, where.empty() ? "not found" : where)});
   }
 }
 
@@ -79,33 +79,24 @@ const void* LibraryAt(const void* address) noexcept {
   return address != nullptr && dladdr(address, &info) != 0 ? info.dli_fbase : nullptr;
 }
 
-// Whether the object's dispatch table is whole, so that its operations may be called. `entry` is
-// the library's entry function.
-bool CheckDispatchTable(const impl_dao::CProductInterface& product, const void* entry,
-                        const Tell& tell) {
+// The reason why the object's dispatch table is not whole; empty if its operations may be called.
+// `entry` is the library's entry function.
+std::string DispatchTableTrouble(const impl_dao::CProductInterface& product, const void* entry) {
   const auto outside = [library = LibraryAt(entry)](const void* address) {
     return library == nullptr || LibraryAt(address) != library;
   };
-  std::string trouble;
-  if (outside(&product)) {
-    trouble = "the object lies outside the library";
-  } else {
-    const void* const* table = nullptr;
-    std::memcpy(&table, static_cast<const void*>(&product), sizeof table);
-    // The type information comes right before the first slot.
-    if (outside(table) || outside(table - 1) || outside(table + kSlots - 1)) {
-      trouble = "it lies outside the library";
-    } else if (outside(table[-1])) {
-      trouble = "no type information";
-    }
-    for (std::size_t slot = 0; slot < kSlots && trouble.empty(); ++slot) {
-      if (!outside(table[slot])) continue;
-      trouble = "slot " + std::to_string(slot + 1) + " points outside the library";
-    }
+  if (outside(&product)) return "the object lies outside the library";
+  const void* const* table = nullptr;
+  std::memcpy(&table, static_cast<const void*>(&product), sizeof table);
+  // The type information comes right before the first slot.
+  if (outside(table) || outside(table - 1) || outside(table + kSlots - 1)) {
+    return "it lies outside the library";
   }
-  const bool whole = trouble.empty();
-  tell({whole, "dispatch table: " + (whole ? "nine slots, all within the library" : trouble)});
-  return whole;
+  if (outside(table[-1])) return "no type information";
+  for (std::size_t slot = 0; slot < kSlots; ++slot) {
+    if (outside(table[slot])) return fmt::format("slot {} points outside the library", slot + 1);
+  }
+  return {};
 }
 
 Fact CheckTypeName(const impl_dao::CProductInterface& product) {
@@ -123,8 +114,8 @@ Fact CheckMapErrorCode(impl_dao::CProductInterface& product) {
        {1, -1, std::numeric_limits<int>::max(), std::numeric_limits<int>::min()}) {
     maps = maps && product.MapErrorCode(status) == kGenericError;
   }
-  return {maps, maps ? "MapErrorCode: 0 for 0, 0xB000013 otherwise"
-                     : "MapErrorCode: not 0 for 0 and 0xB000013 otherwise"};
+  return {maps, fmt::format("MapErrorCode: {} 0xB000013 otherwise",
+                            maps ? "0 for 0," : "not 0 for 0 and")};
 }
 
 Fact CheckNormalizeSql(impl_dao::CProductInterface& product) {
@@ -142,10 +133,13 @@ void CheckCalls(const std::string& path, const ElfLibrary& library, const Tell& 
 
   impl_dao::CProductInterface& product = plugin.Product();
   const bool same = plugin.Entry()() == &product;
-  tell({same, same ? "entry function: one pointer on two calls"
-                   : "entry function: two pointers on two calls"});
+  tell({same,
+        fmt::format("entry function: {} on two calls", same ? "one pointer" : "two pointers")});
   const auto* const entry = reinterpret_cast<const void*>(&plugin.Entry());
-  if (!CheckDispatchTable(product, entry, tell)) return;
+  const std::string trouble = DispatchTableTrouble(product, entry);
+  tell({trouble.empty(),
+        "dispatch table: " + (trouble.empty() ? "nine slots, all within the library" : trouble)});
+  if (!trouble.empty()) return;
   tell(CheckTypeName(product));
   tell(CheckMapErrorCode(product));
   tell(CheckNormalizeSql(product));

@@ -21,8 +21,7 @@ std::vector<Fact> CheckFile(const ElfLibrary& library);
 
 // Loads the library at `path`, calls it and unloads it again. Hands each fact to `tell` at once,
 // since the library may end the process in its next call. Lets the exceptions of `tell` through.
-// Not
-// thread-safe. Requires: `library` was read from the file at `path`.
+// `library` are the facts of the file at `path`. Not thread-safe.
 void CheckLoaded(const std::string& path, const ElfLibrary& library,
                  const std::function<void(const Fact&)>& tell);
 

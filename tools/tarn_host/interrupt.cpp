@@ -30,13 +30,18 @@ void OnSignal(int signal) {
   errno = caller_errno;
 }
 
+sighandler_t HandlerOf(int signal) noexcept {
+  struct sigaction action {};
+  sigaction(signal, nullptr, &action);
+  return action.sa_handler;
+}
+
 }  // namespace
 
 void ExitOnInterrupt() noexcept {
+  assert(HandlerOf(SIGINT) != OnSignal);
+  if (HandlerOf(SIGINT) == SIG_IGN) return;
   struct sigaction action {};
-  sigaction(SIGINT, nullptr, &action);
-  if (action.sa_handler == SIG_IGN) return;
-  action = {};
   action.sa_handler = OnSignal;
   action.sa_flags = SA_RESTART;
   sigaction(SIGINT, &action, nullptr);
@@ -44,7 +49,7 @@ void ExitOnInterrupt() noexcept {
 
 InterruptWatch::InterruptWatch() : event_fd_(eventfd(0, EFD_CLOEXEC)) {
   if (event_fd_ < 0) throw ToolError(SystemReason("eventfd", errno));
-  assert(watching_fd == kNowhere);
+  assert(watching_fd == kNowhere && HandlerOf(SIGINT) != SIG_DFL);
   watching_fd = event_fd_;
   std::signal(SIGALRM, OnSignal);
 }

@@ -6,7 +6,7 @@ namespace tarn::host {
 
 // From now on Ctrl-C ends the process at once with the exit code kExitInterrupted, not by the
 // signal, so that its parent sees that code. If the process was started with the signal ignored, it
-// stays ignored. Requires: called once, before any thread is started.
+// stays ignored. Requires: this is the only call. Call it before any thread is started.
 void ExitOnInterrupt() noexcept;
 
 // As long as a watch exists, the first Ctrl-C ends the input instead of the process. A second one

@@ -3,33 +3,47 @@
 
 #include <csignal>
 #include <exception>
+#include <filesystem>
+#include <system_error>
 
+#include "plugin/plugin.h"
 #include "tarn_host/commands.h"
 #include "tarn_host/errors.h"
 #include "tarn_host/interrupt.h"
 
+namespace tarn::host {
+namespace {
+
+bool Exists(const std::filesystem::path& path) {
+  std::error_code error;
+  return std::filesystem::exists(path, error);
+}
+
+}  // namespace
+
+std::string ChosenPlugin(const std::string& path) {
+  if (path.empty()) return FileOfTheTool(kPluginFile);
+  return path.find('/') == std::string::npos && Exists(path) ? "./" + path : path;
+}
+
+std::string FileOfTheTool(const std::string& file) {
+  std::error_code error;
+  const std::filesystem::path executable = std::filesystem::read_symlink("/proc/self/exe", error);
+  if (error) return file;
+  // The first two are the layout of a build folder, the last that of an installed tree, which may
+  // have been moved.
+  for (const char* const folder : {".", "../lib", TARN_LIBRARY_FOLDER}) {
+    const auto candidate = (executable.parent_path() / folder / file).lexically_normal();
+    if (Exists(candidate)) return candidate.string();
+  }
+  return file;
+}
+
+}  // namespace tarn::host
+
 namespace {
 
 using namespace tarn::host;
-
-// Runs the chosen command and returns its exit code. Throws ToolError, PluginError and
-// std::bad_alloc.
-int Run(int argc, char** argv) {
-  CommandLine line("Uses the product plug-in as a host does, from the command line.", TARN_VERSION,
-                   "\"tarn_host COMMAND --help\" describes one command.\n\n"
-                   "Exit codes: 0 success; 1 a statement failed, or a checked fact does not hold;\n"
-                   "2 bad usage, or a file or library that can't be used; 130 ended by Ctrl-C;\n"
-                   "141 the reader of the output has closed it.");
-  AddNormalizeCommand(line);
-  AddTraceCommand(line);
-  AddMapCommand(line);
-  AddShapesCommand(line);
-  AddCheckCommand(line);
-  AddConfigCommand(line);
-  AddEncryptCommand(line);
-  AddKeygenCommand(line);
-  return line.Run(argc, argv);
-}
 
 // Opens each standard stream that the caller has closed, so that no other file gets its number. It
 // is opened for the wrong direction, so that an attempt to use it is reported.
@@ -49,7 +63,7 @@ int main(int argc, char** argv) {
   // Without the signal, a write to a closed pipe fails with EPIPE.
   std::signal(SIGPIPE, SIG_IGN);
   try {
-    return Run(argc, argv);
+    return RunCommandLine(argc, argv);
   } catch (const ReaderGone&) {
     // Ends without a message, and by the signal, as shells expect.
     std::signal(SIGPIPE, SIG_DFL);

@@ -1,5 +1,6 @@
 #include "tarn_host/output.h"
 
+#include <fmt/format.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -52,7 +53,7 @@ Output::Output() : Output(STDOUT_FILENO, "standard output") {}
 Output::Output(int fd, std::string name)
     : fd_(fd), name_(std::move(name)), terminal_(isatty(fd) == 1), coloured_(WantsColour(fd)) {}
 
-std::size_t Output::Width() const noexcept { return TerminalWidth(fd_); }
+std::size_t Output::Width() const noexcept { return terminal_ ? TerminalWidth(fd_) : 0; }
 
 Output::~Output() {
   try {
@@ -69,12 +70,14 @@ void Output::Write(std::string_view bytes) {
 }
 
 void Output::WriteUntrusted(std::string_view text) {
-  if (terminal_) {
-    Write(Printable(text));
-  } else {
-    Write(text);
-  }
+  terminal_ ? Write(Printable(text)) : Write(text);
 }
+
+std::string Output::Coloured(std::string_view colour, std::string_view text) const {
+  return coloured_ ? fmt::format("\x1B[{}m{}\x1B[0m", colour, text) : std::string(text);
+}
+
+void Output::WriteFitted(std::string_view line) { Write(Fitted(line, Width()) + '\n'); }
 
 void Output::Flush() {
   std::string_view rest = buffer_;

@@ -23,13 +23,17 @@ class Output {
   void Flush();
 
   // Writes text that a stranger wrote: to a terminal with visible control characters (see
-  // Printable), elsewhere unchanged. Throws as Write does. Requires: no character is split between
+  // Printable), elsewhere unchanged. Throws as Write does. A character must not be split between
   // two calls.
   void WriteUntrusted(std::string_view text);
 
-  // Whether to print colours: the stream is a terminal, NO_COLOR is unset or empty, and TERM is set
-  // to something other than "dumb".
-  bool Coloured() const noexcept { return coloured_; }
+  // `text` to be printed in a colour, such as "1;32" for bold green, if the stream is a terminal,
+  // NO_COLOR is unset or empty, and TERM is set to something other than "dumb"; otherwise `text`.
+  std::string Coloured(std::string_view colour, std::string_view text) const;
+
+  // Writes `line` and a newline. On a terminal the line is cut to its width (see Fitted). Throws as
+  // Write does.
+  void WriteFitted(std::string_view line);
 
   // As TerminalWidth of the stream.
   std::size_t Width() const noexcept;

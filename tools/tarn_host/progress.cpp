@@ -1,9 +1,11 @@
 #include "tarn_host/progress.h"
 
+#include <fmt/format.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstddef>
 #include <cstdio>
 
@@ -13,12 +15,11 @@
 namespace tarn::host {
 namespace {
 
+// An input of less is read before a bar is useful.
 constexpr std::uint64_t kMiB = std::uint64_t{1} << 20U;
-// A smaller input is read before a bar is useful.
-constexpr std::uint64_t kLargeInput = kMiB;
 constexpr auto kFirstDelay = std::chrono::milliseconds(500);
 constexpr auto kInterval = std::chrono::milliseconds(100);
-constexpr std::size_t kBarWidth = 30;
+constexpr int kBarWidth = 30;
 
 }  // namespace
 
@@ -35,7 +36,7 @@ ProgressBar::ProgressBar(const std::vector<std::string>& files)
       *total_ += static_cast<std::uint64_t>(status.st_size);
     }
   }
-  wanted_ = wanted_ && total_.value_or(kLargeInput) >= kLargeInput;
+  wanted_ = wanted_ && total_.value_or(kMiB) >= kMiB;
 }
 
 ProgressBar::~ProgressBar() { Clear(); }
@@ -46,17 +47,14 @@ void ProgressBar::Show(std::uint64_t bytes, std::uint64_t statements) {
   if (now < next_) return;
   next_ = now + kInterval;
   shown_ = true;
-  std::string line;
+  std::string line = std::to_string(bytes / kMiB);
   if (total_) {
     const double share = std::min(1.0, static_cast<double>(bytes) / static_cast<double>(*total_));
-    line.assign(static_cast<std::size_t>(share * static_cast<double>(kBarWidth)), '#');
-    line.resize(kBarWidth, '.');
-    const auto percent = static_cast<unsigned>(share * 100);
-    line = "[" + line + "] " + std::to_string(percent) + " % of " + std::to_string(*total_ / kMiB);
-  } else {
-    line = std::to_string(bytes / kMiB);
+    const std::string bar(static_cast<std::size_t>(share * kBarWidth), '#');
+    line = fmt::format("[{:.<{}}] {:.0f} % of {}", bar, kBarWidth, std::floor(share * 100),
+                       *total_ / kMiB);
   }
-  line += " MiB, " + std::to_string(statements) + " statements";
+  line += fmt::format(" MiB, {} statements", statements);
   // A character in the last column would move the cursor to the next line.
   line = '\r' + Fitted(line, TerminalWidth(STDERR_FILENO) - 1) + "\x1B[K";
   std::fputs(line.c_str(), stderr);

@@ -1,15 +1,16 @@
 #include "tarn_host/report.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
+#include <map>
 #include <nlohmann/json.hpp>
+#include <sstream>
 #include <stdexcept>
-#include <utility>
+#include <vector>
 
 #include "plugin/normalize_call.h"
 #include "shapes/fingerprint.h"
@@ -32,46 +33,66 @@ constexpr const char* kGroupBy = "group_by";
 constexpr const char* kOthers = "others";
 constexpr int kHexadecimal = 16;
 
-struct ExampleText {
-  const char* name;
-  std::string Example::*value;
-};
-constexpr std::array<ExampleText, 5> kExampleTexts{{{"example", &Example::text},
-                                                    {"example_user", &Example::user},
-                                                    {"example_database", &Example::database},
-                                                    {"example_host", &Example::host},
-                                                    {"example_parameters", &Example::parameters}}};
-
 // Statements are bytes, JSON is UTF-8. A text that is not UTF-8 is kept a second time, in
 // hexadecimal digits.
 std::string BytesMember(const std::string& name) { return name + "_bytes"; }
 
-void PutText(Json& json, const std::string& name, const std::string& text) {
-  json[name] = text;
-  try {
-    Json(text).dump();
-  } catch (const Json::type_error&) {
-    std::string digits;
-    for (const char c : text) {
-      char byte[3];
-      std::snprintf(byte, sizeof byte, "%02x",
-                    static_cast<unsigned>(static_cast<unsigned char>(c)));
-      digits += byte;
-    }
-    json[BytesMember(name)] = digits;
-  }
+constexpr double kMicrosecondsPerSecond = 1e6;
+
+double Seconds(std::uint64_t microseconds) noexcept {
+  return static_cast<double>(microseconds) / kMicrosecondsPerSecond;
 }
 
-std::string GetText(const Json& json, const std::string& name) {
-  const auto digits = json.find(BytesMember(name));
-  if (digits == json.end()) return json.value(name, "");
-  const auto& all = digits->get_ref<const std::string&>();
-  std::string text;
-  for (std::size_t at = 0; at < all.size(); at += 2) {
-    text += static_cast<char>(std::stoi(all.substr(at, 2), nullptr, kHexadecimal));
+// "2026-11-24T09:05:29.5325Z", or without a zone if the log does not record one.
+std::string IsoTime(const LogTime& time) {
+  constexpr std::string_view kSecond = "2026-11-24 09:05:29";
+  constexpr std::int64_t kMicroseconds = 1'000'000;
+  const std::string whole = FormatLogTime(time);
+  std::string text = whole.substr(0, kSecond.size());
+  text[kSecond.find(' ')] = 'T';
+  const std::int64_t part =
+      (time.wall_microseconds % kMicroseconds + kMicroseconds) % kMicroseconds;
+  if (part != 0) {
+    text += fmt::format(".{:06}", part);
+    text.erase(text.find_last_not_of('0') + 1);
   }
-  return text;
+  if (!time.offset_seconds) return text;
+  return text + (whole.size() == kSecond.size() ? "Z" : whole.substr(kSecond.size()));
 }
+
+// Adds members to a JSON object. A member without a value is left out.
+struct Writer {
+  void Number(const char* name, const std::optional<std::uint64_t>& number) {
+    if (number) json[name] = *number;
+  }
+  void Duration(const char* name, const std::optional<std::uint64_t>& microseconds) {
+    if (microseconds) json[name] = Seconds(*microseconds);
+  }
+  void Time(const char* name, const std::optional<LogTime>& time) {
+    if (time) json[name] = IsoTime(*time);
+  }
+  void Text(const std::string& name, const std::string& text) {
+    json[name] = text;
+    try {
+      Json(text).dump();
+    } catch (const Json::type_error&) {
+      const std::vector<unsigned char> bytes(text.begin(), text.end());
+      json[BytesMember(name)] = fmt::format("{:02x}", fmt::join(bytes, ""));
+    }
+  }
+  void Detail(const char* name, const std::string& text) {
+    if (!text.empty()) Text(name, text);
+  }
+  void Times(const TimeStatistics& times) {
+    if (!times.Known()) return;
+    Duration("total_seconds", times.total);
+    Duration("mean_seconds", times.Mean());
+    Duration("p95_seconds", times.Percentile95());
+    Duration("max_seconds", times.max);
+  }
+
+  Json& json;
+};
 
 // Refuses a number that no report of ours holds, since sums would not be exact any more.
 std::uint64_t ToNumber(const Json& json) {
@@ -81,80 +102,74 @@ std::uint64_t ToNumber(const Json& json) {
   return json.get<std::uint64_t>();
 }
 
-std::uint64_t GetNumber(const Json& json, const char* name) {
-  const auto number = json.find(name);
-  return number == json.end() ? 0 : ToNumber(*number);
-}
-
-constexpr double kMicrosecondsPerSecond = 1e6;
-
-double Seconds(std::uint64_t microseconds) noexcept {
-  return static_cast<double>(microseconds) / kMicrosecondsPerSecond;
-}
-
-std::optional<std::uint64_t> GetMicroseconds(const Json& json, const char* name) {
-  const auto seconds = json.find(name);
-  if (seconds == json.end()) return std::nullopt;
-  if (!seconds->is_number() || seconds->get<double>() < 0) {
-    throw std::invalid_argument("not a time: " + seconds->dump());
+std::uint64_t ToMicroseconds(const Json& seconds) {
+  if (!seconds.is_number() || seconds.get<double>() < 0) {
+    throw std::invalid_argument("not a time: " + seconds.dump());
   }
-  return TimeStatistics::Microseconds(seconds->get<double>());
+  return TimeStatistics::Microseconds(seconds.get<double>());
 }
 
-// "2026-11-24T09:05:29.5325Z", or without a zone if the log does not record one.
-std::string IsoTime(const LogTime& time) {
-  std::string text = FormatLogTime({time.wall_microseconds, std::nullopt});
-  text[text.find(' ')] = 'T';
-  constexpr std::int64_t kMicroseconds = 1'000'000;
-  const std::int64_t part =
-      (time.wall_microseconds % kMicroseconds + kMicroseconds) % kMicroseconds;
-  if (part != 0) {
-    char fraction[16];
-    std::snprintf(fraction, sizeof fraction, ".%06d", static_cast<int>(part));
-    text += fraction;
-    text.erase(text.find_last_not_of('0') + 1);
+// Reads what Writer has written. A missing member leaves the value as it is.
+struct Reader {
+  template <typename Value>
+  void Number(const char* name, Value& number) const {
+    if (json.contains(name)) number = ToNumber(json[name]);
   }
-  if (time.offset_seconds) {
-    const std::string whole = FormatLogTime(time);
-    const std::string zone = whole.substr(std::string_view("2026-11-24 09:05:29").size());
-    text += zone.empty() ? "Z" : zone;
+  template <typename Value>
+  void Duration(const char* name, Value& microseconds) const {
+    if (json.contains(name)) microseconds = ToMicroseconds(json[name]);
   }
-  return text;
+  void Time(const char* name, std::optional<LogTime>& time) const {
+    if (!json.contains(name)) return;
+    time = LogTimeAt(json[name].get_ref<const std::string&>());
+    if (!time) throw std::invalid_argument("not a time: " + json[name].dump());
+  }
+  void Text(const std::string& name, std::string& text) const {
+    text = json.value(name, "");
+    if (!json.contains(BytesMember(name))) return;
+    const std::string digits = json[BytesMember(name)];
+    text.clear();
+    for (std::size_t at = 0; at < digits.size(); at += 2) {
+      text += static_cast<char>(std::stoi(digits.substr(at, 2), nullptr, kHexadecimal));
+    }
+  }
+  void Detail(const char* name, std::string& text) const { Text(name, text); }
+  void Times(TimeStatistics& times) const {
+    Duration("total_seconds", times.total);
+    Duration("max_seconds", times.max);
+  }
+
+  const Json& json;
+};
+
+// Writes or reads the members that a sum of shapes has, too.
+template <typename Access, typename SomeCounters>
+void AccessCounters(Access access, SomeCounters& counters) {
+  access.Number("count", counters.count);
+  access.Times(counters.times);
+  access.Duration("lock_seconds", counters.lock_microseconds);
+  access.Number("rows_sent", counters.rows_sent);
+  access.Number("rows_examined", counters.rows_examined);
+  access.Number("rows_affected", counters.rows_affected);
+  access.Time("first_seen", counters.first_seen);
+  access.Time("last_seen", counters.last_seen);
 }
 
-void PutTime(Json& json, const char* name, const std::optional<LogTime>& time) {
-  if (time) json[name] = IsoTime(*time);
-}
-
-std::optional<LogTime> GetTime(const Json& json, const char* name) {
-  const auto text = json.find(name);
-  if (text == json.end()) return std::nullopt;
-  const auto time = LogTimeAt(text->get_ref<const std::string&>());
-  if (!time) throw std::invalid_argument("not a time: " + text->dump());
-  return time;
-}
-
-void PutCounters(Json& json, const Counters& counters) {
-  json["count"] = counters.count;
-  const TimeStatistics& times = counters.times;
-  if (times.Known()) {
-    json["total_seconds"] = Seconds(times.total);
-    json["mean_seconds"] = Seconds(times.Mean());
-    json["p95_seconds"] = Seconds(times.Percentile95());
-    json["max_seconds"] = Seconds(times.max);
-  }
-  if (counters.lock_microseconds) json["lock_seconds"] = Seconds(*counters.lock_microseconds);
-  for (const RowCounter& rows : kRowCounters) {
-    if (counters.*rows.value) json[rows.name] = *(counters.*rows.value);
-  }
-  PutTime(json, "first_seen", counters.first_seen);
-  PutTime(json, "last_seen", counters.last_seen);
+template <typename Access, typename SomeExample>
+void AccessExample(Access access, SomeExample& example) {
+  access.Text("example", example.text);
+  access.Detail("example_user", example.user);
+  access.Detail("example_database", example.database);
+  access.Detail("example_host", example.host);
+  access.Detail("example_parameters", example.parameters);
+  access.Duration("example_seconds", example.microseconds);
+  access.Time("example_time", example.time);
 }
 
 // All that a shape's sum needs, and its id.
 Json ShapeJson(const ShapeKey& key, const Shape& shape) {
   Json json;
-  PutCounters(json, shape);
+  AccessCounters(Writer{json}, shape);
   for (const auto& [bound, number] : shape.times.classes) {
     json["histogram"][Json(Seconds(bound)).dump()] = number;
   }
@@ -167,65 +182,33 @@ Json ShapeJson(const ShapeKey& key, const Shape& shape) {
     }
   }
   json["id"] = Hexadecimal(Fingerprint(key.shape));
-  if (!key.group.empty()) PutText(json, "group", key.group);
-  PutText(json, "shape", key.shape);
+  Writer{json}.Detail("group", key.group);
+  Writer{json}.Text("shape", key.shape);
   return json;
 }
 
-void PutExample(Json& json, const Example& example) {
-  for (const ExampleText& text : kExampleTexts) {
-    const std::string& value = example.*text.value;
-    if (!value.empty() || text.value == &Example::text) PutText(json, text.name, value);
-  }
-  if (example.microseconds) json["example_seconds"] = Seconds(*example.microseconds);
-  PutTime(json, "example_time", example.time);
-}
-
 void AddShape(const Json& json, ShapeCount& count) {
+  const Reader reader{json};
+  ShapeKey key;
+  reader.Text("group", key.group);
+  reader.Text("shape", key.shape);
   Shape shape;
-  shape.count = GetNumber(json, "count");
-  shape.times.total = GetMicroseconds(json, "total_seconds").value_or(0);
-  shape.times.max = GetMicroseconds(json, "max_seconds").value_or(0);
-  // Each must outlive the loop over its items.
-  const Json histogram = json.value("histogram", Json::object());
-  const Json errors = json.value("errors", Json::object());
-  for (const auto& [bound, number] : histogram.items()) {
-    const std::uint64_t durations = ToNumber(number);
-    shape.times
-        .classes[TimeStatistics::Microseconds(std::abs(std::strtod(bound.c_str(), nullptr)))] =
-        durations;
-    shape.times.count = CappedSum(shape.times.count, durations);
+  AccessCounters(reader, shape);
+  for (const auto& [bound, number] : json.value("histogram", std::map<std::string, Json>())) {
+    shape.times.classes[ToMicroseconds(Json::parse(bound))] = ToNumber(number);
+    shape.times.count = CappedSum(shape.times.count, ToNumber(number));
   }
-  shape.lock_microseconds = GetMicroseconds(json, "lock_seconds");
-  for (const RowCounter& rows : kRowCounters) {
-    if (json.contains(rows.name)) shape.*rows.value = GetNumber(json, rows.name);
-  }
-  shape.first_seen = GetTime(json, "first_seen");
-  shape.last_seen = GetTime(json, "last_seen");
-  for (const auto& [error, number] : errors.items()) {
+  for (const auto& [error, number] : json.value("errors", std::map<std::string, Json>())) {
     shape.errors[error] = ToNumber(number);
-    shape.failures = CappedSum(shape.failures, shape.errors[error]);
+    shape.failures = CappedSum(shape.failures, ToNumber(number));
   }
-  for (const Json& id : json.value("query_ids", Json::array())) {
-    shape.query_ids.insert(id.get<std::string>());
+  shape.query_ids = json.value("query_ids", shape.query_ids);
+  for (const std::string& digits : json.value("key_fingerprints", std::vector<std::string>())) {
+    shape.keys.insert(std::stoull(digits, nullptr, kHexadecimal));
   }
-  for (const Json& key : json.value("key_fingerprints", Json::array())) {
-    shape.keys.insert(std::stoull(key.get<std::string>(), nullptr, kHexadecimal));
-  }
-  Example& example = shape.example.emplace();
-  for (const ExampleText& text : kExampleTexts) example.*text.value = GetText(json, text.name);
-  example.microseconds = GetMicroseconds(json, "example_seconds");
-  example.time = GetTime(json, "example_time");
+  AccessExample(reader, shape.example.emplace());
   count.counted = CappedSum(count.counted, shape.count);
-  count.shapes[{GetText(json, "group"), GetText(json, "shape")}] += shape;
-}
-
-std::string Indented(const Json& json) {
-  std::string lines = JsonText(json);
-  for (std::size_t at = 0; (at = lines.find('\n', at)) != std::string::npos; ++at) {
-    lines.insert(at + 1, "    ");
-  }
-  return lines;
+  count.shapes[key] += shape;
 }
 
 // Writes `head` with one more member, a list. Its elements are made and written one by one, so that
@@ -235,11 +218,13 @@ void WriteList(const Json& head, const char* name, const Elements& elements,
                const MakeElement& make, Output& output) {
   std::string open = JsonText(head);
   open.erase(open.rfind('\n'));
-  output.Write(open + ",\n  \"" + name + "\": [");
-  const char* between = "\n    ";
+  output.Write(fmt::format("{},\n  \"{}\": [", open, name));
+  const char* between = "";
   for (const auto& element : elements) {
-    output.Write(between + Indented(make(element)));
-    between = ",\n    ";
+    output.Write(between);
+    between = ",";
+    std::istringstream lines(JsonText(make(element)));
+    for (std::string line; std::getline(lines, line);) output.Write("\n    " + line);
   }
   output.Write(elements.empty() ? "]\n}\n" : "\n  ]\n}\n");
 }
@@ -249,9 +234,9 @@ void WriteList(const Json& head, const char* name, const Elements& elements,
 void WriteReport(const ShapeCount& count, const RankOptions& options, const CountingRule& rule,
                  impl_dao::CProductInterface& product, Output& output) {
   const Ranking ranking = Rank(count, options);
-  const auto put_share = [&ranking](Json& json, const Counters& counters) {
+  const auto share_of = [&ranking](const Counters& counters) {
     constexpr double kPrecision = 1e4;
-    json["share"] = std::round(ranking.ShareOf(counters) * kPrecision) / kPrecision;
+    return std::round(ranking.ShareOf(counters) * kPrecision) / kPrecision;
   };
   Json head{{kMark, kVersion}};
   if (rule.exact) head[kExact] = true;
@@ -261,24 +246,22 @@ void WriteReport(const ShapeCount& count, const RankOptions& options, const Coun
   head["statements"] = count.counted;
   head["failed"] = count.failed;
   head["shape_count"] = count.shapes.size();
-  PutTime(head, "first_time", count.first_time);
-  PutTime(head, "last_time", count.last_time);
+  Writer{head}.Time("first_time", count.first_time);
+  Writer{head}.Time("last_time", count.last_time);
   if (ranking.other_shapes > 0) {
-    Json others;
-    put_share(others, ranking.others);
-    PutCounters(others, ranking.others);
+    Json& others = head[kOthers] = {{"share", share_of(ranking.others)}};
+    AccessCounters(Writer{others}, ranking.others);
     others["shape_count"] = ranking.other_shapes;
-    head[kOthers] = std::move(others);
   }
   WriteList(
       head, "shapes", ranking.shown,
       [&](const ShapeEntry* entry) {
         const auto& [key, shape] = *entry;
         Json json = ShapeJson(key, shape);
-        put_share(json, shape);
+        json["share"] = share_of(shape);
         std::string canonical = shape.example->text;
         json["canonical"] = CallNormalize(product, canonical) ? Json() : Json(canonical);
-        PutExample(json, *shape.example);
+        AccessExample(Writer{json}, *shape.example);
         return json;
       },
       output);
@@ -287,7 +270,7 @@ void WriteReport(const ShapeCount& count, const RankOptions& options, const Coun
 void WriteComparison(const Comparison& comparison, Output& output) {
   const auto counters = [](const Counters& one) {
     Json json;
-    PutCounters(json, one);
+    AccessCounters(Writer{json}, one);
     return json;
   };
   WriteList(
@@ -309,13 +292,12 @@ void WriteComparison(const Comparison& comparison, Output& output) {
 
 bool BeginsReport(std::string_view head) noexcept {
   constexpr std::string_view kBlanks = " \t\r\n";
-  const auto skip = [&head, kBlanks](std::string_view token) {
+  for (const std::string_view token : {std::string_view("{"), std::string_view("\"")}) {
     head.remove_prefix(std::min(head.find_first_not_of(kBlanks), head.size()));
     if (!head.starts_with(token)) return false;
     head.remove_prefix(token.size());
-    return true;
-  };
-  return skip("{") && skip("\"") && head.starts_with(kMark);
+  }
+  return head.starts_with(kMark);
 }
 
 ShapeCount ReadReport(const std::string& name, std::string_view text, const CountingRule& rule) {
@@ -344,9 +326,10 @@ ShapeCount ReadReport(const std::string& name, std::string_view text, const Coun
     }
     if (head.contains(kOthers))
       fail("the report was made with --top or --min-count and lacks shapes");
-    count.failed = GetNumber(head, "failed");
-    count.first_time = GetTime(head, "first_time");
-    count.last_time = GetTime(head, "last_time");
+    const Reader reader{head};
+    reader.Number("failed", count.failed);
+    reader.Time("first_time", count.first_time);
+    reader.Time("last_time", count.last_time);
   } catch (const Json::parse_error&) {
     fail("the report is damaged or ends too early");
   } catch (const Json::exception& error) {

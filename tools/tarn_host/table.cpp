@@ -1,9 +1,11 @@
 #include "tarn_host/table.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
 #include <functional>
 #include <optional>
 #include <string>
@@ -18,133 +20,112 @@ namespace {
 
 constexpr const char* kIndent = "     ";
 
-template <typename... Arguments>
-std::string Formatted(const char* format, Arguments... arguments) {
-  char text[256];
-  const int length = std::snprintf(text, sizeof text, format, arguments...);
-  return {text, static_cast<std::size_t>(length)};
-}
-
-std::string Counted(std::uint64_t count, const char* what) {
-  return std::to_string(count) + ' ' + what + (count == 1 ? "" : "s");
-}
-
-// `text` with blanks before it, `width` columns in all.
-std::string RightAligned(const std::string& text, std::size_t width) {
-  return std::string(width - std::min(width, text.size()), ' ') + text;
+// "1 statement", "2 statements".
+std::string Counted(std::uint64_t count, const char* noun) {
+  return fmt::format("{} {}{}", count, noun, count == 1 ? "" : "s");
 }
 
 // Three digits, or all digits of a larger whole number: "2.53 s", "158 ms", "86400 s".
 std::string Duration(std::uint64_t microseconds) {
   constexpr double kThousand = 1000;
   auto number = static_cast<double>(microseconds);
-  if (number < kThousand) return Formatted("%.0f us", number);
+  if (number < kThousand) return fmt::format("{} us", microseconds);
   number /= kThousand;
-  const char* unit = "ms";
-  if (number >= kThousand) {
-    number /= kThousand;
-    unit = "s";
-  }
-  constexpr double kTen = 10;
-  constexpr double kHundred = 100;
-  const int decimals = number < kTen ? 2 : number < kHundred ? 1 : 0;
-  return Formatted("%.*f %s", decimals, number, unit);
+  const bool seconds = number >= kThousand;
+  if (seconds) number /= kThousand;
+  const int decimals = number < 10 ? 2 : number < 100 ? 1 : 0;
+  return fmt::format("{:.{}f} {}", number, decimals, seconds ? "s" : "ms");
 }
 
 // A column of facts. Its texts are usually at most `width` characters long.
 struct Column {
   const char* title;
   std::size_t width;
-  std::function<std::string(const Counters&)> text;
+  // The fact in microseconds, or as a number; nothing if no log records it.
+  bool is_time;
+  std::optional<std::uint64_t> (*value)(const Counters&);
+  // The column is left out if the sum of all shapes is less.
+  std::uint64_t least = 0;
+
+  std::string Cell(const Counters& counters) const {
+    const auto fact = value(counters);
+    const auto text = !fact ? "-" : is_time ? Duration(*fact) : std::to_string(*fact);
+    return fmt::format(" {:>{}}", text, width);
+  }
 };
 
-constexpr std::size_t kTimeColumns = 4;
-constexpr std::size_t kTimeWidth = 8;
-
-// The columns that the input has facts for, the most useful ones first.
-std::vector<Column> ColumnsOf(const Ranking& ranking) {
-  std::vector<Column> columns;
-  const auto add_time = [&columns](const char* title, auto time) {
-    columns.push_back({title, kTimeWidth, [time](const Counters& counters) {
-                         return counters.times.Known() ? Duration(time(counters.times)) : "-";
-                       }});
-  };
-  if (ranking.all.times.Known()) {
-    add_time("total", [](const TimeStatistics& times) { return times.total; });
-    add_time("mean", [](const TimeStatistics& times) { return times.Mean(); });
-    add_time("95 %", [](const TimeStatistics& times) { return times.Percentile95(); });
-    add_time("max", [](const TimeStatistics& times) { return times.max; });
-  }
-  if (ranking.all.failures > 0) {
-    columns.push_back(
-        {"errors", 7, [](const Counters& counters) { return std::to_string(counters.failures); }});
-  }
-  constexpr std::pair<const char*, std::size_t> kRowColumns[] = {
-      {"sent", 9}, {"examined", 10}, {"affected", 9}};
-  for (std::size_t i = 0; i < std::size(kRowColumns); ++i) {
-    const auto value = kRowCounters[i].value;
-    if (!(ranking.all.*value)) continue;
-    columns.push_back(
-        {kRowColumns[i].first, kRowColumns[i].second, [value](const Counters& counters) {
-           const std::optional<std::uint64_t>& number = counters.*value;
-           return number ? std::to_string(*number) : "-";
-         }});
-  }
-  if (ranking.all.lock_microseconds.value_or(0) > 0) {
-    columns.push_back({"lock", kTimeWidth, [](const Counters& counters) {
-                         const auto& lock = counters.lock_microseconds;
-                         return lock ? Duration(*lock) : "-";
-                       }});
-  }
-  return columns;
+template <auto Member>
+std::optional<std::uint64_t> Number(const Counters& counters) {
+  return counters.*Member;
 }
+
+template <auto Member>
+std::optional<std::uint64_t> Time(const Counters& counters) {
+  if (!counters.times.Known()) return std::nullopt;
+  return std::invoke(Member, counters.times);
+}
+
+constexpr std::size_t kTimeWidth = 8;
+constexpr Column kTotal{"total", kTimeWidth, true, Time<&TimeStatistics::total>};
+constexpr Column kMean{"mean", kTimeWidth, true, Time<&TimeStatistics::Mean>};
+
+// The most useful columns come first.
+constexpr std::array kColumns{
+    kTotal,
+    kMean,
+    Column{"95 %", kTimeWidth, true, Time<&TimeStatistics::Percentile95>},
+    Column{"max", kTimeWidth, true, Time<&TimeStatistics::max>},
+    Column{"errors", 7, false, Number<&Counters::failures>, 1},
+    Column{"sent", 9, false, Number<&Counters::rows_sent>},
+    Column{"examined", 10, false, Number<&Counters::rows_examined>},
+    Column{"affected", 9, false, Number<&Counters::rows_affected>},
+    Column{"lock", kTimeWidth, true, Number<&Counters::lock_microseconds>, 1}};
+constexpr std::size_t kTimeColumns = 4;
 
 // The columns of a table from the rank to the id.
 class Frame {
  public:
   // `width` is the number of the terminal's columns, 0 without a terminal.
-  Frame(const Ranking& ranking, bool grouped, std::size_t width)
-      : ranking_(ranking), columns_(ColumnsOf(ranking)), grouped_(grouped) {
-    if (width == 0) return;
+  Frame(const Ranking& ranking, std::size_t width) : ranking_(ranking) {
     constexpr std::size_t kFixed = 23 + 2 + 16;
     constexpr std::size_t kShapeWidth = 26;
     const std::size_t times = ranking.all.times.Known() ? kTimeColumns * (kTimeWidth + 1) : 0;
-    narrow_ = kFixed + kShapeWidth + times > width;
-    std::size_t used = narrow_ ? kFixed : kFixed + kShapeWidth;
-    std::size_t kept = 0;
-    while (kept < columns_.size() && used + columns_[kept].width < width) {
-      used += columns_[kept++].width + 1;
+    narrow_ = width > 0 && kFixed + kShapeWidth + times > width;
+    std::size_t used = kFixed + (narrow_ ? 0 : kShapeWidth);
+    for (const Column& column : kColumns) {
+      if (column.value(ranking.all) < column.least) continue;
+      used += column.width + 1;
+      if (width > 0 && used > width) break;
+      columns_.push_back(column);
     }
-    columns_.resize(kept);
   }
 
   // Whether the shape is printed in a line of its own, since the terminal is too narrow.
   bool Narrow() const noexcept { return narrow_; }
 
-  std::string Head() const {
-    std::string head = Formatted("%4s %9s %8s", "rank", "count", "share");
-    for (const Column& column : columns_) head += ' ' + RightAligned(column.title, column.width);
-    head += Formatted("  %-16s", "id");
-    if (narrow_) return head;
-    return head + (grouped_ ? "  group  shape" : "  shape");
+  std::string Head(bool grouped) const {
+    std::string head = fmt::format("{:>4} {:>9} {:>8}", "rank", "count", "share");
+    for (const Column& column : columns_) {
+      head += fmt::format(" {:>{}}", column.title, column.width);
+    }
+    return head + fmt::format("  {:<16}", "id") +
+           (narrow_   ? ""
+            : grouped ? "  group  shape"
+                      : "  shape");
   }
 
   // `rank` is empty for the sum of other shapes.
   std::string Row(const std::string& rank, const Counters& counters) const {
     constexpr double kPercent = 100;
-    std::string row = Formatted("%4s %9llu %6.2f %%", rank.c_str(),
-                                static_cast<unsigned long long>(counters.count),
-                                kPercent * ranking_.ShareOf(counters));
-    for (const Column& column : columns_) {
-      row += ' ' + RightAligned(column.text(counters), column.width);
-    }
+    std::string row = fmt::format("{:>4} {:>9} {:6.2f} %", rank, counters.count,
+                                  kPercent * ranking_.ShareOf(counters));
+    for (const Column& column : columns_) row += column.Cell(counters);
     return row + "  ";
   }
 
  private:
   const Ranking& ranking_;
   std::vector<Column> columns_;
-  bool grouped_;
   bool narrow_ = false;
 };
 
@@ -162,7 +143,7 @@ std::vector<std::string> Details(const Shape& shape) {
   };
   if (shape.first_seen) add("seen ", Span(*shape.first_seen, *shape.last_seen));
   for (const auto& [error, number] : shape.errors) {
-    add("error ", error + " (" + std::to_string(number) + ')');
+    add("error ", fmt::format("{} ({})", error, number));
   }
   for (const std::string& id : shape.query_ids) add("query id ", id);
   if (!facts.empty()) lines.push_back(std::exchange(facts, {}));
@@ -188,35 +169,27 @@ std::string Title(const ShapeKey& key) {
 
 void PrintTable(const ShapeCount& count, const TableOptions& options, Output& output) {
   const Ranking ranking = Rank(count, options.rank);
-  const std::size_t width = output.Width();
-  const auto print = [&output, width](const std::string& line) {
-    output.Write(Fitted(line, width) + '\n');
-  };
+  const auto print = [&output](const std::string& line) { output.WriteFitted(line); };
 
   std::string head =
       Counted(count.counted, "statement") + ", " + Counted(count.shapes.size(), "shape");
-  if (count.failed > 0) head += ", " + std::to_string(count.failed) + " failed";
+  if (count.failed > 0) head += fmt::format(", {} failed", count.failed);
   if (count.first_time) head += ", " + Span(*count.first_time, *count.last_time);
   print(head);
   if (count.shapes.empty()) return;
 
-  const bool grouped = std::any_of(count.shapes.begin(), count.shapes.end(),
-                                   [](const ShapeEntry& one) { return !one.first.group.empty(); });
-  const Frame frame(ranking, grouped, width);
-  print(frame.Head());
+  const Frame frame(ranking, output.Width());
+  print(frame.Head(std::any_of(count.shapes.begin(), count.shapes.end(),
+                               [](const auto& one) { return !one.first.group.empty(); })));
   std::size_t rank = 0;
   for (const ShapeEntry* entry : ranking.shown) {
     const auto& [key, shape] = *entry;
-    std::string row =
+    const std::string row =
         frame.Row(std::to_string(++rank), shape) + Hexadecimal(Fingerprint(key.shape));
-    std::string title = Title(key);
-    if (!shape.keys.empty()) title.insert(0, '(' + Counted(shape.keys.size(), "key") + ") ");
-    if (frame.Narrow()) {
-      print(row);
-      print(kIndent + title);
-    } else {
-      print(row.append("  ").append(title));
-    }
+    const std::string keys =
+        shape.keys.empty() ? "" : '(' + Counted(shape.keys.size(), "key") + ") ";
+    print(row + (frame.Narrow() ? "" : "  " + keys + Title(key)));
+    if (frame.Narrow()) print(kIndent + keys + Title(key));
     if (!options.examples) continue;
     for (const std::string& line : Details(shape)) print(kIndent + line);
   }
@@ -227,36 +200,28 @@ void PrintTable(const ShapeCount& count, const TableOptions& options, Output& ou
 }
 
 void PrintTable(const Comparison& comparison, Output& output) {
-  const std::size_t width = output.Width();
-  const auto print = [&output, width, &comparison](const std::string& change,
-                                                   const Counters& before, const Counters& after,
-                                                   const std::string& rest) {
-    std::string line =
-        Formatted("%-6s %9llu %9llu", change.c_str(), static_cast<unsigned long long>(before.count),
-                  static_cast<unsigned long long>(after.count));
-    const auto add_time = [&line](const Counters& counters, std::uint64_t time) {
-      line += ' ' + RightAligned(counters.times.Known() ? Duration(time) : "-", kTimeWidth);
-    };
-    if (comparison.Timed()) {
-      add_time(before, before.times.total);
-      add_time(after, after.times.total);
-      add_time(before, before.times.Mean());
-      add_time(after, after.times.Mean());
-    }
-    output.Write(Fitted(line + "  " + rest, width) + '\n');
+  std::vector<Column> columns;
+  if (comparison.Timed()) columns = {kTotal, kMean};
+  const auto print = [&output](const std::string& line) { output.WriteFitted(line); };
+  const auto print_row = [&](const std::string& change, const Counters& before,
+                             const Counters& after, const std::string& rest) {
+    std::string row = fmt::format("{:<6} {:>9} {:>9}", change, before.count, after.count);
+    for (const Column& column : columns) row += column.Cell(before) + column.Cell(after);
+    print(row + "  " + rest);
   };
-  std::string head = Formatted("%-6s %19s", "", "statements");
-  std::string columns = Formatted("%-6s %9s %9s", "change", "before", "after");
-  if (comparison.Timed()) {
-    head += Formatted(" %17s %17s", "total", "mean");
-    for (int i = 0; i < 2; ++i) columns += Formatted(" %8s %8s", "before", "after");
+
+  std::string head = fmt::format("{:>26}", "statements");
+  std::string titles = fmt::format("{:<6} {:>9} {:>9}", "change", "before", "after");
+  for (const Column& column : columns) {
+    head += fmt::format(" {:>17}", column.title);
+    titles += fmt::format(" {:>8} {:>8}", "before", "after");
   }
-  output.Write(Fitted(head, width) + '\n' + Fitted(columns + "  id                shape", width) +
-               '\n');
-  print("all", comparison.before, comparison.after, Counted(comparison.shape_count, "shape"));
+  print(head);
+  print(titles + "  id                shape");
+  print_row("all", comparison.before, comparison.after, Counted(comparison.shape_count, "shape"));
   for (const ShapeChange& shape : comparison.changes) {
-    print(NameOf(shape.change), shape.before, shape.after,
-          Hexadecimal(Fingerprint(shape.key->shape)) + "  " + Title(*shape.key));
+    print_row(NameOf(shape.change), shape.before, shape.after,
+              Hexadecimal(Fingerprint(shape.key->shape)) + "  " + Title(*shape.key));
   }
 }
 

@@ -1,4 +1,5 @@
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <poll.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
@@ -13,6 +14,8 @@
 #include <cstdint>
 #include <cstring>
 #include <exception>
+#include <functional>
+#include <iterator>
 #include <string>
 #include <string_view>
 
@@ -21,50 +24,15 @@
 #include "tarn_host/commands.h"
 #include "tarn_host/errors.h"
 #include "tarn_host/output.h"
-#include "tarn_host/plugin_option.h"
 
 namespace tarn::host {
 namespace {
 
-constexpr std::uint64_t kMaxSeconds = 86'400;
-
-struct CheckOptions {
-  std::string library;
-  std::uint64_t seconds = 10;
-};
-
-// Prints one line for each fact.
-class FactSheet {
- public:
-  explicit FactSheet(Output& output) : output_(output) {}
-
-  void Head(std::string_view text) { output_.Write(std::string(text) + ":\n"); }
-
-  void Add(const Fact& fact) {
-    std::string word = fact.holds ? "pass" : "FAIL";
-    if (output_.Coloured()) word = (fact.holds ? "\x1B[32m" : "\x1B[1;31m") + word + "\x1B[0m";
-    output_.Write(word + "  " + OneLine(fact.text) + '\n');
-    output_.Flush();
-    all_hold_ = all_hold_ && fact.holds;
-  }
-
-  bool AllHold() const noexcept { return all_hold_; }
-
- private:
-  Output& output_;
-  bool all_hold_ = true;
-};
+using Tell = std::function<void(const Fact&)>;
 
 // The child process sends a line for each fact, "+soname: NAME" or "-soname: NAME", and this line
 // at its end, since its exit code might be the library's.
-constexpr std::string_view kEnd = ".";
-
-void Send(int to_parent, const std::string& line) {
-  const std::string bytes = line + '\n';
-  if (write(to_parent, bytes.data(), bytes.size()) != static_cast<ssize_t>(bytes.size())) {
-    _exit(kExitTrouble);
-  }
-}
+constexpr const char* kEnd = ".";
 
 // Checks the library in this process, a child of `parent`, and ends it.
 [[noreturn]] void CheckAndExit(const std::string& path, const ElfLibrary& library, int to_parent,
@@ -77,13 +45,16 @@ void Send(int to_parent, const std::string& line) {
   const int nothing = open("/dev/null", O_RDWR | O_CLOEXEC);
   for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) dup2(nothing, stream);
   for (const int signal : {SIGINT, SIGALRM}) std::signal(signal, SIG_DFL);
+  const auto send = [to_parent](const std::string& text) {
+    const std::string line = OneLine(text) + '\n';
+    if (write(to_parent, line.data(), line.size()) != std::ssize(line)) _exit(kExitTrouble);
+  };
   try {
-    CheckLoaded(path, library, [to_parent](const Fact& fact) {
-      Send(to_parent, (fact.holds ? '+' : '-') + OneLine(fact.text));
-    });
-    Send(to_parent, std::string(kEnd));
+    CheckLoaded(path, library,
+                [&send](const Fact& fact) { send((fact.holds ? '+' : '-') + fact.text); });
+    send(kEnd);
   } catch (const std::exception& error) {
-    Send(to_parent, "-examination: " + OneLine(error.what()));
+    send(std::string("-examination: ") + error.what());
   }
   _exit(kExitSuccess);
 }
@@ -92,7 +63,7 @@ void Send(int to_parent, const std::string& line) {
 // processes that it has started in its process group.
 class Examiner {
  public:
-  // Throws ToolError. Requires: no output is buffered, since the child would write it again.
+  // Throws ToolError. All output has to be flushed before, or else the child writes it again.
   Examiner(const std::string& path, const ElfLibrary& library) {
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0) throw ToolError(SystemReason("check", errno));
@@ -112,36 +83,34 @@ class Examiner {
   Examiner& operator=(const Examiner&) = delete;
   ~Examiner() { End(); }
 
-  // Adds the facts that the process sends, for `seconds` at most.
-  void AddFacts(std::uint64_t seconds, FactSheet& facts) {
+  // Tells the facts that the process sends, for `seconds` at most.
+  void TellFacts(std::uint64_t seconds, const Tell& tell) {
     const std::string leaves_running = "leaves its process running: ";
     // All facts take far less.
     constexpr std::size_t kMaxBytes = std::size_t{1} << 20U;
     const auto end = Clock::now() + std::chrono::seconds(seconds);
-    std::string heard;
+    std::string line;
     std::size_t total = 0;
+    std::array<char, 4096> block{};
     while (Await(end)) {
-      std::array<char, 4096> block{};
       const ssize_t got = read(from_child_, block.data(), block.size());
       if (got <= 0) break;
-      total += static_cast<std::size_t>(got);
-      heard.append(block.data(), static_cast<std::size_t>(got));
-      for (std::size_t end_of_line = 0; (end_of_line = heard.find('\n')) != std::string::npos;) {
-        const std::string line = heard.substr(0, end_of_line);
-        heard.erase(0, end_of_line + 1);
+      for (const char c : std::string_view(block.data(), static_cast<std::size_t>(got))) {
+        if (c != '\n') {
+          line += c;
+          continue;
+        }
         if (line == kEnd) return;
-        facts.Add({line.starts_with('+'), line.empty() ? line : line.substr(1)});
+        tell({line.starts_with('+'), line.substr(line.empty() ? 0 : 1)});
+        line.clear();
       }
-      if (total > kMaxBytes) {
-        facts.Add({false, leaves_running + "it sends more than 1 MiB"});
-        return;
-      }
+      total += static_cast<std::size_t>(got);
+      if (total > kMaxBytes) return tell({false, leaves_running + "it sends more than 1 MiB"});
     }
     if (Clock::now() >= end) {
-      facts.Add({false, "ends in time: still running after " + std::to_string(seconds) +
-                            " s (see --timeout)"});
+      tell({false, fmt::format("ends in time: still running after {} s (see --timeout)", seconds)});
     } else {
-      facts.Add({false, leaves_running + HowItEnded(End())});
+      tell({false, leaves_running + HowItEnded(End())});
     }
   }
 
@@ -166,10 +135,8 @@ class Examiner {
   }
 
   static std::string HowItEnded(int status) {
-    if (WIFEXITED(status)) {
-      return "it ended with exit code " + std::to_string(WEXITSTATUS(status));
-    }
-    return std::string("it died: ") + strsignal(WTERMSIG(status));
+    return WIFEXITED(status) ? fmt::format("it ended with exit code {}", WEXITSTATUS(status))
+                             : fmt::format("it died: {}", strsignal(WTERMSIG(status)));
   }
 
   // Kills the process, closes the descriptors and returns the process's status.
@@ -194,35 +161,26 @@ class Examiner {
   pid_t child_ = -1;
 };
 
+}  // namespace
+
 int Check(const CheckOptions& options) {
   const std::string path = ChosenPlugin(options.library);
   const ElfLibrary library = ReadElfLibrary(path);
   Output output;
-  FactSheet facts(output);
-  facts.Head("read from the file");
-  for (const Fact& fact : CheckFile(library)) facts.Add(fact);
-  facts.Head("reported by a process that has loaded it");
+  bool all_hold = true;
+  const Tell tell = [&](const Fact& fact) {
+    const std::string verdict =
+        fact.holds ? output.Coloured("32", "pass") : output.Coloured("1;31", "FAIL");
+    output.Write(fmt::format("{}  {}\n", verdict, OneLine(fact.text)));
+    output.Flush();
+    all_hold = all_hold && fact.holds;
+  };
+  output.Write("read from the file:\n");
+  for (const Fact& fact : CheckFile(library)) tell(fact);
+  output.Write("reported by a process that has loaded it:\n");
   output.Flush();
-  Examiner(path, library).AddFacts(options.seconds, facts);
-  return facts.AllHold() ? kExitSuccess : kExitFailed;
-}
-
-}  // namespace
-
-void AddCheckCommand(CommandLine& line) {
-  auto [command, options] =
-      line.Add("check", "Check whether a host can load and use a library", Check);
-  command.Name("LIBRARY", options.library, "",
-               "The library's file; by default the one beside the tool");
-  command.Count("--timeout", options.seconds, kMaxSeconds,
-                "End the check after N seconds (default: 10)");
-  command.Footer(
-      "Prints one line for each fact, \"pass\" or \"FAIL\". The exit code is 1 if any fact fails.\n"
-      "The facts in the file come first. For the others a child process loads the library and\n"
-      "calls it. Its code can forge them, so don't check a library that you don't trust.\n\n"
-      "Examples:\n"
-      "  tarn_host check\n"
-      "  tarn_host check --timeout=60 ./libtarn_interface_for_vesta.so");
+  Examiner(path, library).TellFacts(options.seconds, tell);
+  return all_hold ? kExitSuccess : kExitFailed;
 }
 
 }  // namespace tarn::host

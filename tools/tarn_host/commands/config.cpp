@@ -1,6 +1,7 @@
 #include "tarn_host/commands.h"
 
 #include <dlfcn.h>
+#include <fmt/format.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -22,20 +23,12 @@
 #include "tarn_host/errors.h"
 #include "tarn_host/json.h"
 #include "tarn_host/output.h"
-#include "tarn_host/plugin_option.h"
 
 namespace tarn::host {
 namespace {
 
 // Its length does not depend on the password's.
 constexpr const char* kMask = "********";
-
-struct ConfigOptions {
-  std::string database;
-  std::string plugin;
-  bool show_password = false;
-  bool json = false;
-};
 
 struct Answers {
   std::string type;
@@ -44,49 +37,36 @@ struct Answers {
   std::map<std::string, std::string> properties;
 };
 
-// The platform module, using the same platform library as the plug-in.
-class SharedPlatform {
- public:
-  // Throws ToolError if the plug-in uses another platform library than the module, since the module
-  // would misread its values.
-  SharedPlatform(const Plugin& plugin, const std::string& plugin_path) {
-    const std::string path = FileOfTheTool(kPlatformModuleFile);
-    handle_.reset(dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL));
-    const void* const symbol =
-        handle_ ? dlsym(handle_.get(), kPlatformModuleSymbol) : static_cast<void*>(nullptr);
-    if (symbol == nullptr)
-      throw ToolError("cannot load the tool's module: " + std::string(dlerror()));
-    module_ = static_cast<const PlatformModule*>(symbol);
+// The library that holds the plug-in's `function`. If there is no such function, the libraries that
+// the plug-in needs: "liba.so or libb.so".
+std::string PlatformOf(const void* function, const std::string& plugin_path) {
+  Dl_info theirs;
+  if (function != nullptr && dladdr(function, &theirs) != 0) return theirs.dli_fname;
+  const std::vector<std::string> needed = ReadElfLibrary(plugin_path).needed;
+  return needed.empty() ? "no library" : fmt::format("{}", fmt::join(needed, " or "));
+}
 
-    Dl_info ours;
-    if (dladdr(module_->platform_function, &ours) == 0) throw ToolError(path + ": no platform");
-    const void* const theirs = dlsym(plugin.Handle(), ours.dli_sname);
-    if (theirs == module_->platform_function) return;
-    throw ToolError("config: " + plugin_path + " is built on " + PlatformOf(theirs, plugin_path) +
-                    ", and this tool on " + ours.dli_fname + ": the two can't exchange values");
+// The platform module. Throws ToolError if it uses another platform library than the plug-in, since
+// it would misread the plug-in's values.
+std::pair<LibraryHandle, const PlatformModule*> LoadPlatformModule(const Plugin& plugin,
+                                                                   const std::string& plugin_path) {
+  const std::string path = FileOfTheTool(kPlatformModuleFile);
+  LibraryHandle handle(dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL));
+  const auto* const module = static_cast<const PlatformModule*>(
+      handle ? dlsym(handle.get(), kPlatformModuleSymbol) : nullptr);
+  if (module == nullptr) {
+    throw ToolError(fmt::format("cannot load the tool's module: {}", dlerror()));
   }
-
-  void ReadProperties(impl_dao::CProductInterface& product,
-                      std::map<std::string, std::string>& texts) const {
-    module_->read_properties(product, texts);
+  Dl_info ours;
+  if (dladdr(module->platform_function, &ours) == 0) throw ToolError(path + ": no platform");
+  const void* const theirs = dlsym(plugin.Handle(), ours.dli_sname);
+  if (theirs != module->platform_function) {
+    throw ToolError(
+        fmt::format("config: {} is built on {}, and this tool on {}: the two can't exchange values",
+                    plugin_path, PlatformOf(theirs, plugin_path), ours.dli_fname));
   }
-
- private:
-  // The library that holds the plug-in's `function`. If there is no such function, the libraries
-  // that the plug-in needs: "liba.so or libb.so".
-  static std::string PlatformOf(const void* function, const std::string& plugin_path) {
-    Dl_info theirs;
-    if (function != nullptr && dladdr(function, &theirs) != 0) return theirs.dli_fname;
-    std::string names;
-    for (const std::string& name : ReadElfLibrary(plugin_path).needed) {
-      names += (names.empty() ? "" : " or ") + name;
-    }
-    return names.empty() ? "no library" : names;
-  }
-
-  LibraryHandle handle_;
-  const PlatformModule* module_ = nullptr;
-};
+  return {std::move(handle), module};
+}
 
 // The warnings of the stand-in platform during this object's life. Another platform gives none.
 class PlatformWarnings {
@@ -142,15 +122,13 @@ void PrintTable(const Answers& answers, const std::string& password, Output& out
                                                         {"user", answers.user},
                                                         {"password", password},
                                                         {"address", answers.address}};
-  for (const auto& [name, value] : answers.properties) rows.emplace_back(name, value);
-
-  constexpr std::size_t kGap = 2;
+  rows.insert(rows.end(), answers.properties.begin(), answers.properties.end());
   std::size_t width = 0;
-  for (const auto& row : rows) width = std::max(width, row.first.size() + kGap);
-  for (auto& [label, value] : rows) {
+  for (const auto& row : rows) width = std::max(width, row.first.size());
+  for (const auto& [label, value] : rows) {
     // A line without a value must not end in blanks.
-    if (!value.empty()) label.resize(width, ' ');
-    output.Write(OneLine(label) + OneLine(value) + '\n');
+    output.Write(
+        fmt::format("{:<{}}{}\n", OneLine(label), value.empty() ? 0 : width + 2, OneLine(value)));
   }
 }
 
@@ -163,16 +141,17 @@ void PrintJson(const std::string& database, const Answers& answers, const std::s
                                   {"password", nullptr},
                                   {"password_masked", password == nullptr},
                                   {"address", answers.address},
-                                  {"properties", nlohmann::ordered_json::object()}};
+                                  {"properties", answers.properties}};
   if (password != nullptr) document["password"] = *password;
-  for (const auto& [name, value] : answers.properties) document["properties"][name] = value;
   output.Write(JsonText(document) + '\n');
 }
+
+}  // namespace
 
 int Config(const ConfigOptions& options) {
   const std::string path = ChosenPlugin(options.plugin);
   const Plugin plugin(path);
-  const SharedPlatform platform(plugin, path);
+  const auto [handle, platform] = LoadPlatformModule(plugin, path);
   // A person who sees the answers needs no log, and gets the first cause if there are none.
   const char* const level = std::getenv("TARN_LOG_LEVEL");
   if (level == nullptr || *level == '\0') setenv("TARN_LOG_LEVEL", "off", 1);
@@ -185,7 +164,7 @@ int Config(const ConfigOptions& options) {
     product.GetDBType(answers.type, options.database);
     product.GetDBUserAndPassword(answers.user, password.Text(), options.database);
     product.GetDBConnectAddress(answers.address, options.database);
-    platform.ReadProperties(product, answers.properties);
+    platform->read_properties(product, answers.properties);
   } catch (const std::exception& error) {
     cause = error.what();
   }
@@ -206,34 +185,6 @@ int Config(const ConfigOptions& options) {
   }
   output.Flush();
   return kExitSuccess;
-}
-
-}  // namespace
-
-void AddConfigCommand(CommandLine& line) {
-  auto [command, options] =
-      line.Add("config", "Print the plug-in's answers for a database", Config);
-  command.Name("DBNAME", options.database, "", "Name of the database in the configuration",
-               Presence::kRequired);
-  command.Flag("--show-password", options.show_password,
-               "Print the deciphered password instead of a mask");
-  command.Flag("--json", options.json, "Print a JSON object instead of a table");
-  AddPluginOption(command, options.plugin);
-  command.Footer(
-      "Prints the engine type, the login account, the address and the connection properties, or\n"
-      "the first reason for which one is missing. Without --show-password the password is\n"
-      "********, and in JSON null with \"password_masked\": true.\n\n"
-      "The stand-in platform reads:\n"
-      "  TARN_SYS_CONF     JSON file of the databases\n"
-      "  TARN_KEY_FILE     key file of the stored passwords\n"
-      "  TARN_PROC_ID, TARN_PROC_HANDLE\n"
-      "                    identity and number of the process\n"
-      "  TARN_LOG_LEVEL    off (here the default), error, warn or debug\n"
-      "The plug-in itself reads:\n"
-      "  APP_CONF_FILE     application configuration, for the SSL mode\n\n"
-      "Examples:\n"
-      "  tarn_host config orders\n"
-      "  tarn_host config orders --json --show-password");
 }
 
 }  // namespace tarn::host

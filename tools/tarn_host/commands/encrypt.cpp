@@ -24,11 +24,6 @@ namespace {
 using standin::CipherKey;
 using standin::SecretBytes;
 
-struct EncryptOptions {
-  unsigned int algorithm = standin::kAes256Gcm;
-  std::string key_file;
-};
-
 // Reads the first line from `fd`, without the newline and a carriage return before it. Throws
 // ToolError.
 SecretBytes ReadLine(int fd) {
@@ -51,8 +46,8 @@ SecretBytes ReadLine(int fd) {
 }
 
 // The user's terminal, without echo during the object's life. Before a signal ends or suspends the
-// process, the echo is turned on; if the process goes on, it is turned off again. Requires: the
-// process has no other such object and no other thread.
+// process, the echo is turned on; if the process goes on, it is turned off again. The process must
+// have no other such object and no other thread.
 class HiddenInput {
  public:
   // Takes the process's terminal or, without one, standard input. Throws ToolError.
@@ -142,6 +137,8 @@ SecretBytes AskTerminal() {
   return password;
 }
 
+}  // namespace
+
 int Encrypt(const EncryptOptions& options) {
   // Reading the key comes first, so that nobody types a password in vain.
   const CipherKey key = options.key_file.empty() ? CipherKey::FromEnvironment()
@@ -152,27 +149,6 @@ int Encrypt(const EncryptOptions& options) {
   output.Write(standin::EncryptPassword(password, options.algorithm, key) + '\n');
   output.Flush();
   return kExitSuccess;
-}
-
-}  // namespace
-
-void AddEncryptCommand(CommandLine& line) {
-  auto [command, options] =
-      line.Add("encrypt", "Encipher a password for the stand-in's configuration", Encrypt);
-  const std::map<std::string, unsigned int> algorithms{{"19", standin::kAes256Gcm},
-                                                       {"aes-256-gcm", standin::kAes256Gcm},
-                                                       {"18", standin::kAes128Ecb},
-                                                       {"aes-128-ecb", standin::kAes128Ecb}};
-  command.Choice("--algorithm", options.algorithm, algorithms, "NAME",
-                 "aes-256-gcm (19, the default) or aes-128-ecb (18)");
-  command.Name("--key", options.key_file, "FILE",
-               "Key file (default: the one that TARN_KEY_FILE names)");
-  command.Footer(
-      "Reads the password from the first line of standard input. A terminal asks for it twice,\n"
-      "without echo. Prints the text to store in the configuration.\n\n"
-      "Examples:\n"
-      "  tarn_host encrypt --key orders.key\n"
-      "  tarn_host encrypt --algorithm aes-128-ecb < password.txt");
 }
 
 }  // namespace tarn::host

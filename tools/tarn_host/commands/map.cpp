@@ -1,11 +1,10 @@
 #include "tarn_host/commands.h"
 
+#include <fmt/format.h>
+
 #include <charconv>
-#include <cinttypes>
 #include <cstdint>
-#include <cstdio>
 #include <limits>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -13,15 +12,9 @@
 #include "plugin/plugin.h"
 #include "tarn_host/errors.h"
 #include "tarn_host/output.h"
-#include "tarn_host/plugin_option.h"
 
 namespace tarn::host {
 namespace {
-
-struct MapOptions {
-  std::optional<std::string> status;
-  std::string plugin;
-};
 
 // An int in decimal or, after "0x", in hexadecimal, with an optional sign. Throws ToolError.
 int ParseStatus(const std::string& text) {
@@ -46,33 +39,16 @@ int ParseStatus(const std::string& text) {
   return static_cast<int>(negative ? -value : value);
 }
 
-int Map(const MapOptions& options) {
-  const int status = ParseStatus(options.status.value());
-  const Plugin plugin(ChosenPlugin(options.plugin));
-  const std::int64_t code = plugin.Product().MapErrorCode(status);
-  char line[64];
-  const int length = std::snprintf(line, sizeof line, "%" PRId64 " 0x%" PRIX64 "\n", code,
-                                   static_cast<std::uint64_t>(code));
-  Output output;
-  output.Write(std::string_view(line, static_cast<std::size_t>(length)));
-  output.Flush();
-  return kExitSuccess;
-}
-
 }  // namespace
 
-void AddMapCommand(CommandLine& line) {
-  auto [command, options] =
-      line.Add("map", "Print the product's error code for a native status", Map);
-  command.Text("STATUS", options.status, "Signed 32-bit number, decimal or 0x and hexadecimal",
-               Presence::kRequired);
-  AddPluginOption(command, options.plugin);
-  command.Footer(
-      "Prints the code in decimal and in hexadecimal.\n\n"
-      "Examples:\n"
-      "  tarn_host map 0\n"
-      "  tarn_host map -1\n"
-      "  tarn_host map 0x7fffffff");
+int Map(const MapOptions& options) {
+  const int status = ParseStatus(options.status);
+  const Plugin plugin(ChosenPlugin(options.plugin));
+  const std::int64_t code = plugin.Product().MapErrorCode(status);
+  Output output;
+  output.Write(fmt::format("{} 0x{:X}\n", code, static_cast<std::uint64_t>(code)));
+  output.Flush();
+  return kExitSuccess;
 }
 
 }  // namespace tarn::host

@@ -11,19 +11,11 @@
 #include "plugin/normalize_call.h"
 #include "plugin/plugin.h"
 #include "tarn_host/errors.h"
-#include "tarn_host/input_options.h"
 #include "tarn_host/output.h"
-#include "tarn_host/plugin_option.h"
 #include "tarn_host/progress.h"
 
 namespace tarn::host {
 namespace {
-
-struct NormalizeOptions {
-  InputOptions input;
-  bool pairs = false;
-  std::string plugin;
-};
 
 class Normalizer {
  public:
@@ -74,7 +66,7 @@ class Normalizer {
     const bool nul = terminator == kNul;
     if (options_.pairs) {
       output_.WriteUntrusted(statement);
-      output_.Write(nul ? kNul : output_.Coloured() ? "\n\x1B[1;32m=>\x1B[0m " : "\n=> ");
+      output_.Write(nul ? std::string(kNul) : '\n' + output_.Coloured("1;32", "=>") + ' ');
     }
     output_.WriteUntrusted(canonical);
     output_.Write(options_.pairs && !nul ? "\n\n" : terminator);
@@ -95,24 +87,8 @@ class Normalizer {
   int exit_code_ = kExitSuccess;
 };
 
-int Normalize(const NormalizeOptions& options) { return Normalizer(options).Run(); }
-
 }  // namespace
 
-void AddNormalizeCommand(CommandLine& line) {
-  auto [command, options] =
-      line.Add("normalize", "Print the canonical texts of statements", Normalize);
-  AddInputOptions(command, options.input);
-  command.Flag("--pairs", options.pairs, "Print each statement before its canonical text");
-  AddPluginOption(command, options.plugin);
-  command.Footer(
-      "The texts are separated as the statements of the input are. With --input=nul every byte is\n"
-      "kept. A statement that fails is reported with its number, the others are printed, and the\n"
-      "exit code is 1.\n\n"
-      "Examples:\n"
-      "  tarn_host normalize statements.sql\n"
-      "  tarn_host normalize --pairs statements.sql\n"
-      "  echo 'select 0x1F from tab t3' | tarn_host normalize --input=lines");
-}
+int Normalize(const NormalizeOptions& options) { return Normalizer(options).Run(); }
 
 }  // namespace tarn::host

@@ -1,6 +1,7 @@
 #include "tarn_host/commands.h"
 
-#include <algorithm>
+#include <fmt/format.h>
+
 #include <cstddef>
 #include <exception>
 #include <optional>
@@ -14,18 +15,14 @@
 #include "sqlnorm/patterns/pattern_engine.h"
 #include "tarn_host/errors.h"
 #include "tarn_host/output.h"
-#include "tarn_host/plugin_option.h"
 
 namespace tarn::host {
 namespace {
 
 // Prints a line: the label, and the text in brackets, which show blanks at its ends.
 void PrintRow(Output& output, std::string_view label, std::string_view text) {
-  constexpr std::size_t kLabelWidth = 36;
-  std::string row(label);
-  row.resize(std::max(kLabelWidth, row.size() + 1), ' ');
-  if (output.Coloured()) row = "\x1B[1m" + row + "\x1B[0m";
-  output.Write(row + '[' + OneLine(text) + "]\n");
+  const std::string row = output.Coloured("1", fmt::format("{:<35} ", label));
+  output.Write(fmt::format("{}[{}]\n", row, OneLine(text)));
 }
 
 // Prints the text after each step that changed it.
@@ -36,7 +33,7 @@ class ChangePrinter final : public sqlnorm::StepObserver {
   void AfterStep(int step, const char* name, const std::string& text) override {
     last_step_ = step;
     if (text == text_) return;
-    PrintRow(output_, (step < 10 ? " " : "") + std::to_string(step) + ' ' + name, text);
+    PrintRow(output_, fmt::format("{:2} {}", step, name), text);
     text_ = text;
   }
 
@@ -62,10 +59,7 @@ std::string ReadStatement() {
   return statement;
 }
 
-struct TraceOptions {
-  std::optional<std::string> statement;
-  std::string plugin;
-};
+}  // namespace
 
 int Trace(const TraceOptions& options) {
   std::optional<Plugin> plugin;
@@ -81,8 +75,7 @@ int Trace(const TraceOptions& options) {
     throw;
   } catch (const std::exception& error) {
     output.Flush();
-    ReportError("trace: step " + std::to_string(printer.LastStep() + 1) + ": " +
-                NormalizeFailure(error));
+    ReportError(fmt::format("trace: step {}: {}", printer.LastStep() + 1, NormalizeFailure(error)));
     return kExitFailed;
   }
   PrintRow(output, "result", result);
@@ -100,22 +93,6 @@ int Trace(const TraceOptions& options) {
   if (reason.empty()) return kExitSuccess;
   ReportError("trace: " + options.plugin + ": " + reason);
   return kExitFailed;
-}
-
-}  // namespace
-
-void AddTraceCommand(CommandLine& line) {
-  auto [command, options] = line.Add("trace", "Print a statement after each rewrite step", Trace);
-  command.Text("STATEMENT", options.statement, "The statement (default: standard input)");
-  command.Name("--plugin", options.plugin, "PATH",
-               "Compare the result with the canonical text of this library");
-  command.Footer(
-      "Prints the text after each of the 23 steps that changed it, with the step's number and\n"
-      "name. Control characters are shown as \\n, \\t and so on. The tool takes the steps itself.\n"
-      "With --plugin the exit code is 1 if the library's text differs from their result.\n\n"
-      "Examples:\n"
-      "  tarn_host trace \"select t3.a, 1.50 from tab t3 where (t3.id = 0x1F)\"\n"
-      "  tarn_host trace < statement.sql");
 }
 
 }  // namespace tarn::host
