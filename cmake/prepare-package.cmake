@@ -1,7 +1,7 @@
 # CPack runs this after it installs the files and before it packs them.
 
-# CMake creates folders under the caller's umask, whatever its defaults are. With a strict umask
-# only root could enter them.
+# CMake creates folders with the caller's umask. With a strict one, only root could enter the folders
+# of the package.
 file(
   CHMOD_RECURSE "${CPACK_TEMPORARY_INSTALL_DIRECTORY}"
   DIRECTORY_PERMISSIONS
