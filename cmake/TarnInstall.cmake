@@ -79,7 +79,3 @@ install(
     GROUP_EXECUTE
     WORLD_READ
     WORLD_EXECUTE)
-install(
-  FILES "${PROJECT_SOURCE_DIR}/cmake/lintian-overrides"
-  DESTINATION "${CMAKE_INSTALL_DATAROOTDIR}/lintian/overrides"
-  RENAME "${TARN_PACKAGE_NAME}")
