@@ -51,7 +51,7 @@ class AliasTable {
     return ++count_;
   }
 
-  // The number of distinct aliases so far; once there are more than kInPlace, of those in the text.
+  // The number of distinct aliases so far; in the whole text once there are more than kInPlace.
   std::uint32_t Count() const noexcept { return count_; }
 
  private:
