@@ -77,9 +77,9 @@ class Writer {
  private:
   // Not std::uniform_int_distribution, since its results differ between libraries.
   std::size_t Below(std::size_t bound) { return random_() % bound; }
-  template <typename Choices>
-  std::string_view OneOf(const Choices& choices) {
-    return choices[Below(choices.size())];
+  template <typename T, std::size_t N>
+  T OneOf(const std::array<T, N>& choices) {
+    return choices[Below(N)];
   }
 
   void Write(std::string_view form) {
@@ -105,11 +105,6 @@ class Writer {
   std::string Integer() {
     constexpr std::array<std::uint64_t, 4> kBounds{10, 1'000, 100'000, 10'000'000'000};
     return std::to_string(random_() % OneOf(kBounds));
-  }
-
-  template <typename T, std::size_t N>
-  T OneOf(const std::array<T, N>& choices) {
-    return choices[Below(N)];
   }
 
   void WritePart(char part) {

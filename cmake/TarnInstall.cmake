@@ -12,7 +12,7 @@ set(TARN_INSTALL_CMAKEDIR "${CMAKE_INSTALL_LIBDIR}/cmake/${PROJECT_NAME}")
 # The plug-in's own search path alone finds the libraries that it needs: it contains the plug-in's
 # folder, and the folders that the caller of CMake names. The build folder has the same layout, and
 # the plug-in has the same search path there. If CMake rewrote the path at installation, it would
-# end in ":" before that, which means the current folder of the process.
+# pad the path in the build folder with ":", and an empty element means the process's current folder.
 set_target_properties(
   tarn_interface_for_vesta PROPERTIES INSTALL_RPATH "$ORIGIN;${CMAKE_INSTALL_RPATH}"
                                       BUILD_WITH_INSTALL_RPATH ON)
@@ -33,8 +33,8 @@ if(TARN_ON_STANDIN)
           DESTINATION "${TARN_INSTALL_INCLUDEDIR}")
 endif()
 
-# Written by hand, not exported: hosts could link an exported plug-in, and would need the Boost that
-# only the plug-in needs.
+# The CMake package is written by hand, not exported: hosts could link an exported plug-in, and would
+# need the Boost that only the plug-in needs.
 configure_package_config_file(
   "${PROJECT_SOURCE_DIR}/cmake/package-config.cmake.in"
   "${PROJECT_BINARY_DIR}/${PROJECT_NAME}-config.cmake"
@@ -79,7 +79,3 @@ install(
     GROUP_EXECUTE
     WORLD_READ
     WORLD_EXECUTE)
-install(
-  FILES "${PROJECT_SOURCE_DIR}/cmake/lintian-overrides"
-  DESTINATION "${CMAKE_INSTALL_DATAROOTDIR}/lintian/overrides"
-  RENAME "${TARN_PACKAGE_NAME}")

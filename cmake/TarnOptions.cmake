@@ -24,7 +24,7 @@ else()
   option(TARN_HARDENING "Guard against wrong indices and big stack frames" ON)
   if(TARN_HARDENING)
     include(CheckCXXCompilerFlag)
-    # Not every processor has it. -fcf-protection is left out: it guards a binary only if everything
+    # Not every processor has this option. -fcf-protection is left out: it guards a binary only if everything
     # linked into the binary is compiled with it, and the C library's start files here are not.
     check_cxx_compiler_flag(-fstack-clash-protection TARN_HAS_STACK_CLASH_PROTECTION)
     if(TARN_HAS_STACK_CLASH_PROTECTION)

@@ -35,7 +35,7 @@ else()
   endforeach()
 endif()
 
-# The product's headers come before the interface's own.
+# The compiler finds another platform's headers before those in include/platform.
 add_library(tarn_platform_headers INTERFACE)
 target_include_directories(tarn_platform_headers INTERFACE ${TARN_PLATFORM_INCLUDE_DIR}
                                                            "${PROJECT_SOURCE_DIR}/include")

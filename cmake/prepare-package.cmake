@@ -1,18 +1,5 @@
 # CPack runs this after it installs the files and before it packs them.
 
-# CMake creates folders under the caller's umask, whatever its defaults are. With a strict umask
-# only root could enter them.
-file(
-  CHMOD_RECURSE "${CPACK_TEMPORARY_INSTALL_DIRECTORY}"
-  DIRECTORY_PERMISSIONS
-  OWNER_READ
-  OWNER_WRITE
-  OWNER_EXECUTE
-  GROUP_READ
-  GROUP_EXECUTE
-  WORLD_READ
-  WORLD_EXECUTE)
-
 # Adds a Debian changelog next to the project's own. Both and the man page are compressed without name
 # and time, so that each build gives the same bytes.
 set(shared "${CPACK_TEMPORARY_INSTALL_DIRECTORY}${CPACK_PACKAGING_INSTALL_PREFIX}/share")
@@ -26,8 +13,12 @@ file(
 
  -- ${CPACK_PACKAGE_CONTACT}  ${now}
 ")
+
+# Names the findings of lintian that are no faults.
+set(overrides "${shared}/lintian/overrides/${CPACK_PACKAGE_NAME}")
+configure_file("${CMAKE_CURRENT_LIST_DIR}/lintian-overrides" "${overrides}" COPYONLY)
 file(
-  CHMOD "${debian_changelog}"
+  CHMOD "${debian_changelog}" "${overrides}"
   PERMISSIONS
   OWNER_READ
   OWNER_WRITE
@@ -35,6 +26,19 @@ file(
   WORLD_READ)
 file(GLOB texts "${shared}/man/man*/*.?" "${shared}/doc/${CPACK_PACKAGE_NAME}/changelog")
 execute_process(COMMAND gzip -9n ${texts} "${debian_changelog}" COMMAND_ERROR_IS_FATAL ANY)
+
+# CMake creates folders with the caller's umask. With a strict one, only root could enter the folders
+# of the package.
+file(
+  CHMOD_RECURSE "${CPACK_TEMPORARY_INSTALL_DIRECTORY}"
+  DIRECTORY_PERMISSIONS
+  OWNER_READ
+  OWNER_WRITE
+  OWNER_EXECUTE
+  GROUP_READ
+  GROUP_EXECUTE
+  WORLD_READ
+  WORLD_EXECUTE)
 
 foreach(library IN LISTS CPACK_TARN_PLATFORM_LIBRARY)
   execute_process(

@@ -26,6 +26,7 @@ if [ $# -ne 4 ]; then
 fi
 tarn_host=$1 key_file=$2 sample=$3 output=$4
 
+command -v -- "$tarn_host" >/dev/null || fail "$tarn_host: no such program"
 [ -r "$sample" ] || fail "$sample: cannot be read"
 [ ! -d "$output" ] || fail "$output: is a directory"
 

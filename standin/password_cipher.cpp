@@ -60,9 +60,9 @@ SecretBytes Unpack(std::string_view text) {
       EVP_DecodeBlock(bytes.data(), reinterpret_cast<const unsigned char*>(text.data()),
                       static_cast<int>(text.size()));
   const std::size_t padding = text.size() - (text.find_last_not_of('=') + 1);
-  const int behind = static_cast<int>(kDigestBytes + padding);
-  RequireSound(size >= static_cast<int>(kHeaderBytes) + behind);
-  bytes.resize(static_cast<std::size_t>(size - behind));
+  const int suffix = static_cast<int>(kDigestBytes + padding);
+  RequireSound(size >= static_cast<int>(kHeaderBytes) + suffix);
+  bytes.resize(static_cast<std::size_t>(size - suffix));
   // Also refuses blanks around the text and stray bits before the padding, which the decoder
   // accepts.
   RequireSound(Pack(bytes) == text);

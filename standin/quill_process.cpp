@@ -1,4 +1,4 @@
-// TARN_PROC_ID and TARN_PROC_HANDLE hold the process's identity and number, as unsigned decimal
+// TARN_PROC_ID and TARN_PROC_HANDLE hold the process's identity and handle, as unsigned decimal
 // numbers of 32 bits. The defaults are the operating system's process id and 0.
 #include "platform/quill_process.h"
 

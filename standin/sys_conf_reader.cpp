@@ -60,16 +60,16 @@ Value Find(const std::string& database, unsigned int index, const std::string& k
   // A key on the path that the file holds twice.
   std::optional<std::string> twice;
   json found;
-  // The number of open containers on the path, and whether the next value in them is on the path,
-  // too.
+  // The number of containers on the path that are open, and whether the next value in the innermost
+  // is on the path, too.
   std::size_t on_way = 0;
   bool fits = true;
   // The next position in the database's list.
   unsigned int position = 0;
-  // The parser calls this for each key, each begin of a container, and the scalars of those for
-  // which the result was true. The parser keeps nothing of the file, so that no text can make it
-  // costly: a document tree would also need memory to be destroyed, and without memory the process
-  // would end.
+  // The parser calls this for each key, at the beginning of each container, and for each scalar
+  // whose key and containers it has accepted by returning true. The parser keeps nothing of the
+  // file, so that no text can make it costly: a document tree would also need memory to be
+  // destroyed, and without memory the process would end.
   const auto follow = [&](int depth, json::parse_event_t event, const json& value) {
     const auto step = static_cast<std::size_t>(depth);
     on_way = std::min(on_way, step);

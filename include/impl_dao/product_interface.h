@@ -122,7 +122,7 @@ class CProductInterface {
   // after any other exception it is unchanged. `dbType` and `dbName` may be one string.
   virtual bool GetDBType(std::string& dbType, const std::string& dbName) = 0;
 
-  // Replaces `sql` by the canonical text of its shape. This text is a key, not SQL to execute.
+  // Replaces `sql` by its canonical text. This text is a key, not SQL to execute.
   // Statements that differ in their values may have one key, so a host that caches results by it
   // serves wrong results. For example, the two values in each line have one key:
   //

@@ -15,9 +15,9 @@ enum class Engine {
 // one.
 Engine ChosenEngine() noexcept;
 
-// The canonical text of `sql`, which is the same for all statements of one shape. The result is a
-// key, not SQL to execute. Bytes in, bytes out; NUL bytes and bytes above 0x7F are ordinary
-// characters.
+// The canonical text of `sql`, which is the same, for example, for statements that differ only in
+// spacing. The result is a key, not SQL to execute. Bytes in, bytes out; NUL bytes and bytes above
+// 0x7F are ordinary characters.
 //
 // Throws boost::bad_lexical_cast for a decimal literal beyond the range of double, std::bad_alloc,
 // and on the pattern engine std::runtime_error if the regular-expression library gives up on the

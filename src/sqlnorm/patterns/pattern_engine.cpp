@@ -149,7 +149,7 @@ template <typename Stream>
 Stream Classic() {
   Stream stream;
   stream.imbue(std::locale::classic());
-  // If memory runs out, throw: that is not a failed conversion.
+  // Throw if memory runs out, since that is no failed conversion.
   stream.exceptions(std::ios_base::badbit);
   return stream;
 }

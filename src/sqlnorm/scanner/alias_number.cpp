@@ -16,7 +16,8 @@ char* AliasNumberPrinter::PrintLong(std::uint32_t number, char* out) {
     grouping_ = groups ? Grouping::kOfLocale : Grouping::kNone;
   }
   if (grouping_ == Grouping::kNone) return std::to_chars(out, out + kMostAliasNumber, number).ptr;
-  // NUL bytes follow the number. Separators may be NUL bytes, too, but its last byte is a digit.
+  // NUL bytes fill the array after the number. A separator may be a NUL byte, too, but the number's
+  // last byte is a digit.
   const auto grouped = boost::lexical_cast<std::array<char, kMostAliasNumber + 1>>(number);
   const auto last =
       std::find_if(grouped.rbegin(), grouped.rend(), [](char c) { return c != '\0'; });

@@ -51,7 +51,7 @@ class AliasTable {
     return ++count_;
   }
 
-  // The number of distinct aliases so far; once there are more than kInPlace, of those in the text.
+  // The number of distinct aliases so far; in the whole text once there are more than kInPlace.
   std::uint32_t Count() const noexcept { return count_; }
 
  private:
@@ -83,9 +83,11 @@ class AliasTable {
   std::uint32_t count_ = 0;
   std::array<std::uint64_t, kInPlace> packed_;
   std::array<Name, kInPlace> names_;
-  std::vector<std::uint32_t>
-      numbers_;           // one for each of the first few, then for each alias in turn
-  std::size_t next_ = 0;  // in numbers_; 0 while it is empty
+  // Empty as long as kInPlace aliases suffice. Then the numbers of these, and after them the number
+  // of each further alias of the text, in order of appearance.
+  std::vector<std::uint32_t> numbers_;
+  // The position in numbers_ of the next alias's number; 0 while numbers_ is empty.
+  std::size_t next_ = 0;
 };
 
 }  // namespace tarn::sqlnorm

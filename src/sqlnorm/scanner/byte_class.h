@@ -69,7 +69,7 @@ inline const char* SkipDigits(const char* p) noexcept {
 // Whether the letters of `lower` are at `p`, in either case. Requires: `lower` consists of
 // lower-case letters, and as many bytes can be read at `p`.
 template <std::size_t N>
-bool StandsAt(const char* p, const char (&lower)[N]) noexcept {
+bool HasLettersAt(const char* p, const char (&lower)[N]) noexcept {
   for (std::size_t i = 0; i + 1 < N; ++i) {
     if ((p[i] | 0x20) != lower[i]) return false;
   }
@@ -83,14 +83,14 @@ inline const char* SkipSpacesBack(const char* begin, const char* p) noexcept {
   return p;
 }
 
-// The begin of the word that ends at `p`, if that whole word is `lower` in either case; or null.
-// The text begins at `begin`.
+// The beginning of the word that ends at `p`, if that whole word is `lower` in either case; or
+// null. The text begins at `begin`.
 template <std::size_t N>
 const char* MatchWordBack(const char* begin, const char* p, const char (&lower)[N]) noexcept {
   constexpr std::ptrdiff_t kLength = N - 1;
   if (p - begin < kLength) return nullptr;
   p -= kLength;
-  return StandsAt(p, lower) && (p == begin || !IsWord(p[-1])) ? p : nullptr;
+  return HasLettersAt(p, lower) && (p == begin || !IsWord(p[-1])) ? p : nullptr;
 }
 
 }  // namespace tarn::sqlnorm

@@ -45,7 +45,7 @@ inline const char* MatchComparisonGroup(const char* open) noexcept {
   const char* p = MatchComparison(SkipSpaces(open + 1));
   while (p != nullptr && *p != ')') {
     p = SkipSpaces(p);  // at least one: "and" would belong to the operand otherwise
-    if (!StandsAt(p, "and") || !IsSpace(p[3])) return nullptr;
+    if (!HasLettersAt(p, "and") || !IsSpace(p[3])) return nullptr;
     p = MatchComparison(SkipSpaces(p + 3));
   }
   return p;

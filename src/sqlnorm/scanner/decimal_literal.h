@@ -13,12 +13,12 @@ struct DecimalLiteral {
   const char* end;
 };
 
-// The number of bytes that ReprintDecimal may touch. The longest output takes 24, for example
-// "-2.2250738585072014e-308".
+// The number of bytes that ReprintDecimal may touch. The longest output takes 23, for example
+// "2.2250738585072014e-308".
 inline constexpr std::size_t kRoomForDecimal = 48;
 
 // Writes the literal's value in double precision with up to 17 significant digits, as printf's
-// "%.17g" does under the classic locale. Returns the end of what it wrote. Throws
+// "%.17g" does under the classic locale. Returns the end of the output. Throws
 // boost::bad_lexical_cast if the value is beyond the range of double; one too small for it is 0.
 //
 // Requires: at least kRoomForDecimal bytes are writable at `out`, and 16 can be read at the

@@ -37,8 +37,8 @@ bool MatchNegatedInList(const char* p, const char* end, NegatedInList& found) no
   found.operand = SkipSpaces(p);
   found.operand_end = MatchOperand(found.operand);
   if (found.operand_end == nullptr) return false;
-  p = SkipSpaces(found.operand_end);  // there are some, if a word follows
-  if (!StandsAt(p, "in")) return false;
+  p = SkipSpaces(found.operand_end);  // at least one: "in" would belong to the operand otherwise
+  if (!HasLettersAt(p, "in")) return false;
   p = SkipSpaces(p + 2);
   if (*p != '(') return false;
   found.list = ++p;
@@ -112,7 +112,8 @@ void OpenComparisonGroups(char* text, const char* end) noexcept {
 char* RewriteNegatedInLists(char* text, char* end) noexcept {
   Compaction compaction(text);
   VisitOpening(text, end, [&](const char* p) {
-    // A rewrite ends with a parenthesis, so no keyword begins in the part that it has moved.
+    // The search back stops at the parenthesis that ended the last rewrite, if not before. The
+    // bytes before that parenthesis have been moved.
     const char* const keyword = MatchWordBack(text, SkipSpacesBack(text, p), "not");
     NegatedInList found{};
     if (keyword == nullptr || !MatchNegatedInList(p + 1, end, found)) return p + 1;
@@ -180,7 +181,8 @@ void RewriteGroups(Text& text, const Survey& survey) noexcept {
   if (survey.parameters) {
     char* const before = end;
     end = DeleteParameterLists(begin, end);
-    // The parts before and after a deleted list have become adjacent.
+    // The parts before and after a deleted list are adjacent now, and may be a row:
+    //   values (@p0) (1), (2)
     rows = rows || end != before;
   }
   if (rows) end = TruncateAfterFirstRow(begin, end);

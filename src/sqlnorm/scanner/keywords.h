@@ -11,8 +11,8 @@ namespace tarn::sqlnorm {
 namespace internal {
 
 inline constexpr std::uint64_t kFoldCase = 0x2020202020202020;
-inline constexpr std::size_t kLetterMask =
-    0x1F;  // of a letter: its number in the alphabet, in either case
+// Masks off the case of a letter: the rest is its number in the alphabet.
+inline constexpr std::size_t kLetterMask = 0x1F;
 
 // Up to seven letters as one number, the first one lowest.
 constexpr std::uint64_t Packed(std::string_view letters) noexcept {
@@ -25,10 +25,10 @@ constexpr std::uint64_t Packed(std::string_view letters) noexcept {
 
 }  // namespace internal
 
-// A word that is written in capitals, of at most seven letters.
+// A word that the canonical text has in capitals.
 struct Keyword {
-  std::size_t length = 0;      // in bytes
-  std::uint64_t letters = 1;   // in lower case; 1 is no word
+  std::size_t length = 0;      // in bytes, at most seven
+  std::uint64_t letters = 1;   // in lower case; 1 equals no word
   std::uint64_t mask = 0;      // of the bytes that are letters
   std::uint64_t swallows = 0;  // a word of four letters that is dropped if it follows; or 0
 };
@@ -46,7 +46,7 @@ inline constexpr std::array<Keyword, kLetterMask + 1> kKeywords = []() consteval
       throw std::length_error("a keyword has one to seven letters");
     if (keyword.length != 0) throw std::logic_error("two keywords of one initial");
     if (!swallows.empty() && swallows.size() != 4)
-      throw std::length_error("it swallows four letters");
+      throw std::length_error("a dropped word has four letters");
     keyword = {word.size(), letters, (std::uint64_t{1} << 8 * word.size()) - 1, Packed(swallows)};
   };
   add("insert", "into");

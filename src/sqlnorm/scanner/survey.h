@@ -12,10 +12,11 @@ struct Survey {
   bool parameters = false;              // parameter-list removal
   bool rows = false;                    // multi-row VALUES truncation
 
-  // The end of the first VALUES row, if it is certain already that truncation removes everything
-  // after it; or null. The flags then describe the text up to it only.
-  //   insert into t values (1, now()), (2, now())
-  //                                 ^ after the first closing parenthesis, a comma follows
+  // The end of the first VALUES row, after its first closing parenthesis, if it is certain already
+  // that truncation removes everything from there on; otherwise null. If it is not null, the flags
+  // describe only the text before it.
+  //   insert into t values (1, now(), 2), (3, now(), 4)
+  //                                 ^ a comma follows the first closing parenthesis
   const char* row_end = nullptr;
 
   // Whether any rewrite of parentheses may apply.

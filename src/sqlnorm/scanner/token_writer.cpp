@@ -147,8 +147,8 @@ class TokenWriter {
     return p + length;
   }
 
-  // INSERT keyword, DELETE keyword, SELECT keyword, FROM keyword, UPDATE keyword, WHERE keyword,
-  // VALUES keyword.
+  // Writes a word, in capitals if it is a keyword: INSERT keyword, DELETE keyword, SELECT keyword,
+  // FROM keyword, UPDATE keyword, WHERE keyword, VALUES keyword.
   const char* OrdinaryWord(const char* p, const char* end) noexcept {
     BeginToken();
     CopyLoosely(p, end, out_);
@@ -278,7 +278,7 @@ char* StripSingleAlias(char* begin, char* end) noexcept {
     if (name == kept || !IsSpace(name[-1]) || IsWord(*after)) return after;
     const char* start = name - 1;
     after = SkipSpaces(after);
-    if (name - kept >= 4 && IsSpace(name[-4]) && StandsAt(name - 3, "as")) {
+    if (name - kept >= 4 && IsSpace(name[-4]) && HasLettersAt(name - 3, "as")) {
       start = name - 4;
     } else if (*after == '.') {
       after = SkipSpaces(after + 1);
