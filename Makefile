@@ -34,7 +34,7 @@ help:
 	@echo "make install    install under PREFIX=$(PREFIX); make uninstall removes the same files"
 	@echo "make package    make a .deb in $(RELEASE)"
 	@echo "make check-reproducible  do two builds in two folders give the same bytes? (minutes; needs git)"
-	@echo "make clean      remove all build folders"
+	@echo "make clean      remove all build folders, and with them the list of files for make uninstall"
 
 run: release
 	@cmake/show-examples.sh $(RELEASE)

@@ -25,7 +25,7 @@ install)
   ;;
 uninstall)
   if [ ! -f "$manifest" ]; then
-    echo "uninstall: no $manifest: nothing is installed from this build folder" >&2
+    echo "uninstall: no $manifest: nothing is installed from this build folder, or it was removed since" >&2
     exit 1
   fi
   # cmake writes no newline after the last name.
