@@ -332,7 +332,7 @@ class ShapeMaker::Writer {
   //   "a"."B", "select"  ->  a."B", "select"
   void AddQuotedName(std::string_view name) {
     levels_.back().state = State::kOther;
-    if (name.size() > 2 && name.front() == name.back() && !IsWord(name.front())) {
+    if (name.front() == name.back() && !IsWord(name.front())) {
       const std::string_view inner = name.substr(1, name.size() - 2);
       const bool reserved = last_ != Last::kDot && (TraitsOf(inner) & kReserved) != 0;
       if (IsPlainName(inner) && !reserved) name = inner;

@@ -84,7 +84,7 @@ std::size_t OpaqueReader::Pass(std::string_view text, std::size_t at, bool last)
     if (quote && rest.size() > 1 && (rest[0] != first || rest[1] == first)) {
       // An escaped byte, or a doubled quote: 'it\'s'  'it''s'
       at += 2;
-    } else if (rest.starts_with(end_)) {
+    } else if (quote ? rest[0] == first : rest.starts_with(end_)) {
       at += end_.size();
       if (--depth_ == 0) {
         kind_ = Opaque::kNone;
