@@ -753,6 +753,13 @@ TEST_F(EncryptOnATerminal, HidesThePasswordAndWantsItTwice) {
   EXPECT_EQ(Enter("secret", "secert").errors, "tarn_host: encrypt: the two passwords differ\n");
 }
 
+TEST_F(EncryptOnATerminal, AsksOnceForNothing) {
+  RunningProgram tool = Start();
+  Answer("\n\n");
+  EXPECT_EQ(tool.Wait().errors, "tarn_host: encrypt: standard input holds no password\n");
+  EXPECT_THAT(terminal_.Screen(), Not(HasSubstr("again")));
+}
+
 TEST_F(EncryptOnATerminal, TurnsTheEchoOnWhateverEndsIt) {
   for (const int signal :
        {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGALRM, SIGUSR1, SIGABRT, SIGTRAP, SIGRTMIN}) {
