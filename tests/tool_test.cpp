@@ -539,6 +539,15 @@ TEST(Interrupt, PrintsTheCountsSoFar) {
   EXPECT_EQ(result.exit_code, 130);
   EXPECT_THAT(result.output, AllOf(HasSubstr("2 statements, 1 shape\n"), Not(HasSubstr("half"))));
   EXPECT_EQ(result.errors, "tarn_host: shapes: interrupted; this is what was counted so far\n");
+
+  // The main thread reads a report, so the signal interrupts its wait.
+  Pipe report;
+  RunningProgram reader({TARN_HOST_PATH, "shapes", "--input=report"},
+                        {.input_fd = report.read_end->Get()});
+  report.Write("{");
+  usleep(100'000);
+  reader.Signal(SIGINT);
+  EXPECT_EQ(reader.Wait().exit_code, 130);
 }
 
 // The first SIGINT ends the input. The report then waits for a reader that does not come in time.
