@@ -702,12 +702,21 @@ TEST(Terminal, ShowsProgressThereAlone) {
   for (const char* tool : {" shapes", " normalize >/dev/null"}) {
     const std::string command =
         std::string("(echo 'a;'; sleep 0.7; echo 'b;'; sleep 0.2) | \"$TOOL\"") + tool;
-    EXPECT_THAT(run("/usr/bin/script", "-qec", "stty cols 60; " + command),
-                HasSubstr("\r0 MiB, 2 statements\x1B[K\r\x1B[K"));
+    EXPECT_THAT(
+        run("/usr/bin/script", "-qec", "stty cols 60; " + command),
+        AllOf(HasSubstr("\r0 MiB, 2 statements\x1B[K\r\x1B[K"), Not(HasSubstr(", 1 statements"))));
     EXPECT_THAT(run("/usr/bin/script", "-qec", "stty cols 19; " + command),
                 HasSubstr("\r0 MiB, 2 statem...\x1B[K"));
     EXPECT_THAT(run("/bin/sh", "-c", command), Not(HasSubstr("MiB")));
   }
+  // The length of a file is known. The tool is stopped until it is time to show the progress.
+  const TemporaryFolder folder;
+  std::string log;
+  while (log.size() < std::size_t{16} << 20U) log += "select a from b where c = 1;\n";
+  EXPECT_THAT(run("/usr/bin/script", "-qec",
+                  "\"$TOOL\" normalize --input=lines " + folder.Write("log", log) +
+                      " >/dev/null & sleep 0.05; kill -STOP $!; sleep 0.7; kill -CONT $!; wait"),
+              ContainsRegex("\r\\[#*[.]+\\] [0-9]+ % of 16 MiB, [0-9]+ statements"));
 }
 
 // Runs `encrypt` on a terminal of its own.
