@@ -39,6 +39,7 @@ using ::testing::ContainsRegex;
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::Not;
+using ::testing::StartsWith;
 
 class ToolRun : public testing::TestWithParam<CaseRow> {};
 
@@ -400,7 +401,9 @@ TEST(Check, ReadsTheTablesOfTheLoader) {
        }},
       {damaged,
        [](ElfParts& it) {
-         AddDynamicSection(it, std::vector<Elf64_Dyn>(1 << 20, {DT_SONAME, {}}));
+         std::vector<Elf64_Dyn> entries(4096, {DT_DEBUG, {}});
+         entries.push_back({DT_NULL, {}});
+         AddDynamicSection(it, entries);
        }},
       {"more than 256",
        [](ElfParts& it) {
@@ -432,6 +435,16 @@ TEST(Check, ReadsTheTablesOfTheLoader) {
     EXPECT_THAT(result.output + result.errors, HasSubstr(expected)) << "row " << i;
     EXPECT_TRUE(result.exit_code != kTrouble || result.output.empty());
   }
+  // The chain that begins last need not be that of the last bucket.
+  const OwnedFd reversed = Crafted(TARN_WRONG_PLUGIN_PATH, [](ElfParts& it) {
+    Elf64_Word* const words = it.Words(DT_GNU_HASH);
+    Elf64_Word* const buckets = words + 4 + std::ptrdiff_t{2} * words[2];
+    ASSERT_GT(words[0], 1);
+    std::reverse(buckets, buckets + words[0]);
+  });
+  const std::string facts = Tool({"check", "/dev/stdin"}, {.input_fd = reversed.Get()}).output;
+  EXPECT_THAT(Tool({"check", TARN_WRONG_PLUGIN_PATH}).output,
+              StartsWith(facts.substr(0, facts.find("FAIL  has no unique"))));
   const OwnedFd plugin(open(TARN_PLUGIN_PATH, O_RDONLY | O_CLOEXEC));
   for (const std::size_t size : {sizeof(Elf64_Ehdr) - 1, sizeof(Elf64_Ehdr)}) {
     const OwnedFd cut = ScratchFile(Content(plugin.Get()).substr(0, size));
@@ -526,6 +539,15 @@ TEST(Interrupt, PrintsTheCountsSoFar) {
   EXPECT_EQ(result.exit_code, 130);
   EXPECT_THAT(result.output, AllOf(HasSubstr("2 statements, 1 shape\n"), Not(HasSubstr("half"))));
   EXPECT_EQ(result.errors, "tarn_host: shapes: interrupted; this is what was counted so far\n");
+
+  // The main thread reads a report, so the signal interrupts its wait.
+  Pipe report;
+  RunningProgram reader({TARN_HOST_PATH, "shapes", "--input=report"},
+                        {.input_fd = report.read_end->Get()});
+  report.Write("{");
+  usleep(100'000);
+  reader.Signal(SIGINT);
+  EXPECT_EQ(reader.Wait().exit_code, 130);
 }
 
 // The first SIGINT ends the input. The report then waits for a reader that does not come in time.
@@ -680,12 +702,21 @@ TEST(Terminal, ShowsProgressThereAlone) {
   for (const char* tool : {" shapes", " normalize >/dev/null"}) {
     const std::string command =
         std::string("(echo 'a;'; sleep 0.7; echo 'b;'; sleep 0.2) | \"$TOOL\"") + tool;
-    EXPECT_THAT(run("/usr/bin/script", "-qec", "stty cols 60; " + command),
-                HasSubstr("\r0 MiB, 2 statements\x1B[K\r\x1B[K"));
+    EXPECT_THAT(
+        run("/usr/bin/script", "-qec", "stty cols 60; " + command),
+        AllOf(HasSubstr("\r0 MiB, 2 statements\x1B[K\r\x1B[K"), Not(HasSubstr(", 1 statements"))));
     EXPECT_THAT(run("/usr/bin/script", "-qec", "stty cols 19; " + command),
                 HasSubstr("\r0 MiB, 2 statem...\x1B[K"));
     EXPECT_THAT(run("/bin/sh", "-c", command), Not(HasSubstr("MiB")));
   }
+  // The length of a file is known. The tool is stopped until it is time to show the progress.
+  const TemporaryFolder folder;
+  std::string log;
+  while (log.size() < std::size_t{16} << 20U) log += "select a from b where c = 1;\n";
+  EXPECT_THAT(run("/usr/bin/script", "-qec",
+                  "\"$TOOL\" normalize --input=lines " + folder.Write("log", log) +
+                      " >/dev/null & sleep 0.05; kill -STOP $!; sleep 0.7; kill -CONT $!; wait"),
+              ContainsRegex("\r\\[#*[.]+\\] [0-9]+ % of 16 MiB, [0-9]+ statements"));
 }
 
 // Runs `encrypt` on a terminal of its own.
@@ -738,6 +769,13 @@ TEST_F(EncryptOnATerminal, HidesThePasswordAndWantsItTwice) {
   EXPECT_EQ(Enter("secret", "secret").output, kEncipheredSecret);
   EXPECT_THAT(screen_, Not(HasSubstr("secret")));
   EXPECT_EQ(Enter("secret", "secert").errors, "tarn_host: encrypt: the two passwords differ\n");
+}
+
+TEST_F(EncryptOnATerminal, AsksOnceForNothing) {
+  RunningProgram tool = Start();
+  Answer("\n\n");
+  EXPECT_EQ(tool.Wait().errors, "tarn_host: encrypt: standard input holds no password\n");
+  EXPECT_THAT(terminal_.Screen(), Not(HasSubstr("again")));
 }
 
 TEST_F(EncryptOnATerminal, TurnsTheEchoOnWhateverEndsIt) {
