@@ -5,8 +5,6 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <ctime>
 #include <limits>
 #include <map>
@@ -133,20 +131,16 @@ std::optional<LogTime> TakeEpochTime(std::string_view& text) {
 }
 
 std::string FormatLogTime(const LogTime& time) {
-  constexpr int kMinutesPerHour = 60;
   const auto wall = std::chrono::floor<std::chrono::seconds>(microseconds(time.wall_microseconds));
   const std::time_t seconds = wall.count();
   std::tm fields{};
   gmtime_r(&seconds, &fields);
+  fields.tm_gmtoff = time.offset_seconds.value_or(0);
   char text[64];
   std::string result(text, std::strftime(text, sizeof text, "%F %T", &fields));
-  const std::int32_t offset = time.offset_seconds.value_or(0);
-  if (offset != 0) {
-    const int minutes = std::abs(offset) / kMinutesPerHour;
-    std::snprintf(text, sizeof text, "%c%02d:%02d", offset < 0 ? '-' : '+',
-                  minutes / kMinutesPerHour, minutes % kMinutesPerHour);
-    result += text;
-  }
+  // "+0100" -> "+01:00"
+  std::strftime(text, sizeof text, "%z", &fields);
+  if (fields.tm_gmtoff != 0) result.append(text, 3).append(":").append(text + 3);
   return result;
 }
 
