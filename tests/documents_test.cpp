@@ -116,6 +116,17 @@ TEST(Readme, SSLModesAreTrue) {
   }
 }
 
+TEST(Documents, NameFilesThatExist) {
+  const std::string file =
+      R"(`((?:include|docs|examples|tests|src|tools|standin)/[a-z0-9_./]+\.[a-z0-9]+))";
+  for (const char* document :
+       {"README.md", "CONTRIBUTING.md", "docs/ARCHITECTURE.md", "docs/SECURITY.md"}) {
+    for (const std::string& name : Find(Document(document), file)) {
+      EXPECT_TRUE(std::filesystem::exists(TARN_SOURCE "/" + name)) << document << ": " << name;
+    }
+  }
+}
+
 #ifdef TARN_CXX
 TEST(Readme, HostCompilesAndPrintsTheStatedText) {
   const std::string code = Part(Document("README.md"), "```cpp\n", "```\n").substr(7);
