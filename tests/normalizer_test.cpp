@@ -71,13 +71,13 @@ class Tally {
 
 class CanonicalText : public testing::TestWithParam<CaseRow> {};
 
-TEST_P(CanonicalText, IsTheSameByBothEngines) {
+TEST_P(CanonicalText, IsThatOfBothEngines) {
   EXPECT_EQ(NormalizeByPatterns(GetParam().texts.at(0)), GetParam().texts.at(1));
   EXPECT_EQ(NormalizeByScanner(GetParam().texts[0]), GetParam().texts[1]);
 }
 
 INSTANTIATE_TEST_SUITE_P(Cases, CanonicalText, testing::ValuesIn(ReadCases("canonical_text.txt")),
-                         CaseName);
+                         [](const auto& instance) { return instance.param.label; });
 
 // The rows of one section of cases/pattern_steps.txt, whose heading is "ID FIRST LAST".
 using Section = std::vector<CaseRow>;
