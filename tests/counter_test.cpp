@@ -12,12 +12,14 @@
 #include <random>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "logs/reader.h"
 #include "plugin/plugin.h"
 #include "shapes/comparison.h"
 #include "shapes/counter.h"
+#include "shapes/ranking.h"
 #include "sql/errors.h"
 #include "support/surroundings.h"
 #include "tarn_host/report.h"
@@ -269,13 +271,58 @@ TEST(Report, ThatIsDamagedIsRefusedWhole) {
         "{\"tarn_host_report\": 1, \"shapes\": [{\"first_seen\": \"x\"}]}"}) {
     EXPECT_THROW(ReadReport("", text, {}), InputError) << text;
   }
+  std::string deep = R"({"tarn_host_report": 1, "shapes": [{"histogram": )";
+  for (int depth = 0; depth < 1'000'000; ++depth) deep += R"({"1":)";
+  deep += '1' + std::string(1'000'000, '}') + "}]}";
+  EXPECT_THROW(ReadReport("", deep, {}), InputError);
 }
 
-TEST(Report, ThatIsNestedDeeplyIsRefused) {
-  std::string text = R"({"tarn_host_report": 1, "shapes": [{"histogram": )";
-  for (int depth = 0; depth < 1'000'000; ++depth) text += R"({"1":)";
-  text += '1' + std::string(1'000'000, '}') + "}]}";
-  EXPECT_THROW(ReadReport("", text, {}), InputError);
+// Shapes by their measures. Each is the first of one order.
+TEST(Ranking, ShowsTheFirstShapesAndSumsUpTheOthers) {
+  const auto counted = [](bool timed) {
+    const std::array<std::pair<const char*, Execution>, 6> executions = {
+        {{"b", {.seconds = 1, .rows_sent = 9}},
+         {"b", {.seconds = 1}},
+         {"a", {.seconds = 1}},
+         {"a", {.seconds = 1}},
+         {"c", {.seconds = 3, .rows_examined = 10}},
+         {"d", {.seconds = 4, .executed = false}}}};
+    ShapeCount count;
+    for (const auto& [shape, execution] : executions) {
+      Execution one = execution;
+      if (!timed) one.seconds.reset();
+      count.shapes[{"", shape}].Add("s", one);
+    }
+    return count;
+  };
+  const struct {
+    RankOptions options;
+    bool timed;
+    std::string shown;
+    std::uint64_t others;
+    double share;
+  } kCases[] = {{{}, true, "dcab", 0, 4.0 / 11},
+                {{}, false, "abcd", 0, 2.0 / 5},
+                {{.order = ShapeOrder::kTime}, false, "abcd", 0, 2.0 / 5},
+                {{.order = ShapeOrder::kCount, .top = 2}, true, "ab", 1, 2.0 / 5},
+                {{.order = ShapeOrder::kMax, .top = 3}, true, "cab", 0, 1.0 / 5},
+                {{.order = ShapeOrder::kRows, .top = 9}, true, "cbad", 0, 1.0 / 5},
+                {{.top = 2, .min_count = 2}, true, "ab", 1, 2.0 / 11},
+                {{.top = 3, .min_count = 1}, true, "cab", 0, 3.0 / 11},
+                {{.top = 0, .min_count = 6}, true, "", 5, 0}};
+  for (const auto& one : kCases) {
+    const ShapeCount count = counted(one.timed);
+    const Ranking ranking = Rank(count, one.options);
+    std::string shown;
+    for (const ShapeEntry* entry : ranking.shown) shown += entry->first.shape;
+    EXPECT_EQ(shown, one.shown);
+    EXPECT_EQ(ranking.others.count, one.others) << shown;
+    EXPECT_EQ(ranking.other_shapes, 4 - shown.size()) << shown;
+    EXPECT_EQ(ranking.all.count, 5) << shown;
+    if (shown.empty()) continue;
+    EXPECT_DOUBLE_EQ(ranking.ShareOf(ranking.shown[0]->second), one.share) << shown;
+  }
+  EXPECT_EQ(Ranking().ShareOf({}), 0);
 }
 
 TEST(TimeStatistics, NearThePercentileAndExactOtherwise) {
@@ -299,7 +346,13 @@ TEST(TimeStatistics, NearThePercentileAndExactOtherwise) {
   EXPECT_EQ(halves[0].count, all.size());
   EXPECT_EQ(halves[0].total, total);
   EXPECT_EQ(halves[0].Mean(), total / 5000);
+  // The exact percentile of short times: of 20 it is the 19th, of 19 the last.
   TimeStatistics few;
+  for (std::uint64_t time = 1; time <= 19; ++time) few.Add(time);
+  EXPECT_EQ(few.Percentile95(), 19);
+  few.Add(20);
+  EXPECT_EQ(few.Percentile95(), 19);
+  few = {};
   EXPECT_EQ(few.Mean() + few.Percentile95(), 0);
   few.Add(TimeStatistics::Microseconds(1e300));
   few.Add(TimeStatistics::Microseconds(0.4e-6));

@@ -56,7 +56,7 @@ TEST(Output, FitsLinesByCharacters) {
 }
 
 TEST(OneLine, ShowsControlCharactersOfEveryKind) {
-  EXPECT_EQ(OneLine("a\n\t\r\x1B\x7F"), "a\\n\\t\\r\\x1B\\x7F");
+  EXPECT_EQ(OneLine("a !~\n\t\r\x1B\x1F\x7F"), "a !~\\n\\t\\r\\x1B\\x1F\\x7F");
   EXPECT_EQ(Printable("a\n\t\r\x1B"), "a\n\t\\r\\x1B");
   EXPECT_EQ(OneLine("\xC2\x80\xC2\x9F\xC2\xA0\xC3\x80"), "\\xC2\\x80\\xC2\\x9F\xC2\xA0\xC3\x80");
   EXPECT_EQ(OneLine("\xC2"), "\xC2");

@@ -21,7 +21,7 @@ using ShapeEntry = std::pair<const ShapeKey, Shape>;
 
 struct RankOptions {
   // By default kTime if the input records times, otherwise kCount.
-  std::optional<ShapeOrder> order;
+  std::optional<ShapeOrder> order = {};
   // The first `top` shapes of at least `min_count` statements are shown. The others are summed up.
   std::size_t top = std::numeric_limits<std::size_t>::max();
   std::uint64_t min_count = 0;

@@ -28,6 +28,8 @@ struct ShapeOptions {
 class ShapeMaker {
  public:
   explicit ShapeMaker(const ShapeOptions& options);
+  ShapeMaker(const ShapeMaker&) = delete;
+  ShapeMaker& operator=(const ShapeMaker&) = delete;
   ~ShapeMaker();
 
   // The result is valid until the next call. It depends on `statement` alone and not on earlier
