@@ -422,11 +422,12 @@ TEST(Check, ReadsTheTablesOfTheLoader) {
       {"FAIL  exports the entry function alone: ",
        [](ElfParts& it) { reinterpret_cast<Elf64_Sym*>(it.Words(DT_SYMTAB))[1].st_value = 1; }},
       {no_exports, [](ElfParts& it) { it.Words(DT_GNU_HASH)[0] = 0; }},
-      // Of two entries with one tag the later one counts.
+      // Of two entries with one tag the later one counts, but not one after the end.
       {"FAIL  soname: lib",
        [](ElfParts& it) {
          const Elf64_Dyn other{DT_SONAME, {it.Value(DT_NEEDED)}};
-         AddDynamicSection(it, {it.Entry(DT_STRTAB), it.Entry(DT_SONAME), other, {DT_NULL, {}}});
+         const Elf64_Dyn& first = it.Entry(DT_SONAME);
+         AddDynamicSection(it, {it.Entry(DT_STRTAB), first, other, {DT_NULL, {}}, first});
        }},
       {"FAIL  allows unloading: DF_1_NODELETE",
        [](ElfParts& it) {
