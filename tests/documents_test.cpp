@@ -162,7 +162,7 @@ std::set<std::string> Completed(const Strings& words) {
 TEST(Options, AreInTheManualAndTheCompletionAsInHelp) {
   const std::string manual = Document("docs/tarn_host.1");
   const Strings commands =
-      Find(Part(Tool({"--help"}).output, "Subcommands:\n", "\n\n"), R"(^  ([a-z]+) )");
+      Find(Part(Tool({"--help"}).output, "Commands:\n", "\n\n"), R"(^  ([a-z]+) )");
   ASSERT_GE(commands.size(), 8U);
   for (const std::string& command : commands) {
     SCOPED_TRACE(command);

@@ -51,7 +51,7 @@ std::vector<std::string> OnATerminal(const std::string& columns,
   return {"/usr/bin/script", "-qec", command + " <input", "/dev/null"};
 }
 
-TEST_P(ToolRun, PrintsAndEndsAsItShould) {
+TEST_P(ToolRun, EndsAsItsRowSays) {
   const TemporaryFolder folder;
   std::filesystem::copy(TARN_CASES "/tool", folder.Path(""));
   const std::string key(64, 'a');

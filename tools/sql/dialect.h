@@ -39,7 +39,7 @@ struct DialectRules {
   bool executable_comments = false;  // /*!40101 code */, /*M! code */
   bool nested_comments = false;      // /* /* */ */
 
-  // Numbers and words.
+  // Differences in numbers and words.
   bool grouped_digits = false;   // 1_000_000
   bool variables = false;        // @total, @@version
   bool value_is_values = false;  // INSERT INTO o VALUE (1), (2)

@@ -111,7 +111,7 @@ std::size_t OpaqueReader::Begin(Opaque kind, std::string_view end, std::size_t s
 
 // $$text$$   $tag$text$tag$
 std::size_t OpaqueReader::BeginDollarQuote(std::string_view text, std::size_t at, bool last) {
-  // No name in PostgreSQL is as long.
+  // A tag follows the rules for names, and PostgreSQL's have at most 63 bytes.
   constexpr std::size_t kLongestTag = 64;
   if (FollowsWord(text, at)) return 0;
   const std::string_view rest = text.substr(at, kLongestTag);

@@ -11,6 +11,7 @@
 #include <memory>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <utility>
 
@@ -30,6 +31,7 @@ struct CommandLine {
                                      int (*run)(const Options&)) {
     const auto options = std::make_shared<Options>();
     CLI::App* const command = app.add_subcommand(name, help);
+    command->group("Commands");
     command->callback([this, options, run] { exit_code = run(*options); });
     return {*command, *options};
   }
@@ -38,16 +40,15 @@ struct CommandLine {
   int exit_code = kExitSuccess;
 };
 
+CLI::Validator RefuseEmpty() {
+  return {[](const std::string& text) { return text.empty() ? "the name is empty" : ""; }, ""};
+}
+
 // The name of a file, a library or a database. Parsing refuses an empty name: `--key "$UNSET"` in
 // a script must not mean the default. Help shows `kind` for the name, as in "--key FILE".
 CLI::Option* AddName(CLI::App& command, const std::string& name, std::string& value,
                      const std::string& kind, const std::string& help) {
-  const auto refuse_empty = [](const std::string& text) {
-    return text.empty() ? std::string("the name is empty") : std::string();
-  };
-  return command.add_option(name, value, help)
-      ->check(CLI::Validator(refuse_empty, ""))
-      ->type_name(kind);
+  return command.add_option(name, value, help)->check(RefuseEmpty())->type_name(kind);
 }
 
 // A whole number from 1 to `most`.
@@ -94,6 +95,7 @@ void AddInput(CLI::App& command, InputOptions& options,
       .add_option("FILE", options.files,
                   "Files of statements, which gzip, bzip2, xz, zstd or lz4 may have compressed; "
                   "\"-\" or no file means standard input")
+      ->check(RefuseEmpty())
       ->type_name("");
 }
 
@@ -185,7 +187,7 @@ void AddShapes(CommandLine& line) {
   for (std::size_t i = 0; i < kDetails; ++i) {
     const std::string name = NameOf(static_cast<Detail>(i));
     AddName(command, "--" + name, options.details.at(i), "NAME",
-            "Leave out statements of every other " + name);
+            "Leave out statements of every other " + (name == "db" ? "database" : name));
     details.emplace(name, static_cast<Detail>(i));
   }
   AddChoice(command, "--group-by", options.rule.group_by, details, "DETAIL",
@@ -245,7 +247,7 @@ void AddConfig(CommandLine& line) {
       "  TARN_SYS_CONF     JSON file of the databases\n"
       "  TARN_KEY_FILE     key file of the stored passwords\n"
       "  TARN_PROC_ID, TARN_PROC_HANDLE\n"
-      "                    identity and number of the process\n"
+      "                    identity and handle of the process\n"
       "  TARN_LOG_LEVEL    off (here the default), error, warn or debug\n"
       "The plug-in itself reads:\n"
       "  APP_CONF_FILE     application configuration, for the SSL mode\n\n"
@@ -299,7 +301,13 @@ std::string UsageReason(const CLI::App& app, const CLI::ParseError& error) {
     return reason + " (see tarn_host --help)";
   }
   const std::string command = chosen.front()->get_name();
-  return fmt::format("{}: {} (see tarn_host {} --help)", command, error.what(), command);
+  std::string reason = error.what();
+  if (error.get_name() == "ArgumentMismatch") {
+    reason = reason.substr(0, reason.find(':')) + ": a value is missing";
+  } else if (const auto extra = chosen.front()->remaining(); !extra.empty()) {
+    reason = "unexpected argument: " + extra[0];
+  }
+  return fmt::format("{}: {} (see tarn_host {} --help)", command, reason, command);
 }
 
 }  // namespace
@@ -308,9 +316,11 @@ int RunCommandLine(int argc, char** argv) {
   CommandLine line;
   line.app.set_version_flag("--version", "tarn_host " TARN_VERSION);
   line.app.require_subcommand(1);
+  line.app.get_formatter()->label("SUBCOMMAND", "COMMAND");
   line.app.footer(
       "\"tarn_host COMMAND --help\" describes one command.\n\n"
-      "Exit codes: 0 success; 1 a statement failed, or a checked fact does not hold;\n"
+      "Exit codes: 0 success; 1 a statement failed, a checked fact does not hold, or a\n"
+      "part of the input could not be used;\n"
       "2 bad usage, or a file or library that can't be used; 130 ended by Ctrl-C;\n"
       "141 the reader of the output has closed it.");
   AddNormalize(line);
@@ -321,6 +331,13 @@ int RunCommandLine(int argc, char** argv) {
   AddConfig(line);
   AddEncrypt(line);
   AddKeygen(line);
+  // The library would take the next word for the value: --prefix= a.log
+  for (int i = 1; i < argc && std::string_view(argv[i]) != "--"; ++i) {
+    const std::string_view word = argv[i];
+    if (word.starts_with("--") && word.find('=') == word.size() - 1) {
+      throw ToolError(fmt::format("{}: the value is empty", word.substr(0, word.size() - 1)));
+    }
+  }
   try {
     line.app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

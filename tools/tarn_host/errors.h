@@ -11,7 +11,8 @@ namespace tarn::host {
 
 // The tool's exit codes. Scripts rely on them.
 inline constexpr int kExitSuccess = 0;
-// The command ran to its end, but a statement failed, or a checked fact does not hold.
+// The command ran to its end, but a statement failed, a checked fact does not hold, or a part of
+// the input could not be used.
 inline constexpr int kExitFailed = 1;
 // Bad usage, or an input, output or library that can't be used.
 inline constexpr int kExitTrouble = 2;

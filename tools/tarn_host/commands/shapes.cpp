@@ -93,7 +93,10 @@ class ShapesRun {
   // Returns the exit code.
   int Run() {
     std::optional<ShapeCount> before;
-    if (!options_.compare.empty()) before = Count({options_.compare});
+    if (!options_.compare.empty()) {
+      before = Count({options_.compare});
+      if (exit_code_ == kExitTrouble) return ReportProblems();
+    }
     const ShapeCount count = Count(options_.input.files);
     watch_.Stop();
     if (watch_.Interrupted()) {
@@ -114,11 +117,15 @@ class ShapesRun {
     }
     output.Flush();
     AddWhatIsLeftOut(count);
+    return ReportProblems();
+  }
+
+ private:
+  int ReportProblems() const {
     for (const std::string& problem : problems_) ReportError(problem);
     return exit_code_;
   }
 
- private:
   // Adds a line for the person. Lines are reported at the end, after the progress and the output.
   void Add(std::string problem, int exit_code) {
     problems_.push_back(std::move(problem));
@@ -259,10 +266,17 @@ class ShapesRun {
     const auto of_none = [&count](const auto& has_fact) {
       return count.counted > 0 && std::none_of(count.shapes.begin(), count.shapes.end(), has_fact);
     };
-    if (options_.table.rank.order == ShapeOrder::kRows && of_none([](const ShapeEntry& entry) {
+    const auto order = options_.table.rank.order;
+    if (order == ShapeOrder::kRows && of_none([](const ShapeEntry& entry) {
           return entry.second.rows_examined || entry.second.rows_sent;
         })) {
       Add("shapes: --sort=rows: the log records no rows", kExitFailed);
+    }
+    if ((order == ShapeOrder::kTime || order == ShapeOrder::kMax) &&
+        of_none([](const ShapeEntry& entry) { return entry.second.times.Known(); })) {
+      Add(fmt::format("shapes: --sort={}: the log records no durations",
+                      order == ShapeOrder::kTime ? "time" : "max"),
+          kExitFailed);
     }
     if (options_.rule.group_by &&
         of_none([](const ShapeEntry& entry) { return !entry.first.group.empty(); })) {
