@@ -71,7 +71,7 @@ class Tally {
 
 class CanonicalText : public testing::TestWithParam<CaseRow> {};
 
-TEST_P(CanonicalText, IsThatOfBothEngines) {
+TEST_P(CanonicalText, OfBothEngines) {
   EXPECT_EQ(NormalizeByPatterns(GetParam().texts.at(0)), GetParam().texts.at(1));
   EXPECT_EQ(NormalizeByScanner(GetParam().texts[0]), GetParam().texts[1]);
 }
