@@ -5,19 +5,16 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <malloc.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <ctime>
 #include <iterator>
 #include <map>
 #include <memory>
-#include <new>
 #include <optional>
 #include <set>
 #include <sstream>
@@ -31,6 +28,7 @@
 #include "logs/reader.h"
 #include "sql/errors.h"
 #include "sql/text.h"
+#include "support/allocations.h"
 #include "support/case_file.h"
 #include "support/run_program.h"
 #include "support/surroundings.h"
@@ -40,27 +38,7 @@ namespace {
 // The number of bytes that searches have compared.
 std::size_t searched = 0;
 
-// The number of bytes that operator new has allocated and that are not freed, and its greatest
-// value.
-std::size_t live_bytes = 0;
-std::size_t peak_bytes = 0;
-
 }  // namespace
-
-void* operator new(std::size_t size) {
-  void* const block = std::malloc(size);
-  if (block == nullptr) throw std::bad_alloc();
-  live_bytes += malloc_usable_size(block);
-  peak_bytes = std::max(peak_bytes, live_bytes);
-  return block;
-}
-
-void operator delete(void* block) noexcept {
-  if (block != nullptr) live_bytes -= malloc_usable_size(block);
-  std::free(block);
-}
-
-void operator delete(void* block, std::size_t /*size*/) noexcept { operator delete(block); }
 
 // Counts the work of std::string_view::find, which calls memchr.
 extern "C" const void* CountingSearch(const void* bytes, int wanted,
@@ -364,11 +342,11 @@ TEST(Reader, TakesNoMoreThanSomeBytesAByte) {
       const std::string file = folder.Write("log", Entry(name, text));
       ReadOptions options;
       options.format = format;
-      const std::size_t before = peak_bytes = live_bytes;
+      const PeakMemory peak;
       StatementReader reader({file}, options);
       for (StatementBatch batch; reader.Read(batch);) {
       }
-      EXPECT_LT(peak_bytes - before, 6 * kSize + 40'000'000) << name << ' ' << unit;
+      EXPECT_LT(peak.Bytes(), 6 * kSize + 40'000'000) << name << ' ' << unit;
     }
   }
 }
@@ -380,13 +358,17 @@ TEST(Reader, KeepsFewStatementsThatWaitForTheirDuration) {
   const std::string longer(60, 'x');
   ReadOptions options;
   options.max_statement = 100;
-  const std::string log = line("1", "statement: a") + line("2", "statement: " + longer) +
-                          line("1", "duration: 500 ms") + line("1", "statement: " + longer) +
-                          line("2", "duration: 1 ms") + line("3", "statement: b") +
-                          line("3", "duration: 500 ms");
+  std::string log = line("1", "statement: a") + line("2", "statement: " + longer) +
+                    line("1", "duration: 500 ms") + line("1", "statement: " + longer) +
+                    line("2", "duration: 1 ms");
   const std::string at = " at=2026-11-24 09:05:00Z";
-  EXPECT_THAT(ReadText(log, options).statements,
-              ElementsAre("a|0.5" + at, longer + '|' + at, longer + '|' + at, "b|0.5" + at));
+  std::vector<std::string> expected{"a|0.5" + at, longer + '|' + at, longer + '|' + at};
+  // A statement that has got its duration takes no space.
+  for (int i = 0; i < 5; ++i) {
+    log += line("3", "statement: " + longer) + line("3", "duration: 500 ms");
+    expected.push_back(longer + "|0.5" + at);
+  }
+  EXPECT_EQ(ReadText(log, options).statements, expected);
 }
 
 TEST(Reader, KeepsFewMessagesOfSyslogOpen) {
@@ -433,10 +415,10 @@ TEST(Reader, KeepsNothingOfTextWithoutStatements) {
     while (text.size() < 4'000'000) text += line;
     const TemporaryFolder folder;
     StatementReader reader({folder.Write("log", text)}, {});
-    const std::size_t before = peak_bytes = live_bytes;
+    const PeakMemory peak;
     StatementBatch batch;
     EXPECT_FALSE(reader.Read(batch));
-    EXPECT_LT(peak_bytes - before, text.size() / 2) << line;
+    EXPECT_LT(peak.Bytes(), text.size() / 2) << line;
   }
 }
 
