@@ -312,7 +312,10 @@ TEST(Reader, LeavesOutStatementsThatAreTooLong) {
   options.max_statement = 1000;
   for (const auto& [name, format] : ReadableFormats()) {
     options.format = format;
-    for (const char* unit : {"x", "x "}) {
+    options.dialect = name == "sql" ? Dialect::kPostgres : format->dialect;
+    // The last one is a quote whose prefix decides where it ends.
+    for (const char* unit : {"x", "x ", "e'\\';'"}) {
+      if (name == "jsonlog" && unit[1] == '\'') continue;
       std::string longer = "select ";
       while (longer.size() < 200'000) longer += unit;
       const std::string log = Entry(name, "select 1") + Entry(name, longer + "y") +
@@ -369,6 +372,11 @@ TEST(Reader, KeepsFewStatementsThatWaitForTheirDuration) {
     expected.push_back(longer + "|0.5" + at);
   }
   EXPECT_EQ(ReadText(log, options).statements, expected);
+
+  log.clear();
+  for (int i = 0; i <= 10'000; ++i) log += line(std::to_string(i), "statement: a");
+  EXPECT_EQ(ReadText(log + line("0", "duration: 500 ms")).statements,
+            std::vector<std::string>(10'001, "a|" + at));
 }
 
 TEST(Reader, KeepsFewMessagesOfSyslogOpen) {
