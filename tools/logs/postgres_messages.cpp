@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstddef>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -29,9 +30,17 @@ std::optional<double> TakeDuration(std::string_view& text, Found& found) {
   return found.PossibleSeconds(milliseconds.value_or(-1) / kMillisecondsPerSecond);
 }
 
-// The statement in auto_explain's text: "Query Text: select 1\nResult  (cost=..." -> "select 1".
-std::string_view StatementBeforePlan(std::string_view text) {
-  if (!TakePrefix(text, "Query Text: ")) return {};
+// The statement in auto_explain's text: "Query Text: select 1\nResult  (cost=..." -> "select 1". In
+// JSON and in YAML it is a quoted string in one line. Empty if there is none, as in XML.
+std::string StatementBeforePlan(std::string_view text) {
+  const bool plain = TakePrefix(text, "Query Text: ");
+  if ((plain && text.starts_with('"')) || TakePrefix(text, "{\n  \"Query Text\": ")) {
+    text = text.substr(0, text.find('\n'));
+    if (text.ends_with(',')) text.remove_suffix(1);
+    const auto statement = nlohmann::json::parse(text, nullptr, false);
+    return statement.is_string() ? statement.get<std::string>() : "";
+  }
+  if (!plain) return {};
   std::size_t end = text.find('\n');
   while (end < text.size()) {
     const std::size_t next = text.find('\n', end + 1);
@@ -39,7 +48,7 @@ std::string_view StatementBeforePlan(std::string_view text) {
     if (line.starts_with("Query Parameters: ") || line.find("  (cost=") < line.size()) break;
     end = next;
   }
-  return text.substr(0, end);
+  return std::string(text.substr(0, end));
 }
 
 // Whether a message reports a statement or a duration in another language than English, as the
@@ -73,7 +82,12 @@ Report Read(PostgresMessage& message, Found& found) {
   if (message.severity == "ERROR" || message.severity == "FATAL" || message.severity == "PANIC") {
     if (message.sqlstate.empty()) message.sqlstate = message.severity;
     message.statement = Trimmed(message.statement);
-    return message.statement.empty() ? Report::kNothing : Report::kFailed;
+    if (!message.statement.empty()) return Report::kFailed;
+    // Only an error of a client has a statement.
+    if (message.severity == "ERROR" && !message.text.starts_with("canceling autovacuum task")) {
+      ++found.summary.lost["an error without its statement: set log_min_error_statement = 'error'"];
+    }
+    return Report::kNothing;
   }
   message.sqlstate.clear();
   if (message.severity != "LOG") return Report::kNothing;
@@ -84,19 +98,21 @@ Report Read(PostgresMessage& message, Found& found) {
   if (timed && !TakePrefix(text, "  ")) return Report::kNothing;
 
   Report report = timed ? Report::kExecuted : Report::kBegun;
+  std::string planned;
   if (timed && TakePrefix(text, "plan:\n")) {
     report = Report::kPlanned;
-    text = StatementBeforePlan(text);
-    if (text.empty()) return Report::kNothing;
+    text = planned = StatementBeforePlan(text);
+    if (text.empty()) {
+      ++found.summary.lost["a plan in an unread form: set auto_explain.log_format = 'text'"];
+      return Report::kNothing;
+    }
   } else if (!TakePrefix(text, "statement: ")) {
     // "execute s1: select $1"
     const std::size_t colon = text.find(": ");
     if (timed && (text.starts_with("parse ") || text.starts_with("bind "))) {
       report = Report::kPrepared;
     } else if (!text.starts_with("execute ")) {
-      if (IsForeign(text)) {
-        found.summary.why_empty = "its messages are in another language: set lc_messages = 'C'";
-      }
+      if (IsForeign(text)) ++found.summary.lost["text in another language: set lc_messages = 'C'"];
       return Report::kNothing;
     }
     if (colon == std::string_view::npos) return Report::kNothing;
@@ -127,6 +143,14 @@ void Add(PostgresMessage&& statement, bool executed, Found& found) {
 void PostgresMessages::Take(PostgresMessage&& message, Found& found) {
   found.CountEntry(message.time);
   const Report report = Read(message, found);
+  if (message.session.empty()) {
+    // A duration may be that of any session's statement.
+    if (report == Report::kDuration) {
+      ++found.summary.lost["a duration of an unknown session: give --prefix"];
+    }
+    if (report == Report::kNothing || report == Report::kDuration) return;
+    return Add(std::move(message), report != Report::kPrepared && report != Report::kFailed, found);
+  }
   const auto waiting = waiting_.find(message.session);
   const bool any = waiting != waiting_.end();
   const bool same = any && waiting->second.statement == message.statement;

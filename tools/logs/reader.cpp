@@ -90,34 +90,37 @@ void StatementReader::BeginFile() {
   if (splitter_) {
     EndFile();
     // The last line of the file before ends there, unless the first one of this file continues it.
+    // Within a prefix of PostgreSQL most parts look like another prefix, unless they need a time.
     const std::string_view line = head.substr(0, head.find('\n'));
     const bool within_blanks =
         begin_ == text_.size() || IsBlank(text_.back()) || line.empty() || IsBlank(line[0]);
-    if (!within_blanks && format_->begins_entry(line)) text_.push_back('\n');
+    if (!within_blanks && format_->begins_entry(line) &&
+        (format_->name != "pglog" || LogTimeAt(line))) {
+      text_.push_back('\n');
+    }
   }
   starts_.push_back({file_->input.Name(), next_number_});
   recognized_ = file_->recognized;
   empty_ = head.empty();
-  if (!splitter_) BeginLog();
+  if (!splitter_) BeginLog(IsServerBanner(head.substr(0, head.find('\n'))) ? "slowlog" : "sql");
   if (!splitter_) return CloseFile();
   text_.insert(text_.end(), head.begin(), head.end());
   file_->head = {};
   Split(false);
 }
 
-void StatementReader::BeginLog() {
-  static const Format* const kSql = ReadableFormats().at("sql");
+void StatementReader::BeginLog(const char* fallback) {
   const Format* const format = options_.format != nullptr ? options_.format
                                : recognized_ != nullptr   ? recognized_
-                                                          : kSql;
-  if (format->make_splitter == nullptr) return AddProblem("is " + NotRead(*format));
+                                                          : ReadableFormats().at(fallback);
+  if (format->make_splitter == nullptr) return AddRemark("is " + NotRead(*format));
   if (options_.format == nullptr && format->IsLog() && format != format_) {
-    remarks_.push_back({starts_.back().name + ": read as " + std::string(format->title) +
-                            " (--input=" + std::string(format->name) + ")",
-                        false});
+    AddRemark(
+        "read as " + std::string(format->title) + " (--input=" + std::string(format->name) + ")",
+        false);
   }
   format_ = format;
-  statements_in_log_ = 0;
+  executions_in_log_ = 0;
   splitter_ = format->make_splitter(
       {.dialect = options_.dialect.value_or(format->dialect), .prefix = options_.prefix});
 }
@@ -165,37 +168,42 @@ void StatementReader::EndLog() {
 
 void StatementReader::EndFile() {
   const Summary summary = std::exchange(found_.summary, {});
-  statements_in_log_ += summary.statements;
-  if (recognized_ != nullptr && recognized_ != format_ &&
-      (format_->name == "sql" || statements_in_log_ == 0)) {
-    return AddProblem("looks like " + (recognized_->make_splitter == nullptr
-                                           ? NotRead(*recognized_)
-                                           : std::string(recognized_->title) + ": use --input=" +
-                                                 std::string(recognized_->name)));
+  executions_in_log_ += summary.executions;
+  if (recognized_ != nullptr && recognized_ != format_) {
+    AddRemark("looks like " + (recognized_->make_splitter == nullptr
+                                   ? NotRead(*recognized_)
+                                   : std::string(recognized_->title) +
+                                         ": use --input=" + std::string(recognized_->name)),
+              format_->name == "sql" || executions_in_log_ == 0);
+    if (remarks_.back().is_problem) return;
   }
   if (format_->IsLog() && !empty_ && summary.entries == 0) {
-    return AddProblem("holds no entry of " + std::string(format_->title));
+    return AddRemark("holds no entry of " + std::string(format_->title) +
+                     (options_.prefix.empty() ? "" : " with this --prefix"));
   }
   const auto add_count = [this](std::uint64_t count, const char* one, const char* several,
                                 const std::string& fault) {
     if (count == 0) return;
-    AddProblem(std::to_string(count) + " " + (count == 1 ? one : several) + " " + fault);
+    AddRemark(std::to_string(count) + " " + (count == 1 ? one : several) + " " + fault);
   };
-  if (!summary.problem.empty()) AddProblem(summary.problem);
+  if (!summary.problem.empty()) AddRemark(summary.problem);
   add_count(summary.too_long, "statement is", "statements are",
             "longer than " + std::to_string(options_.max_statement) +
                 " bytes and left out before statement " +
                 std::to_string(summary.before_too_long + 1) + " (--max-statement)");
   add_count(summary.damaged, "entry is", "entries are", "damaged and left out");
   add_count(summary.impossible_times, "time is", "times are", "impossible and left out");
-  if (!splitter_ && summary.entries > 0 && statements_in_log_ == 0) {
-    AddProblem("holds entries and no statement: " +
-               (summary.why_empty.empty() ? std::string(format_->advice) : summary.why_empty));
+  for (const auto& [kind, count] : summary.lost) {
+    add_count(count, "message holds", "messages hold", std::string(kind));
+  }
+  if (!splitter_ && summary.entries > 0 && executions_in_log_ == 0) {
+    AddRemark("holds entries and no statement" +
+              (summary.lost.empty() ? ": " + std::string(format_->advice) : ""));
   }
 }
 
-void StatementReader::AddProblem(const std::string& problem) {
-  remarks_.push_back({starts_.back().name + ": " + problem, true});
+void StatementReader::AddRemark(const std::string& text, bool is_problem) {
+  remarks_.push_back({starts_.back().name + ": " + text, is_problem});
 }
 
 std::vector<Remark> StatementReader::TakeRemarks() { return std::exchange(remarks_, {}); }
