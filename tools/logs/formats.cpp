@@ -45,6 +45,32 @@ bool BeginsContainerLine(std::string_view line) {
                                (finer_than_servers && line.starts_with(' ')));
 }
 
+// A line of a JSON log that Google Cloud has exported.
+bool BeginsCloudEntry(std::string_view line) {
+  line = Trimmed(line);
+  return (line.starts_with('{') || line.starts_with('"')) &&
+         line.find("\"textPayload\":") != std::string_view::npos;
+}
+
+// Whether the lines before a line that begins an entry of `format` are SQL, and that line is within
+// a quote or a comment of it, as a text that somebody has stored. A slow log may begin within a
+// quote itself, but then a ";" is at the end of a line before an entry.
+bool IsWithinSql(std::string_view before, const Format& format) {
+  constexpr std::array<std::string_view, 16> kBegins{
+      "--",    "/*",   "select", "insert", "update", "delete", "replace", "create",
+      "alter", "drop", "set",    "begin",  "start",  "call",   "with",    "copy"};
+  before = Trimmed(before);
+  if (before.ends_with(';') || format.name == "csvlog" ||
+      std::none_of(kBegins.begin(), kBegins.end(), [before](std::string_view begin) {
+        return EqualIgnoringCase(before.substr(0, begin.size()), begin);
+      })) {
+    return false;
+  }
+  Found found;
+  MakeSqlSplitter({.dialect = format.dialect})->Split(before, true, found);
+  return !found.summary.problem.empty();
+}
+
 constexpr std::string_view kPostgresAdvice =
     "set log_min_duration_statement or log_statement = 'all'";
 constexpr std::string_view kAuditAdvice = "the slow query log and the general query log are read";
@@ -63,10 +89,12 @@ constexpr std::array kFormats{
            MakeCsvLogSplitter, kPostgresAdvice, ";\n"},
     Format{"jsonlog", "a PostgreSQL JSON log", Dialect::kPostgres, BeginsJsonLogRecord,
            MakeJsonLogSplitter, kPostgresAdvice, ";\n"},
-    Format{"pglog", "a PostgreSQL log", Dialect::kPostgres, BeginsPostgresLogEntry,
-           MakePostgresLogSplitter, kPostgresAdvice, ";\n"},
     Format{"general", "a general query log", Dialect::kMysql, BeginsGeneralLogEntry,
            MakeGeneralLogSplitter, "set general_log = ON", ";\n"},
+    Format{"", "a log in JSON of Google Cloud", Dialect::kPostgres, BeginsCloudEntry, nullptr,
+           "jq -r .textPayload prints its lines", ""},
+    Format{"pglog", "a PostgreSQL log", Dialect::kPostgres, BeginsPostgresLogEntry,
+           MakePostgresLogSplitter, kPostgresAdvice, ";\n"},
     Format{"", "a MariaDB audit log", Dialect::kMysql, BeginsMariaDbAuditEntry, nullptr,
            kAuditAdvice, ""},
     Format{"", "a MySQL audit log", Dialect::kMysql, BeginsMySqlAuditEntry, nullptr, kAuditAdvice,
@@ -89,13 +117,16 @@ const std::map<std::string, const Format*>& ReadableFormats() {
 }
 
 const Format* RecognizedFormat(std::string_view head) {
+  const std::string_view all = head;
   while (!head.empty()) {
     head.remove_prefix(std::min(head.find_first_not_of('\0'), head.size()));
     const std::size_t end = std::min(head.find('\n'), head.size());
     std::string_view line = head.substr(0, end);
     if (line.ends_with('\r')) line.remove_suffix(1);
     for (const Format& format : kFormats) {
-      if (format.IsLog() && format.begins_entry(line)) return &format;
+      if (!format.IsLog() || !format.begins_entry(line)) continue;
+      const std::string_view before = all.substr(0, all.size() - head.size());
+      return IsWithinSql(before, format) ? nullptr : &format;
     }
     head.remove_prefix(std::min(end + 1, head.size()));
   }

@@ -61,7 +61,8 @@ struct Format {
 const std::map<std::string, const Format*>& ReadableFormats();
 
 // The log whose first lines are in `head`: the first line that begins an entry of any log decides.
-// Null if no line begins one. The last line counts even if its end is missing.
+// Null if no line begins one, or if that line is within a quote or comment of SQL and `head` begins
+// as SQL does. The last line counts even if its end is missing.
 const Format* RecognizedFormat(std::string_view head);
 
 // Whether `head` is too short to decide, although it may be the start of a log's entry: "# Ti" may
@@ -111,7 +112,8 @@ bool BeginsJsonLogRecord(std::string_view line);
 
 // The log that PostgreSQL writes to standard error, to syslog or through a cloud's service. A line
 // is a prefix (SplitterOptions::prefix), a severity such as "LOG:  " and text; lines that begin
-// with a tab continue it. BeginsPostgresLogEntry knows the usual prefixes.
+// with a tab continue it. BeginsPostgresLogEntry knows the usual prefixes, those with a
+// time or a process in brackets, and the empty one.
 std::unique_ptr<Splitter> MakePostgresLogSplitter(const SplitterOptions& options);
 bool BeginsPostgresLogEntry(std::string_view line);
 
