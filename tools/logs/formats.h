@@ -50,9 +50,9 @@ struct Format {
   std::unique_ptr<Splitter> (*make_splitter)(const SplitterOptions& options);
   // The advice in a message about a log from which no statement came: "set general_log = ON", or,
   // if the log is not read, another log that is.
-  std::string_view advice;
+  std::string_view advice = {};
   // The bytes that end each statement if statements are printed in this format: ";\n".
-  std::string_view terminator;
+  std::string_view terminator = ";\n";
 
   bool IsLog() const noexcept { return begins_entry != nullptr; }
 };

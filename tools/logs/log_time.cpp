@@ -1,13 +1,13 @@
 #include "logs/log_time.h"
 
+#include <fmt/chrono.h>
+
 #include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
-#include <ctime>
 #include <limits>
 #include <map>
 #include <optional>
@@ -75,11 +75,11 @@ std::optional<std::int32_t> TakeZone(std::string_view& text) {
   constexpr std::int32_t kMinute = 60;
   constexpr std::int32_t kHour = 3600;
   static const std::map<std::string_view, int> kZones{
-      {"UTC", 0},  {"GMT", 0},   {"WET", 0},   {"Z", 0},    {"WEST", 1}, {"BST", 1},
-      {"CET", 1},  {"CEST", 2},  {"EET", 2},   {"EEST", 3}, {"MSK", 3},  {"JST", 9},
-      {"KST", 9},  {"AEST", 10}, {"AEDT", 11}, {"EST", -5}, {"EDT", -4}, {"CST", -6},
-      {"CDT", -5}, {"MST", -7},  {"MDT", -6},  {"PST", -8}, {"PDT", -7}, {"NZST", 12}};
-  if (TakePrefix(text, "Z")) return 0;
+      {"UTC", 0},   {"GMT", 0},   {"WET", 0},  {"Z", 0},    {"WEST", 1}, {"BST", 1},   {"CET", 1},
+      {"CEST", 2},  {"EET", 2},   {"EEST", 3}, {"MSK", 3},  {"JST", 9},  {"KST", 9},   {"AEST", 10},
+      {"AEDT", 11}, {"NZDT", 13}, {"SAST", 2}, {"HKT", 8},  {"AWST", 8}, {"AKST", -9}, {"AKDT", -8},
+      {"HST", -10}, {"EST", -5},  {"EDT", -4}, {"CST", -6}, {"CDT", -5}, {"MST", -7},  {"MDT", -6},
+      {"PST", -8},  {"PDT", -7},  {"NZST", 12}};
   std::string_view rest = text;
   TakePrefix(rest, " ");
   if (BeginsLike(rest, "+99") || BeginsLike(rest, "-99")) {
@@ -133,19 +133,13 @@ std::optional<LogTime> TakeEpochTime(std::string_view& text) {
 }
 
 std::string FormatLogTime(const LogTime& time) {
-  constexpr int kMinutesPerHour = 60;
+  constexpr std::int32_t kMinute = 60;
   const auto wall = std::chrono::floor<std::chrono::seconds>(microseconds(time.wall_microseconds));
-  const std::time_t seconds = wall.count();
-  std::tm fields{};
-  gmtime_r(&seconds, &fields);
-  char text[64];
-  std::string result(text, std::strftime(text, sizeof text, "%F %T", &fields));
-  const std::int32_t offset = time.offset_seconds.value_or(0);
-  if (offset != 0) {
-    const int minutes = std::abs(offset) / kMinutesPerHour;
-    std::snprintf(text, sizeof text, "%c%02d:%02d", offset < 0 ? '-' : '+',
-                  minutes / kMinutesPerHour, minutes % kMinutesPerHour);
-    result += text;
+  std::string result = fmt::format("{:%F %T}", fmt::gmtime(wall.count()));
+  const std::int32_t minutes = time.offset_seconds.value_or(0) / kMinute;
+  if (minutes != 0) {
+    result += fmt::format("{}{:02}:{:02}", minutes < 0 ? '-' : '+', std::abs(minutes) / kMinute,
+                          std::abs(minutes) % kMinute);
   }
   return result;
 }

@@ -46,8 +46,7 @@ std::string_view SeverityAt(std::string_view text) noexcept {
 }
 
 // The size of a field at the start of `line` that ends at the `next` literal. The last field ends
-// at the first such literal that has a severity after it: "%u@%d " in "a@b c LOG:  x" -> "a", "b
-// c".
+// at the first one that a severity follows: "%u@%d " reads "a" and "b c" in "a@b c LOG:  x".
 std::size_t SizeOfText(std::string_view line, std::string_view next, bool is_last) {
   if (next.empty()) return std::min(line.find(' '), line.size());
   std::size_t size = line.find(next);
@@ -82,10 +81,9 @@ bool TakeField(char field, std::string_view rest, std::string_view& line,
   const std::size_t size = SizeOfText(line, next, next.size() == rest.size());
   if (size == kNoPlace) return false;
   const std::string_view value = Trimmed(TakeBytes(line, size));
-  // A name that reaches into the message is none: "%u@%d/%a " does not fit "a@b LOG:  x/y LOG:  z".
-  if (field == 'd' && value.find(":  ") != kNoPlace) return false;
   if (field == 'u') message.user = value;
-  if (field == 'd') message.database = value;
+  // The prefix in the server's manual adds the application: "orders/psql" -> "orders"
+  if (field == 'd') message.database = value.substr(0, value.find('/'));
   if (field == 'h') message.host = value;
   // "10.0.0.1(5678)" -> "10.0.0.1"
   if (field == 'r') message.host = value.substr(0, value.find('('));
@@ -147,12 +145,11 @@ std::optional<std::string_view> ReadAnyPrefix(std::string_view line, PostgresMes
 
 // As ReadPrefix, for prefixes of the usual forms and, if it is none of them, of any other form.
 std::optional<std::string_view> ReadUsualPrefix(std::string_view line, PostgresMessage& message) {
-  // The example of the server's manual, the default of Debian, which fits that of the server, too,
-  // then those of Amazon RDS, of Azure and of Cloud SQL, and forms that are often advised.
+  // The default of Debian, which fits that of the server, too, then those of Amazon RDS, of Azure
+  // and of Cloud SQL, and forms that are often advised.
   for (const char* prefix :
-       {"%m [%p] %q%u@%d/%a ", "%m [%p] %q%u@%d ", "%t:%r:%u@%d:[%p]:", "%t-%c-",
-        "%m [%p]: [%l-1] db=%d,user=%u ", "%t [%p]: [%l-1] user=%u,db=%d,app=%a,client=%h ",
-        "%t [%p]: [%l-1] user=%u,db=%d "}) {
+       {"%m [%p] %q%u@%d ", "%t:%r:%u@%d:[%p]:", "%t-%c-", "%m [%p]: [%l-1] db=%d,user=%u ",
+        "%t [%p]: [%l-1] user=%u,db=%d,app=%a,client=%h ", "%t [%p]: [%l-1] user=%u,db=%d "}) {
     if (const auto rest = ReadPrefix(prefix, line, message)) return rest;
     message = {};
   }
@@ -179,9 +176,9 @@ std::optional<SyslogStamp> TakeSyslogStamp(std::string_view& line) {
   SyslogStamp stamp{.time = LogTimeAt(line)};
   std::string_view rest = line.substr(open + 1);
   stamp.process = TakeDigits(rest);
-  if (!TakePrefix(rest, "]: [")) return std::nullopt;
-  TakeDigits(rest);
-  if (!TakePrefix(rest, "-")) return std::nullopt;
+  if (!TakePrefix(rest, "]: [") || TakeDigits(rest).empty() || !TakePrefix(rest, "-")) {
+    return std::nullopt;
+  }
   stamp.line_number = TakeDigits(rest);
   if (!TakePrefix(rest, "] ")) return std::nullopt;
   line = rest;

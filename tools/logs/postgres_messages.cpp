@@ -76,6 +76,10 @@ enum class Report {
 // Sets the statement and its seconds that `message` reports, and leaves only the values of its
 // parameters in `detail`.
 Report Read(PostgresMessage& message, Found& found) {
+  const auto lose = [&found](const char* content) {
+    ++found.summary.lost[content];
+    return Report::kNothing;
+  };
   std::string_view parameters = message.detail;
   const bool any = TakePrefix(parameters, "parameters: ") || TakePrefix(parameters, "Parameters: ");
   message.detail = any ? std::string(parameters) : "";
@@ -84,10 +88,9 @@ Report Read(PostgresMessage& message, Found& found) {
     message.statement = Trimmed(message.statement);
     if (!message.statement.empty()) return Report::kFailed;
     // Only an error of a client has a statement.
-    if (message.severity == "ERROR" && !message.text.starts_with("canceling autovacuum task")) {
-      ++found.summary.lost["an error without its statement: set log_min_error_statement = 'error'"];
-    }
-    return Report::kNothing;
+    return message.severity != "ERROR" || message.text.starts_with("canceling autovacuum task")
+               ? Report::kNothing
+               : lose("an error without its statement: set log_min_error_statement = 'error'");
   }
   message.sqlstate.clear();
   if (message.severity != "LOG") return Report::kNothing;
@@ -102,18 +105,15 @@ Report Read(PostgresMessage& message, Found& found) {
   if (timed && TakePrefix(text, "plan:\n")) {
     report = Report::kPlanned;
     text = planned = StatementBeforePlan(text);
-    if (text.empty()) {
-      ++found.summary.lost["a plan in an unread form: set auto_explain.log_format = 'text'"];
-      return Report::kNothing;
-    }
+    if (text.empty()) return lose("a plan in XML: set auto_explain.log_format = 'text'");
   } else if (!TakePrefix(text, "statement: ")) {
     // "execute s1: select $1"
     const std::size_t colon = text.find(": ");
     if (timed && (text.starts_with("parse ") || text.starts_with("bind "))) {
       report = Report::kPrepared;
     } else if (!text.starts_with("execute ")) {
-      if (IsForeign(text)) ++found.summary.lost["text in another language: set lc_messages = 'C'"];
-      return Report::kNothing;
+      return IsForeign(text) ? lose("text in another language: set lc_messages = 'C'")
+                             : Report::kNothing;
     }
     if (colon == std::string_view::npos) return Report::kNothing;
     text.remove_prefix(colon + 2);
@@ -143,14 +143,6 @@ void Add(PostgresMessage&& statement, bool executed, Found& found) {
 void PostgresMessages::Take(PostgresMessage&& message, Found& found) {
   found.CountEntry(message.time);
   const Report report = Read(message, found);
-  if (message.session.empty()) {
-    // A duration may be that of any session's statement.
-    if (report == Report::kDuration) {
-      ++found.summary.lost["a duration of an unknown session: give --prefix"];
-    }
-    if (report == Report::kNothing || report == Report::kDuration) return;
-    return Add(std::move(message), report != Report::kPrepared && report != Report::kFailed, found);
-  }
   const auto waiting = waiting_.find(message.session);
   const bool any = waiting != waiting_.end();
   const bool same = any && waiting->second.statement == message.statement;
@@ -158,6 +150,10 @@ void PostgresMessages::Take(PostgresMessage&& message, Found& found) {
     case Report::kNothing:
       return;
     case Report::kDuration:
+      // Statements of unknown sessions do not wait, since the duration may be that of any.
+      if (message.session.empty()) {
+        ++found.summary.lost["a duration of an unknown session: give --prefix"];
+      }
       if (!any) return;
       waiting->second.seconds = message.seconds;
       return Add(Remove(waiting), true, found);
@@ -188,6 +184,7 @@ void PostgresMessages::Take(PostgresMessage&& message, Found& found) {
 }
 
 void PostgresMessages::Wait(PostgresMessage&& statement, Found& found) {
+  if (statement.session.empty()) return Add(std::move(statement), true, found);
   waiting_bytes_ += statement.statement.size() + statement.detail.size();
   std::string session = std::move(statement.session);
   waiting_.insert_or_assign(std::move(session), std::move(statement));

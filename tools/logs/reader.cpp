@@ -1,5 +1,7 @@
 #include "logs/reader.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cassert>
 #include <cstddef>
@@ -22,7 +24,7 @@ namespace {
 constexpr std::size_t kBlockSize = std::size_t{128} * 1024;
 
 std::string NotRead(const Format& format) {
-  return std::string(format.title) + ", which is not read: " + std::string(format.advice);
+  return fmt::format("{}, which is not read: {}", format.title, format.advice);
 }
 
 }  // namespace
@@ -90,14 +92,12 @@ void StatementReader::BeginFile() {
   if (splitter_) {
     EndFile();
     // The last line of the file before ends there, unless the first one of this file continues it.
-    // Within a prefix of PostgreSQL most parts look like another prefix, unless they need a time.
+    // A part of a prefix of PostgreSQL looks like another prefix, unless that has a time.
     const std::string_view line = head.substr(0, head.find('\n'));
     const bool within_blanks =
         begin_ == text_.size() || IsBlank(text_.back()) || line.empty() || IsBlank(line[0]);
-    if (!within_blanks && format_->begins_entry(line) &&
-        (format_->name != "pglog" || LogTimeAt(line))) {
-      text_.push_back('\n');
-    }
+    const bool timed = format_->name != "pglog" || LogTimeAt(line);
+    if (!within_blanks && timed && format_->begins_entry(line)) text_.push_back('\n');
   }
   starts_.push_back({file_->input.Name(), next_number_});
   recognized_ = file_->recognized;
@@ -115,9 +115,7 @@ void StatementReader::BeginLog(const char* fallback) {
                                                           : ReadableFormats().at(fallback);
   if (format->make_splitter == nullptr) return AddRemark("is " + NotRead(*format));
   if (options_.format == nullptr && format->IsLog() && format != format_) {
-    AddRemark(
-        "read as " + std::string(format->title) + " (--input=" + std::string(format->name) + ")",
-        false);
+    AddRemark(fmt::format("read as {} (--input={})", format->title, format->name), false);
   }
   format_ = format;
   executions_in_log_ = 0;
@@ -170,31 +168,30 @@ void StatementReader::EndFile() {
   const Summary summary = std::exchange(found_.summary, {});
   executions_in_log_ += summary.executions;
   if (recognized_ != nullptr && recognized_ != format_) {
-    AddRemark("looks like " + (recognized_->make_splitter == nullptr
-                                   ? NotRead(*recognized_)
-                                   : std::string(recognized_->title) +
-                                         ": use --input=" + std::string(recognized_->name)),
-              format_->name == "sql" || executions_in_log_ == 0);
-    if (remarks_.back().is_problem) return;
+    const bool misread = format_->name == "sql" || executions_in_log_ == 0;
+    AddRemark("looks like " +
+                  (recognized_->make_splitter == nullptr
+                       ? NotRead(*recognized_)
+                       : fmt::format("{}: use --input={}", recognized_->title, recognized_->name)),
+              misread);
+    if (misread) return;
   }
   if (format_->IsLog() && !empty_ && summary.entries == 0) {
-    return AddRemark("holds no entry of " + std::string(format_->title) +
-                     (options_.prefix.empty() ? "" : " with this --prefix"));
+    return AddRemark(fmt::format("holds no entry of {}{}", format_->title,
+                                 options_.prefix.empty() ? "" : " with this --prefix"));
   }
   const auto add_count = [this](std::uint64_t count, const char* one, const char* several,
-                                const std::string& fault) {
-    if (count == 0) return;
-    AddRemark(std::to_string(count) + " " + (count == 1 ? one : several) + " " + fault);
+                                std::string_view fault) {
+    if (count > 0) AddRemark(fmt::format("{} {} {}", count, count == 1 ? one : several, fault));
   };
   if (!summary.problem.empty()) AddRemark(summary.problem);
   add_count(summary.too_long, "statement is", "statements are",
-            "longer than " + std::to_string(options_.max_statement) +
-                " bytes and left out before statement " +
-                std::to_string(summary.before_too_long + 1) + " (--max-statement)");
+            fmt::format("longer than {} bytes and left out before statement {} (--max-statement)",
+                        options_.max_statement, summary.before_too_long + 1));
   add_count(summary.damaged, "entry is", "entries are", "damaged and left out");
   add_count(summary.impossible_times, "time is", "times are", "impossible and left out");
   for (const auto& [kind, count] : summary.lost) {
-    add_count(count, "message holds", "messages hold", std::string(kind));
+    add_count(count, "message holds", "messages hold", kind);
   }
   if (!splitter_ && summary.entries > 0 && executions_in_log_ == 0) {
     AddRemark("holds entries and no statement" +
@@ -213,7 +210,7 @@ std::string StatementReader::PlaceOf(std::uint64_t number) const {
     return one.first_number <= number;
   });
   assert(start != starts_.rend());
-  return start->name + ": statement " + std::to_string(number - start->first_number + 1);
+  return fmt::format("{}: statement {}", start->name, number - start->first_number + 1);
 }
 
 std::uint64_t StatementReader::BytesRead() const noexcept {
