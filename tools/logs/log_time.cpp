@@ -1,13 +1,11 @@
 #include "logs/log_time.h"
 
-#include <fmt/chrono.h>
-
 #include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
+#include <ctime>
 #include <limits>
 #include <map>
 #include <optional>
@@ -133,14 +131,16 @@ std::optional<LogTime> TakeEpochTime(std::string_view& text) {
 }
 
 std::string FormatLogTime(const LogTime& time) {
-  constexpr std::int32_t kMinute = 60;
   const auto wall = std::chrono::floor<std::chrono::seconds>(microseconds(time.wall_microseconds));
-  std::string result = fmt::format("{:%F %T}", fmt::gmtime(wall.count()));
-  const std::int32_t minutes = time.offset_seconds.value_or(0) / kMinute;
-  if (minutes != 0) {
-    result += fmt::format("{}{:02}:{:02}", minutes < 0 ? '-' : '+', std::abs(minutes) / kMinute,
-                          std::abs(minutes) % kMinute);
-  }
+  const std::time_t seconds = wall.count();
+  std::tm fields{};
+  gmtime_r(&seconds, &fields);
+  fields.tm_gmtoff = time.offset_seconds.value_or(0);
+  char text[64];
+  std::string result(text, std::strftime(text, sizeof text, "%F %T", &fields));
+  // "+0100" -> "+01:00"
+  std::strftime(text, sizeof text, "%z", &fields);
+  if (fields.tm_gmtoff != 0) result.append(text, 3).append(":").append(text + 3);
   return result;
 }
 

@@ -195,7 +195,7 @@ class SqlSplitter final : public Splitter {
   void DropTooLong() noexcept {
     constexpr std::size_t kKept = 2;
     if (text_.size() - begin_ <= found_->max_statement || position_ < begin_ + kKept) return;
-    too_long_ = !blank_so_far_;
+    too_long_ = true;
     begin_ = position_ - kKept;
   }
 
