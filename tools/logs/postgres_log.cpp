@@ -160,28 +160,32 @@ std::optional<std::string_view> ReadUsualPrefix(std::string_view line, PostgresM
 struct SyslogStamp {
   std::optional<LogTime> time = {};
   std::string_view process = {};
-  // The number of the line within its message: "1" in [5-1].
-  std::string_view line_number = {};
+  // The number of the line within its message: "2" in [5-2]. Syslog may leave out all numbers.
+  std::string_view line_number = "1";
 };
 
 std::optional<SyslogStamp> TakeSyslogStamp(std::string_view& line) {
-  // The stamp is shorter even if the host's name is long.
+  // The stamp is shorter even if the host's name is long, and a severity comes after it.
   constexpr std::size_t kMostLooked = 400;
-  const std::size_t mark = line.substr(0, kMostLooked).find("]: [");
-  if (mark == kNoPlace) return std::nullopt;
-  const std::size_t open = line.rfind('[', mark);
-  // If a blank is before "[1234]: [1-1] ", that is the server's own prefix.
+  std::string_view head = line.substr(0, kMostLooked);
+  head = head.substr(0, head.find(":  "));
+  const std::size_t mark = head.find("]: ");
+  if (mark == kNoPlace || line.starts_with('\t')) return std::nullopt;
+  const std::size_t open = head.rfind('[', mark);
+  // If a blank is before "[1234]: ", that is the server's own prefix.
   if (open == kNoPlace || open == 0 || line[open - 1] == ' ') return std::nullopt;
   // Older forms of the time have no year and are not used.
   SyslogStamp stamp{.time = LogTimeAt(line)};
   std::string_view rest = line.substr(open + 1);
   stamp.process = TakeDigits(rest);
-  if (!TakePrefix(rest, "]: [") || TakeDigits(rest).empty() || !TakePrefix(rest, "-")) {
-    return std::nullopt;
-  }
-  stamp.line_number = TakeDigits(rest);
-  if (!TakePrefix(rest, "] ")) return std::nullopt;
+  if (stamp.process.empty() || !TakePrefix(rest, "]: ")) return std::nullopt;
   line = rest;
+  if (TakePrefix(rest, "[") && !TakeDigits(rest).empty() && TakePrefix(rest, "-")) {
+    const std::string_view number = TakeDigits(rest);
+    if (!TakePrefix(rest, "] ")) return stamp;
+    stamp.line_number = number;
+    line = rest;
+  }
   return stamp;
 }
 
