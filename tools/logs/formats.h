@@ -42,15 +42,15 @@ struct Format {
   std::string_view name;
   // The name in messages: "a slow query log".
   std::string_view title;
-  // The dialect of the server that writes such a log.
-  Dialect dialect;
   // Whether `line`, without its end of line, begins an entry; null if the format is no log.
   bool (*begins_entry)(std::string_view line);
-  // Null if the log is not read.
-  std::unique_ptr<Splitter> (*make_splitter)(const SplitterOptions& options);
   // The advice in a message about a log from which no statement came: "set general_log = ON", or,
   // if the log is not read, another log that is.
-  std::string_view advice = {};
+  std::string_view advice;
+  // Null if the log is not read.
+  std::unique_ptr<Splitter> (*make_splitter)(const SplitterOptions& options) = nullptr;
+  // The dialect of the server that writes such a log.
+  Dialect dialect = Dialect::kMysql;
   // The bytes that end each statement if statements are printed in this format: ";\n".
   std::string_view terminator = ";\n";
 

@@ -37,12 +37,11 @@ bool IsCapital(char c) noexcept { return IsDigit(c) || (c >= 'A' && c <= 'Z'); }
 // there is none.
 std::string_view SeverityAt(std::string_view text) noexcept {
   constexpr std::size_t kLongest = 40;
-  const std::size_t colon = text.substr(0, kLongest).find(":  ");
-  if (colon == kNoPlace) return {};
-  const std::string_view word = text.substr(0, colon);
-  const bool capitals =
-      std::all_of(word.begin(), word.end(), [](char c) { return IsCapital(c) || (c & 0x80) != 0; });
-  return capitals ? word : std::string_view();
+  const std::string_view head = text.substr(0, kLongest);
+  const auto* const end = std::find_if_not(head.begin(), head.end(),
+                                           [](char c) { return IsCapital(c) || (c & 0x80) != 0; });
+  const std::string_view word = TakeBytes(text, static_cast<std::size_t>(end - head.begin()));
+  return text.starts_with(":  ") ? word : std::string_view();
 }
 
 // The size of a field at the start of `line` that ends at the `next` literal. The last field ends

@@ -41,14 +41,8 @@ std::string StatementBeforePlan(std::string_view text) {
     return statement.is_string() ? statement.get<std::string>() : "";
   }
   if (!plain) return {};
-  std::size_t end = text.find('\n');
-  while (end < text.size()) {
-    const std::size_t next = text.find('\n', end + 1);
-    const std::string_view line = text.substr(end + 1, next - end - 1);
-    if (line.starts_with("Query Parameters: ") || line.find("  (cost=") < line.size()) break;
-    end = next;
-  }
-  return std::string(text.substr(0, end));
+  const std::size_t plan = text.rfind('\n', text.find("  (cost=", text.find('\n')));
+  return std::string(text.substr(0, std::min(plan, text.find("\nQuery Parameters: "))));
 }
 
 // Whether a message reports a statement or a duration in another language than English, as the
