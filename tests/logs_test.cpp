@@ -82,6 +82,7 @@ using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
+using ::testing::UnorderedElementsAre;
 
 // Writes `content` to a pipe, at most `step` bytes at a time.
 class Trickle final : public InputWaiter {
@@ -386,6 +387,21 @@ TEST(Reader, KeepsFewStatementsThatWaitForTheirDuration) {
   const std::string at = " at=2026-11-24 09:05:00Z";
   EXPECT_THAT(ReadText(log, options).statements,
               ElementsAre("a|0.5" + at, longer + '|' + at, longer + '|' + at, "b|0.5" + at));
+}
+
+TEST(Reader, KeepsFewMessagesOfSyslogOpen) {
+  const auto line = [](const char* process, const char* number, const std::string& text) {
+    return std::string("Nov 24 09:05:00 db1 postgres[") + process + "]: [1-" + number + "] " +
+           text + '\n';
+  };
+  const std::string begun = "LOG:  statement: " + std::string(60, 'x');
+  ReadOptions options;
+  options.format = ReadableFormats().at("pglog");
+  options.max_statement = 100;
+  const std::string log = line("1", "1", begun) + line("1", "2", "y") + line("2", "1", begun) +
+                          line("3", "1", "LOG:  statement: c") + line("1", "2", "lost");
+  const std::string x(60, 'x');
+  EXPECT_THAT(ReadText(log, options).texts, UnorderedElementsAre(x + 'y', x, "c"));
 }
 
 TEST(Reader, TellsTheSpanOfAllEntries) {
