@@ -133,7 +133,7 @@ std::optional<std::string_view> ReadAnyPrefix(std::string_view line, PostgresMes
         const bool epoch = BeginsLike(rest, "9999999999.999");
         message.time = epoch ? TakeEpochTime(rest) : TakeLogTime(rest);
       } else if (message.session.empty() && TakePrefix(rest, "[")) {
-        const std::string_view id = TakeBytes(rest, rest.find_first_not_of("0123456789abcdef."));
+        const std::string_view id = TakeDigits(rest);
         if (rest.starts_with(']')) message.session = id;
       }
     }
