@@ -53,8 +53,8 @@ bool BeginsCloudEntry(std::string_view line) {
 }
 
 // Whether the lines before a line that begins an entry of `format` are SQL, and that line is within
-// a quote or a comment of it, as a text that somebody has stored. A slow log may begin within a
-// quote itself, but then a ";" is at the end of a line before an entry.
+// a quote or a comment of it, as a text that somebody has stored. A log may begin within a quote
+// itself: a slow log has a ";" before its next entry, and a CSV log is never taken for SQL.
 bool IsWithinSql(std::string_view before, const Format& format) {
   constexpr std::array<std::string_view, 16> kBegins{
       "--",    "/*",   "select", "insert", "update", "delete", "replace", "create",
