@@ -56,9 +56,9 @@ bool BeginsCloudEntry(std::string_view line) {
 // a quote or a comment of it, as a text that somebody has stored. A log may begin within a quote
 // itself: a slow log has a ";" before its next entry, and a CSV log is never taken for SQL.
 bool IsWithinSql(std::string_view before, const Format& format) {
-  constexpr std::array<std::string_view, 16> kBegins{
-      "--",    "/*",   "select", "insert", "update", "delete", "replace", "create",
-      "alter", "drop", "set",    "begin",  "start",  "call",   "with",    "copy"};
+  constexpr std::array<std::string_view, 20> kBegins{
+      "--",   "/*",  "#",     "select", "insert", "update", "delete", "replace", "create", "alter",
+      "drop", "set", "begin", "start",  "call",   "with",   "copy",   "use",     "lock",   "grant"};
   before = Trimmed(before);
   if (before.ends_with(';') || format.name == "csvlog" ||
       std::none_of(kBegins.begin(), kBegins.end(), [before](std::string_view begin) {
@@ -112,6 +112,9 @@ const std::map<std::string, const Format*>& ReadableFormats() {
 }
 
 const Format* RecognizedFormat(std::string_view head) {
+  // Each line within SQL costs a look at all lines before it.
+  constexpr int kMostWithinSql = 16;
+  int within_sql = 0;
   const std::string_view all = head;
   while (!head.empty()) {
     head.remove_prefix(std::min(head.find_first_not_of('\0'), head.size()));
@@ -120,8 +123,9 @@ const Format* RecognizedFormat(std::string_view head) {
     if (line.ends_with('\r')) line.remove_suffix(1);
     for (const Format& format : kFormats) {
       if (!format.IsLog() || !format.begins_entry(line)) continue;
-      const std::string_view before = all.substr(0, all.size() - head.size());
-      return IsWithinSql(before, format) ? nullptr : &format;
+      if (!IsWithinSql(all.substr(0, all.size() - head.size()), format)) return &format;
+      if (++within_sql == kMostWithinSql) return nullptr;
+      break;
     }
     head.remove_prefix(std::min(end + 1, head.size()));
   }
