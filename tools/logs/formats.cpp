@@ -47,8 +47,7 @@ bool BeginsContainerLine(std::string_view line) {
 
 // A line of a JSON log that Google Cloud has exported.
 bool BeginsCloudEntry(std::string_view line) {
-  line = Trimmed(line);
-  return (line.starts_with('{') || line.starts_with('"')) &&
+  return Trimmed(line).find_first_of("{\"") == 0 &&
          line.find("\"textPayload\":") != std::string_view::npos;
 }
 

@@ -61,8 +61,8 @@ struct Format {
 const std::map<std::string, const Format*>& ReadableFormats();
 
 // The log whose first lines are in `head`: the first line that begins an entry of any log decides.
-// Null if no line begins one. If `head` begins as SQL does, lines within a quote or a comment do not
-// count. The last line counts even if its end is missing.
+// Null if no line begins one. If `head` begins as SQL does, lines within a quote or a comment are
+// passed over. The last line counts even if its end is missing.
 const Format* RecognizedFormat(std::string_view head);
 
 // Whether `head` is too short to decide, although it may be the start of a log's entry: "# Ti" may

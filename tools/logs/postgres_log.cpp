@@ -83,9 +83,8 @@ bool TakeField(char field, std::string_view rest, std::string_view& line,
   if (field == 'u') message.user = value;
   // The prefix in the server's manual adds the application: "orders/psql" -> "orders"
   if (field == 'd') message.database = value.substr(0, value.find('/'));
-  if (field == 'h') message.host = value;
   // "10.0.0.1(5678)" -> "10.0.0.1"
-  if (field == 'r') message.host = value.substr(0, value.find('('));
+  if (field == 'h' || field == 'r') message.host = value.substr(0, value.find('('));
   if (field == 'c') message.session = value;
   if (field == 'e') message.sqlstate = value;
   if (field == 'Q') message.query_id = value;

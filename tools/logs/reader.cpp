@@ -23,8 +23,11 @@ namespace {
 // that begins an entry. A batch of the shortest statements in it takes a few MiB.
 constexpr std::size_t kBlockSize = std::size_t{128} * 1024;
 
-std::string NotRead(const Format& format) {
-  return fmt::format("{}, which is not read: {}", format.title, format.advice);
+// "a slow query log: use --input=slowlog"
+std::string TitleWithAdvice(const Format& format) {
+  return format.make_splitter == nullptr
+             ? fmt::format("{}, which is not read: {}", format.title, format.advice)
+             : fmt::format("{}: use --input={}", format.title, format.name);
 }
 
 }  // namespace
@@ -113,7 +116,7 @@ void StatementReader::BeginLog(const char* fallback) {
   const Format* const format = options_.format != nullptr ? options_.format
                                : recognized_ != nullptr   ? recognized_
                                                           : ReadableFormats().at(fallback);
-  if (format->make_splitter == nullptr) return AddRemark("is " + NotRead(*format));
+  if (format->make_splitter == nullptr) return AddRemark("is " + TitleWithAdvice(*format));
   if (options_.format == nullptr && format->IsLog() && format != format_) {
     AddRemark(fmt::format("read as {} (--input={})", format->title, format->name), false);
   }
@@ -169,11 +172,7 @@ void StatementReader::EndFile() {
   executions_in_log_ += summary.executions;
   if (recognized_ != nullptr && recognized_ != format_) {
     const bool misread = format_->name == "sql" || executions_in_log_ == 0;
-    AddRemark("looks like " +
-                  (recognized_->make_splitter == nullptr
-                       ? NotRead(*recognized_)
-                       : fmt::format("{}: use --input={}", recognized_->title, recognized_->name)),
-              misread);
+    AddRemark("looks like " + TitleWithAdvice(*recognized_), misread);
     if (misread) return;
   }
   if (format_->IsLog() && !empty_ && summary.entries == 0) {
