@@ -41,11 +41,7 @@ constexpr auto kColumns = [] {
 std::optional<LogTime> TakeRecordTime(std::string_view& line) {
   if (!BeginsLike(line, "9999-99-99 99:99:99.999 ")) return std::nullopt;
   const std::optional<LogTime> time = TakeLogTime(line);
-  constexpr std::size_t kLongestZone = 40;
-  const std::size_t comma = line.substr(0, kLongestZone).find(',');
-  if (!time || comma == kNoPlace) return std::nullopt;
-  line.remove_prefix(comma + 1);
-  return time;
+  return TakePrefix(line, ",") ? time : std::nullopt;
 }
 
 // Whether `line` begins a record for sure, and is not in a text within another record. Within a

@@ -45,34 +45,56 @@ bool BeginsContainerLine(std::string_view line) {
                                (finer_than_servers && line.starts_with(' ')));
 }
 
+// A line of a JSON log that Google Cloud has exported.
+bool BeginsCloudEntry(std::string_view line) {
+  return Trimmed(line).find_first_of("{\"") == 0 &&
+         line.find("\"textPayload\":") != std::string_view::npos;
+}
+
+// Whether the lines before a line that begins an entry of `format` are SQL, and that line is within
+// a quote or a comment of it, as a text that somebody has stored. A log may begin within a quote
+// itself: a slow log has a ";" before its next entry, and a CSV log is never taken for SQL.
+bool IsWithinSql(std::string_view before, const Format& format) {
+  constexpr std::array<std::string_view, 20> kBegins{
+      "--",   "/*",  "#",     "select", "insert", "update", "delete", "replace", "create", "alter",
+      "drop", "set", "begin", "start",  "call",   "with",   "copy",   "use",     "lock",   "grant"};
+  before = Trimmed(before);
+  if (before.ends_with(';') || format.name == "csvlog" ||
+      std::none_of(kBegins.begin(), kBegins.end(), [before](std::string_view begin) {
+        return EqualIgnoringCase(before.substr(0, begin.size()), begin);
+      })) {
+    return false;
+  }
+  Found found;
+  MakeSqlSplitter({.dialect = format.dialect})->Split(before, true, found);
+  return !found.summary.problem.empty();
+}
+
 constexpr std::string_view kPostgresAdvice =
     "set log_min_duration_statement or log_statement = 'all'";
 constexpr std::string_view kAuditAdvice = "the slow query log and the general query log are read";
 
 // If a line begins an entry of several logs, the first row of them decides.
 constexpr std::array kFormats{
-    Format{"sql", "SQL", Dialect::kMysql, nullptr, MakeSqlSplitter, "", ";\n"},
-    Format{"lines", "lines", Dialect::kMysql, nullptr, MakeLinesSplitter, "", "\n"},
-    Format{"nul", "texts ended by NUL bytes", Dialect::kMysql, nullptr, MakeNulSplitter, "",
+    Format{"sql", "SQL", nullptr, "", MakeSqlSplitter},
+    Format{"lines", "lines", nullptr, "", MakeLinesSplitter, Dialect::kMysql, "\n"},
+    Format{"nul", "texts ended by NUL bytes", nullptr, "", MakeNulSplitter, Dialect::kMysql,
            std::string_view("\0", 1)},
-    Format{"slowlog", "a slow query log", Dialect::kMysql, BeginsSlowLogEntry, MakeSlowLogSplitter,
-           "set slow_query_log = ON and a lower long_query_time", ";\n"},
-    Format{"", "a log with a container's timestamps", Dialect::kMysql, BeginsContainerLine, nullptr,
-           "strip them to read it", ""},
-    Format{"csvlog", "a PostgreSQL CSV log", Dialect::kPostgres, BeginsCsvLogRecord,
-           MakeCsvLogSplitter, kPostgresAdvice, ";\n"},
-    Format{"jsonlog", "a PostgreSQL JSON log", Dialect::kPostgres, BeginsJsonLogRecord,
-           MakeJsonLogSplitter, kPostgresAdvice, ";\n"},
-    Format{"pglog", "a PostgreSQL log", Dialect::kPostgres, BeginsPostgresLogEntry,
-           MakePostgresLogSplitter, kPostgresAdvice, ";\n"},
-    Format{"general", "a general query log", Dialect::kMysql, BeginsGeneralLogEntry,
-           MakeGeneralLogSplitter, "set general_log = ON", ";\n"},
-    Format{"", "a MariaDB audit log", Dialect::kMysql, BeginsMariaDbAuditEntry, nullptr,
-           kAuditAdvice, ""},
-    Format{"", "a MySQL audit log", Dialect::kMysql, BeginsMySqlAuditEntry, nullptr, kAuditAdvice,
-           ""},
-    Format{"", "a binary log", Dialect::kMysql, BeginsBinaryLog, nullptr,
-           "mysqlbinlog prints its statements", ""},
+    Format{"slowlog", "a slow query log", BeginsSlowLogEntry,
+           "set slow_query_log = ON and a lower long_query_time", MakeSlowLogSplitter},
+    Format{"", "a log with a container's timestamps", BeginsContainerLine, "strip them to read it"},
+    Format{"csvlog", "a PostgreSQL CSV log", BeginsCsvLogRecord, kPostgresAdvice,
+           MakeCsvLogSplitter, Dialect::kPostgres},
+    Format{"jsonlog", "a PostgreSQL JSON log", BeginsJsonLogRecord, kPostgresAdvice,
+           MakeJsonLogSplitter, Dialect::kPostgres},
+    Format{"general", "a general query log", BeginsGeneralLogEntry, "set general_log = ON",
+           MakeGeneralLogSplitter},
+    Format{"", "a JSON log of Google Cloud", BeginsCloudEntry, "jq -r .textPayload extracts it"},
+    Format{"pglog", "a PostgreSQL log", BeginsPostgresLogEntry, kPostgresAdvice,
+           MakePostgresLogSplitter, Dialect::kPostgres},
+    Format{"", "a MariaDB audit log", BeginsMariaDbAuditEntry, kAuditAdvice},
+    Format{"", "a MySQL audit log", BeginsMySqlAuditEntry, kAuditAdvice},
+    Format{"", "a binary log", BeginsBinaryLog, "mysqlbinlog prints its statements"},
 };
 
 }  // namespace
@@ -89,13 +111,20 @@ const std::map<std::string, const Format*>& ReadableFormats() {
 }
 
 const Format* RecognizedFormat(std::string_view head) {
+  // Each line within SQL costs a look at all lines before it.
+  constexpr int kMostWithinSql = 16;
+  int within_sql = 0;
+  const std::string_view all = head;
   while (!head.empty()) {
     head.remove_prefix(std::min(head.find_first_not_of('\0'), head.size()));
     const std::size_t end = std::min(head.find('\n'), head.size());
     std::string_view line = head.substr(0, end);
     if (line.ends_with('\r')) line.remove_suffix(1);
     for (const Format& format : kFormats) {
-      if (format.IsLog() && format.begins_entry(line)) return &format;
+      if (!format.IsLog() || !format.begins_entry(line)) continue;
+      if (!IsWithinSql(all.substr(0, all.size() - head.size()), format)) return &format;
+      if (++within_sql == kMostWithinSql) return nullptr;
+      break;
     }
     head.remove_prefix(std::min(end + 1, head.size()));
   }

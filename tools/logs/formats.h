@@ -42,17 +42,17 @@ struct Format {
   std::string_view name;
   // The name in messages: "a slow query log".
   std::string_view title;
-  // The dialect of the server that writes such a log.
-  Dialect dialect;
   // Whether `line`, without its end of line, begins an entry; null if the format is no log.
   bool (*begins_entry)(std::string_view line);
-  // Null if the log is not read.
-  std::unique_ptr<Splitter> (*make_splitter)(const SplitterOptions& options);
   // The advice in a message about a log from which no statement came: "set general_log = ON", or,
   // if the log is not read, another log that is.
   std::string_view advice;
+  // Null if the log is not read.
+  std::unique_ptr<Splitter> (*make_splitter)(const SplitterOptions& options) = nullptr;
+  // The dialect of the server that writes such a log.
+  Dialect dialect = Dialect::kMysql;
   // The bytes that end each statement if statements are printed in this format: ";\n".
-  std::string_view terminator;
+  std::string_view terminator = ";\n";
 
   bool IsLog() const noexcept { return begins_entry != nullptr; }
 };
@@ -61,7 +61,8 @@ struct Format {
 const std::map<std::string, const Format*>& ReadableFormats();
 
 // The log whose first lines are in `head`: the first line that begins an entry of any log decides.
-// Null if no line begins one. The last line counts even if its end is missing.
+// Null if no line begins one. If `head` begins as SQL does, lines within a quote or a comment are
+// passed over. The last line counts even if its end is missing.
 const Format* RecognizedFormat(std::string_view head);
 
 // Whether `head` is too short to decide, although it may be the start of a log's entry: "# Ti" may
@@ -111,7 +112,8 @@ bool BeginsJsonLogRecord(std::string_view line);
 
 // The log that PostgreSQL writes to standard error, to syslog or through a cloud's service. A line
 // is a prefix (SplitterOptions::prefix), a severity such as "LOG:  " and text; lines that begin
-// with a tab continue it. BeginsPostgresLogEntry knows the usual prefixes.
+// with a tab continue it. BeginsPostgresLogEntry knows the usual prefixes, those with a
+// time or a process in brackets, and the empty one.
 std::unique_ptr<Splitter> MakePostgresLogSplitter(const SplitterOptions& options);
 bool BeginsPostgresLogEntry(std::string_view line);
 

@@ -73,11 +73,11 @@ std::optional<std::int32_t> TakeZone(std::string_view& text) {
   constexpr std::int32_t kMinute = 60;
   constexpr std::int32_t kHour = 3600;
   static const std::map<std::string_view, int> kZones{
-      {"UTC", 0},  {"GMT", 0},   {"WET", 0},   {"Z", 0},    {"WEST", 1}, {"BST", 1},
-      {"CET", 1},  {"CEST", 2},  {"EET", 2},   {"EEST", 3}, {"MSK", 3},  {"JST", 9},
-      {"KST", 9},  {"AEST", 10}, {"AEDT", 11}, {"EST", -5}, {"EDT", -4}, {"CST", -6},
-      {"CDT", -5}, {"MST", -7},  {"MDT", -6},  {"PST", -8}, {"PDT", -7}, {"NZST", 12}};
-  if (TakePrefix(text, "Z")) return 0;
+      {"UTC", 0},   {"GMT", 0},   {"WET", 0},  {"Z", 0},    {"WEST", 1}, {"BST", 1},   {"CET", 1},
+      {"CEST", 2},  {"EET", 2},   {"EEST", 3}, {"MSK", 3},  {"JST", 9},  {"KST", 9},   {"AEST", 10},
+      {"AEDT", 11}, {"NZDT", 13}, {"SAST", 2}, {"HKT", 8},  {"AWST", 8}, {"AKST", -9}, {"AKDT", -8},
+      {"HST", -10}, {"EST", -5},  {"EDT", -4}, {"CST", -6}, {"CDT", -5}, {"MST", -7},  {"MDT", -6},
+      {"PST", -8},  {"PDT", -7},  {"NZST", 12}};
   std::string_view rest = text;
   TakePrefix(rest, " ");
   if (BeginsLike(rest, "+99") || BeginsLike(rest, "-99")) {

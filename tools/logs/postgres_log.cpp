@@ -31,22 +31,21 @@ bool IsOneOf(std::string_view word, std::span<const std::string_view> words) noe
   return std::find(words.begin(), words.end(), word) != words.end();
 }
 
+bool IsCapital(char c) noexcept { return IsDigit(c) || (c >= 'A' && c <= 'Z'); }
+
 // The word before ":  " at the start of `text`, in any language: "LOG:  ready" -> "LOG"; empty if
 // there is none.
 std::string_view SeverityAt(std::string_view text) noexcept {
   constexpr std::size_t kLongest = 40;
-  const std::size_t colon = text.substr(0, kLongest).find(":  ");
-  if (colon == kNoPlace) return {};
-  const std::string_view word = text.substr(0, colon);
-  const bool capitals = std::all_of(word.begin(), word.end(), [](char c) {
-    return (c >= 'A' && c <= 'Z') || IsDigit(c) || (c & 0x80) != 0;
-  });
-  return capitals ? word : std::string_view();
+  const std::string_view head = text.substr(0, kLongest);
+  const auto* const end = std::find_if_not(head.begin(), head.end(),
+                                           [](char c) { return IsCapital(c) || (c & 0x80) != 0; });
+  const std::string_view word = TakeBytes(text, static_cast<std::size_t>(end - head.begin()));
+  return text.starts_with(":  ") ? word : std::string_view();
 }
 
 // The size of a field at the start of `line` that ends at the `next` literal. The last field ends
-// at the first such literal that has a severity after it: "%u@%d " in "a@b c LOG:  x" -> "a", "b
-// c".
+// at the first one that a severity follows: "%u@%d " reads "a" and "b c" in "a@b c LOG:  x".
 std::size_t SizeOfText(std::string_view line, std::string_view next, bool is_last) {
   if (next.empty()) return std::min(line.find(' '), line.size());
   std::size_t size = line.find(next);
@@ -71,15 +70,21 @@ bool TakeField(char field, std::string_view rest, std::string_view& line,
     if (field == 'p') message.session = number;
     return !number.empty();
   }
+  // Values such as "client backend" and "CREATE TABLE" hold a blank.
+  if (field == 'b' || field == 'i') {
+    for (const char* word : {"client ", "parallel ", "idle in ", "CREATE ", "ALTER ", "DROP "}) {
+      TakePrefix(line, word);
+    }
+  }
   const std::string_view next = rest.substr(0, rest.find('%'));
   const std::size_t size = SizeOfText(line, next, next.size() == rest.size());
   if (size == kNoPlace) return false;
   const std::string_view value = Trimmed(TakeBytes(line, size));
   if (field == 'u') message.user = value;
-  if (field == 'd') message.database = value;
-  if (field == 'h') message.host = value;
+  // The prefix in the server's manual adds the application: "orders/psql" -> "orders"
+  if (field == 'd') message.database = value.substr(0, value.find('/'));
   // "10.0.0.1(5678)" -> "10.0.0.1"
-  if (field == 'r') message.host = value.substr(0, value.find('('));
+  if (field == 'h' || field == 'r') message.host = value.substr(0, value.find('('));
   if (field == 'c') message.session = value;
   if (field == 'e') message.sqlstate = value;
   if (field == 'Q') message.query_id = value;
@@ -111,22 +116,26 @@ std::optional<std::string_view> ReadPrefix(std::string_view prefix, std::string_
   return SeverityAt(line).empty() ? std::nullopt : std::optional(line);
 }
 
-// Reads a prefix of an unknown form, of which only a time at its start and a process in brackets
-// are used, if they are there: "2026-11-24 09:05:00 shop [1234] ".
+// Reads a prefix of an unknown form, of which only the first time and the first process in brackets
+// are used, if they are there: "shop 2026-11-24 09:05:00 UTC [1234] ".
 std::optional<std::string_view> ReadAnyPrefix(std::string_view line, PostgresMessage& message) {
   constexpr std::size_t kMostLooked = 1000;
   const std::string_view head = line.substr(0, kMostLooked);
   for (std::size_t mark = head.find(":  "); mark != kNoPlace; mark = head.find(":  ", mark + 1)) {
-    const auto is_capital = [](char c) { return IsDigit(c) || (c >= 'A' && c <= 'Z'); };
     std::size_t begin = mark;
-    while (begin > 0 && is_capital(head[begin - 1])) --begin;
+    while (begin > 0 && IsCapital(head[begin - 1])) --begin;
     const std::string_view severity = head.substr(begin, mark - begin);
     if (!IsOneOf(severity, kSeverities) && !IsOneOf(severity, kSupplements)) continue;
-    std::string_view rest = head.substr(0, begin);
-    message.time = TakeLogTime(rest);
-    const std::size_t open = rest.find('[');
-    const std::size_t close = rest.find(']', std::min(open, rest.size()));
-    if (close != kNoPlace) message.session = rest.substr(open + 1, close - open - 1);
+    for (std::size_t i = 0; i < begin; ++i) {
+      std::string_view rest = head.substr(i, begin - i);
+      if (!message.time && IsDigit(rest[0]) && (i == 0 || !IsDigit(head[i - 1]))) {
+        const bool epoch = BeginsLike(rest, "9999999999.999");
+        message.time = epoch ? TakeEpochTime(rest) : TakeLogTime(rest);
+      } else if (message.session.empty() && TakePrefix(rest, "[")) {
+        const std::string_view id = TakeDigits(rest);
+        if (rest.starts_with(']')) message.session = id;
+      }
+    }
     return line.substr(begin);
   }
   return std::nullopt;
@@ -134,10 +143,10 @@ std::optional<std::string_view> ReadAnyPrefix(std::string_view line, PostgresMes
 
 // As ReadPrefix, for prefixes of the usual forms and, if it is none of them, of any other form.
 std::optional<std::string_view> ReadUsualPrefix(std::string_view line, PostgresMessage& message) {
-  // The default of Debian, which fits that of the server, too, then those of Amazon RDS and of
-  // Cloud SQL, and forms that are often advised.
+  // The default of Debian, which fits that of the server, too, then those of Amazon RDS, of Azure
+  // and of Cloud SQL, and forms that are often advised.
   for (const char* prefix :
-       {"%m [%p] %q%u@%d ", "%t:%r:%u@%d:[%p]:", "%m [%p]: [%l-1] db=%d,user=%u ",
+       {"%m [%p] %q%u@%d ", "%t:%r:%u@%d:[%p]:", "%t-%c-", "%m [%p]: [%l-1] db=%d,user=%u ",
         "%t [%p]: [%l-1] user=%u,db=%d,app=%a,client=%h ", "%t [%p]: [%l-1] user=%u,db=%d "}) {
     if (const auto rest = ReadPrefix(prefix, line, message)) return rest;
     message = {};
@@ -147,28 +156,34 @@ std::optional<std::string_view> ReadUsualPrefix(std::string_view line, PostgresM
 
 // The text that syslog adds before a line: "Nov 24 09:05:00 db1 postgres[1234]: [5-1] ".
 struct SyslogStamp {
-  std::string_view process;
-  // The number of the line within its message: "1" in [5-1].
-  std::string_view line_number;
+  std::optional<LogTime> time = {};
+  std::string_view process = {};
+  // The number of the line within its message: "2" in [5-2]. Syslog may leave out all numbers.
+  std::string_view line_number = "1";
 };
 
 std::optional<SyslogStamp> TakeSyslogStamp(std::string_view& line) {
-  // The stamp is shorter even if the host's name is long.
+  // The stamp is shorter even if the host's name is long, and a severity comes after it.
   constexpr std::size_t kMostLooked = 400;
-  const std::size_t mark = line.substr(0, kMostLooked).find("]: [");
-  if (mark == kNoPlace) return std::nullopt;
-  const std::size_t open = line.rfind('[', mark);
-  // If a blank is before "[1234]: [1-1] ", that is the server's own prefix.
+  std::string_view head = line.substr(0, kMostLooked);
+  head = head.substr(0, head.find(":  "));
+  const std::size_t mark = head.find("]: ");
+  if (mark == kNoPlace || line.starts_with('\t')) return std::nullopt;
+  const std::size_t open = head.rfind('[', mark);
+  // If a blank is before "[1234]: ", that is the server's own prefix.
   if (open == kNoPlace || open == 0 || line[open - 1] == ' ') return std::nullopt;
-  SyslogStamp stamp;
+  // Older forms of the time have no year and are not used.
+  SyslogStamp stamp{.time = LogTimeAt(line)};
   std::string_view rest = line.substr(open + 1);
   stamp.process = TakeDigits(rest);
-  if (!TakePrefix(rest, "]: [")) return std::nullopt;
-  TakeDigits(rest);
-  if (!TakePrefix(rest, "-")) return std::nullopt;
-  stamp.line_number = TakeDigits(rest);
-  if (!TakePrefix(rest, "] ")) return std::nullopt;
+  if (stamp.process.empty() || !TakePrefix(rest, "]: ")) return std::nullopt;
   line = rest;
+  if (TakePrefix(rest, "[") && !TakeDigits(rest).empty() && TakePrefix(rest, "-")) {
+    const std::string_view number = TakeDigits(rest);
+    if (!TakePrefix(rest, "] ")) return stamp;
+    stamp.line_number = number;
+    line = rest;
+  }
   return stamp;
 }
 
@@ -207,6 +222,7 @@ class PostgresLogSplitter final : public LineSplitter {
     if (!continues) {
       head = prefix_.empty() ? ReadUsualPrefix(line, message) : ReadPrefix(prefix_, line, message);
     }
+    if (stamp && !message.time) message.time = stamp->time;
     const std::string process(stamp ? stamp->process : head ? message.session : last_);
     const auto open = open_.find(process);
     const bool supplement = head && IsOneOf(SeverityAt(*head), kSupplements);
@@ -247,7 +263,14 @@ class PostgresLogSplitter final : public LineSplitter {
                   : word == "STATEMENT"         ? &open.message.statement
                   : IsOneOf(word, kSupplements) ? nullptr
                                                 : &open.message.text;
-    Append(open, "", head.substr(word.size() + 3));
+    head.remove_prefix(word.size() + 3);
+    // With log_error_verbosity = verbose an SQLSTATE comes first: "ERROR:  42703: no x".
+    if (open.target == &open.message.text && head.substr(0, 7).find(": ") == 5 &&
+        std::all_of(head.begin(), head.begin() + 5, IsCapital)) {
+      open.message.sqlstate = TakeBytes(head, 5);
+      head.remove_prefix(2);
+    }
+    Append(open, "", head);
   }
 
   void Append(Open& open, std::string_view before, std::string_view text) {
@@ -287,10 +310,13 @@ std::unique_ptr<Splitter> MakePostgresLogSplitter(const SplitterOptions& options
 }
 
 bool BeginsPostgresLogEntry(std::string_view line) {
-  if (line.find(":  ") == kNoPlace) return false;
-  if (!TakeSyslogStamp(line) && !LogTimeAt(line)) return false;
+  if (line.starts_with('\t') || line.find(":  ") == kNoPlace) return false;
+  const bool stamped = TakeSyslogStamp(line).has_value();
   PostgresMessage message;
-  return ReadUsualPrefix(line, message).has_value();
+  const auto head = ReadUsualPrefix(line, message);
+  // Any text may hold "LOG:  ".
+  return head &&
+         (stamped || message.time || !message.session.empty() || head->size() == line.size());
 }
 
 }  // namespace tarn::host

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstddef>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -29,17 +30,19 @@ std::optional<double> TakeDuration(std::string_view& text, Found& found) {
   return found.PossibleSeconds(milliseconds.value_or(-1) / kMillisecondsPerSecond);
 }
 
-// The statement in auto_explain's text: "Query Text: select 1\nResult  (cost=..." -> "select 1".
-std::string_view StatementBeforePlan(std::string_view text) {
-  if (!TakePrefix(text, "Query Text: ")) return {};
-  std::size_t end = text.find('\n');
-  while (end < text.size()) {
-    const std::size_t next = text.find('\n', end + 1);
-    const std::string_view line = text.substr(end + 1, next - end - 1);
-    if (line.starts_with("Query Parameters: ") || line.find("  (cost=") < line.size()) break;
-    end = next;
+// The statement in auto_explain's text: "Query Text: select 1\nResult  (cost=..." -> "select 1". In
+// JSON and in YAML it is a quoted string in one line. Empty if there is none, as in XML.
+std::string StatementBeforePlan(std::string_view text) {
+  const bool plain = TakePrefix(text, "Query Text: ");
+  if ((plain && text.starts_with('"')) || TakePrefix(text, "{\n  \"Query Text\": ")) {
+    text = text.substr(0, text.find('\n'));
+    if (text.ends_with(',')) text.remove_suffix(1);
+    const auto statement = nlohmann::json::parse(text, nullptr, false);
+    return statement.is_string() ? statement.get<std::string>() : "";
   }
-  return text.substr(0, end);
+  if (!plain) return {};
+  const std::size_t plan = text.rfind('\n', text.find("  (cost=", text.find('\n')));
+  return std::string(text.substr(0, std::min(plan, text.find("\nQuery Parameters: "))));
 }
 
 // Whether a message reports a statement or a duration in another language than English, as the
@@ -67,13 +70,21 @@ enum class Report {
 // Sets the statement and its seconds that `message` reports, and leaves only the values of its
 // parameters in `detail`.
 Report Read(PostgresMessage& message, Found& found) {
+  const auto lose = [&found](const char* content) {
+    ++found.summary.lost[content];
+    return Report::kNothing;
+  };
   std::string_view parameters = message.detail;
   const bool any = TakePrefix(parameters, "parameters: ") || TakePrefix(parameters, "Parameters: ");
   message.detail = any ? std::string(parameters) : "";
   if (message.severity == "ERROR" || message.severity == "FATAL" || message.severity == "PANIC") {
     if (message.sqlstate.empty()) message.sqlstate = message.severity;
     message.statement = Trimmed(message.statement);
-    return message.statement.empty() ? Report::kNothing : Report::kFailed;
+    if (!message.statement.empty()) return Report::kFailed;
+    // Only an error of a client has a statement.
+    return message.severity != "ERROR" || message.text.starts_with("canceling autovacuum task")
+               ? Report::kNothing
+               : lose("an error without its statement: set log_min_error_statement = 'error'");
   }
   message.sqlstate.clear();
   if (message.severity != "LOG") return Report::kNothing;
@@ -84,20 +95,19 @@ Report Read(PostgresMessage& message, Found& found) {
   if (timed && !TakePrefix(text, "  ")) return Report::kNothing;
 
   Report report = timed ? Report::kExecuted : Report::kBegun;
+  std::string planned;
   if (timed && TakePrefix(text, "plan:\n")) {
     report = Report::kPlanned;
-    text = StatementBeforePlan(text);
-    if (text.empty()) return Report::kNothing;
+    text = planned = StatementBeforePlan(text);
+    if (text.empty()) return lose("a plan in XML: set auto_explain.log_format = 'text'");
   } else if (!TakePrefix(text, "statement: ")) {
     // "execute s1: select $1"
     const std::size_t colon = text.find(": ");
     if (timed && (text.starts_with("parse ") || text.starts_with("bind "))) {
       report = Report::kPrepared;
     } else if (!text.starts_with("execute ")) {
-      if (IsForeign(text)) {
-        found.summary.why_empty = "its messages are in another language: set lc_messages = 'C'";
-      }
-      return Report::kNothing;
+      return IsForeign(text) ? lose("text in another language: set lc_messages = 'C'")
+                             : Report::kNothing;
     }
     if (colon == std::string_view::npos) return Report::kNothing;
     text.remove_prefix(colon + 2);
@@ -134,6 +144,10 @@ void PostgresMessages::Take(PostgresMessage&& message, Found& found) {
     case Report::kNothing:
       return;
     case Report::kDuration:
+      // Statements of unknown sessions do not wait, since the duration may be that of any.
+      if (message.session.empty()) {
+        ++found.summary.lost["a duration of an unknown session: give --prefix"];
+      }
       if (!any) return;
       waiting->second.seconds = message.seconds;
       return Add(Remove(waiting), true, found);
@@ -164,6 +178,7 @@ void PostgresMessages::Take(PostgresMessage&& message, Found& found) {
 }
 
 void PostgresMessages::Wait(PostgresMessage&& statement, Found& found) {
+  if (statement.session.empty()) return Add(std::move(statement), true, found);
   waiting_bytes_ += statement.statement.size() + statement.detail.size();
   std::string session = std::move(statement.session);
   waiting_.insert_or_assign(std::move(session), std::move(statement));

@@ -1,5 +1,7 @@
 #include "logs/reader.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cassert>
 #include <cstddef>
@@ -21,8 +23,11 @@ namespace {
 // that begins an entry. A batch of the shortest statements in it takes a few MiB.
 constexpr std::size_t kBlockSize = std::size_t{128} * 1024;
 
-std::string NotRead(const Format& format) {
-  return std::string(format.title) + ", which is not read: " + std::string(format.advice);
+// "a slow query log: use --input=slowlog"
+std::string TitleWithAdvice(const Format& format) {
+  return format.make_splitter == nullptr
+             ? fmt::format("{}, which is not read: {}", format.title, format.advice)
+             : fmt::format("{}: use --input={}", format.title, format.name);
 }
 
 }  // namespace
@@ -90,34 +95,33 @@ void StatementReader::BeginFile() {
   if (splitter_) {
     EndFile();
     // The last line of the file before ends there, unless the first one of this file continues it.
+    // A part of a prefix of PostgreSQL looks like another prefix, unless that has a time.
     const std::string_view line = head.substr(0, head.find('\n'));
     const bool within_blanks =
         begin_ == text_.size() || IsBlank(text_.back()) || line.empty() || IsBlank(line[0]);
-    if (!within_blanks && format_->begins_entry(line)) text_.push_back('\n');
+    const bool timed = format_->name != "pglog" || LogTimeAt(line);
+    if (!within_blanks && timed && format_->begins_entry(line)) text_.push_back('\n');
   }
   starts_.push_back({file_->input.Name(), next_number_});
   recognized_ = file_->recognized;
   empty_ = head.empty();
-  if (!splitter_) BeginLog();
+  if (!splitter_) BeginLog(IsServerBanner(head.substr(0, head.find('\n'))) ? "slowlog" : "sql");
   if (!splitter_) return CloseFile();
   text_.insert(text_.end(), head.begin(), head.end());
   file_->head = {};
   Split(false);
 }
 
-void StatementReader::BeginLog() {
-  static const Format* const kSql = ReadableFormats().at("sql");
+void StatementReader::BeginLog(const char* fallback) {
   const Format* const format = options_.format != nullptr ? options_.format
                                : recognized_ != nullptr   ? recognized_
-                                                          : kSql;
-  if (format->make_splitter == nullptr) return AddProblem("is " + NotRead(*format));
+                                                          : ReadableFormats().at(fallback);
+  if (format->make_splitter == nullptr) return AddRemark("is " + TitleWithAdvice(*format));
   if (options_.format == nullptr && format->IsLog() && format != format_) {
-    remarks_.push_back({starts_.back().name + ": read as " + std::string(format->title) +
-                            " (--input=" + std::string(format->name) + ")",
-                        false});
+    AddRemark(fmt::format("read as {} (--input={})", format->title, format->name), false);
   }
   format_ = format;
-  statements_in_log_ = 0;
+  executions_in_log_ = 0;
   splitter_ = format->make_splitter(
       {.dialect = options_.dialect.value_or(format->dialect), .prefix = options_.prefix});
 }
@@ -165,37 +169,37 @@ void StatementReader::EndLog() {
 
 void StatementReader::EndFile() {
   const Summary summary = std::exchange(found_.summary, {});
-  statements_in_log_ += summary.statements;
-  if (recognized_ != nullptr && recognized_ != format_ &&
-      (format_->name == "sql" || statements_in_log_ == 0)) {
-    return AddProblem("looks like " + (recognized_->make_splitter == nullptr
-                                           ? NotRead(*recognized_)
-                                           : std::string(recognized_->title) + ": use --input=" +
-                                                 std::string(recognized_->name)));
+  executions_in_log_ += summary.executions;
+  if (recognized_ != nullptr && recognized_ != format_) {
+    const bool misread = format_->name == "sql" || executions_in_log_ == 0;
+    AddRemark("looks like " + TitleWithAdvice(*recognized_), misread);
+    if (misread) return;
   }
   if (format_->IsLog() && !empty_ && summary.entries == 0) {
-    return AddProblem("holds no entry of " + std::string(format_->title));
+    return AddRemark(fmt::format("holds no entry of {}{}", format_->title,
+                                 options_.prefix.empty() ? "" : " with this --prefix"));
   }
   const auto add_count = [this](std::uint64_t count, const char* one, const char* several,
-                                const std::string& fault) {
-    if (count == 0) return;
-    AddProblem(std::to_string(count) + " " + (count == 1 ? one : several) + " " + fault);
+                                std::string_view fault) {
+    if (count > 0) AddRemark(fmt::format("{} {} {}", count, count == 1 ? one : several, fault));
   };
-  if (!summary.problem.empty()) AddProblem(summary.problem);
+  if (!summary.problem.empty()) AddRemark(summary.problem);
   add_count(summary.too_long, "statement is", "statements are",
-            "longer than " + std::to_string(options_.max_statement) +
-                " bytes and left out before statement " +
-                std::to_string(summary.before_too_long + 1) + " (--max-statement)");
+            fmt::format("longer than {} bytes and left out before statement {} (--max-statement)",
+                        options_.max_statement, summary.before_too_long + 1));
   add_count(summary.damaged, "entry is", "entries are", "damaged and left out");
   add_count(summary.impossible_times, "time is", "times are", "impossible and left out");
-  if (!splitter_ && summary.entries > 0 && statements_in_log_ == 0) {
-    AddProblem("holds entries and no statement: " +
-               (summary.why_empty.empty() ? std::string(format_->advice) : summary.why_empty));
+  for (const auto& [kind, count] : summary.lost) {
+    add_count(count, "message holds", "messages hold", kind);
+  }
+  if (!splitter_ && summary.entries > 0 && executions_in_log_ == 0) {
+    AddRemark("holds entries and no statement" +
+              (summary.lost.empty() ? ": " + std::string(format_->advice) : ""));
   }
 }
 
-void StatementReader::AddProblem(const std::string& problem) {
-  remarks_.push_back({starts_.back().name + ": " + problem, true});
+void StatementReader::AddRemark(const std::string& text, bool is_problem) {
+  remarks_.push_back({starts_.back().name + ": " + text, is_problem});
 }
 
 std::vector<Remark> StatementReader::TakeRemarks() { return std::exchange(remarks_, {}); }
@@ -205,7 +209,7 @@ std::string StatementReader::PlaceOf(std::uint64_t number) const {
     return one.first_number <= number;
   });
   assert(start != starts_.rend());
-  return start->name + ": statement " + std::to_string(number - start->first_number + 1);
+  return fmt::format("{}: statement {}", start->name, number - start->first_number + 1);
 }
 
 std::uint64_t StatementReader::BytesRead() const noexcept {

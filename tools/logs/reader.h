@@ -109,14 +109,15 @@ class StatementReader {
   // Whether the open log ends before the file that was opened last.
   bool EndsBeforeFile() const noexcept;
   void BeginFile();
-  void BeginLog();
+  // `fallback` names the format if the file's first lines begin no log.
+  void BeginLog(const char* fallback);
   void ReadBlock();
   void CloseFile() noexcept;
   void EndLog();
   // Reports the faults of the file whose bytes were split last.
   void EndFile();
   void Split(bool last);
-  void AddProblem(const std::string& problem);
+  void AddRemark(const std::string& text, bool is_problem = true);
   bool Stopped() const noexcept { return file_ && file_->input.Stopped(); }
 
   const std::vector<std::string> files_;
@@ -130,7 +131,7 @@ class StatementReader {
   // The splitter of the open log, or of other text; null if none is open.
   std::unique_ptr<Splitter> splitter_;
   const Format* format_ = nullptr;
-  std::uint64_t statements_in_log_ = 0;
+  std::uint64_t executions_in_log_ = 0;
   // The text from `begin_` on is still to be split.
   std::vector<char> text_;
   std::size_t begin_ = 0;

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -52,6 +53,8 @@ struct Summary {
   // The number of entries of a log, with statements or without.
   std::uint64_t entries = 0;
   std::uint64_t statements = 0;
+  // The number of those that count as executions.
+  std::uint64_t executions = 0;
   // The number of entries that are left out since they are damaged.
   std::uint64_t damaged = 0;
   // The number of statements that are left out since they are too long, and the number of
@@ -62,8 +65,9 @@ struct Summary {
   std::uint64_t impossible_times = 0;
   // A fault of the whole input, such as "ends inside a quote that begins in line 3".
   std::string problem;
-  // The reason why a log with entries holds no statement, if its entries show it.
-  std::string why_empty;
+  // The numbers of messages that are left out, by their content and the remedy: "text in another
+  // language: set lc_messages = 'C'".
+  std::map<std::string_view, std::uint64_t> lost;
 };
 
 // The results of calls of Splitter::Split. Not thread-safe.
@@ -92,6 +96,7 @@ struct Found {
     statement.text = text;
     statement.execution = execution;
     ++summary.statements;
+    if (execution.executed) ++summary.executions;
   }
   void CountTooLong() noexcept {
     if (summary.too_long++ == 0) summary.before_too_long = summary.statements;

@@ -53,8 +53,7 @@ struct MapOptions {
 int Map(const MapOptions& options);
 
 // A format that only `shapes` has. Its inputs hold no statements.
-inline constexpr Format kReportFormat{"report", "a report", Dialect::kMysql, nullptr, nullptr,
-                                      "",       ""};
+inline constexpr Format kReportFormat{"report", "a report", nullptr, ""};
 
 struct ShapesOptions {
   InputOptions input;
