@@ -39,6 +39,7 @@ using ::testing::ContainsRegex;
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::Not;
+using ::testing::StartsWith;
 
 class ToolRun : public testing::TestWithParam<CaseRow> {};
 
@@ -400,7 +401,9 @@ TEST(Check, ReadsTheTablesOfTheLoader) {
        }},
       {damaged,
        [](ElfParts& it) {
-         AddDynamicSection(it, std::vector<Elf64_Dyn>(1 << 20, {DT_SONAME, {}}));
+         std::vector<Elf64_Dyn> entries(4096, {DT_DEBUG, {}});
+         entries.push_back({DT_NULL, {}});
+         AddDynamicSection(it, entries);
        }},
       {"more than 256",
        [](ElfParts& it) {
@@ -432,6 +435,16 @@ TEST(Check, ReadsTheTablesOfTheLoader) {
     EXPECT_THAT(result.output + result.errors, HasSubstr(expected)) << "row " << i;
     EXPECT_TRUE(result.exit_code != kTrouble || result.output.empty());
   }
+  // The chain that begins last need not be that of the last bucket.
+  const OwnedFd reversed = Crafted(TARN_WRONG_PLUGIN_PATH, [](ElfParts& it) {
+    Elf64_Word* const words = it.Words(DT_GNU_HASH);
+    Elf64_Word* const buckets = words + 4 + std::ptrdiff_t{2} * words[2];
+    ASSERT_GT(words[0], 1);
+    std::reverse(buckets, buckets + words[0]);
+  });
+  const std::string facts = Tool({"check", "/dev/stdin"}, {.input_fd = reversed.Get()}).output;
+  EXPECT_THAT(Tool({"check", TARN_WRONG_PLUGIN_PATH}).output,
+              StartsWith(facts.substr(0, facts.find("FAIL  has no unique"))));
   const OwnedFd plugin(open(TARN_PLUGIN_PATH, O_RDONLY | O_CLOEXEC));
   for (const std::size_t size : {sizeof(Elf64_Ehdr) - 1, sizeof(Elf64_Ehdr)}) {
     const OwnedFd cut = ScratchFile(Content(plugin.Get()).substr(0, size));
@@ -738,6 +751,13 @@ TEST_F(EncryptOnATerminal, HidesThePasswordAndWantsItTwice) {
   EXPECT_EQ(Enter("secret", "secret").output, kEncipheredSecret);
   EXPECT_THAT(screen_, Not(HasSubstr("secret")));
   EXPECT_EQ(Enter("secret", "secert").errors, "tarn_host: encrypt: the two passwords differ\n");
+}
+
+TEST_F(EncryptOnATerminal, AsksOnceForNothing) {
+  RunningProgram tool = Start();
+  Answer("\n\n");
+  EXPECT_EQ(tool.Wait().errors, "tarn_host: encrypt: standard input holds no password\n");
+  EXPECT_THAT(terminal_.Screen(), Not(HasSubstr("again")));
 }
 
 TEST_F(EncryptOnATerminal, TurnsTheEchoOnWhateverEndsIt) {

@@ -48,6 +48,7 @@ class WrongProduct final : public impl_dao::CProductInterface {
   bool GetDBType(std::string& /*dbType*/, const std::string& /*dbName*/) override { return false; }
   void NormalizeSQL(std::string& sql) override {
     if (std::getenv("WRONG_PLUGIN_NEVER_ENDS") != nullptr) Stay();
+    if (std::getenv("WRONG_PLUGIN_KEEPS") != nullptr) return;
     if (sql.size() > 1) throw std::runtime_error("no such luck");
     sql += '?';
   }

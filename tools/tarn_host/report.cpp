@@ -20,7 +20,10 @@
 namespace tarn::host {
 namespace {
 
+// Keeps the members in the order in which they were added, and searches all of them for a name.
 using Json = nlohmann::ordered_json;
+// Finds a member in logarithmic time, since a stranger may have written the members.
+using ReadJson = nlohmann::json;
 
 // The first member of a report. Its value is the version of the form.
 constexpr const char* kMark = "tarn_host_report";
@@ -95,14 +98,14 @@ struct Writer {
 };
 
 // Refuses a number that no report of ours holds, since sums would not be exact any more.
-std::uint64_t ToNumber(const Json& json) {
+std::uint64_t ToNumber(const ReadJson& json) {
   if (!json.is_number_unsigned() || json.get<std::uint64_t>() > kMostSum) {
     throw std::invalid_argument("not a count: " + json.dump());
   }
   return json.get<std::uint64_t>();
 }
 
-std::uint64_t ToMicroseconds(const Json& seconds) {
+std::uint64_t ToMicroseconds(const ReadJson& seconds) {
   if (!seconds.is_number() || seconds.get<double>() < 0) {
     throw std::invalid_argument("not a time: " + seconds.dump());
   }
@@ -139,7 +142,7 @@ struct Reader {
     Duration("max_seconds", times.max);
   }
 
-  const Json& json;
+  const ReadJson& json;
 };
 
 // Writes or reads the members that a sum of shapes has, too.
@@ -173,7 +176,7 @@ Json ShapeJson(const ShapeKey& key, const Shape& shape) {
   for (const auto& [bound, number] : shape.times.classes) {
     json["histogram"][Json(Seconds(bound)).dump()] = number;
   }
-  for (const auto& [error, number] : shape.errors) json["errors"][error] = number;
+  if (!shape.errors.empty()) json["errors"] = shape.errors;
   if (!shape.query_ids.empty()) json["query_ids"] = shape.query_ids;
   if (!shape.keys.empty()) {
     json[kKeys] = shape.keys.size();
@@ -187,18 +190,18 @@ Json ShapeJson(const ShapeKey& key, const Shape& shape) {
   return json;
 }
 
-void AddShape(const Json& json, ShapeCount& count) {
+void AddShape(const ReadJson& json, ShapeCount& count) {
   const Reader reader{json};
   ShapeKey key;
   reader.Text("group", key.group);
   reader.Text("shape", key.shape);
   Shape shape;
   AccessCounters(reader, shape);
-  for (const auto& [bound, number] : json.value("histogram", std::map<std::string, Json>())) {
-    shape.times.classes[ToMicroseconds(Json::parse(bound))] = ToNumber(number);
+  for (const auto& [bound, number] : json.value("histogram", std::map<std::string, ReadJson>())) {
+    shape.times.classes[ToMicroseconds(ReadJson::parse(bound))] = ToNumber(number);
     shape.times.count = CappedSum(shape.times.count, ToNumber(number));
   }
-  for (const auto& [error, number] : json.value("errors", std::map<std::string, Json>())) {
+  for (const auto& [error, number] : json.value("errors", std::map<std::string, ReadJson>())) {
     shape.errors[error] = ToNumber(number);
     shape.failures = CappedSum(shape.failures, ToNumber(number));
   }
@@ -308,14 +311,14 @@ ShapeCount ReadReport(const std::string& name, std::string_view text, const Coun
   try {
     // Shapes are added one by one, so that their JSON is never in memory all at once.
     constexpr int kShapeDepth = 2;
-    const auto take_shape = [&count](int depth, Json::parse_event_t event, Json& json) {
+    const auto take_shape = [&count](int depth, ReadJson::parse_event_t event, ReadJson& json) {
       // Values of a histogram are the deepest of a report; deeper ones would exhaust the stack.
       if (depth > kShapeDepth + 2) throw std::invalid_argument("too deep");
-      if (depth != kShapeDepth || event != Json::parse_event_t::object_end) return true;
+      if (depth != kShapeDepth || event != ReadJson::parse_event_t::object_end) return true;
       AddShape(json, count);
       return false;
     };
-    const Json head = Json::parse(text, take_shape);
+    const ReadJson head = ReadJson::parse(text, take_shape);
     if (head.value(kMark, 0) != kVersion) fail("not a report of this version");
     counted.exact = head.value(kExact, false);
     counted.fold_digits = head.value(kFoldDigits, false);
@@ -330,9 +333,9 @@ ShapeCount ReadReport(const std::string& name, std::string_view text, const Coun
     reader.Number("failed", count.failed);
     reader.Time("first_time", count.first_time);
     reader.Time("last_time", count.last_time);
-  } catch (const Json::parse_error&) {
+  } catch (const ReadJson::parse_error&) {
     fail("the report is damaged or ends too early");
-  } catch (const Json::exception& error) {
+  } catch (const ReadJson::exception& error) {
     fail(std::string("the report is damaged: ") + error.what());
   } catch (const std::logic_error& error) {
     fail(std::string("the report is damaged: ") + error.what());
