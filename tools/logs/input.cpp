@@ -85,16 +85,15 @@ bool Input::HeadBeginsWith(std::string_view magic) {
 // Begins to read the input with libarchive, which unpacks one packed stream or several after one
 // another. The head has the first packed bytes.
 void Input::BeginUnpacking() {
-  unpacker_.reset(archive_read_new());
-  archive* const reader = unpacker_.get();
+  archive* const reader = archive_read_new();
   if (reader == nullptr) throw std::bad_alloc();
-  archive_read_support_filter_gzip(reader);
-  archive_read_support_filter_bzip2(reader);
-  archive_read_support_filter_xz(reader);
-  archive_read_support_filter_zstd(reader);
-  archive_read_support_filter_lz4(reader);
-  archive_read_support_format_raw(reader);
-  archive_read_support_format_empty(reader);
+  unpacker_.reset(reader, archive_read_free);
+  for (const auto support : {archive_read_support_filter_gzip, archive_read_support_filter_bzip2,
+                             archive_read_support_filter_xz, archive_read_support_filter_zstd,
+                             archive_read_support_filter_lz4, archive_read_support_format_raw,
+                             archive_read_support_format_empty}) {
+    support(reader);
+  }
   const auto read_packed = [](archive* failed, void* self, const void** bytes) -> la_ssize_t {
     auto& input = *static_cast<Input*>(self);
     try {
@@ -118,8 +117,6 @@ void Input::BeginUnpacking() {
   at_end_ = result == ARCHIVE_EOF || stopped_;
   if (result != ARCHIVE_OK && !at_end_) FailUnpacking();
 }
-
-void Input::CloseArchive::operator()(archive* reader) const noexcept { archive_read_free(reader); }
 
 std::size_t Input::ReadUnpacked(char* to, std::size_t size) {
   if (!unpacker_) return ReadBytes(to, size);

@@ -52,10 +52,6 @@ class Input {
   bool Stopped() const noexcept { return stopped_; }
 
  private:
-  struct CloseArchive {
-    void operator()(archive* reader) const noexcept;
-  };
-
   bool HeadBeginsWith(std::string_view magic);
   void BeginUnpacking();
   std::size_t ReadUnpacked(char* to, std::size_t size);
@@ -72,7 +68,7 @@ class Input {
   bool text_begun_ = false;
   std::string head_;
   // If the input is packed: its reader, and whether that is at the end.
-  std::unique_ptr<archive, CloseArchive> unpacker_;
+  std::shared_ptr<archive> unpacker_;
   bool at_end_ = false;
   // The packed bytes that the reader gets, whether it has got them, and the error of reading them,
   // if there was one.

@@ -1,7 +1,6 @@
-#include <algorithm>
-#include <array>
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -31,24 +30,21 @@ struct Record {
   bool start_array(std::size_t size) { return start_object(size); }
   bool end_array() { return end_object(); }
   bool key(const std::string& name) {
-    struct Key {
-      std::string_view name;
-      std::string PostgresMessage::*text;
-    };
-    static constexpr std::array<Key, 10> kKeys{{{"session_id", &PostgresMessage::session},
-                                                {"user", &PostgresMessage::user},
-                                                {"dbname", &PostgresMessage::database},
-                                                {"remote_host", &PostgresMessage::host},
-                                                {"error_severity", &PostgresMessage::severity},
-                                                {"state_code", &PostgresMessage::sqlstate},
-                                                {"message", &PostgresMessage::text},
-                                                {"detail", &PostgresMessage::detail},
-                                                {"statement", &PostgresMessage::statement},
-                                                {"query_id", &PostgresMessage::query_id}}};
-    target = name == "timestamp" ? &timestamp : nullptr;
-    const auto* const known = std::find_if(kKeys.begin(), kKeys.end(),
-                                           [&name](const Key& one) { return one.name == name; });
-    if (known != kKeys.end()) target = &(message.*known->text);
+    static const std::map<std::string_view, std::string PostgresMessage::*> kKeys{
+        {"session_id", &PostgresMessage::session},
+        {"user", &PostgresMessage::user},
+        {"dbname", &PostgresMessage::database},
+        {"remote_host", &PostgresMessage::host},
+        {"error_severity", &PostgresMessage::severity},
+        {"state_code", &PostgresMessage::sqlstate},
+        {"message", &PostgresMessage::text},
+        {"detail", &PostgresMessage::detail},
+        {"statement", &PostgresMessage::statement},
+        {"query_id", &PostgresMessage::query_id}};
+    const auto known = kKeys.find(name);
+    target = known != kKeys.end()  ? &(message.*known->second)
+             : name == "timestamp" ? &timestamp
+                                   : nullptr;
     return true;
   }
   static bool parse_error(std::size_t /*position*/, const std::string& /*token*/,

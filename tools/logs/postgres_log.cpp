@@ -8,7 +8,6 @@
 #include <string>
 #include <string_view>
 #include <utility>
-#include <vector>
 
 #include "logs/formats.h"
 #include "logs/line_splitter.h"
@@ -45,97 +44,72 @@ std::string_view SeverityAt(std::string_view text) noexcept {
   return capitals ? word : std::string_view();
 }
 
-// A log_line_prefix such as "%m [%p] %q%u@%d ". Any thread may call its Read.
-class Prefix {
- public:
-  explicit Prefix(std::string_view pattern) {
-    std::string literal;
-    while (!pattern.empty()) {
-      if (!TakePrefix(pattern, "%")) {
-        literal += TakeBytes(pattern, 1);
-      } else if (TakePrefix(pattern, "%")) {
-        literal += '%';
-      } else {
-        // A field may have a width to which it is padded: "%-10u".
-        TakePrefix(pattern, "-");
-        TakeDigits(pattern);
-        if (pattern.empty()) break;
-        parts_.push_back({std::exchange(literal, {}), TakeBytes(pattern, 1)[0]});
-      }
-    }
-    parts_.push_back({literal, '\0'});
+// The size of a field at the start of `line` that ends at the `next` literal. The last field ends
+// at the first such literal that has a severity after it: "%u@%d " in "a@b c LOG:  x" -> "a", "b
+// c".
+std::size_t SizeOfText(std::string_view line, std::string_view next, bool is_last) {
+  if (next.empty()) return std::min(line.find(' '), line.size());
+  std::size_t size = line.find(next);
+  while (is_last && size != kNoPlace && SeverityAt(line.substr(size + next.size())).empty()) {
+    size = line.find(next, size + 1);
   }
+  return size;
+}
 
-  // Reads the prefix at the start of `line` into `message`, which has no other fields yet. Returns
-  // the rest, which begins with a severity, or nothing if the line begins in another way; `message`
-  // may have some fields then.
-  std::optional<std::string_view> Read(std::string_view line, PostgresMessage& message) const {
-    for (std::size_t i = 0; i < parts_.size(); ++i) {
-      const char field = parts_[i].field;
-      if (!TakePrefix(line, parts_[i].literal)) return std::nullopt;
-      // A process without a session ends its prefix at "%q".
-      if (field == '\0' || (field == 'q' && !SeverityAt(line).empty())) break;
-      if (field != 'q' && !TakeField(field, parts_[i + 1], line, message)) return std::nullopt;
-    }
-    return SeverityAt(line).empty() ? std::nullopt : std::optional(line);
+// Removes the value of a field of log_line_prefix from `line`. `rest` is the prefix after the
+// field. False if there is no such value.
+bool TakeField(char field, std::string_view rest, std::string_view& line,
+               PostgresMessage& message) {
+  if (field == 's') return TakeLogTime(line).has_value();
+  if (field == 'm' || field == 't' || field == 'n') {
+    message.time = field == 'n' ? TakeEpochTime(line) : TakeLogTime(line);
+    return message.time.has_value();
   }
-
- private:
-  // A literal and the letter of the field after it, or '\0' after the last: "%p [%u" ->
-  // {"", 'p'}, {" [", 'u'}, {"", '\0'}.
-  struct Part {
-    std::string literal;
-    char field;
-  };
-
-  // Removes the value of `field`, which the `next` part follows, from `line`. False if it is none.
-  static bool TakeField(char field, const Part& next, std::string_view& line,
-                        PostgresMessage& message) {
-    switch (field) {
-      case 'm':
-      case 't':
-        return (message.time = TakeLogTime(line)).has_value();
-      case 'n':
-        return (message.time = TakeEpochTime(line)).has_value();
-      case 's':
-        return TakeLogTime(line).has_value();
-      default:
-        break;
-    }
-    line.remove_prefix(std::min(line.find_first_not_of(' '), line.size()));
-    if (field == 'p' || field == 'l') {
-      const std::string_view number = TakeDigits(line);
-      if (field == 'p' && message.session.empty()) message.session = number;
-      return !number.empty();
-    }
-    const std::size_t end = EndOfText(line, next);
-    if (end == kNoPlace) return false;
-    const std::string_view value = Trimmed(TakeBytes(line, end));
-    if (field == 'u') message.user = value;
-    if (field == 'd') message.database = value;
-    if (field == 'h') message.host = value;
-    // "10.0.0.1(5678)" -> "10.0.0.1"
-    if (field == 'r') message.host = value.substr(0, value.find('('));
-    if (field == 'c') message.session = value;
-    if (field == 'e') message.sqlstate = value;
-    if (field == 'Q') message.query_id = value;
-    return true;
+  line.remove_prefix(std::min(line.find_first_not_of(' '), line.size()));
+  if (field == 'p' || field == 'l') {
+    const std::string_view number = TakeDigits(line);
+    if (field == 'p' && message.session.empty()) message.session = number;
+    return !number.empty();
   }
+  const std::string_view next = rest.substr(0, rest.find('%'));
+  const std::size_t size = SizeOfText(line, next, next.size() == rest.size());
+  if (size == kNoPlace) return false;
+  const std::string_view value = Trimmed(TakeBytes(line, size));
+  if (field == 'u') message.user = value;
+  if (field == 'd') message.database = value;
+  if (field == 'h') message.host = value;
+  // "10.0.0.1(5678)" -> "10.0.0.1"
+  if (field == 'r') message.host = value.substr(0, value.find('('));
+  if (field == 'c') message.session = value;
+  if (field == 'e') message.sqlstate = value;
+  if (field == 'Q') message.query_id = value;
+  return true;
+}
 
-  // The size of a field that ends at the literal of the `next` part. The last field ends at the
-  // first such literal that has a severity after it: "%u@%d " in "a@b c LOG:  x" -> "a" and "b c".
-  static std::size_t EndOfText(std::string_view line, const Part& next) {
-    if (next.literal.empty()) return std::min(line.find(' '), line.size());
-    std::size_t end = line.find(next.literal);
-    while (end != kNoPlace && next.field == '\0' &&
-           SeverityAt(line.substr(end + next.literal.size())).empty()) {
-      end = line.find(next.literal, end + 1);
+// Reads the start of `line` by a log_line_prefix such as "%m [%p] %q%u@%d " into `message`, which
+// has no other fields yet. Returns the rest, which begins with a severity, or nothing if the line
+// begins in another way; `message` may have some fields then.
+std::optional<std::string_view> ReadPrefix(std::string_view prefix, std::string_view line,
+                                           PostgresMessage& message) {
+  while (!prefix.empty()) {
+    if (!TakePrefix(prefix, "%") || prefix.starts_with('%')) {
+      if (!TakePrefix(line, TakeBytes(prefix, 1))) return std::nullopt;
+      continue;
     }
-    return end;
+    // A field may have a width to which it is padded: "%-10u".
+    TakePrefix(prefix, "-");
+    TakeDigits(prefix);
+    if (prefix.empty()) break;
+    const char field = TakeBytes(prefix, 1)[0];
+    if (field != 'q') {
+      if (!TakeField(field, prefix, line, message)) return std::nullopt;
+    } else if (!SeverityAt(line).empty()) {
+      // A process without a session ends its prefix here.
+      break;
+    }
   }
-
-  std::vector<Part> parts_;
-};
+  return SeverityAt(line).empty() ? std::nullopt : std::optional(line);
+}
 
 // Reads a prefix of an unknown form, of which only a time at its start and a process in brackets
 // are used, if they are there: "2026-11-24 09:05:00 shop [1234] ".
@@ -143,10 +117,9 @@ std::optional<std::string_view> ReadAnyPrefix(std::string_view line, PostgresMes
   constexpr std::size_t kMostLooked = 1000;
   const std::string_view head = line.substr(0, kMostLooked);
   for (std::size_t mark = head.find(":  "); mark != kNoPlace; mark = head.find(":  ", mark + 1)) {
+    const auto is_capital = [](char c) { return IsDigit(c) || (c >= 'A' && c <= 'Z'); };
     std::size_t begin = mark;
-    while (begin > 0 &&
-           (IsDigit(head[begin - 1]) || (head[begin - 1] >= 'A' && head[begin - 1] <= 'Z')))
-      --begin;
+    while (begin > 0 && is_capital(head[begin - 1])) --begin;
     const std::string_view severity = head.substr(begin, mark - begin);
     if (!IsOneOf(severity, kSeverities) && !IsOneOf(severity, kSupplements)) continue;
     std::string_view rest = head.substr(0, begin);
@@ -159,16 +132,14 @@ std::optional<std::string_view> ReadAnyPrefix(std::string_view line, PostgresMes
   return std::nullopt;
 }
 
-// As Prefix::Read, for prefixes of the usual forms and, if it is none of them, of any other form.
+// As ReadPrefix, for prefixes of the usual forms and, if it is none of them, of any other form.
 std::optional<std::string_view> ReadUsualPrefix(std::string_view line, PostgresMessage& message) {
   // The default of Debian, which fits that of the server, too, then those of Amazon RDS and of
   // Cloud SQL, and forms that are often advised.
-  static const std::array kUsual{Prefix("%m [%p] %q%u@%d "), Prefix("%t:%r:%u@%d:[%p]:"),
-                                 Prefix("%m [%p]: [%l-1] db=%d,user=%u "),
-                                 Prefix("%t [%p]: [%l-1] user=%u,db=%d,app=%a,client=%h "),
-                                 Prefix("%t [%p]: [%l-1] user=%u,db=%d ")};
-  for (const Prefix& prefix : kUsual) {
-    if (const auto rest = prefix.Read(line, message)) return rest;
+  for (const char* prefix :
+       {"%m [%p] %q%u@%d ", "%t:%r:%u@%d:[%p]:", "%m [%p]: [%l-1] db=%d,user=%u ",
+        "%t [%p]: [%l-1] user=%u,db=%d,app=%a,client=%h ", "%t [%p]: [%l-1] user=%u,db=%d "}) {
+    if (const auto rest = ReadPrefix(prefix, line, message)) return rest;
     message = {};
   }
   return ReadAnyPrefix(line, message);
@@ -203,9 +174,7 @@ std::optional<SyslogStamp> TakeSyslogStamp(std::string_view& line) {
 
 class PostgresLogSplitter final : public LineSplitter {
  public:
-  explicit PostgresLogSplitter(const std::string& prefix) {
-    if (!prefix.empty()) prefix_.emplace(prefix);
-  }
+  explicit PostgresLogSplitter(std::string prefix) : prefix_(std::move(prefix)) {}
 
  private:
   // A message of which more lines may follow.
@@ -236,13 +205,13 @@ class PostgresLogSplitter final : public LineSplitter {
     std::string_view text = line;
     const bool continues = TakePrefix(text, "\t") || (stamp && TakePrefix(text, "#011"));
     if (!continues) {
-      head = prefix_ ? prefix_->Read(line, message) : ReadUsualPrefix(line, message);
+      head = prefix_.empty() ? ReadUsualPrefix(line, message) : ReadPrefix(prefix_, line, message);
     }
     const std::string process(stamp ? stamp->process : head ? message.session : last_);
     const auto open = open_.find(process);
     const bool supplement = head && IsOneOf(SeverityAt(*head), kSupplements);
     if (open != open_.end() && supplement) {
-      AddSupplement(open->second, *head);
+      BeginText(open->second, *head);
     } else if (head && (!stamp || stamp->line_number == "1")) {
       // Only syslog may mix the lines of several messages.
       if (!stamp || open_.size() >= kMostOpen || open_bytes_ > Out().max_statement) {
@@ -267,17 +236,17 @@ class PostgresLogSplitter final : public LineSplitter {
     }
     Open& open = open_[process];
     open.message = std::move(message);
-    open.target = &open.message.text;
-    Append(open, "", head.substr(open.message.severity.size() + 3));
+    BeginText(open, head);
     last_ = process;
   }
 
-  // Adds a line such as "DETAIL:  ..." to the message.
-  void AddSupplement(Open& open, std::string_view head) {
+  // Begins a text of the message with the rest of a line such as "DETAIL:  ...".
+  void BeginText(Open& open, std::string_view head) {
     const std::string_view word = SeverityAt(head);
-    open.target = word == "DETAIL"      ? &open.message.detail
-                  : word == "STATEMENT" ? &open.message.statement
-                                        : nullptr;
+    open.target = word == "DETAIL"              ? &open.message.detail
+                  : word == "STATEMENT"         ? &open.message.statement
+                  : IsOneOf(word, kSupplements) ? nullptr
+                                                : &open.message.text;
     Append(open, "", head.substr(word.size() + 3));
   }
 
@@ -302,8 +271,7 @@ class PostgresLogSplitter final : public LineSplitter {
     messages_.Take(std::move(open.message), Out());
   }
 
-  // The form of prefix that a person has given.
-  std::optional<Prefix> prefix_;
+  const std::string prefix_;
   PostgresMessages messages_;
   // By process.
   std::map<std::string, Open> open_;

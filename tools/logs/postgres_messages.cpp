@@ -53,6 +53,75 @@ bool IsForeign(std::string_view text) {
                      [text](std::string_view word) { return text.starts_with(word); });
 }
 
+// The kinds of messages.
+enum class Report {
+  kNothing,
+  kDuration,  // of the statement that waits
+  kBegun,     // a statement without a duration
+  kPrepared,  // the parsing or binding of a statement, with its duration
+  kExecuted,  // a statement with its duration
+  kPlanned,   // the same, by auto_explain; the server may report it once more after its end
+  kFailed,    // a statement that failed
+};
+
+// Sets the statement and its seconds that `message` reports, and leaves only the values of its
+// parameters in `detail`.
+Report Read(PostgresMessage& message, Found& found) {
+  std::string_view parameters = message.detail;
+  const bool any = TakePrefix(parameters, "parameters: ") || TakePrefix(parameters, "Parameters: ");
+  message.detail = any ? std::string(parameters) : "";
+  if (message.severity == "ERROR" || message.severity == "FATAL" || message.severity == "PANIC") {
+    if (message.sqlstate.empty()) message.sqlstate = message.severity;
+    message.statement = Trimmed(message.statement);
+    return message.statement.empty() ? Report::kNothing : Report::kFailed;
+  }
+  message.sqlstate.clear();
+  if (message.severity != "LOG") return Report::kNothing;
+  std::string_view text = message.text;
+  message.seconds = TakeDuration(text, found);
+  const bool timed = text.size() < message.text.size();
+  if (timed && text.empty()) return Report::kDuration;
+  if (timed && !TakePrefix(text, "  ")) return Report::kNothing;
+
+  Report report = timed ? Report::kExecuted : Report::kBegun;
+  if (timed && TakePrefix(text, "plan:\n")) {
+    report = Report::kPlanned;
+    text = StatementBeforePlan(text);
+    if (text.empty()) return Report::kNothing;
+  } else if (!TakePrefix(text, "statement: ")) {
+    // "execute s1: select $1"
+    const std::size_t colon = text.find(": ");
+    if (timed && (text.starts_with("parse ") || text.starts_with("bind "))) {
+      report = Report::kPrepared;
+    } else if (!text.starts_with("execute ")) {
+      if (IsForeign(text)) {
+        found.summary.why_empty = "its messages are in another language: set lc_messages = 'C'";
+      }
+      return Report::kNothing;
+    }
+    if (colon == std::string_view::npos) return Report::kNothing;
+    text.remove_prefix(colon + 2);
+  }
+  message.statement = Trimmed(text);
+  message.text.clear();
+  return report;
+}
+
+void Add(PostgresMessage&& statement, bool executed, Found& found) {
+  if (statement.statement.empty()) return;
+  if (statement.query_id == "0") statement.query_id.clear();
+  const std::string_view text = found.Own(std::move(statement.statement));
+  found.Add(text, {.seconds = statement.seconds,
+                   .time = statement.time,
+                   .user = found.Share(&Execution::user, statement.user),
+                   .database = found.Share(&Execution::database, statement.database),
+                   .host = found.Share(&Execution::host, statement.host),
+                   .parameters = found.Own(std::move(statement.detail)),
+                   .query_id = found.Own(std::move(statement.query_id)),
+                   .error = found.Own(std::move(statement.sqlstate)),
+                   .executed = executed});
+}
+
 }  // namespace
 
 void PostgresMessages::Take(PostgresMessage&& message, Found& found) {
@@ -94,47 +163,6 @@ void PostgresMessages::Take(PostgresMessage&& message, Found& found) {
   Wait(std::move(message), found);
 }
 
-PostgresMessages::Report PostgresMessages::Read(PostgresMessage& message, Found& found) {
-  std::string_view parameters = message.detail;
-  const bool any = TakePrefix(parameters, "parameters: ") || TakePrefix(parameters, "Parameters: ");
-  message.detail = any ? std::string(parameters) : "";
-  if (message.severity == "ERROR" || message.severity == "FATAL" || message.severity == "PANIC") {
-    if (message.sqlstate.empty()) message.sqlstate = message.severity;
-    message.statement = Trimmed(message.statement);
-    return message.statement.empty() ? Report::kNothing : Report::kFailed;
-  }
-  message.sqlstate.clear();
-  if (message.severity != "LOG") return Report::kNothing;
-  std::string_view text = message.text;
-  message.seconds = TakeDuration(text, found);
-  const bool timed = text.size() < message.text.size();
-  if (timed && text.empty()) return Report::kDuration;
-  if (timed && !TakePrefix(text, "  ")) return Report::kNothing;
-
-  Report report = timed ? Report::kExecuted : Report::kBegun;
-  if (timed && TakePrefix(text, "plan:\n")) {
-    report = Report::kPlanned;
-    text = StatementBeforePlan(text);
-    if (text.empty()) return Report::kNothing;
-  } else if (!TakePrefix(text, "statement: ")) {
-    // "execute s1: select $1"
-    const std::size_t colon = text.find(": ");
-    if (timed && (text.starts_with("parse ") || text.starts_with("bind "))) {
-      report = Report::kPrepared;
-    } else if (!text.starts_with("execute ")) {
-      if (IsForeign(text)) {
-        found.summary.why_empty = "its messages are in another language: set lc_messages = 'C'";
-      }
-      return Report::kNothing;
-    }
-    if (colon == std::string_view::npos) return Report::kNothing;
-    text.remove_prefix(colon + 2);
-  }
-  message.statement = Trimmed(text);
-  message.text.clear();
-  return report;
-}
-
 void PostgresMessages::Wait(PostgresMessage&& statement, Found& found) {
   waiting_bytes_ += statement.statement.size() + statement.detail.size();
   std::string session = std::move(statement.session);
@@ -147,21 +175,6 @@ PostgresMessage PostgresMessages::Remove(Waiting::iterator waiting) {
   waiting_.erase(waiting);
   waiting_bytes_ -= statement.statement.size() + statement.detail.size();
   return statement;
-}
-
-void PostgresMessages::Add(PostgresMessage&& statement, bool executed, Found& found) {
-  if (statement.statement.empty()) return;
-  if (statement.query_id == "0") statement.query_id.clear();
-  const std::string_view text = found.Own(std::move(statement.statement));
-  found.Add(text, {.seconds = statement.seconds,
-                   .time = statement.time,
-                   .user = found.Share(&Execution::user, statement.user),
-                   .database = found.Share(&Execution::database, statement.database),
-                   .host = found.Share(&Execution::host, statement.host),
-                   .parameters = found.Own(std::move(statement.detail)),
-                   .query_id = found.Own(std::move(statement.query_id)),
-                   .error = found.Own(std::move(statement.sqlstate)),
-                   .executed = executed});
 }
 
 void PostgresMessages::Flush(Found& found) {

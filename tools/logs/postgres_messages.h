@@ -51,24 +51,9 @@ class PostgresMessages {
   // the names of sessions and could make a hash slow.
   using Waiting = std::map<std::string, PostgresMessage, std::less<>>;
 
-  enum class Report {
-    kNothing,
-    kDuration,  // of the statement that waits
-    kBegun,     // a statement without a duration
-    kPrepared,  // the parsing or binding of a statement, with its duration
-    kExecuted,  // a statement with its duration
-    kPlanned,   // the same, by auto_explain; the server may report it once more after its end
-    kFailed,    // a statement that failed
-  };
-
-  // Sets the statement and its seconds that `message` reports, and leaves only the values of its
-  // parameters in `detail`.
-  static Report Read(PostgresMessage& message, Found& found);
-
   void Wait(PostgresMessage&& statement, Found& found);
   // Removes the statement that waits and returns it.
   PostgresMessage Remove(Waiting::iterator waiting);
-  static void Add(PostgresMessage&& statement, bool executed, Found& found);
 
   Waiting waiting_;
   std::size_t waiting_bytes_ = 0;

@@ -21,12 +21,6 @@ constexpr std::string_view kUser = "# User@Host: ";
 constexpr std::string_view kQueryTime = "# Query_time: ";
 constexpr std::string_view kCommand = "# administrator command: ";
 
-template <typename Number>
-std::optional<Number> NumberIn(std::string_view text) {
-  const std::optional<Number> number = TakeNumber<Number>(text);
-  return text.empty() ? number : std::nullopt;
-}
-
 // Calls `take` with each name and value of a header line: "# Schema: shop  QC_hit: No" ->
 // take("Schema", "shop"), take("QC_hit", "No").
 template <typename Take>
@@ -173,10 +167,11 @@ class SlowLogSplitter final : public LineSplitter {
   }
 
   void TakeField(std::string_view name, std::string_view value) {
+    std::string_view rest = value;
     const auto seconds = [&] {
-      return Out().PossibleSeconds(NumberIn<double>(value).value_or(-1));
+      return Out().PossibleSeconds(TakeNumber<double>(rest).value_or(-1));
     };
-    const auto count = [value] { return NumberIn<std::uint64_t>(value); };
+    const auto count = [&] { return TakeNumber<std::uint64_t>(rest); };
     if (name == "Query_time") entry_.execution.seconds = seconds();
     if (name == "Lock_time") entry_.execution.lock_seconds = seconds();
     if (name == "Rows_sent") entry_.execution.rows_sent = count();
