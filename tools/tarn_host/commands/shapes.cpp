@@ -157,7 +157,7 @@ class ShapesRun {
     while (const std::size_t got = input.ReadText(block.data(), block.size())) {
       text.append(block.data(), got);
     }
-    return ReadReport(input.Source().Name(), text, options_.rule);
+    return ReadReport(input.Name(), text, options_.rule);
   }
 
   ShapeCount CountLogs(const std::vector<std::string>& logs) {
