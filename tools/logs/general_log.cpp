@@ -6,6 +6,7 @@
 
 #include "logs/formats.h"
 #include "logs/line_splitter.h"
+#include "logs/packet.h"
 #include "logs/scan.h"
 #include "sql/text.h"
 
@@ -42,6 +43,13 @@ struct Entry {
   bool runs;
 };
 
+// MySQL 5 writes the id of a prepared statement before it: "[1] select 5" -> "select 5".
+std::string_view WithoutId(std::string_view argument) {
+  std::string_view rest = Trimmed(argument);
+  const bool any = TakePrefix(rest, "[") && !TakeDigits(rest).empty() && TakePrefix(rest, "] ");
+  return any ? rest : argument;
+}
+
 std::optional<Entry> EntryAt(std::string_view line) {
   Entry entry{};
   if (!line.empty() && IsDigit(line[0])) {
@@ -56,7 +64,10 @@ std::optional<Entry> EntryAt(std::string_view line) {
     const std::string_view command = Trimmed(line.substr(0, size));
     entry.argument = line.substr(size);
     entry.runs = command == "Query" || command == "Execute";
-    if (entry.runs ? size < line.size() : IsOtherCommand(command)) return entry;
+    if (entry.runs ? size < line.size() : IsOtherCommand(command)) {
+      if (command == "Execute") entry.argument = WithoutId(entry.argument);
+      return entry;
+    }
   }
   return std::nullopt;
 }
@@ -71,6 +82,7 @@ class GeneralLogSplitter final : public LineSplitter {
       if (entry->runs) BeginBody(entry->argument);
     } else if (IsServerBanner(line) || (!LineEnded() && MayBeginEntry(line))) {
       EndBody();
+      time_.reset();
     }
   }
 
@@ -80,7 +92,8 @@ class GeneralLogSplitter final : public LineSplitter {
   }
 
   void TakeBody(std::string_view body) override {
-    if (!body.empty()) Out().Add(body, {.time = time_});
+    SplitPacket(body, Out(),
+                [this](std::string_view statement) { Out().Add(statement, {.time = time_}); });
   }
 
   // The time of the last line that has one. Within the same second servers leave it out.
