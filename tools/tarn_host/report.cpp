@@ -3,13 +3,16 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <charconv>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <map>
 #include <nlohmann/json.hpp>
-#include <sstream>
+#include <set>
 #include <stdexcept>
+#include <string>
+#include <utility>
 #include <vector>
 
 #include "plugin/normalize_call.h"
@@ -34,7 +37,6 @@ constexpr const char* kFoldDigits = "fold_digits";
 constexpr const char* kKeys = "keys";
 constexpr const char* kGroupBy = "group_by";
 constexpr const char* kOthers = "others";
-constexpr int kHexadecimal = 16;
 
 // Statements are bytes, JSON is UTF-8. A text that is not UTF-8 is kept a second time, in
 // hexadecimal digits.
@@ -97,23 +99,41 @@ struct Writer {
   Json& json;
 };
 
+[[noreturn]] void Refuse(const std::string& kind, const ReadJson& json) {
+  constexpr std::size_t kMostShown = 60;
+  throw std::invalid_argument("not a " + kind + ": " + Fitted(json.dump(), kMostShown));
+}
+
 // Refuses a number that no report of ours holds, since sums would not be exact any more.
 std::uint64_t ToNumber(const ReadJson& json) {
-  if (!json.is_number_unsigned() || json.get<std::uint64_t>() > kMostSum) {
-    throw std::invalid_argument("not a count: " + json.dump());
-  }
+  if (!json.is_number_unsigned() || json.get<std::uint64_t>() > kMostSum) Refuse("count", json);
   return json.get<std::uint64_t>();
 }
 
 std::uint64_t ToMicroseconds(const ReadJson& seconds) {
-  if (!seconds.is_number() || seconds.get<double>() < 0) {
-    throw std::invalid_argument("not a time: " + seconds.dump());
-  }
+  if (!seconds.is_number() || seconds.get<double>() < 0) Refuse("time", seconds);
   return TimeStatistics::Microseconds(seconds.get<double>());
+}
+
+std::uint64_t ToNumberOfDigits(const std::string& digits) {
+  std::uint64_t number = 0;
+  const char* const end = digits.data() + digits.size();
+  if (std::from_chars(digits.data(), end, number, 16).ptr != end || digits.empty()) {
+    Refuse("hexadecimal number", digits);
+  }
+  return number;
 }
 
 // Reads what Writer has written. A missing member leaves the value as it is.
 struct Reader {
+  template <typename Value>
+  Value Get(const std::string& name) const {
+    try {
+      return json.value(name, Value());
+    } catch (const ReadJson::type_error&) {
+      throw std::invalid_argument(name + " is of another type");
+    }
+  }
   template <typename Value>
   void Number(const char* name, Value& number) const {
     if (json.contains(name)) number = ToNumber(json[name]);
@@ -124,16 +144,16 @@ struct Reader {
   }
   void Time(const char* name, std::optional<LogTime>& time) const {
     if (!json.contains(name)) return;
-    time = LogTimeAt(json[name].get_ref<const std::string&>());
-    if (!time) throw std::invalid_argument("not a time: " + json[name].dump());
+    time = LogTimeAt(Get<std::string>(name));
+    if (!time) Refuse("time", json[name]);
   }
   void Text(const std::string& name, std::string& text) const {
-    text = json.value(name, "");
+    text = Get<std::string>(name);
     if (!json.contains(BytesMember(name))) return;
-    const std::string digits = json[BytesMember(name)];
+    const auto digits = Get<std::string>(BytesMember(name));
     text.clear();
     for (std::size_t at = 0; at < digits.size(); at += 2) {
-      text += static_cast<char>(std::stoi(digits.substr(at, 2), nullptr, kHexadecimal));
+      text += static_cast<char>(ToNumberOfDigits(digits.substr(at, 2)));
     }
   }
   void Detail(const char* name, std::string& text) const { Text(name, text); }
@@ -192,42 +212,49 @@ Json ShapeJson(const ShapeKey& key, const Shape& shape) {
 
 void AddShape(const ReadJson& json, ShapeCount& count) {
   const Reader reader{json};
+  if (!json.contains("shape")) Refuse("shape", json);
   ShapeKey key;
   reader.Text("group", key.group);
   reader.Text("shape", key.shape);
   Shape shape;
   AccessCounters(reader, shape);
-  for (const auto& [bound, number] : json.value("histogram", std::map<std::string, ReadJson>())) {
+  using Members = std::map<std::string, ReadJson>;
+  for (const auto& [bound, number] : reader.Get<Members>("histogram")) {
     shape.times.classes[ToMicroseconds(ReadJson::parse(bound))] = ToNumber(number);
     shape.times.count = CappedSum(shape.times.count, ToNumber(number));
   }
-  for (const auto& [error, number] : json.value("errors", std::map<std::string, ReadJson>())) {
+  for (const auto& [error, number] : reader.Get<Members>("errors")) {
     shape.errors[error] = ToNumber(number);
     shape.failures = CappedSum(shape.failures, ToNumber(number));
   }
-  shape.query_ids = json.value("query_ids", shape.query_ids);
-  for (const std::string& digits : json.value("key_fingerprints", std::vector<std::string>())) {
-    shape.keys.insert(std::stoull(digits, nullptr, kHexadecimal));
+  shape.query_ids = reader.Get<std::set<std::string>>("query_ids");
+  for (const auto& digits : reader.Get<std::vector<std::string>>("key_fingerprints")) {
+    shape.keys.insert(ToNumberOfDigits(digits));
   }
   AccessExample(reader, shape.example.emplace());
   count.counted = CappedSum(count.counted, shape.count);
   count.shapes[key] += shape;
 }
 
-// Writes `head` with one more member, a list. Its elements are made and written one by one, so that
-// they are never all in memory.
+// Writes `head` with one more member, a list of objects. They are made one by one and written
+// member by member, since texts may be long.
 template <typename Elements, typename MakeElement>
-void WriteList(const Json& head, const char* name, const Elements& elements,
+void WriteList(const Json& head, const char* list, const Elements& elements,
                const MakeElement& make, Output& output) {
   std::string open = JsonText(head);
   open.erase(open.rfind('\n'));
-  output.Write(fmt::format("{},\n  \"{}\": [", open, name));
-  const char* between = "";
+  output.Write(fmt::format("{},\n  \"{}\": [", open, list));
+  const char* before_element = "\n    {";
   for (const auto& element : elements) {
-    output.Write(between);
-    between = ",";
-    std::istringstream lines(JsonText(make(element)));
-    for (std::string line; std::getline(lines, line);) output.Write("\n    " + line);
+    output.Write(std::exchange(before_element, ",\n    {"));
+    const char* before_member = "\n      ";
+    const Json object = make(element);
+    for (const auto& [name, value] : object.items()) {
+      output.Write(std::exchange(before_member, ",\n      "));
+      output.Write(fmt::format("\"{}\": ", name));
+      output.Write(JsonText(value, 6));
+    }
+    output.Write("\n    }");
   }
   output.Write(elements.empty() ? "]\n}\n" : "\n  ]\n}\n");
 }
@@ -319,24 +346,26 @@ ShapeCount ReadReport(const std::string& name, std::string_view text, const Coun
       return false;
     };
     const ReadJson head = ReadJson::parse(text, take_shape);
-    if (head.value(kMark, 0) != kVersion) fail("not a report of this version");
-    counted.exact = head.value(kExact, false);
-    counted.fold_digits = head.value(kFoldDigits, false);
-    counted.keys = head.value(kKeys, false);
+    const Reader reader{head};
+    if (!head.is_object() || reader.Get<int>(kMark) != kVersion) {
+      fail("not a report of this version");
+    }
+    // The objects in it have been taken.
+    if (!reader.Get<std::vector<ReadJson>>("shapes").empty()) Refuse("shape", head["shapes"][0]);
+    counted.exact = reader.Get<bool>(kExact);
+    counted.fold_digits = reader.Get<bool>(kFoldDigits);
+    counted.keys = reader.Get<bool>(kKeys);
     for (std::size_t i = 0; i < kDetails; ++i) {
       const auto detail = static_cast<Detail>(i);
-      if (head.value(kGroupBy, "") == NameOf(detail)) counted.group_by = detail;
+      if (reader.Get<std::string>(kGroupBy) == NameOf(detail)) counted.group_by = detail;
     }
     if (head.contains(kOthers))
       fail("the report was made with --top or --min-count and lacks shapes");
-    const Reader reader{head};
     reader.Number("failed", count.failed);
     reader.Time("first_time", count.first_time);
     reader.Time("last_time", count.last_time);
-  } catch (const ReadJson::parse_error&) {
+  } catch (const ReadJson::exception&) {
     fail("the report is damaged or ends too early");
-  } catch (const ReadJson::exception& error) {
-    fail(std::string("the report is damaged: ") + error.what());
   } catch (const std::logic_error& error) {
     fail(std::string("the report is damaged: ") + error.what());
   }
