@@ -131,10 +131,7 @@ std::string Description(const Execution& execution) {
   add("sent", execution.rows_sent);
   add("examined", execution.rows_examined);
   add("affected", execution.rows_affected);
-  if (execution.time) {
-    text << " at=" << FormatLogTime(*execution.time);
-    if (execution.time->offset_seconds == 0) text << 'Z';
-  }
+  if (execution.time) text << " at=" << FormatLogTime(*execution.time);
   add_text("user", execution.user);
   add_text("db", execution.database);
   add_text("host", execution.host);
@@ -380,7 +377,7 @@ TEST(Reader, TellsTheSpanOfAllEntries) {
   const Result result = ReadAll(reader, true);
   EXPECT_EQ(result.statements.size(), 3);
   EXPECT_EQ(FormatLogTime(*result.first_time), "2026-11-24 10:00:00+02:00");
-  EXPECT_EQ(FormatLogTime(*result.last_time), "2026-11-24 10:00:00");
+  EXPECT_EQ(FormatLogTime(*result.last_time), "2026-11-24 10:00:00Z");
 }
 
 TEST(GeneralLog, EndsAStatementAtEachCommand) {

@@ -140,14 +140,13 @@ std::string FormatLogTime(const LogTime& time) {
   gmtime_r(&seconds, &fields);
   char text[64];
   std::string result(text, std::strftime(text, sizeof text, "%F %T", &fields));
-  const std::int32_t offset = time.offset_seconds.value_or(0);
-  if (offset != 0) {
-    const int minutes = std::abs(offset) / kMinutesPerHour;
-    std::snprintf(text, sizeof text, "%c%02d:%02d", offset < 0 ? '-' : '+',
-                  minutes / kMinutesPerHour, minutes % kMinutesPerHour);
-    result += text;
-  }
-  return result;
+  if (!time.offset_seconds) return result;
+  const std::int32_t offset = *time.offset_seconds;
+  if (offset == 0) return result + 'Z';
+  const int minutes = std::abs(offset) / kMinutesPerHour;
+  std::snprintf(text, sizeof text, "%c%02d:%02d", offset < 0 ? '-' : '+', minutes / kMinutesPerHour,
+                minutes % kMinutesPerHour);
+  return result + text;
 }
 
 }  // namespace tarn::host

@@ -61,8 +61,7 @@ std::string IsoTime(const LogTime& time) {
     text += fmt::format(".{:06}", part);
     text.erase(text.find_last_not_of('0') + 1);
   }
-  if (!time.offset_seconds) return text;
-  return text + (whole.size() == kSecond.size() ? "Z" : whole.substr(kSecond.size()));
+  return text + whole.substr(kSecond.size());
 }
 
 // Adds members to a JSON object. A member without a value is left out.
