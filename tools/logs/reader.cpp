@@ -188,7 +188,7 @@ void StatementReader::EndFile() {
                 std::to_string(summary.before_too_long + 1) + " (--max-statement)");
   add_count(summary.damaged, "entry is", "entries are", "damaged and left out");
   add_count(summary.impossible_times, "time is", "times are", "impossible and left out");
-  if (!splitter_ && summary.entries > 0 && statements_in_log_ == 0) {
+  if (!splitter_ && summary.entries > 0 && statements_in_log_ == 0 && summary.problem.empty()) {
     AddProblem("holds entries and no statement: " +
                (summary.why_empty.empty() ? std::string(format_->advice) : summary.why_empty));
   }

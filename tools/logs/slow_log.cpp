@@ -133,10 +133,9 @@ class SlowLogSplitter final : public LineSplitter {
       ++Out().summary.entries;
     }
     if (TakePrefix(line, kTime)) {
-      line = Trimmed(line);
-      TakeTime(TakeLogTime(line));
+      TakeTime(LogTimeAt(Trimmed(line)));
       // Percona's server may write both on one line.
-      line = Trimmed(line);
+      line.remove_prefix(std::min(line.find(kUser), line.size()));
     }
     if (TakePrefix(line, kUser)) {
       TakeUser(line);
