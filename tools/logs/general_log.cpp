@@ -6,7 +6,6 @@
 
 #include "logs/formats.h"
 #include "logs/line_splitter.h"
-#include "logs/packet.h"
 #include "logs/scan.h"
 #include "sql/text.h"
 
@@ -43,13 +42,6 @@ struct Entry {
   bool runs;
 };
 
-// MySQL 5 writes the id of a prepared statement before it: "[1] select 5" -> "select 5".
-std::string_view WithoutId(std::string_view argument) {
-  std::string_view rest = Trimmed(argument);
-  const bool any = TakePrefix(rest, "[") && !TakeDigits(rest).empty() && TakePrefix(rest, "] ");
-  return any ? rest : argument;
-}
-
 std::optional<Entry> EntryAt(std::string_view line) {
   Entry entry{};
   if (!line.empty() && IsDigit(line[0])) {
@@ -65,7 +57,10 @@ std::optional<Entry> EntryAt(std::string_view line) {
     entry.argument = line.substr(size);
     entry.runs = command == "Query" || command == "Execute";
     if (entry.runs ? size < line.size() : IsOtherCommand(command)) {
-      if (command == "Execute") entry.argument = WithoutId(entry.argument);
+      // MySQL 5 writes the id of a prepared statement before it: "[1] select 5".
+      std::string_view rest = Trimmed(entry.argument);
+      const bool any = TakePrefix(rest, "[") && !TakeDigits(rest).empty() && TakePrefix(rest, "] ");
+      if (command == "Execute" && any) entry.argument = rest;
       return entry;
     }
   }

@@ -1,11 +1,12 @@
 #include "logs/log_time.h"
 
+#include <fmt/chrono.h>
+
 #include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <limits>
@@ -135,18 +136,12 @@ std::optional<LogTime> TakeEpochTime(std::string_view& text) {
 std::string FormatLogTime(const LogTime& time) {
   constexpr int kMinutesPerHour = 60;
   const auto wall = std::chrono::floor<std::chrono::seconds>(microseconds(time.wall_microseconds));
-  const std::time_t seconds = wall.count();
-  std::tm fields{};
-  gmtime_r(&seconds, &fields);
-  char text[64];
-  std::string result(text, std::strftime(text, sizeof text, "%F %T", &fields));
-  if (!time.offset_seconds) return result;
-  const std::int32_t offset = *time.offset_seconds;
-  if (offset == 0) return result + 'Z';
-  const int minutes = std::abs(offset) / kMinutesPerHour;
-  std::snprintf(text, sizeof text, "%c%02d:%02d", offset < 0 ? '-' : '+', minutes / kMinutesPerHour,
-                minutes % kMinutesPerHour);
-  return result + text;
+  const std::string text = fmt::format("{:%F %T}", fmt::gmtime(std::time_t{wall.count()}));
+  if (!time.offset_seconds) return text;
+  if (time.offset_seconds == 0) return text + 'Z';
+  const int minutes = std::abs(*time.offset_seconds) / kMinutesPerHour;
+  return fmt::format("{}{}{:02}:{:02}", text, *time.offset_seconds < 0 ? '-' : '+',
+                     minutes / kMinutesPerHour, minutes % kMinutesPerHour);
 }
 
 }  // namespace tarn::host

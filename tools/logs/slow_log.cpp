@@ -9,7 +9,6 @@
 
 #include "logs/formats.h"
 #include "logs/line_splitter.h"
-#include "logs/packet.h"
 #include "logs/scan.h"
 #include "sql/text.h"
 
@@ -77,12 +76,10 @@ class SlowLogSplitter final : public LineSplitter {
     const std::string_view bare = WithoutHole(line);
     if (IsBetweenEntries()) {
       // MariaDB quotes values of the statement in these lines.
-      if (state_ == State::kHeader &&
-          (bare.starts_with("# explain: ") || Trimmed(bare) == "# Warnings")) {
-        entry_.in_remarks = true;
-      }
-      if (entry_.in_remarks && !SetsVariables(bare)) return;
-      entry_.in_remarks = false;
+      const bool remark = bare.starts_with("# explain: ") || Trimmed(bare) == "# Warnings";
+      entry_.in_remarks =
+          state_ == State::kHeader && (entry_.in_remarks || remark) && !SetsVariables(bare);
+      if (entry_.in_remarks) return;
       if (IsHeader(bare)) {
         if (bare.starts_with(kCommand)) entry_.use.clear();
         EndEntry();
@@ -152,11 +149,8 @@ class SlowLogSplitter final : public LineSplitter {
   }
 
   void TakeTime(const std::optional<LogTime>& time) {
-    if (!time) {
-      ++Out().summary.impossible_times;
-    } else {
-      entry_.execution.time = time_ = time;
-    }
+    if (time) entry_.execution.time = time_ = time;
+    if (!time) ++Out().summary.impossible_times;
   }
 
   // "shop[shop] @ web [10.0.0.1]  Id:     8" -> user "shop", host "web"

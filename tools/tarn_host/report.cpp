@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <charconv>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
@@ -12,7 +11,6 @@
 #include <set>
 #include <stdexcept>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "plugin/normalize_call.h"
@@ -52,16 +50,13 @@ double Seconds(std::uint64_t microseconds) noexcept {
 std::string IsoTime(const LogTime& time) {
   constexpr std::string_view kSecond = "2026-11-24 09:05:29";
   constexpr std::int64_t kMicroseconds = 1'000'000;
-  const std::string whole = FormatLogTime(time);
-  std::string text = whole.substr(0, kSecond.size());
-  text[kSecond.find(' ')] = 'T';
   const std::int64_t part =
       (time.wall_microseconds % kMicroseconds + kMicroseconds) % kMicroseconds;
-  if (part != 0) {
-    text += fmt::format(".{:06}", part);
-    text.erase(text.find_last_not_of('0') + 1);
-  }
-  return text + whole.substr(kSecond.size());
+  std::string fraction = part == 0 ? "" : fmt::format(".{:06}", part);
+  fraction.erase(fraction.find_last_not_of('0') + 1);
+  std::string text = FormatLogTime(time).insert(kSecond.size(), fraction);
+  text[kSecond.find(' ')] = 'T';
+  return text;
 }
 
 // Adds members to a JSON object. A member without a value is left out.
@@ -114,13 +109,10 @@ std::uint64_t ToMicroseconds(const ReadJson& seconds) {
   return TimeStatistics::Microseconds(seconds.get<double>());
 }
 
-std::uint64_t ToNumberOfDigits(const std::string& digits) {
-  std::uint64_t number = 0;
-  const char* const end = digits.data() + digits.size();
-  if (std::from_chars(digits.data(), end, number, 16).ptr != end || digits.empty()) {
-    Refuse("hexadecimal number", digits);
-  }
-  return number;
+std::uint64_t FromHexadecimal(const std::string& digits) {
+  const bool all = digits.find_first_not_of("0123456789abcdef") == std::string::npos;
+  if (!all || digits.empty() || digits.size() > 16) Refuse("hexadecimal number", digits);
+  return std::stoull(digits, nullptr, 16);
 }
 
 // Reads what Writer has written. A missing member leaves the value as it is.
@@ -152,7 +144,7 @@ struct Reader {
     const auto digits = Get<std::string>(BytesMember(name));
     text.clear();
     for (std::size_t at = 0; at < digits.size(); at += 2) {
-      text += static_cast<char>(ToNumberOfDigits(digits.substr(at, 2)));
+      text += static_cast<char>(FromHexadecimal(digits.substr(at, 2)));
     }
   }
   void Detail(const char* name, std::string& text) const { Text(name, text); }
@@ -228,7 +220,7 @@ void AddShape(const ReadJson& json, ShapeCount& count) {
   }
   shape.query_ids = reader.Get<std::set<std::string>>("query_ids");
   for (const auto& digits : reader.Get<std::vector<std::string>>("key_fingerprints")) {
-    shape.keys.insert(ToNumberOfDigits(digits));
+    shape.keys.insert(FromHexadecimal(digits));
   }
   AccessExample(reader, shape.example.emplace());
   count.counted = CappedSum(count.counted, shape.count);
@@ -243,19 +235,16 @@ void WriteList(const Json& head, const char* list, const Elements& elements,
   std::string open = JsonText(head);
   open.erase(open.rfind('\n'));
   output.Write(fmt::format("{},\n  \"{}\": [", open, list));
-  const char* before_element = "\n    {";
+  const char* before = "\n    {";
   for (const auto& element : elements) {
-    output.Write(std::exchange(before_element, ",\n    {"));
-    const char* before_member = "\n      ";
     const Json object = make(element);
     for (const auto& [name, value] : object.items()) {
-      output.Write(std::exchange(before_member, ",\n      "));
-      output.Write(fmt::format("\"{}\": ", name));
-      output.Write(JsonText(value, 6));
+      output.Write(fmt::format("{}\n      \"{}\": {}", before, name, JsonText(value, 6)));
+      before = ",";
     }
-    output.Write("\n    }");
+    before = "\n    },\n    {";
   }
-  output.Write(elements.empty() ? "]\n}\n" : "\n  ]\n}\n");
+  output.Write(elements.empty() ? "]\n}\n" : "\n    }\n  ]\n}\n");
 }
 
 }  // namespace
