@@ -82,6 +82,7 @@ using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
+using ::testing::UnorderedElementsAre;
 
 // Writes `content` to a pipe, at most `step` bytes at a time.
 class Trickle final : public InputWaiter {
@@ -116,7 +117,7 @@ class Trickle final : public InputWaiter {
   std::unique_ptr<OwnedFd> write_end_;
 };
 
-// All details of an execution that the log states, for example "|0.5 sent=1 user=shop".
+// The details of an execution that the log states, for example "|0.5 sent=1 user=shop".
 std::string Description(const Execution& execution) {
   std::ostringstream text;
   const auto add = [&text](const char* name, const auto& value) {
@@ -125,7 +126,6 @@ std::string Description(const Execution& execution) {
   const auto add_text = [&text](const char* name, std::string_view value) {
     if (!value.empty()) text << ' ' << name << '=' << value;
   };
-  text << '|';
   if (execution.seconds) text << *execution.seconds;
   add("lock", execution.lock_seconds);
   add("sent", execution.rows_sent);
@@ -139,10 +139,12 @@ std::string Description(const Execution& execution) {
   add_text("id", execution.query_id);
   add_text("error", execution.error);
   if (!execution.executed) text << " prepared";
-  return text.str();
+  return text.str().empty() ? "" : '|' + text.str();
 }
 
 struct Result {
+  // The texts alone, and with the details of their executions.
+  std::vector<std::string> texts;
   std::vector<std::string> statements;
   // The remarks without the file's name, one in each line.
   std::string remarks;
@@ -150,7 +152,7 @@ struct Result {
   std::optional<LogTime> last_time;
 };
 
-Result ReadAll(StatementReader& reader, bool described) {
+Result ReadAll(StatementReader& reader) {
   Result result;
   std::uint64_t number = 1;
   bool more = true;
@@ -164,10 +166,20 @@ Result ReadAll(StatementReader& reader, bool described) {
     WidenSpan(result.first_time, result.last_time, batch.FirstTime());
     WidenSpan(result.first_time, result.last_time, batch.LastTime());
     for (std::size_t i = 0; i < batch.Size(); ++i) {
-      result.statements.emplace_back(batch[i]);
-      if (described) result.statements.back() += Description(batch.ExecutionOf(i));
+      result.texts.emplace_back(batch[i]);
+      result.statements.push_back(result.texts.back() + Description(batch.ExecutionOf(i)));
     }
   }
+  return result;
+}
+
+// Reads `text` from a pipe, `step` bytes at a time.
+Result ReadText(const std::string& text, const ReadOptions& options = {},
+                std::size_t step = 50'000) {
+  Trickle trickle(text, step);
+  StatementReader reader({trickle.Path()}, options, &trickle);
+  Result result = ReadAll(reader);
+  EXPECT_EQ(reader.BytesRead(), text.size());
   return result;
 }
 
@@ -215,16 +227,14 @@ TEST_P(Inputs, AreCutAlikeHoweverTheyArrive) {
     problem = expected.back().substr(1);
     expected.pop_back();
   }
-  const bool log = GetParam().section != "Sql" && GetParam().section != "Recognised";
+  const bool recognised = GetParam().section == "Recognised";
   std::string remarks;
   for (const std::size_t step : {50'000UL, 1UL, 2UL, 3UL}) {
     // The format is recognised by the lines in the first bytes read, so they must arrive together.
-    if (step <= 3 && GetParam().section == "Recognised") continue;
-    Trickle trickle(texts[0], step);
-    StatementReader reader({trickle.Path()}, OptionsOf(GetParam().label), &trickle);
-    const Result result = ReadAll(reader, log);
-    EXPECT_EQ(result.statements, expected) << step << " bytes at a time";
-    EXPECT_EQ(reader.BytesRead(), texts[0].size());
+    if (step <= 3 && recognised) continue;
+    const Result result = ReadText(texts[0], OptionsOf(GetParam().label), step);
+    EXPECT_EQ(recognised ? result.texts : result.statements, expected)
+        << step << " bytes at a time";
     if (step > 3) {
       remarks = result.remarks;
       EXPECT_EQ(remarks.empty(), problem.empty()) << remarks;
@@ -252,20 +262,11 @@ std::string Entry(const std::string& format, const std::string& statement) {
   return statement + (format == "sql" ? ";" : format == "lines" ? "\n" : std::string(1, '\0'));
 }
 
-// The texts of the statements, without the details of their executions.
-std::multiset<std::string> Texts(const std::vector<std::string>& statements) {
-  std::multiset<std::string> texts;
-  for (const std::string& statement : statements) {
-    texts.insert(statement.substr(0, statement.rfind('|')));
-  }
-  return texts;
-}
-
 class Logs : public testing::TestWithParam<CaseRow> {
  protected:
   Result Read(const std::vector<std::string>& files) const {
     StatementReader reader(files, OptionsOf(GetParam().label));
-    return ReadAll(reader, true);
+    return ReadAll(reader);
   }
 
   const std::string& Log() const { return GetParam().texts[0]; }
@@ -288,14 +289,16 @@ TEST_P(Logs, KeepTheirWholeEntriesWhenCut) {
   if (GetParam().texts.back().starts_with('!')) return;
   // Only the next entry shows whether "use" is the statement itself.
   if (GetParam().Id() == "SlowLog_UseAlone") return;
-  const std::multiset<std::string> all = Texts(Read({folder_.Write("log", Log())}).statements);
+  using Texts = std::multiset<std::string>;
+  const std::vector<std::string> whole = Read({folder_.Write("log", Log())}).texts;
+  const Texts all(whole.begin(), whole.end());
   std::size_t kept_before = 0;
   // In other formats a cut at the end of a line may not show that more lines would follow.
   const bool records = GetParam().section == "CsvLog" || GetParam().section == "JsonLog";
   for (std::size_t cut = 0; cut <= Log().size(); cut += Step()) {
     const bool at_line_end = cut == 0 || Log()[cut - 1] == '\n';
     const Result result = Read({folder_.Write("log", Log().substr(0, cut))});
-    const std::multiset<std::string> found = Texts(result.statements);
+    const Texts found(result.texts.begin(), result.texts.end());
     std::vector<std::string> kept;
     std::set_intersection(found.begin(), found.end(), all.begin(), all.end(),
                           std::back_inserter(kept));
@@ -332,14 +335,16 @@ TEST(Reader, LeavesOutStatementsThatAreTooLong) {
       std::string longer = "select ";
       while (longer.size() < 200'000) longer += unit;
       const std::string log = Entry(name, "select 1") + Entry(name, longer + "y") +
-                              Entry(name, std::string(1001, 'z')) + Entry(name, "select 2");
+                              Entry(name, "select 2") + Entry(name, std::string(1001, 'z')) +
+                              Entry(name, "select 3");
+      // In PostgreSQL's logs a statement waits for its duration.
+      const std::string next = format->dialect == Dialect::kPostgres ? "" : "2 ";
       for (const std::size_t step : {99UL, 50'000UL, 1'000'000UL}) {
-        Trickle trickle(log, step);
-        StatementReader reader({trickle.Path()}, options, &trickle);
-        const Result result = ReadAll(reader, false);
-        EXPECT_THAT(result.statements, ElementsAre("select 1", "select 2")) << name << step;
-        EXPECT_THAT(result.remarks,
-                    StartsWith("2 statements are longer than 1000 bytes and left out before "))
+        const Result result = ReadText(log, options, step);
+        EXPECT_THAT(result.texts, ElementsAre("select 1", "select 2", "select 3")) << name << step;
+        EXPECT_THAT(result.remarks, StartsWith("2 statements are longer than 1000 bytes and left "
+                                               "out before statement " +
+                                               next))
             << name << step;
       }
     }
@@ -365,17 +370,42 @@ TEST(Reader, TakesNoMoreThanSomeBytesAByte) {
   }
 }
 
+TEST(Reader, KeepsFewStatementsThatWaitForTheirDuration) {
+  const auto line = [](const std::string& session, const std::string& text) {
+    return "2026-11-24 09:05:00.123 UTC [" + session + "] LOG:  " + text + '\n';
+  };
+  const std::string longer(60, 'x');
+  ReadOptions options;
+  options.max_statement = 100;
+  const std::string log = line("1", "statement: a") + line("2", "statement: " + longer) +
+                          line("1", "duration: 500 ms") + line("1", "statement: " + longer) +
+                          line("2", "duration: 1 ms") + line("3", "statement: b") +
+                          line("3", "duration: 500 ms");
+  const std::string at = " at=2026-11-24 09:05:00Z";
+  EXPECT_THAT(ReadText(log, options).statements,
+              ElementsAre("a|0.5" + at, longer + '|' + at, longer + '|' + at, "b|0.5" + at));
+}
+
+TEST(Reader, KeepsFewMessagesOfSyslogOpen) {
+  const auto line = [](const char* process, const char* number, const std::string& text) {
+    return std::string("Nov 24 09:05:00 db1 postgres[") + process + "]: [1-" + number + "] " +
+           text + '\n';
+  };
+  const std::string begun = "LOG:  statement: " + std::string(60, 'x');
+  ReadOptions options;
+  options.format = ReadableFormats().at("pglog");
+  options.max_statement = 100;
+  const std::string log = line("1", "1", begun) + line("1", "2", "y") + line("2", "1", begun) +
+                          line("3", "1", "LOG:  statement: c") + line("1", "2", "lost");
+  const std::string x(60, 'x');
+  EXPECT_THAT(ReadText(log, options).texts, UnorderedElementsAre(x + 'y', x, "c"));
+}
+
 TEST(Reader, TellsTheSpanOfAllEntries) {
-  const TemporaryFolder folder;
-  const std::string log = folder.Write("log",
-                                       "2026-11-24T10:00:00.5Z\t1 Connect\ta\n"
-                                       "2026-11-24T10:00:00+02:00\t1 Query\ta\n"
-                                       "2026-11-24T11:30:00+02:00\t1 Query\tb\n"
-                                       "2026-11-24T09:00:00Z\t1 Quit\t\n"
-                                       "2026-11-24T09:00:00Z\t1 Query\tc\n");
-  StatementReader reader({log}, {});
-  const Result result = ReadAll(reader, true);
-  EXPECT_EQ(result.statements.size(), 3);
+  const Result result = ReadText(
+      "2026-11-24T10:00:00.5Z\t1 Connect\ta\n2026-11-24T10:00:00+02:00\t1 Query\ta\n"
+      "2026-11-24T11:30:00+02:00\t1 Query\tb\n2026-11-24T09:00:00Z\t1 Quit\t\n");
+  EXPECT_EQ(result.statements.size(), 2);
   EXPECT_EQ(FormatLogTime(*result.first_time), "2026-11-24 10:00:00+02:00");
   EXPECT_EQ(FormatLogTime(*result.last_time), "2026-11-24 10:00:00Z");
 }
@@ -388,11 +418,22 @@ TEST(GeneralLog, EndsAStatementAtEachCommand) {
       "Reset Connection|Reset connection|Reset stmt|Set option|Shutdown|Slave_IO|Slave_SQL|"
       "Slave_worker|Sleep|Statistics|Subscribe Group Replication Stream|Table Dump|Time|"
       "Unimpl get tid|clone");
-  const TemporaryFolder folder;
   for (std::string command; std::getline(commands, command, '|');) {
     const std::string log = Entry("general", "select 1") + "\t\t    1 " + command + "\tx\n";
-    StatementReader reader({folder.Write("log", log)}, {});
-    EXPECT_THAT(ReadAll(reader, false).statements, ElementsAre("select 1")) << command;
+    EXPECT_THAT(ReadText(log).texts, ElementsAre("select 1")) << command;
+  }
+}
+
+TEST(Reader, KeepsNothingOfTextWithoutStatements) {
+  for (const char* line : {"-- a comment\n", "261124  9:05:00\t    8 Quit\t\n"}) {
+    std::string text;
+    while (text.size() < 4'000'000) text += line;
+    const TemporaryFolder folder;
+    StatementReader reader({folder.Write("log", text)}, {});
+    const std::size_t before = peak_bytes = live_bytes;
+    StatementBatch batch;
+    EXPECT_FALSE(reader.Read(batch));
+    EXPECT_LT(peak_bytes - before, text.size() / 2) << line;
   }
 }
 
@@ -433,7 +474,7 @@ TEST(Reader, ReadsEachFileAsItsKind) {
 }
 
 std::string Packed(const std::string& text, int (*add_filter)(archive*)) {
-  std::string packed(10'000, '\0');
+  std::string packed(100'000, '\0');
   std::size_t size = 0;
   archive* const writer = archive_write_new();
   add_filter(writer);
@@ -458,15 +499,13 @@ TEST(PackedInput, IsUnpackedWholeOrReported) {
         archive_write_add_filter_zstd, archive_write_add_filter_lz4}) {
     const std::string packed = Packed(text, add_filter);
     for (const std::size_t step : {1UL, 50'000UL}) {
-      Trickle trickle(packed + packed, step);
-      StatementReader reader({trickle.Path()}, {}, &trickle);
-      EXPECT_THAT(ReadAll(reader, false).statements, ElementsAre("select 1", "select 1"));
+      EXPECT_THAT(ReadText(packed + packed, {}, step).texts, ElementsAre("select 1", "select 1"));
     }
     std::size_t refused = 0;
     for (std::size_t size = 6; size < packed.size(); ++size) {
       StatementReader reader({folder.Write("cut", packed.substr(0, size))}, {});
       try {
-        ReadAll(reader, false);
+        ReadAll(reader);
       } catch (const InputError& error) {
         EXPECT_THAT(error.what(), HasSubstr(folder.Path("cut") + ": packed data: "));
         ++refused;
@@ -477,11 +516,36 @@ TEST(PackedInput, IsUnpackedWholeOrReported) {
   }
 }
 
-TEST(PackedInput, IsNoTextThatLooksLikeIt) {
+TEST(PackedInput, LosesOnlyItsOwnStatements) {
+  std::string text;
+  for (int i = 0; i < 10'000; ++i) {
+    text += Entry("slowlog", "select " + std::to_string(i * 7919 % 100'003));
+  }
+  const std::string packed = Packed(text, archive_write_add_filter_gzip);
   const TemporaryFolder folder;
+  StatementReader reader({folder.Write("cut", packed.substr(0, packed.size() / 2)),
+                          folder.Write("next", Entry("slowlog", "select 'next'"))},
+                         {});
+  std::vector<std::string> found;
+  std::size_t errors = 0;
+  for (bool more = true; more;) {
+    StatementBatch batch;
+    try {
+      more = reader.Read(batch);
+      if (more) found.emplace_back(batch[batch.Size() - 1]);
+    } catch (const InputError&) {
+      ++errors;
+    }
+  }
+  EXPECT_EQ(errors, 1);
+  EXPECT_GT(found.size(), 1);
+  EXPECT_EQ(found.back(), "select 'next'");
+  EXPECT_EQ(reader.TakeRemarks().size(), 1);
+}
+
+TEST(PackedInput, IsNoTextThatLooksLikeIt) {
   for (const char* text : {"BZh", "BZhello", "\x1F\x8B", "PK\x03\x04", "Rar!", "begin 644 x\n"}) {
-    StatementReader reader({folder.Write("text", text)}, {});
-    EXPECT_THAT(ReadAll(reader, false).statements, ElementsAre(Trimmed(text))) << text;
+    EXPECT_THAT(ReadText(text).texts, ElementsAre(Trimmed(text))) << text;
   }
 }
 
@@ -490,11 +554,10 @@ TEST(PostgresPrefix, IsReadByTheGivenPattern) {
     ReadOptions options;
     options.format = ReadableFormats().at("pglog");
     options.prefix = row.texts.at(0);
-    Trickle trickle(row.texts.at(1) + "LOG:  statement: select 1\n", 50'000);
-    StatementReader reader({trickle.Path()}, options, &trickle);
     std::string found;
-    for (const std::string& statement : ReadAll(reader, true).statements) found += statement;
-    EXPECT_EQ(found, row.texts.at(2).empty() ? "" : "select 1" + row.texts[2]) << row.texts[0];
+    const Result result = ReadText(row.texts.at(1) + "LOG:  statement: select 1\n", options);
+    for (const std::string& statement : result.statements) found += statement;
+    EXPECT_EQ(found, row.texts.at(2)) << row.texts[0];
   }
 }
 

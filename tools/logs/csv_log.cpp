@@ -99,10 +99,9 @@ class CsvLogSplitter final : public LineSplitter {
   }
 
   void EndInput() override {
-    bool cut = HasBody() && in_quotes_;
-    if (cut) DropBody();
+    const bool cut = HasBody() && in_quotes_;
     LineSplitter::EndInput();
-    if (cut || (lost_ && !LineEnded())) Out().summary.problem = "ends within an entry";
+    if (lost_ && (cut || !LineEnded())) Out().summary.problem = "ends within an entry";
     messages_.Flush(Out());
   }
 

@@ -68,7 +68,7 @@ bool TakeField(char field, std::string_view rest, std::string_view& line,
   line.remove_prefix(std::min(line.find_first_not_of(' '), line.size()));
   if (field == 'p' || field == 'l') {
     const std::string_view number = TakeDigits(line);
-    if (field == 'p' && message.session.empty()) message.session = number;
+    if (field == 'p') message.session = number;
     return !number.empty();
   }
   const std::string_view next = rest.substr(0, rest.find('%'));

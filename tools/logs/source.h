@@ -88,7 +88,9 @@ struct Found {
   // Adds a statement, or counts it if it is too long.
   void Add(std::string_view text, const Execution& execution = {}) {
     if (text.size() > max_statement) return CountTooLong();
-    statements.emplace_back(text, execution);
+    FoundStatement& statement = statements.emplace_back();
+    statement.text = text;
+    statement.execution = execution;
     ++summary.statements;
   }
   void CountTooLong() noexcept {

@@ -68,8 +68,11 @@ class SqlSplitter final : public Splitter {
   }
 
   bool PassCode() {
-    while (position_ < text_.size() && !StopsAt(position_)) {
-      if (blank_so_far_ && IsBlank(text_[position_])) {
+    while (position_ < text_.size()) {
+      if (StopsAt(position_)) {
+        if (!PassStop()) return false;
+        if (opaque_.Kind() != Opaque::kNone) return true;
+      } else if (blank_so_far_ && IsBlank(text_[position_])) {
         begin_ = ++position_;
       } else if (blank_so_far_ && rules_.delimiter_lines && Lower(text_[position_]) == 'd') {
         if (!PassLetterD()) return false;
@@ -81,7 +84,7 @@ class SqlSplitter final : public Splitter {
         } while (position_ < text_.size() && !StopsAt(position_));
       }
     }
-    return position_ < text_.size() && PassStop();
+    return false;
   }
 
   // Takes the byte at the position as code without a meaning of its own.
@@ -195,7 +198,7 @@ class SqlSplitter final : public Splitter {
   void DropTooLong() noexcept {
     constexpr std::size_t kKept = 2;
     if (text_.size() - begin_ <= found_->max_statement || position_ < begin_ + kKept) return;
-    too_long_ = !blank_so_far_;
+    too_long_ = true;
     begin_ = position_ - kKept;
   }
 

@@ -51,7 +51,8 @@ std::string ReadStatement() {
   Input input(kStandardInput);
   std::string statement(kMaxBytes + 1, '\0');
   std::size_t filled = 0;
-  while (const std::size_t got = input.ReadBytes(statement.data() + filled, statement.size() - filled)) {
+  while (const std::size_t got =
+             input.ReadBytes(statement.data() + filled, statement.size() - filled)) {
     filled += got;
   }
   if (filled > kMaxBytes) throw ToolError("trace: standard input holds more than 1 MiB");
