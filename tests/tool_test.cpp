@@ -162,30 +162,6 @@ TEST(Tool, ReportsClosedStreams) {
   EXPECT_EQ(run("shapes no-such-file 2>&-").exit_code, kTrouble);
 }
 
-// The tool is not linked to a platform that could replace the missing one. No system has a library
-// of the missing one's name.
-TEST(Plugins, FindTheirPlatformThemselves) {
-  const TemporaryFolder folder;
-  const std::string platform = "libtarn_platform_missing.so";
-  const OwnedFd plugin(open(TARN_PLUGIN_PATH, O_RDONLY | O_CLOEXEC));
-  std::string bytes = Content(plugin.Get());
-  bytes.replace(bytes.find("libtarn_platform_standin.so"), platform.size(), platform);
-  const std::string alone = folder.Write("libtarn_interface_for_vesta.so", bytes);
-  RunResult result = Tool({"check", alone});
-  EXPECT_EQ(result.exit_code, 1);
-  EXPECT_THAT(result.output, AllOf(HasSubstr("FAIL  loads: "),
-                                   HasSubstr("FAIL  finds " + platform + ": not found"),
-                                   ContainsRegex("pass  finds libstdc")));
-  const std::string damaged = folder.Write(platform, "no library");
-  EXPECT_THAT(Tool({"check", alone}).output, HasSubstr("pass  finds " + platform + ": " + damaged));
-  std::filesystem::remove(damaged);
-  for (const char* command : {"map", "config", "normalize", "shapes"}) {
-    result = Tool({command, "0", "--plugin", alone});
-    EXPECT_EQ(result.exit_code, 2);
-    EXPECT_THAT(result.errors, AllOf(IsOneErrorLine(), HasSubstr(platform)));
-  }
-}
-
 TEST(Trace, RefusesMoreThanOneMebibyte) {
   const std::string longest(std::size_t{1} << 20U, ' ');
   EXPECT_EQ(Tool({"trace"}, {.input = longest}).exit_code, 0);
@@ -358,6 +334,35 @@ void AddDynamicSection(ElfParts& parts, const std::vector<Elf64_Dyn>& entries) {
   parts.bytes.append(reinterpret_cast<const char*>(entries.data()), size);
 }
 
+// The tool is not linked to a platform that could replace the missing one. No system has a library
+// of the missing one's name.
+TEST(Plugins, FindTheirPlatformThemselves) {
+  const TemporaryFolder folder;
+  const std::string platform = "libtarn_platform_missing.so";
+  for (const bool braces : {false, true}) {
+    const OwnedFd plugin = Crafted(TARN_PLUGIN_PATH, [&](ElfParts& it) {
+      it.bytes.replace(it.bytes.find("libtarn_platform_standin.so"), platform.size(), platform);
+      if (!braces) return;
+      it.bytes.replace(it.Value(DT_STRTAB) + it.Value(DT_SONAME), 10,
+                       std::string("${ORIGIN}\0", 10));
+      it.Value(DT_RUNPATH) = it.Value(DT_SONAME);
+    });
+    const std::string alone = folder.Write("libalone.so", Content(plugin.Get()));
+    EXPECT_THAT(Tool({"check", alone}).output,
+                AllOf(HasSubstr("FAIL  loads: "), HasSubstr("finds libstdc++.so.6: yes\n"),
+                      HasSubstr("FAIL  finds " + platform + ": not found\n")));
+    for (const char* command : {"map", "config", "normalize", "shapes"}) {
+      const RunResult result = Tool({command, "0", "--plugin", alone});
+      EXPECT_EQ(result.exit_code, kTrouble);
+      EXPECT_THAT(result.errors, AllOf(IsOneErrorLine(), HasSubstr(platform)));
+    }
+    const std::string damaged = folder.Write(platform, "no library");
+    EXPECT_THAT(Tool({"check", alone}).output,
+                HasSubstr("pass  finds " + platform + ": " + damaged));
+    std::filesystem::remove(damaged);
+  }
+}
+
 // A file must not decide which bytes the reader accesses or how much work it does. Tables that the
 // loader ignores hide nothing, and those that it reads count.
 TEST(Check, ReadsTheTablesOfTheLoader) {
@@ -417,11 +422,12 @@ TEST(Check, ReadsTheTablesOfTheLoader) {
       {"FAIL  exports the entry function alone: ",
        [](ElfParts& it) { reinterpret_cast<Elf64_Sym*>(it.Words(DT_SYMTAB))[1].st_value = 1; }},
       {no_exports, [](ElfParts& it) { it.Words(DT_GNU_HASH)[0] = 0; }},
-      // Of two entries with one tag the later one counts.
+      // Of two entries with one tag the later one counts, but not one after the end.
       {"FAIL  soname: lib",
        [](ElfParts& it) {
          const Elf64_Dyn other{DT_SONAME, {it.Value(DT_NEEDED)}};
-         AddDynamicSection(it, {it.Entry(DT_STRTAB), it.Entry(DT_SONAME), other, {DT_NULL, {}}});
+         const Elf64_Dyn& first = it.Entry(DT_SONAME);
+         AddDynamicSection(it, {it.Entry(DT_STRTAB), first, other, {DT_NULL, {}}, first});
        }},
       {"FAIL  allows unloading: DF_1_NODELETE",
        [](ElfParts& it) {
@@ -539,6 +545,15 @@ TEST(Interrupt, PrintsTheCountsSoFar) {
   EXPECT_EQ(result.exit_code, 130);
   EXPECT_THAT(result.output, AllOf(HasSubstr("2 statements, 1 shape\n"), Not(HasSubstr("half"))));
   EXPECT_EQ(result.errors, "tarn_host: shapes: interrupted; this is what was counted so far\n");
+
+  // The main thread reads a report, so the signal interrupts its wait.
+  Pipe report;
+  RunningProgram reader({TARN_HOST_PATH, "shapes", "--input=report"},
+                        {.input_fd = report.read_end->Get()});
+  report.Write("{");
+  usleep(100'000);
+  reader.Signal(SIGINT);
+  EXPECT_EQ(reader.Wait().exit_code, 130);
 }
 
 // The first SIGINT ends the input. The report then waits for a reader that does not come in time.
@@ -693,12 +708,21 @@ TEST(Terminal, ShowsProgressThereAlone) {
   for (const char* tool : {" shapes", " normalize >/dev/null"}) {
     const std::string command =
         std::string("(echo 'a;'; sleep 0.7; echo 'b;'; sleep 0.2) | \"$TOOL\"") + tool;
-    EXPECT_THAT(run("/usr/bin/script", "-qec", "stty cols 60; " + command),
-                HasSubstr("\r0 MiB, 2 statements\x1B[K\r\x1B[K"));
+    EXPECT_THAT(
+        run("/usr/bin/script", "-qec", "stty cols 60; " + command),
+        AllOf(HasSubstr("\r0 MiB, 2 statements\x1B[K\r\x1B[K"), Not(HasSubstr(", 1 statements"))));
     EXPECT_THAT(run("/usr/bin/script", "-qec", "stty cols 19; " + command),
                 HasSubstr("\r0 MiB, 2 statem...\x1B[K"));
     EXPECT_THAT(run("/bin/sh", "-c", command), Not(HasSubstr("MiB")));
   }
+  // The length of a file is known. The tool is stopped until it is time to show the progress.
+  const TemporaryFolder folder;
+  std::string log;
+  while (log.size() < std::size_t{16} << 20U) log += "select a from b where c = 1;\n";
+  EXPECT_THAT(run("/usr/bin/script", "-qec",
+                  "\"$TOOL\" normalize --input=lines " + folder.Write("log", log) +
+                      " >/dev/null & sleep 0.05; kill -STOP $!; sleep 0.7; kill -CONT $!; wait"),
+              ContainsRegex("\r\\[#*[.]+\\] [0-9]+ % of 16 MiB, [0-9]+ statements"));
 }
 
 // Runs `encrypt` on a terminal of its own.

@@ -49,7 +49,7 @@ class WrongProduct final : public impl_dao::CProductInterface {
   void NormalizeSQL(std::string& sql) override {
     if (std::getenv("WRONG_PLUGIN_NEVER_ENDS") != nullptr) Stay();
     if (std::getenv("WRONG_PLUGIN_KEEPS") != nullptr) return;
-    if (sql.size() > 1) throw std::runtime_error("no such luck");
+    if (sql.size() > 1) throw std::runtime_error("no such\nluck");
     sql += '?';
   }
 };

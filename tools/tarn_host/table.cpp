@@ -186,10 +186,12 @@ void PrintTable(const ShapeCount& count, const TableOptions& options, Output& ou
     const auto& [key, shape] = *entry;
     const std::string row =
         frame.Row(std::to_string(++rank), shape) + Hexadecimal(Fingerprint(key.shape));
-    const std::string keys =
-        shape.keys.empty() ? "" : '(' + Counted(shape.keys.size(), "key") + ") ";
-    print(row + (frame.Narrow() ? "" : "  " + keys + Title(key)));
-    if (frame.Narrow()) print(kIndent + keys + Title(key));
+    std::string title = Title(key);
+    if (!shape.keys.empty()) {
+      title = fmt::format("({}) {}", Counted(shape.keys.size(), "key"), title);
+    }
+    print(frame.Narrow() ? row : fmt::format("{}  {}", row, title));
+    if (frame.Narrow()) print(kIndent + title);
     if (!options.examples) continue;
     for (const std::string& line : Details(shape)) print(kIndent + line);
   }
