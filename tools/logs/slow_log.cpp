@@ -197,20 +197,15 @@ class SlowLogSplitter final : public LineSplitter {
       return true;
     }
     if (!SetsVariables(line)) return false;
-    if (const std::size_t at = line.find("timestamp="); at != kNoPlace) {
-      entry_.any_timestamp = true;
-      TakeTimestamp(line.substr(line.find('=', at) + 1));
-    }
-    return true;
-  }
-
-  // Takes the time of the statement's start. So that all times of a log are comparable, it counts
-  // more than a "# Time:" by a clock of unknown offset.
-  void TakeTimestamp(std::string_view value) {
+    std::string_view value = line.substr(std::min(line.find("timestamp="), line.size()));
+    if (!TakePrefix(value, "timestamp=")) return true;
+    entry_.any_timestamp = true;
     std::optional<LogTime> time = TakeEpochTime(value);
     if (value != ";") time.reset();
+    // So that all times of a log are comparable, it counts more than a "# Time:" without a zone.
     const std::optional<LogTime>& written = entry_.execution.time;
     if (!time || !written || !written->offset_seconds) TakeTime(time);
+    return true;
   }
 
   void TakeBody(std::string_view body) override {

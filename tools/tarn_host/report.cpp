@@ -94,8 +94,7 @@ struct Writer {
 };
 
 [[noreturn]] void Refuse(const std::string& kind, const ReadJson& json) {
-  constexpr std::size_t kMostShown = 60;
-  throw std::invalid_argument("not a " + kind + ": " + Fitted(json.dump(), kMostShown));
+  throw std::invalid_argument("not a " + kind + ": " + Fitted(json.dump(), 60));
 }
 
 // Refuses a number that no report of ours holds, since sums would not be exact any more.
@@ -335,9 +334,8 @@ ShapeCount ReadReport(const std::string& name, std::string_view text, const Coun
     };
     const ReadJson head = ReadJson::parse(text, take_shape);
     const Reader reader{head};
-    if (!head.is_object() || reader.Get<int>(kMark) != kVersion) {
-      fail("not a report of this version");
-    }
+    const bool any = head.is_object() && reader.Get<int>(kMark) == kVersion;
+    if (!any) fail("not a report of this version");
     // The objects in it have been taken.
     if (!reader.Get<std::vector<ReadJson>>("shapes").empty()) Refuse("shape", head["shapes"][0]);
     counted.exact = reader.Get<bool>(kExact);
