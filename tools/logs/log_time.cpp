@@ -136,7 +136,7 @@ std::optional<LogTime> TakeEpochTime(std::string_view& text) {
 std::string FormatLogTime(const LogTime& time) {
   constexpr int kMinutesPerHour = 60;
   const auto wall = std::chrono::floor<std::chrono::seconds>(microseconds(time.wall_microseconds));
-  const std::string text = fmt::format("{:%F %T}", fmt::gmtime(std::time_t{wall.count()}));
+  std::string text = fmt::format("{:%F %T}", fmt::gmtime(std::time_t{wall.count()}));
   if (!time.offset_seconds) return text;
   if (time.offset_seconds == 0) return text + 'Z';
   const int minutes = std::abs(*time.offset_seconds) / kMinutesPerHour;
