@@ -317,6 +317,8 @@ TEST(Report, ThatIsDamagedIsRefusedWhole) {
       {R"("shapes": [{"shape": "", "first_seen": "x"}])", "not a time: \"x\""},
       {R"("shapes": [{"shape": "", "key_fingerprints": ["1x"]}])",
        "not a hexadecimal number: \"1x\""},
+      {R"("shapes": [{"shape": "", "key_fingerprints": ["12345678901234567"]}])",
+       "not a hexadecimal number: \"12345678901234567\""},
       {R"("shapes": [{"shape": "", "example_bytes": "0g"}])", "not a hexadecimal number: \"0g\""},
       {R"("shapes": [{"shape": "", "histogram": []}])", "histogram is of another type"},
       {R"("shapes": [{"shape": "", "histogram": {"-1": 1}}])", "not a time: -1"},
