@@ -21,8 +21,20 @@
 #include "shapes/counter.h"
 #include "shapes/ranking.h"
 #include "sql/errors.h"
+#include "support/allocations.h"
 #include "support/surroundings.h"
 #include "tarn_host/report.h"
+
+namespace {
+
+// The steps of writing and reading reports.
+std::uint64_t steps = 0;
+
+}  // namespace
+
+// The compiler calls it at the beginning of each basic block.
+// NOLINTNEXTLINE(bugprone-reserved-identifier,readability-identifier-naming)
+extern "C" void __sanitizer_cov_trace_pc() { ++steps; }
 
 namespace tarn::test {
 namespace {
@@ -97,6 +109,27 @@ TEST(Counter, AgreesOnAnyNumberOfThreads) {
     EXPECT_EQ(refused.times.total, 8'000'000);
     EXPECT_TRUE(refused.keys.empty());
     EXPECT_EQ(std::next(alone.shapes.begin())->second.keys.size(), 572);
+  }
+}
+
+// The times and texts of an entry do not depend on the entries before it.
+TEST(Report, OfASlowLogAddsUpWhereverTheLogIsSplit) {
+  std::vector<std::string> entries;
+  const std::string rest = "# Query_time: 1  Lock_time: 0\nSET timestamp=1795511";
+  for (const char* time : {"", "", "# Time: 261124 10:05:01\n", "", "# Time: 261124 10:05:02\n",
+                           "# Time: 2026-11-24T10:05:03+01:00\n", ""}) {
+    entries.push_back(time + rest + std::to_string(100 + entries.size()) + ";\nselect 1;\n");
+  }
+  std::string log;
+  for (const std::string& entry : entries) log += entry;
+  const std::string whole = ReportOf(CountSlowLog(log, {}));
+  EXPECT_THAT(whole, HasSubstr("\"first_time\": \"2026-11-24T09:05:00Z\""));
+  for (std::size_t at = 0; (at = log.find(";\n#", at + 1)) != std::string::npos;) {
+    ShapeCount sum;
+    for (const std::string& part : {log.substr(0, at + 2), log.substr(at + 2)}) {
+      sum += ReadReport("", ReportOf(CountSlowLog(part, {})), {});
+    }
+    EXPECT_EQ(ReportOf(sum), whole) << at;
   }
 }
 
@@ -263,18 +296,84 @@ TEST(Report, ThatIsDamagedIsRefusedWhole) {
     damaged.replace(at + 3, end - at - 3, "-[]");
     EXPECT_THROW(ReadReport("", damaged, {}), InputError) << damaged.substr(at, 40);
   }
-  for (const char* text :
-       {"{\"tarn_host_report\": 2}", "[]", "{}",
-        "{\"tarn_host_report\": 1, \"shapes\": [{\"count\": -1}]}",
-        "{\"tarn_host_report\": 1, \"shapes\": [{\"total_seconds\": -1}]}",
-        "{\"tarn_host_report\": 1, \"shapes\": [{\"key_fingerprints\": [\"x\"]}]}",
-        "{\"tarn_host_report\": 1, \"shapes\": [{\"first_seen\": \"x\"}]}"}) {
-    EXPECT_THROW(ReadReport("", text, {}), InputError) << text;
+  const auto reason_of = [](const std::string& text) -> std::string {
+    try {
+      ReadReport("a.json", text, {});
+    } catch (const InputError& error) {
+      return error.what();
+    }
+    return "none";
+  };
+  for (const char* text : {"{\"tarn_host_report\": 2}", "[]", "{}"}) {
+    EXPECT_EQ(reason_of(text), "a.json: not a report of this version") << text;
+  }
+  const std::pair<const char*, const char*> kCases[] = {
+      {R"("shapes": [1])", "not a shape: 1"},
+      {R"("shapes": {"a": 1})", "shapes is of another type"},
+      {R"("shapes": [{"count": 1}])", R"(not a shape: {"count":1})"},
+      {R"("shapes": [{"shape": 1}])", "shape is of another type"},
+      {R"("shapes": [{"shape": "", "count": -1}])", "not a count: -1"},
+      {R"("shapes": [{"shape": "", "count": 2251799813685248}])", "not a count: 2251799813685248"},
+      {R"("shapes": [{"shape": "", "total_seconds": -1}])", "not a time: -1"},
+      {R"("shapes": [{"shape": "", "max_seconds": "1"}])", "not a time: \"1\""},
+      {R"("shapes": [{"shape": "", "first_seen": "x"}])", "not a time: \"x\""},
+      {R"("shapes": [{"shape": "", "key_fingerprints": ["1x"]}])",
+       "not a hexadecimal number: \"1x\""},
+      {R"("shapes": [{"shape": "", "key_fingerprints": ["12345678901234567"]}])",
+       "not a hexadecimal number: \"12345678901234567\""},
+      {R"("shapes": [{"shape": "", "example_bytes": "0g"}])", "not a hexadecimal number: \"0g\""},
+      {R"("shapes": [{"shape": "", "histogram": []}])", "histogram is of another type"},
+      {R"("shapes": [{"shape": "", "histogram": {"-1": 1}}])", "not a time: -1"},
+      {R"("shapes": [{"shape": "", "errors": {"1": []}}])", "not a count: []"},
+      {R"("shapes": [{"shape": "", "query_ids": [1]}])", "query_ids is of another type"},
+      {R"("exact": 1)", "exact is of another type"}};
+  for (const auto& [member, reason] : kCases) {
+    EXPECT_EQ(reason_of(R"({"tarn_host_report": 1, )" + std::string(member) + "}"),
+              std::string("a.json: the report is damaged: ") + reason);
+  }
+  for (const char* text : {R"("total_seconds": 1e400)", R"("total_seconds": nan)",
+                           R"("histogram": {"inf": 1})", R"("histogram": {"nan": 1})"}) {
+    EXPECT_EQ(reason_of(R"({"tarn_host_report": 1, "shapes": [{"shape": "", )" + std::string(text) +
+                        "}]}"),
+              "a.json: the report is damaged or ends too early");
   }
   std::string deep = R"({"tarn_host_report": 1, "shapes": [{"histogram": )";
   for (int depth = 0; depth < 1'000'000; ++depth) deep += R"({"1":)";
   deep += '1' + std::string(1'000'000, '}') + "}]}";
   EXPECT_THROW(ReadReport("", deep, {}), InputError);
+}
+
+// A stranger may have written the names of members.
+TEST(Report, TakesLinearStepsAndLittleMemory) {
+  constexpr std::size_t kMostSteps = 200;
+  constexpr std::size_t kMembers = 20'000;
+  ShapeCount count;
+  Shape& shape = count.shapes[{"", "s"}];
+  shape.example.emplace();
+  std::string text = R"({"tarn_host_report": 1)";
+  for (std::size_t number = 0; number < kMembers; ++number) {
+    shape.errors[std::to_string(number)] = 1;
+    text += ", \"" + std::to_string(number) + "\": 1";
+  }
+  text += R"(, "shapes": [{"shape": "s", "errors": {"x": 1)" + text.substr(text.find(',')) + "}}]}";
+  steps = 0;
+  const std::string report = ReportOf(count);
+  EXPECT_LT(steps, kMostSteps * report.size());
+  for (const std::string& one : {report, text}) {
+    steps = 0;
+    EXPECT_EQ(ReadReport("", one, {}).shapes.size(), 1);
+    EXPECT_LT(steps, kMostSteps * one.size());
+  }
+
+  constexpr std::size_t kSize = 3'000'000;
+  count.shapes.clear();
+  const std::string statement(kSize, 'x');
+  count.shapes[{"", statement}].Add(statement, {});
+  const PeakMemory memory;
+  const std::string all = ReportOf(count);
+  EXPECT_LT(memory.Bytes(), 12 * kSize);
+  EXPECT_EQ(ReadReport("", all, {}).shapes.size(), 1);
+  EXPECT_LT(memory.Bytes(), 16 * kSize);
 }
 
 // Shapes by their measures. Each is the first of one order.

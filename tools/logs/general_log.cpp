@@ -56,7 +56,13 @@ std::optional<Entry> EntryAt(std::string_view line) {
     const std::string_view command = Trimmed(line.substr(0, size));
     entry.argument = line.substr(size);
     entry.runs = command == "Query" || command == "Execute";
-    if (entry.runs ? size < line.size() : IsOtherCommand(command)) return entry;
+    if (entry.runs ? size < line.size() : IsOtherCommand(command)) {
+      // MySQL 5 writes the id of a prepared statement before it: "[1] select 5".
+      std::string_view rest = Trimmed(entry.argument);
+      const bool any = TakePrefix(rest, "[") && !TakeDigits(rest).empty() && TakePrefix(rest, "] ");
+      if (command == "Execute" && any) entry.argument = rest;
+      return entry;
+    }
   }
   return std::nullopt;
 }
@@ -71,6 +77,7 @@ class GeneralLogSplitter final : public LineSplitter {
       if (entry->runs) BeginBody(entry->argument);
     } else if (IsServerBanner(line) || (!LineEnded() && MayBeginEntry(line))) {
       EndBody();
+      time_.reset();
     }
   }
 
@@ -80,7 +87,8 @@ class GeneralLogSplitter final : public LineSplitter {
   }
 
   void TakeBody(std::string_view body) override {
-    if (!body.empty()) Out().Add(body, {.time = time_});
+    SplitPacket(body, Out(),
+                [this](std::string_view statement) { Out().Add(statement, {.time = time_}); });
   }
 
   // The time of the last line that has one. Within the same second servers leave it out.

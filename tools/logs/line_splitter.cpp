@@ -3,9 +3,13 @@
 #include <algorithm>
 #include <cassert>
 #include <cstddef>
+#include <functional>
+#include <initializer_list>
 #include <memory>
 #include <string_view>
 
+#include "sql/dialect.h"
+#include "sql/lexer.h"
 #include "sql/text.h"
 
 namespace tarn::host {
@@ -23,6 +27,26 @@ class PlainSplitter final : public LineSplitter {
     Out().Add(line);
   }
 };
+
+// Whether semicolons may be within the statement, for example in the body of CREATE PROCEDURE.
+bool HasBody(std::string_view statement) {
+  const auto is_one_of = [](const Token& token, std::initializer_list<std::string_view> words) {
+    return std::any_of(words.begin(), words.end(), [&token](std::string_view word) {
+      return EqualIgnoringCase(token.text, word);
+    });
+  };
+  Lexer lexer(statement, Dialect::kMysql);
+  Token token = lexer.Next();
+  // BEGIN NOT ATOMIC begins a block, other forms a transaction.
+  if (is_one_of(token, {"begin"})) return is_one_of(lexer.Next(), {"not"});
+  if (!is_one_of(token, {"create", "alter"})) return false;
+  // A definer may come before the kind: CREATE DEFINER=`a;b`@`%` PROCEDURE
+  while (token.kind != TokenKind::kEnd && !token.Is(';') && !is_one_of(token, {"table", "view"})) {
+    token = lexer.Next();
+    if (is_one_of(token, {"procedure", "function", "trigger", "event", "package"})) return true;
+  }
+  return false;
+}
 
 }  // namespace
 
@@ -95,6 +119,36 @@ void LineSplitter::DropTooLong() {
 std::string_view WithoutHole(std::string_view line) noexcept {
   line.remove_prefix(std::min(line.find_first_not_of('\0'), line.size()));
   return line;
+}
+
+void SplitPacket(std::string_view packet, Found& found,
+                 const std::function<void(std::string_view)>& take) {
+  // A packet has one statement in practice. Without a limit a batch would grow with the semicolons
+  // of a hostile one.
+  constexpr std::size_t kMostStatements = 1'000;
+  // Only the splitter drops a comment before a statement.
+  constexpr std::string_view kComments = "/-#";
+  if (packet.empty()) return;
+  const bool one =
+      packet.find(';') >= packet.size() - 1 && kComments.find(packet[0]) == std::string_view::npos;
+  if (one || HasBody(packet)) {
+    if (packet.ends_with(';')) packet.remove_suffix(1);
+    if (!packet.empty()) take(Trimmed(packet));
+    return;
+  }
+  const auto splitter = MakeSqlSplitter({});
+  constexpr std::size_t kPiece = std::size_t{64} * 1024;
+  Found parts;
+  std::size_t done = 0;
+  for (std::size_t end = 0; end < packet.size() && parts.statements.size() <= kMostStatements;) {
+    end = std::min(packet.size(), end + kPiece);
+    done += splitter->Split(packet.substr(done, end - done), end == packet.size(), parts);
+  }
+  if (parts.statements.size() > kMostStatements) {
+    ++found.summary.damaged;
+    parts.statements.resize(kMostStatements);
+  }
+  for (const FoundStatement& part : parts.statements) take(part.text);
 }
 
 std::unique_ptr<Splitter> MakeLinesSplitter(const SplitterOptions& /*options*/) {

@@ -2,6 +2,7 @@
 
 #include <cassert>
 #include <cstddef>
+#include <functional>
 #include <string_view>
 
 #include "logs/formats.h"
@@ -62,5 +63,12 @@ class LineSplitter : public Splitter {
 // `line` without NUL bytes at its start. If a file is emptied while its server writes, it begins
 // with a hole of them. Any thread may call it.
 std::string_view WithoutHole(std::string_view line) noexcept;
+
+// Calls `take` with each statement of a packet that a client sent to MySQL or MariaDB, without the
+// comments before it and the semicolon after it: "select 1; /* a */ select 2;" -> "select 1",
+// "select 2". A body such as that of CREATE PROCEDURE belongs to its statement. If there are more
+// than 1,000 statements, the others are left out, and `found` counts a damaged entry.
+void SplitPacket(std::string_view packet, Found& found,
+                 const std::function<void(std::string_view)>& take);
 
 }  // namespace tarn::host

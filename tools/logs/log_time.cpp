@@ -1,10 +1,13 @@
 #include "logs/log_time.h"
 
+#include <fmt/chrono.h>
+
 #include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <ctime>
 #include <limits>
 #include <map>
@@ -131,17 +134,14 @@ std::optional<LogTime> TakeEpochTime(std::string_view& text) {
 }
 
 std::string FormatLogTime(const LogTime& time) {
+  constexpr int kMinutesPerHour = 60;
   const auto wall = std::chrono::floor<std::chrono::seconds>(microseconds(time.wall_microseconds));
-  const std::time_t seconds = wall.count();
-  std::tm fields{};
-  gmtime_r(&seconds, &fields);
-  fields.tm_gmtoff = time.offset_seconds.value_or(0);
-  char text[64];
-  std::string result(text, std::strftime(text, sizeof text, "%F %T", &fields));
-  // "+0100" -> "+01:00"
-  std::strftime(text, sizeof text, "%z", &fields);
-  if (fields.tm_gmtoff != 0) result.append(text, 3).append(":").append(text + 3);
-  return result;
+  std::string text = fmt::format("{:%F %T}", fmt::gmtime(std::time_t{wall.count()}));
+  if (!time.offset_seconds) return text;
+  if (time.offset_seconds == 0) return text + 'Z';
+  const int minutes = std::abs(*time.offset_seconds) / kMinutesPerHour;
+  return fmt::format("{}{}{:02}:{:02}", text, *time.offset_seconds < 0 ? '-' : '+',
+                     minutes / kMinutesPerHour, minutes % kMinutesPerHour);
 }
 
 }  // namespace tarn::host

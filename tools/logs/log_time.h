@@ -32,8 +32,8 @@ std::tuple<std::int64_t, std::int64_t, bool> SortKey(const std::optional<LogTime
 void WidenSpan(std::optional<LogTime>& first, std::optional<LogTime>& last,
                const std::optional<LogTime>& time);
 
-// The time by the log's own clock to the second, and its offset if that is known and not 0:
-// "2026-11-24 09:05:00", "2026-11-24 09:05:00+01:00".
+// The time by the log's own clock to the second, and its offset if that is known:
+// "2026-11-24 09:05:00", "2026-11-24 09:05:00Z", "2026-11-24 09:05:00+01:00".
 std::string FormatLogTime(const LogTime& time);
 
 // Removes the time at the start of `text`, with the fraction and the zone if they follow, and

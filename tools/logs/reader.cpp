@@ -192,7 +192,7 @@ void StatementReader::EndFile() {
   for (const auto& [kind, count] : summary.lost) {
     add_count(count, "message holds", "messages hold", kind);
   }
-  if (!splitter_ && summary.entries > 0 && executions_in_log_ == 0) {
+  if (!splitter_ && summary.entries > 0 && executions_in_log_ == 0 && summary.problem.empty()) {
     AddRemark("holds entries and no statement" +
               (summary.lost.empty() ? ": " + std::string(format_->advice) : ""));
   }

@@ -36,29 +36,20 @@ void ForEachField(std::string_view line, const Take& take) {
   }
 }
 
-std::string_view TakeWord(std::string_view& text) noexcept {
-  const auto* const end = std::find_if_not(text.begin(), text.end(), IsWord);
-  return TakeBytes(text, static_cast<std::size_t>(end - text.begin()));
-}
-
 // Whether `line` is a header such as "# Thread_id: 5  Schema: shop".
 bool IsHeader(std::string_view line) noexcept {
   if (!TakePrefix(line, "# ")) return false;
-  return line.starts_with(kUser.substr(2)) || line.starts_with(kCommand.substr(2)) ||
-         (!TakeWord(line).empty() && line.starts_with(": "));
+  if (line.starts_with(kUser.substr(2)) || line.starts_with(kCommand.substr(2))) return true;
+  const std::string_view name = TakeBytes(line, line.find(": "));
+  return !name.empty() && !line.empty() && std::all_of(name.begin(), name.end(), IsWord);
 }
 
-// Whether semicolons may be within the statement, for example in the body of CREATE PROCEDURE.
-bool IsRoutine(std::string_view body) {
-  if (!EqualIgnoringCase(TakeWord(body), "create")) return false;
-  for (body = body.substr(0, body.find_first_of("(;")); !body.empty();) {
-    body.remove_prefix(1);
-    const std::string_view word = TakeWord(body);
-    for (const char* kind : {"procedure", "function", "trigger", "event"}) {
-      if (EqualIgnoringCase(word, kind)) return true;
-    }
-  }
-  return false;
+// Whether `line` is one that the server writes before each statement, which begins
+// "SET timestamp=5;" or "SET last_insert_id=1,insert_id=2,timestamp=5;".
+bool SetsVariables(std::string_view line) noexcept {
+  return Trimmed(line).ends_with(';') && TakePrefix(line, "SET ") &&
+         (line.starts_with("timestamp=") || line.starts_with("last_insert_id=") ||
+          line.starts_with("insert_id="));
 }
 
 class SlowLogSplitter final : public LineSplitter {
@@ -72,6 +63,8 @@ class SlowLogSplitter final : public LineSplitter {
     std::string error;
     bool any_measures = false;
     bool any_timestamp = false;
+    // Whether the lines up to "SET timestamp=" explain or warn.
+    bool in_remarks = false;
     // The line "use shop". It is the statement if no other one follows.
     std::string use;
   };
@@ -82,6 +75,11 @@ class SlowLogSplitter final : public LineSplitter {
   void TakeLine(std::string_view line) override {
     const std::string_view bare = WithoutHole(line);
     if (IsBetweenEntries()) {
+      // MariaDB quotes values of the statement in these lines.
+      const bool remark = bare.starts_with("# explain: ") || Trimmed(bare) == "# Warnings";
+      entry_.in_remarks =
+          state_ == State::kHeader && (entry_.in_remarks || remark) && !SetsVariables(bare);
+      if (entry_.in_remarks) return;
       if (IsHeader(bare)) {
         if (bare.starts_with(kCommand)) entry_.use.clear();
         EndEntry();
@@ -92,6 +90,7 @@ class SlowLogSplitter final : public LineSplitter {
         EndEntry();
         state_ = State::kOutside;
         used_database_.clear();
+        time_.reset();
         return;
       }
       // The end of the input may have cut a header.
@@ -131,11 +130,11 @@ class SlowLogSplitter final : public LineSplitter {
       ++Out().summary.entries;
     }
     if (TakePrefix(line, kTime)) {
-      const std::optional<LogTime> time = LogTimeAt(Trimmed(line));
-      if (time) time_ = time;
-      if (!time) ++Out().summary.impossible_times;
-      TakeTime(time);
-    } else if (TakePrefix(line, kUser)) {
+      TakeTime(LogTimeAt(Trimmed(line)));
+      // Percona's server may write both on one line.
+      line.remove_prefix(std::min(line.find(kUser), line.size()));
+    }
+    if (TakePrefix(line, kUser)) {
       TakeUser(line);
     } else if (line.starts_with(kCommand)) {
       // "# administrator command: Ping;" -> "administrator command: Ping"
@@ -150,8 +149,8 @@ class SlowLogSplitter final : public LineSplitter {
   }
 
   void TakeTime(const std::optional<LogTime>& time) {
-    entry_.execution.time = time;
-    WidenSpan(Out().first_time, Out().last_time, time);
+    if (time) entry_.execution.time = time_ = time;
+    if (!time) ++Out().summary.impossible_times;
   }
 
   // "shop[shop] @ web [10.0.0.1]  Id:     8" -> user "shop", host "web"
@@ -186,10 +185,9 @@ class SlowLogSplitter final : public LineSplitter {
   bool TakePreamble(std::string_view line) {
     // Other header lines are not used: "#   InnoDB_IO_r_ops: 0"
     if (line.empty() || line.starts_with('#')) return true;
-    if (!line.ends_with(';')) return false;
-    line.remove_suffix(1);
     // If "use" follows the timestamp, it is the statement and not the server's own line.
-    if (line.starts_with("use ") && !entry_.any_timestamp) {
+    if (line.starts_with("use ") && line.ends_with(';') && !entry_.any_timestamp) {
+      line.remove_suffix(1);
       entry_.use = line;
       std::string_view name = Trimmed(line.substr(4));
       if (name.size() >= 2 && name.starts_with('`') && name.ends_with('`')) {
@@ -198,64 +196,27 @@ class SlowLogSplitter final : public LineSplitter {
       used_database_ = name;
       return true;
     }
-    if (TakePrefix(line, "SET timestamp=")) {
-      entry_.any_timestamp = true;
-      TakeTimestamp(line);
-      return true;
-    }
-    return line.starts_with("SET last_insert_id=") || line.starts_with("SET insert_id=");
-  }
-
-  // Takes the time of the statement's start. If the entry has a "# Time:" too, their difference is
-  // the offset of the log's clock. Otherwise the entry gets its timestamp by that clock.
-  void TakeTimestamp(std::string_view value) {
-    constexpr std::int64_t kZoneStep = 900'000'000;
+    if (!SetsVariables(line)) return false;
+    std::string_view value = line.substr(std::min(line.find("timestamp="), line.size()));
+    if (!TakePrefix(value, "timestamp=")) return true;
+    entry_.any_timestamp = true;
     std::optional<LogTime> time = TakeEpochTime(value);
-    if (!time || !value.empty()) {
-      ++Out().summary.impossible_times;
-    } else if (entry_.execution.time) {
-      // The server writes "# Time:" after the statement.
-      const double taken = entry_.execution.seconds.value_or(0) * 1e6;
-      const std::int64_t ahead = entry_.execution.time->wall_microseconds -
-                                 time->wall_microseconds - static_cast<std::int64_t>(taken);
-      clock_ahead_ = (ahead + kZoneStep / 2) / kZoneStep * kZoneStep;
-    } else {
-      time->wall_microseconds += clock_ahead_;
-      if (time_) time->offset_seconds = time_->offset_seconds;
-      TakeTime(time);
-    }
+    if (value != ";") time.reset();
+    // So that all times of a log are comparable, it counts more than a "# Time:" without a zone.
+    const std::optional<LogTime>& written = entry_.execution.time;
+    if (!time || !written || !written->offset_seconds) TakeTime(time);
+    return true;
   }
 
   void TakeBody(std::string_view body) override {
-    // The most statements of an entry, which has one in practice. Without a limit a batch would
-    // grow with the semicolons of a hostile entry.
-    constexpr std::size_t kMostStatements = 1'000;
-    const bool one = IsRoutine(body) || body.find(';') >= body.size() - 1;
-    // A statement after a comment needs the splitter, which drops the comment.
-    constexpr std::string_view kComments = "/-#";
-    if (one && kComments.find(body.front()) == kNoPlace) {
-      if (body.ends_with(';')) body.remove_suffix(1);
-      return Add(Trimmed(body));
-    }
-    const auto splitter = MakeSqlSplitter({});
-    constexpr std::size_t kPiece = std::size_t{64} * 1024;
-    Found parts;
-    std::size_t done = 0;
-    for (std::size_t end = 0; end < body.size() && parts.statements.size() <= kMostStatements;) {
-      end = std::min(body.size(), end + kPiece);
-      done += splitter->Split(body.substr(done, end - done), end == body.size(), parts);
-    }
-    if (parts.statements.size() > kMostStatements) {
-      ++Out().summary.damaged;
-      parts.statements.resize(kMostStatements);
-    }
-    for (const FoundStatement& part : parts.statements) Add(part.text);
+    SplitPacket(body, Out(), [this](std::string_view statement) { Add(statement); });
   }
 
   void Add(std::string_view statement) {
     if (statement.empty()) return;
     Execution execution = std::exchange(entry_.execution, {});
     if (!execution.time) execution.time = time_;
+    WidenSpan(Out().first_time, Out().last_time, execution.time);
     execution.user = Out().Share(&Execution::user, entry_.user);
     execution.host = Out().Share(&Execution::host, entry_.host);
     execution.database =
@@ -270,10 +231,8 @@ class SlowLogSplitter final : public LineSplitter {
   bool statement_ended_ = false;
   // The database of the last "use", which the server writes if another database is used.
   std::string used_database_;
-  // The last "# Time:", which older servers leave out within the same second.
+  // The last time of an entry. Older servers leave it out within the same second.
   std::optional<LogTime> time_;
-  // The microseconds by which the log's clock is ahead of UTC.
-  std::int64_t clock_ahead_ = 0;
 };
 
 }  // namespace

@@ -8,7 +8,7 @@
 
 namespace tarn::host {
 
-std::string JsonText(const nlohmann::ordered_json& document) {
+std::string JsonText(const nlohmann::ordered_json& document, std::size_t margin) {
   constexpr int kIndent = 2;
   const std::string json =
       document.dump(kIndent, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
@@ -24,6 +24,7 @@ std::string JsonText(const nlohmann::ordered_json& document) {
       fmt::format_to(std::back_inserter(text), "\\u{:04x}", byte);
     } else {
       text += json[at];
+      if (json[at] == '\n') text.append(margin, ' ');
     }
   }
   return text;

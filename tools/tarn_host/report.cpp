@@ -8,8 +8,9 @@
 #include <cstdint>
 #include <map>
 #include <nlohmann/json.hpp>
-#include <sstream>
+#include <set>
 #include <stdexcept>
+#include <string>
 #include <vector>
 
 #include "plugin/normalize_call.h"
@@ -34,7 +35,6 @@ constexpr const char* kFoldDigits = "fold_digits";
 constexpr const char* kKeys = "keys";
 constexpr const char* kGroupBy = "group_by";
 constexpr const char* kOthers = "others";
-constexpr int kHexadecimal = 16;
 
 // Statements are bytes, JSON is UTF-8. A text that is not UTF-8 is kept a second time, in
 // hexadecimal digits.
@@ -50,17 +50,13 @@ double Seconds(std::uint64_t microseconds) noexcept {
 std::string IsoTime(const LogTime& time) {
   constexpr std::string_view kSecond = "2026-11-24 09:05:29";
   constexpr std::int64_t kMicroseconds = 1'000'000;
-  const std::string whole = FormatLogTime(time);
-  std::string text = whole.substr(0, kSecond.size());
-  text[kSecond.find(' ')] = 'T';
   const std::int64_t part =
       (time.wall_microseconds % kMicroseconds + kMicroseconds) % kMicroseconds;
-  if (part != 0) {
-    text += fmt::format(".{:06}", part);
-    text.erase(text.find_last_not_of('0') + 1);
-  }
-  if (!time.offset_seconds) return text;
-  return text + (whole.size() == kSecond.size() ? "Z" : whole.substr(kSecond.size()));
+  std::string fraction = part == 0 ? "" : fmt::format(".{:06}", part);
+  fraction.erase(fraction.find_last_not_of('0') + 1);
+  std::string text = FormatLogTime(time).insert(kSecond.size(), fraction);
+  text[kSecond.find(' ')] = 'T';
+  return text;
 }
 
 // Adds members to a JSON object. A member without a value is left out.
@@ -97,23 +93,37 @@ struct Writer {
   Json& json;
 };
 
+[[noreturn]] void Refuse(const std::string& kind, const ReadJson& json) {
+  throw std::invalid_argument("not a " + kind + ": " + Fitted(json.dump(), 60));
+}
+
 // Refuses a number that no report of ours holds, since sums would not be exact any more.
 std::uint64_t ToNumber(const ReadJson& json) {
-  if (!json.is_number_unsigned() || json.get<std::uint64_t>() > kMostSum) {
-    throw std::invalid_argument("not a count: " + json.dump());
-  }
+  if (!json.is_number_unsigned() || json.get<std::uint64_t>() > kMostSum) Refuse("count", json);
   return json.get<std::uint64_t>();
 }
 
 std::uint64_t ToMicroseconds(const ReadJson& seconds) {
-  if (!seconds.is_number() || seconds.get<double>() < 0) {
-    throw std::invalid_argument("not a time: " + seconds.dump());
-  }
+  if (!seconds.is_number() || seconds.get<double>() < 0) Refuse("time", seconds);
   return TimeStatistics::Microseconds(seconds.get<double>());
+}
+
+std::uint64_t FromHexadecimal(const std::string& digits) {
+  const bool all = digits.find_first_not_of("0123456789abcdef") == std::string::npos;
+  if (!all || digits.empty() || digits.size() > 16) Refuse("hexadecimal number", digits);
+  return std::stoull(digits, nullptr, 16);
 }
 
 // Reads what Writer has written. A missing member leaves the value as it is.
 struct Reader {
+  template <typename Value>
+  Value Get(const std::string& name) const {
+    try {
+      return json.value(name, Value());
+    } catch (const ReadJson::type_error&) {
+      throw std::invalid_argument(name + " is of another type");
+    }
+  }
   template <typename Value>
   void Number(const char* name, Value& number) const {
     if (json.contains(name)) number = ToNumber(json[name]);
@@ -124,16 +134,16 @@ struct Reader {
   }
   void Time(const char* name, std::optional<LogTime>& time) const {
     if (!json.contains(name)) return;
-    time = LogTimeAt(json[name].get_ref<const std::string&>());
-    if (!time) throw std::invalid_argument("not a time: " + json[name].dump());
+    time = LogTimeAt(Get<std::string>(name));
+    if (!time) Refuse("time", json[name]);
   }
   void Text(const std::string& name, std::string& text) const {
-    text = json.value(name, "");
+    text = Get<std::string>(name);
     if (!json.contains(BytesMember(name))) return;
-    const std::string digits = json[BytesMember(name)];
+    const auto digits = Get<std::string>(BytesMember(name));
     text.clear();
     for (std::size_t at = 0; at < digits.size(); at += 2) {
-      text += static_cast<char>(std::stoi(digits.substr(at, 2), nullptr, kHexadecimal));
+      text += static_cast<char>(FromHexadecimal(digits.substr(at, 2)));
     }
   }
   void Detail(const char* name, std::string& text) const { Text(name, text); }
@@ -192,44 +202,48 @@ Json ShapeJson(const ShapeKey& key, const Shape& shape) {
 
 void AddShape(const ReadJson& json, ShapeCount& count) {
   const Reader reader{json};
+  if (!json.contains("shape")) Refuse("shape", json);
   ShapeKey key;
   reader.Text("group", key.group);
   reader.Text("shape", key.shape);
   Shape shape;
   AccessCounters(reader, shape);
-  for (const auto& [bound, number] : json.value("histogram", std::map<std::string, ReadJson>())) {
+  using Members = std::map<std::string, ReadJson>;
+  for (const auto& [bound, number] : reader.Get<Members>("histogram")) {
     shape.times.classes[ToMicroseconds(ReadJson::parse(bound))] = ToNumber(number);
     shape.times.count = CappedSum(shape.times.count, ToNumber(number));
   }
-  for (const auto& [error, number] : json.value("errors", std::map<std::string, ReadJson>())) {
+  for (const auto& [error, number] : reader.Get<Members>("errors")) {
     shape.errors[error] = ToNumber(number);
     shape.failures = CappedSum(shape.failures, ToNumber(number));
   }
-  shape.query_ids = json.value("query_ids", shape.query_ids);
-  for (const std::string& digits : json.value("key_fingerprints", std::vector<std::string>())) {
-    shape.keys.insert(std::stoull(digits, nullptr, kHexadecimal));
+  shape.query_ids = reader.Get<std::set<std::string>>("query_ids");
+  for (const auto& digits : reader.Get<std::vector<std::string>>("key_fingerprints")) {
+    shape.keys.insert(FromHexadecimal(digits));
   }
   AccessExample(reader, shape.example.emplace());
   count.counted = CappedSum(count.counted, shape.count);
   count.shapes[key] += shape;
 }
 
-// Writes `head` with one more member, a list. Its elements are made and written one by one, so that
-// they are never all in memory.
+// Writes `head` with one more member, a list of objects. They are made one by one and written
+// member by member, since texts may be long.
 template <typename Elements, typename MakeElement>
-void WriteList(const Json& head, const char* name, const Elements& elements,
+void WriteList(const Json& head, const char* list, const Elements& elements,
                const MakeElement& make, Output& output) {
   std::string open = JsonText(head);
   open.erase(open.rfind('\n'));
-  output.Write(fmt::format("{},\n  \"{}\": [", open, name));
-  const char* between = "";
+  output.Write(fmt::format("{},\n  \"{}\": [", open, list));
+  const char* before = "\n    {";
   for (const auto& element : elements) {
-    output.Write(between);
-    between = ",";
-    std::istringstream lines(JsonText(make(element)));
-    for (std::string line; std::getline(lines, line);) output.Write("\n    " + line);
+    const Json object = make(element);
+    for (const auto& [name, value] : object.items()) {
+      output.Write(fmt::format("{}\n      \"{}\": {}", before, name, JsonText(value, 6)));
+      before = ",";
+    }
+    before = "\n    },\n    {";
   }
-  output.Write(elements.empty() ? "]\n}\n" : "\n  ]\n}\n");
+  output.Write(elements.empty() ? "]\n}\n" : "\n    }\n  ]\n}\n");
 }
 
 }  // namespace
@@ -319,24 +333,25 @@ ShapeCount ReadReport(const std::string& name, std::string_view text, const Coun
       return false;
     };
     const ReadJson head = ReadJson::parse(text, take_shape);
-    if (head.value(kMark, 0) != kVersion) fail("not a report of this version");
-    counted.exact = head.value(kExact, false);
-    counted.fold_digits = head.value(kFoldDigits, false);
-    counted.keys = head.value(kKeys, false);
+    const Reader reader{head};
+    const bool any = head.is_object() && reader.Get<int>(kMark) == kVersion;
+    if (!any) fail("not a report of this version");
+    // The objects in it have been taken.
+    if (!reader.Get<std::vector<ReadJson>>("shapes").empty()) Refuse("shape", head["shapes"][0]);
+    counted.exact = reader.Get<bool>(kExact);
+    counted.fold_digits = reader.Get<bool>(kFoldDigits);
+    counted.keys = reader.Get<bool>(kKeys);
     for (std::size_t i = 0; i < kDetails; ++i) {
       const auto detail = static_cast<Detail>(i);
-      if (head.value(kGroupBy, "") == NameOf(detail)) counted.group_by = detail;
+      if (reader.Get<std::string>(kGroupBy) == NameOf(detail)) counted.group_by = detail;
     }
     if (head.contains(kOthers))
       fail("the report was made with --top or --min-count and lacks shapes");
-    const Reader reader{head};
     reader.Number("failed", count.failed);
     reader.Time("first_time", count.first_time);
     reader.Time("last_time", count.last_time);
-  } catch (const ReadJson::parse_error&) {
+  } catch (const ReadJson::exception&) {
     fail("the report is damaged or ends too early");
-  } catch (const ReadJson::exception& error) {
-    fail(std::string("the report is damaged: ") + error.what());
   } catch (const std::logic_error& error) {
     fail(std::string("the report is damaged: ") + error.what());
   }
