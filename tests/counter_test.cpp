@@ -27,8 +27,8 @@
 
 namespace {
 
-// The steps of writing and reading reports.
-std::uint64_t steps = 0;
+// The steps of writing and reading reports, by this thread.
+thread_local std::uint64_t steps = 0;
 
 }  // namespace
 
