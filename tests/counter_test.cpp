@@ -346,7 +346,7 @@ TEST(Report, ThatIsDamagedIsRefusedWhole) {
 // A stranger may have written the names of members.
 TEST(Report, TakesLinearStepsAndLittleMemory) {
   constexpr std::size_t kMostSteps = 200;
-  constexpr std::size_t kMembers = 20'000;
+  constexpr std::size_t kMembers = 8'000;
   ShapeCount count;
   Shape& shape = count.shapes[{"", "s"}];
   shape.example.emplace();
@@ -365,7 +365,7 @@ TEST(Report, TakesLinearStepsAndLittleMemory) {
     EXPECT_LT(steps, kMostSteps * one.size());
   }
 
-  constexpr std::size_t kSize = 3'000'000;
+  constexpr std::size_t kSize = 1'000'000;
   count.shapes.clear();
   const std::string statement(kSize, 'x');
   count.shapes[{"", statement}].Add(statement, {});
