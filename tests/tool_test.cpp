@@ -295,6 +295,9 @@ struct ElfParts {
   Elf64_Xword& Value(Elf64_Sxword tag) { return Entry(tag).d_un.d_val; }
   // The words of a table in the first segment, where addresses equal offsets in the file.
   Elf64_Word* Words(Elf64_Sxword tag) { return reinterpret_cast<Elf64_Word*>(&bytes[Value(tag)]); }
+  Elf64_Sym* Symbols() { return reinterpret_cast<Elf64_Sym*>(Words(DT_SYMTAB)); }
+  // The first symbol with a hash, which is the entry function of the plug-in.
+  Elf64_Sym& Exported() { return Symbols()[Words(DT_GNU_HASH)[1]]; }
 };
 
 using Change = std::function<void(ElfParts&)>;
@@ -420,7 +423,11 @@ TEST(Check, ReadsTheTablesOfTheLoader) {
        [](ElfParts& it) { it.header.e_shoff = it.header.e_shnum = 0; }},
       // Symbol 1 is an import, which the loader finds if its value is not 0.
       {"FAIL  exports the entry function alone: ",
-       [](ElfParts& it) { reinterpret_cast<Elf64_Sym*>(it.Words(DT_SYMTAB))[1].st_value = 1; }},
+       [](ElfParts& it) { it.Symbols()[1].st_value = 1; }},
+      {no_exports, [](ElfParts& it) { it.Exported().st_other = STV_HIDDEN; }},
+      {no_exports,
+       [](ElfParts& it) { it.Exported().st_info = ELF64_ST_INFO(STB_LOCAL, STT_FUNC); }},
+      {"pass  exports", [](ElfParts& it) { it.Exported().st_other = STV_PROTECTED; }},
       {no_exports, [](ElfParts& it) { it.Words(DT_GNU_HASH)[0] = 0; }},
       // Of two entries with one tag the later one counts, but not one after the end.
       {"FAIL  soname: lib",
