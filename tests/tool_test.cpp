@@ -387,7 +387,7 @@ TEST(Check, ReadsTheTablesOfTheLoader) {
       {damaged, [](ElfParts& it) { it.Segment(PT_LOAD).p_filesz = ~0ULL; }},
       {damaged, [](ElfParts& it) { it.Segment(PT_LOAD, 3).p_offset = it.bytes.size() - 1; }},
       {damaged, [](ElfParts& it) { it.Segment(PT_LOAD).p_memsz = 1; }},
-      {damaged, [](ElfParts& it) { it.Segment(PT_LOAD, 1).p_vaddr = 0; }},
+      {damaged, [](ElfParts& it) { it.Segment(PT_LOAD, 1).p_vaddr = it.Segment(PT_LOAD).p_memsz; }},
       {damaged, [](ElfParts& it) { it.Value(DT_STRTAB) = 1ULL << 62U; }},
       {damaged, [](ElfParts& it) { it.Value(DT_SYMTAB) = ~0ULL; }},
       {damaged, [](ElfParts& it) { it.Entry(DT_SYMTAB).d_tag = DT_DEBUG; }},
