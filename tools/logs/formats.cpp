@@ -51,6 +51,13 @@ bool BeginsCloudEntry(std::string_view line) {
          line.find("\"textPayload\":") != std::string_view::npos;
 }
 
+// The first member of a report of `tarn_host shapes --json`. It is in the first or the second line.
+bool BeginsReportMember(std::string_view line) {
+  line = Trimmed(line);
+  if (line.starts_with('{')) line = Trimmed(line.substr(1));
+  return line.starts_with("\"tarn_host_report\":");
+}
+
 // Whether the lines before a line that begins an entry of `format` are SQL, and that line is within
 // a quote or a comment of it, as a text that somebody has stored. A log may begin within a quote
 // itself: a slow log has a ";" before its next entry, and a CSV log is never taken for SQL.
@@ -95,6 +102,8 @@ constexpr std::array kFormats{
     Format{"", "a MariaDB audit log", BeginsMariaDbAuditEntry, kAuditAdvice},
     Format{"", "a MySQL audit log", BeginsMySqlAuditEntry, kAuditAdvice},
     Format{"", "a binary log", BeginsBinaryLog, "mysqlbinlog prints its statements"},
+    // A report in a file of its own is found before it is read as a log.
+    Format{"", "a JSON report", BeginsReportMember, "tarn_host shapes --input=report reads it"},
 };
 
 }  // namespace

@@ -48,8 +48,9 @@ class ElfImage {
   std::vector<T> UpTo(std::uint64_t count, Elf64_Addr address) const {
     static_assert(std::is_trivially_copyable_v<T>);
     for (const Elf64_Phdr& segment : segments_) {
-      if (address < segment.p_vaddr || address - segment.p_vaddr >= segment.p_filesz) continue;
+      // An address before the segment wraps round to an offset beyond its end.
       const std::uint64_t offset = address - segment.p_vaddr;
+      if (offset >= segment.p_filesz) continue;
       std::vector<T> objects(std::min(count, (segment.p_filesz - offset) / sizeof(T)));
       ReadInto(objects.data(), objects.size() * sizeof(T), segment.p_offset + offset);
       return objects;
@@ -150,8 +151,7 @@ std::uint64_t CountByGnuHash(const ElfImage& image, Elf64_Addr hash) {
   const Elf64_Addr buckets = hash + kHeadWords * sizeof(Elf64_Word) +
                              std::uint64_t{head[kBloomWords]} * sizeof(Elf64_Xword);
   std::uint64_t last = 0;
-  image.ForEach<Elf64_Word>(head[kBuckets], buckets, [&](Elf64_Word bucket) {
-    image.Require(bucket == 0 || bucket >= head[kFirstSymbol]);
+  image.ForEach<Elf64_Word>(head[kBuckets], buckets, [&last](Elf64_Word bucket) {
     last = std::max<std::uint64_t>(last, bucket);
     return true;
   });

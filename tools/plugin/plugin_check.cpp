@@ -89,9 +89,7 @@ std::string DispatchTableTrouble(const impl_dao::CProductInterface& product, con
   const void* const* table = nullptr;
   std::memcpy(&table, static_cast<const void*>(&product), sizeof table);
   // The type information comes right before the first slot.
-  if (outside(table) || outside(table - 1) || outside(table + kSlots - 1)) {
-    return "it lies outside the library";
-  }
+  if (outside(table - 1) || outside(table + kSlots - 1)) return "it lies outside the library";
   if (outside(table[-1])) return "no type information";
   for (std::size_t slot = 0; slot < kSlots; ++slot) {
     if (outside(table[slot])) return fmt::format("slot {} points outside the library", slot + 1);

@@ -43,6 +43,7 @@ void ExitOnInterrupt() noexcept {
   if (HandlerOf(SIGINT) == SIG_IGN) return;
   struct sigaction action {};
   action.sa_handler = OnSignal;
+  // Reading and writing go on after the signal; only a wait has to expect EINTR.
   action.sa_flags = SA_RESTART;
   sigaction(SIGINT, &action, nullptr);
 }

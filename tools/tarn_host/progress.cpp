@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cmath>
 #include <cstddef>
 #include <cstdio>
 
@@ -51,7 +50,7 @@ void ProgressBar::Show(std::uint64_t bytes, std::uint64_t statements) {
   if (total_) {
     const double share = std::min(1.0, static_cast<double>(bytes) / static_cast<double>(*total_));
     const std::string bar(static_cast<std::size_t>(share * kBarWidth), '#');
-    line = fmt::format("[{:.<{}}] {:.0f} % of {}", bar, kBarWidth, std::floor(share * 100),
+    line = fmt::format("[{:.<{}}] {} % of {}", bar, kBarWidth, static_cast<int>(share * 100),
                        *total_ / kMiB);
   }
   line += fmt::format(" MiB, {} statements", statements);
