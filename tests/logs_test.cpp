@@ -471,6 +471,13 @@ TEST(Reader, ReadsEachFileAsItsKind) {
                                  "select 'slowlog'"));
   // The last log holds no statement.
   EXPECT_EQ(reader.TakeRemarks().size(), 7);
+
+  ReadOptions options;
+  options.dialect = Dialect::kAnsi;
+  StatementReader chosen({files[1]}, options);
+  StatementBatch batch;
+  EXPECT_TRUE(chosen.Read(batch));
+  EXPECT_EQ(batch.SqlDialect(), Dialect::kAnsi);
 }
 
 std::string Packed(const std::string& text, int (*add_filter)(archive*)) {
