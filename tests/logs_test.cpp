@@ -323,7 +323,7 @@ TEST(Reader, LeavesOutStatementsThatAreTooLong) {
       std::string longer = "select ";
       while (longer.size() < 200'000) longer += unit;
       const std::string log = Entry(name, "select 1") + Entry(name, longer + "y") +
-                              Entry(name, "select 2") + Entry(name, std::string(1001, 'z')) +
+                              Entry(name, "select 2") + Entry(name, '$' + std::string(1200, 'z')) +
                               Entry(name, "select 3");
       // In PostgreSQL's logs a statement waits for its duration.
       const std::string next = format->dialect == Dialect::kPostgres ? "" : "2 ";
@@ -420,6 +420,14 @@ TEST(GeneralLog, EndsAStatementAtEachCommand) {
     const std::string log = Entry("general", "select 1") + "\t\t    1 " + command + "\tx\n";
     EXPECT_THAT(ReadText(log).texts, ElementsAre("select 1")) << command;
   }
+}
+
+TEST(GeneralLog, KeepsTheFirstStatementsOfALongPacket) {
+  std::string packet;
+  for (int i = 0; i < 1000; ++i) packet += "a;";
+  const Result result = ReadText(Entry("general", packet) + Entry("general", packet + "a;"));
+  EXPECT_EQ(result.texts.size(), 2000);
+  EXPECT_THAT(result.remarks, HasSubstr("1 entry is damaged"));
 }
 
 TEST(Reader, KeepsNothingOfTextWithoutStatements) {
