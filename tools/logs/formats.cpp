@@ -28,8 +28,7 @@ bool BeginsMySqlAuditEntry(std::string_view line) {
   line = Trimmed(line);
   return line.starts_with("<AUDIT_RECORD") || line.starts_with("<AUDIT>") ||
          line.starts_with("{\"audit_record\":") ||
-         (line.find('{') < 2 && line.find("\"timestamp\":") < 8 &&
-          line.find("\"class\":") != std::string_view::npos);
+         (line.find("\"timestamp\":") < 8 && line.find("\"class\":") != std::string_view::npos);
 }
 
 bool BeginsBinaryLog(std::string_view line) { return line.starts_with("\xFE\x62in"); }
