@@ -25,6 +25,7 @@
 #include <vector>
 
 #include "logs/formats.h"
+#include "logs/input.h"
 #include "logs/reader.h"
 #include "sql/errors.h"
 #include "sql/text.h"
@@ -59,6 +60,7 @@ using namespace tarn::host;
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
+using ::testing::Not;
 using ::testing::StartsWith;
 using ::testing::UnorderedElementsAre;
 
@@ -206,17 +208,21 @@ TEST_P(Inputs, AreCutAlikeHoweverTheyArrive) {
     expected.pop_back();
   }
   const bool recognised = GetParam().section == "Recognised";
+  // A log is recognised by the lines in the first bytes read, so they must arrive together unless
+  // the first line decides and cannot be SQL.
+  const bool one_line =
+      std::string_view("#<{\t2\xFE\xEF").find(texts[0][0]) != std::string_view::npos &&
+      RecognizedFormat(texts[0].substr(0, texts[0].find('\n'))) != nullptr;
   std::string remarks;
   for (const std::size_t step : {50'000UL, 1UL, 2UL, 3UL}) {
-    // The format is recognised by the lines in the first bytes read, so they must arrive together.
-    if (step <= 3 && recognised) continue;
+    if (step <= 3 && recognised && !one_line) continue;
     const Result result = ReadText(texts[0], OptionsOf(GetParam().label), step);
     EXPECT_EQ(recognised ? result.texts : result.statements, expected)
         << step << " bytes at a time";
     if (step > 3) {
       remarks = result.remarks;
       EXPECT_EQ(remarks.empty(), problem.empty()) << remarks;
-      EXPECT_THAT(remarks, HasSubstr(problem));
+      EXPECT_THAT(remarks, StartsWith(problem));
     }
     EXPECT_EQ(result.remarks, remarks) << step << " bytes at a time";
   }
@@ -260,6 +266,8 @@ TEST_P(Logs, AreOneWhereverTheyAreRotated) {
     const Result result = Read(
         {folder_.Write("log.1", Log().substr(0, cut)), folder_.Write("log", Log().substr(cut))});
     EXPECT_EQ(result.statements, whole.statements) << "cut after " << cut << " bytes";
+    if (!whole.remarks.empty()) continue;
+    EXPECT_THAT(result.remarks, Not(HasSubstr("no statement"))) << "cut after " << cut << " bytes";
   }
 }
 
@@ -311,12 +319,12 @@ TEST(Reader, LeavesOutStatementsThatAreTooLong) {
     options.format = format;
     options.dialect = name == "sql" ? Dialect::kPostgres : format->dialect;
     // The last one is a quote whose prefix decides where it ends.
-    for (const char* unit : {"x", "x ", "e'\\';'"}) {
-      if (name == "jsonlog" && unit[1] == '\'') continue;
+    for (const char* unit : {"x", "x ", "\"\"", "e'\\';'"}) {
+      if (name == "jsonlog" && unit[1] > ' ') continue;
       std::string longer = "select ";
       while (longer.size() < 200'000) longer += unit;
       const std::string log = Entry(name, "select 1") + Entry(name, longer + "y") +
-                              Entry(name, "select 2") + Entry(name, std::string(1001, 'z')) +
+                              Entry(name, "select 2") + Entry(name, '$' + std::string(1200, 'z')) +
                               Entry(name, "select 3");
       // In PostgreSQL's logs a statement waits for its duration.
       const std::string next = format->dialect == Dialect::kPostgres ? "" : "2 ";
@@ -386,9 +394,10 @@ TEST(Reader, KeepsFewMessagesOfSyslogOpen) {
   options.format = ReadableFormats().at("pglog");
   options.max_statement = 100;
   const std::string log = line("1", "1", begun) + line("1", "2", "y") + line("2", "1", begun) +
-                          line("3", "1", "LOG:  statement: c") + line("1", "2", "lost");
+                          line("3", "1", "LOG:  statement: c") + line("1", "2", "lost") +
+                          line("4", "1", "LOG:  statement: d") + line("3", "2", "e");
   const std::string x(60, 'x');
-  EXPECT_THAT(ReadText(log, options).texts, UnorderedElementsAre(x + 'y', x, "c"));
+  EXPECT_THAT(ReadText(log, options).texts, UnorderedElementsAre(x + 'y', x, "ce", "d"));
 }
 
 TEST(Reader, TellsTheSpanOfAllEntries) {
@@ -412,6 +421,14 @@ TEST(GeneralLog, EndsAStatementAtEachCommand) {
     const std::string log = Entry("general", "select 1") + "\t\t    1 " + command + "\tx\n";
     EXPECT_THAT(ReadText(log).texts, ElementsAre("select 1")) << command;
   }
+}
+
+TEST(GeneralLog, KeepsTheFirstStatementsOfALongPacket) {
+  std::string packet;
+  for (int i = 0; i < 1000; ++i) packet += "a;";
+  const Result result = ReadText(Entry("general", packet) + Entry("general", packet + "a;"));
+  EXPECT_EQ(result.texts.size(), 2000);
+  EXPECT_THAT(result.remarks, HasSubstr("1 entry is damaged"));
 }
 
 TEST(Reader, KeepsNothingOfTextWithoutStatements) {
@@ -450,6 +467,9 @@ TEST(Reader, ReadsEachFileAsItsKind) {
   for (const char* const name : {"sql", "csvlog", "general", "jsonlog", "pglog", "slowlog"}) {
     files.push_back(folder.Write(name, Entry(name, "select '" + std::string(name) + "'")));
   }
+  // They hold no statement: the first continues the JSON log.
+  files.insert(files.begin() + 4, folder.Write("torn", "{\n"));
+  files.push_back(folder.Write("quiet", "261124  9:05:00\t    8 Quit\t\n"));
   StatementReader reader(files, {});
   std::vector<std::string> found;
   for (StatementBatch batch; reader.Read(batch);) {
@@ -460,11 +480,18 @@ TEST(Reader, ReadsEachFileAsItsKind) {
   EXPECT_THAT(found, ElementsAre("select 'sql'", "select 'csvlog' postgres", "select 'general'",
                                  "select 'jsonlog' postgres", "select 'pglog' postgres",
                                  "select 'slowlog'"));
-  EXPECT_EQ(reader.TakeRemarks().size(), 5);
+  EXPECT_EQ(reader.TakeRemarks().size(), 8);
+
+  ReadOptions options;
+  options.dialect = Dialect::kAnsi;
+  StatementReader chosen({files[1]}, options);
+  StatementBatch batch;
+  EXPECT_TRUE(chosen.Read(batch));
+  EXPECT_EQ(batch.SqlDialect(), Dialect::kAnsi);
 }
 
 std::string Packed(const std::string& text, int (*add_filter)(archive*)) {
-  std::string packed(100'000, '\0');
+  std::string packed(1'000'000, '\0');
   std::size_t size = 0;
   archive* const writer = archive_write_new();
   add_filter(writer);
@@ -504,6 +531,7 @@ TEST(PackedInput, IsUnpackedWholeOrReported) {
     // Some packers end with bytes that unpacking does not need.
     EXPECT_GE(refused, packed.size() - 6 - 16);
   }
+  EXPECT_THAT(ReadText(Packed("", archive_write_add_filter_gzip)).texts, ElementsAre());
 }
 
 TEST(PackedInput, LosesOnlyItsOwnStatements) {
@@ -512,8 +540,12 @@ TEST(PackedInput, LosesOnlyItsOwnStatements) {
     text += Entry("slowlog", "select " + std::to_string(i * 7919 % 100'003));
   }
   const std::string packed = Packed(text, archive_write_add_filter_gzip);
+  std::string longer = "# Query_time: 1  Lock_time: 0\nselect ";
+  for (int i = 0; i < 40'000; ++i) longer += std::to_string(i * 7919 % 100'003);
+  const std::string packed_longer = Packed(longer, archive_write_add_filter_gzip);
   const TemporaryFolder folder;
   StatementReader reader({folder.Write("cut", packed.substr(0, packed.size() / 2)),
+                          folder.Write("longer", packed_longer.substr(0, packed_longer.size() - 9)),
                           folder.Write("next", Entry("slowlog", "select 'next'"))},
                          {});
   std::vector<std::string> found;
@@ -527,15 +559,33 @@ TEST(PackedInput, LosesOnlyItsOwnStatements) {
       ++errors;
     }
   }
-  EXPECT_EQ(errors, 1);
+  EXPECT_EQ(errors, 2);
   EXPECT_GT(found.size(), 1);
   EXPECT_EQ(found.back(), "select 'next'");
   EXPECT_EQ(reader.TakeRemarks().size(), 1);
+
+  class FailingWaiter final : public InputWaiter {
+    bool Wait(int) override { return waits_++ == 0 ? true : throw InputError("gone"); }
+    int waits_ = 0;
+  } waiter;
+  Input input(folder.Path("cut"), &waiter);
+  std::string to(text.size(), ' ');
+  try {
+    while (input.ReadText(to.data(), to.size()) > 0) {
+    }
+    ADD_FAILURE() << "the error is lost";
+  } catch (const InputError& error) {
+    EXPECT_STREQ(error.what(), "gone");
+  }
 }
 
 TEST(PackedInput, IsNoTextThatLooksLikeIt) {
   for (const char* text : {"BZh", "BZhello", "\x1F\x8B", "PK\x03\x04", "Rar!", "begin 644 x\n"}) {
-    EXPECT_THAT(ReadText(text).texts, ElementsAre(Trimmed(text))) << text;
+    const TemporaryFolder folder;
+    Input input(folder.Write("text", text));
+    std::string read;
+    for (char c = 0; input.ReadText(&c, 1) == 1;) read += c;
+    EXPECT_EQ(read, text);
   }
 }
 

@@ -120,7 +120,6 @@ class CsvLogSplitter final : public LineSplitter {
     std::string unused;
     for (std::size_t column = 0; column < kMostColumns; ++column) {
       std::string& text = kColumns[column] != nullptr ? message.*kColumns[column] : unused;
-      text.clear();
       if (rest.starts_with('"')) {
         do {
           rest.remove_prefix(1);

@@ -28,8 +28,7 @@ bool BeginsMySqlAuditEntry(std::string_view line) {
   line = Trimmed(line);
   return line.starts_with("<AUDIT_RECORD") || line.starts_with("<AUDIT>") ||
          line.starts_with("{\"audit_record\":") ||
-         (line.find('{') < 2 && line.find("\"timestamp\":") < 8 &&
-          line.find("\"class\":") != std::string_view::npos);
+         (line.find("\"timestamp\":") < 8 && line.find("\"class\":") != std::string_view::npos);
 }
 
 bool BeginsBinaryLog(std::string_view line) { return line.starts_with("\xFE\x62in"); }
@@ -127,8 +126,7 @@ const Format* RecognizedFormat(std::string_view head) {
   while (!head.empty()) {
     head.remove_prefix(std::min(head.find_first_not_of('\0'), head.size()));
     const std::size_t end = std::min(head.find('\n'), head.size());
-    std::string_view line = head.substr(0, end);
-    if (line.ends_with('\r')) line.remove_suffix(1);
+    const std::string_view line = head.substr(0, end);
     for (const Format& format : kFormats) {
       if (!format.IsLog() || !format.begins_entry(line)) continue;
       if (!IsWithinSql(all.substr(0, all.size() - head.size()), format)) return &format;

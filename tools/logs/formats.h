@@ -42,7 +42,7 @@ struct Format {
   std::string_view name;
   // The name in messages: "a slow query log".
   std::string_view title;
-  // Whether `line`, without its end of line, begins an entry; null if the format is no log.
+  // Whether `line`, without its newline, begins an entry; null if the format is no log.
   bool (*begins_entry)(std::string_view line);
   // The advice in a message about a log from which no statement came: "set general_log = ON", or,
   // if the log is not read, another log that is.

@@ -70,8 +70,7 @@ class JsonLogSplitter final : public LineSplitter {
     if (line.empty()) return;
     if (LineIsCut()) return Out().CountTooLong();
     Record record;
-    if (!line.starts_with('{') || !nlohmann::json::sax_parse(line, &record) ||
-        record.message.severity.empty()) {
+    if (!nlohmann::json::sax_parse(line, &record) || record.message.severity.empty()) {
       ++Out().summary.damaged;
       if (!LineEnded()) Out().summary.problem = "ends within an entry";
       return;
