@@ -151,7 +151,8 @@ std::uint64_t CountByGnuHash(const ElfImage& image, Elf64_Addr hash) {
   const Elf64_Addr buckets = hash + kHeadWords * sizeof(Elf64_Word) +
                              std::uint64_t{head[kBloomWords]} * sizeof(Elf64_Xword);
   std::uint64_t last = 0;
-  image.ForEach<Elf64_Word>(head[kBuckets], buckets, [&last](Elf64_Word bucket) {
+  image.ForEach<Elf64_Word>(head[kBuckets], buckets, [&](Elf64_Word bucket) {
+    image.Require(bucket == 0 || bucket >= head[kFirstSymbol]);
     last = std::max<std::uint64_t>(last, bucket);
     return true;
   });
