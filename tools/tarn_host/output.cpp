@@ -85,7 +85,7 @@ void Output::Flush() {
     const ssize_t written = write(fd_, rest.data(), rest.size());
     if (written >= 0) {
       rest.remove_prefix(static_cast<std::size_t>(written));
-    } else {
+    } else if (errno != EINTR) {
       const int error = errno;
       buffer_.clear();
       if (error == EPIPE) throw ReaderGone(SystemReason(name_, error));

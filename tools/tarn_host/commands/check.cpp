@@ -44,6 +44,7 @@ constexpr const char* kEnd = ".";
   setsid();
   const int nothing = open("/dev/null", O_RDWR | O_CLOEXEC);
   for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) dup2(nothing, stream);
+  for (const int signal : {SIGINT, SIGALRM}) std::signal(signal, SIG_DFL);
   const auto send = [to_parent](const std::string& text) {
     const std::string line = OneLine(text) + '\n';
     if (write(to_parent, line.data(), line.size()) != std::ssize(line)) _exit(kExitTrouble);
