@@ -136,7 +136,7 @@ TEST(Report, OfASlowLogAddsUpWhereverTheLogIsSplit) {
 // Draws executions with any details that a log may hold, from few values, so that many are equal.
 class DrawnCount {
  public:
-  explicit DrawnCount(unsigned seed) : random_(seed) {}
+  explicit DrawnCount(unsigned start) : random_(start) {}
 
   // Adds the same execution to both.
   void AddTo(ShapeCount& one, ShapeCount& other) {
@@ -183,11 +183,11 @@ class DrawnCount {
 
 TEST(Report, AddsUpToTheReportOfAllLogs) {
   const CountingRule rule{.keys = true, .group_by = Detail::kHost};
-  for (unsigned seed = 0; seed < 50; ++seed) {
-    DrawnCount drawn(seed);
+  for (unsigned round = 0; round < 50; ++round) {
+    DrawnCount drawn(round);
     std::array<ShapeCount, 4> parts;
     ShapeCount whole;
-    for (std::size_t number = 0; number < std::size_t{2} * seed; ++number) {
+    for (std::size_t number = 0; number < std::size_t{2} * round; ++number) {
       drawn.AddTo(parts.at(number * number % parts.size()), whole);
     }
     const std::string expected = ReportOf(whole, rule);
@@ -198,8 +198,8 @@ TEST(Report, AddsUpToTheReportOfAllLogs) {
     for (const std::string& text : texts) read += ReadReport("", text, rule);
     std::reverse(texts.begin(), texts.end());
     for (const std::string& text : texts) read_backwards += ReadReport("", text, rule);
-    EXPECT_EQ(ReportOf(read, rule), expected) << seed;
-    EXPECT_EQ(ReportOf(read_backwards, rule), expected) << seed;
+    EXPECT_EQ(ReportOf(read, rule), expected) << round;
+    EXPECT_EQ(ReportOf(read_backwards, rule), expected) << round;
   }
 }
 
