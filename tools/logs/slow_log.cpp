@@ -32,7 +32,7 @@ void ForEachField(std::string_view line, const Take& take) {
     line.remove_prefix(std::min(line.find_first_not_of(' '), line.size()));
     const std::string_view value = Trimmed(line.substr(0, line.find(' ')));
     // A value may be missing, as that of Schema in "Schema:   Last_errno: 0".
-    if (!value.ends_with(':')) take(name, value);
+    take(name, value.ends_with(':') ? std::string_view() : value);
   }
 }
 
@@ -59,7 +59,8 @@ class SlowLogSplitter final : public LineSplitter {
     Execution execution;
     std::string user;
     std::string host;
-    std::string schema;
+    // Empty if the session has no database, and null if the header does not name it.
+    std::optional<std::string> schema;
     std::string error;
     bool any_measures = false;
     bool any_timestamp = false;
@@ -166,6 +167,8 @@ class SlowLogSplitter final : public LineSplitter {
   }
 
   void TakeField(std::string_view name, std::string_view value) {
+    if (name == "Schema") entry_.schema = value;
+    if (value.empty()) return;
     std::string_view rest = value;
     const auto seconds = [&] {
       return Out().PossibleSeconds(TakeNumber<double>(rest).value_or(-1));
@@ -176,7 +179,6 @@ class SlowLogSplitter final : public LineSplitter {
     if (name == "Rows_sent") entry_.execution.rows_sent = count();
     if (name == "Rows_examined") entry_.execution.rows_examined = count();
     if (name == "Rows_affected") entry_.execution.rows_affected = count();
-    if (name == "Schema") entry_.schema = value;
     if (name == "Errno" || name == "Last_errno") entry_.error = value == "0" ? "" : value;
   }
 
@@ -194,6 +196,7 @@ class SlowLogSplitter final : public LineSplitter {
         name = name.substr(1, name.size() - 2);
       }
       used_database_ = name;
+      entry_.schema.reset();
       return true;
     }
     if (!SetsVariables(line)) return false;
@@ -219,8 +222,7 @@ class SlowLogSplitter final : public LineSplitter {
     WidenSpan(Out().first_time, Out().last_time, execution.time);
     execution.user = Out().Share(&Execution::user, entry_.user);
     execution.host = Out().Share(&Execution::host, entry_.host);
-    execution.database =
-        Out().Share(&Execution::database, entry_.schema.empty() ? used_database_ : entry_.schema);
+    execution.database = Out().Share(&Execution::database, entry_.schema.value_or(used_database_));
     execution.error = Out().Own(std::exchange(entry_.error, {}));
     Out().Add(statement, execution);
   }
