@@ -33,20 +33,23 @@ std::uint64_t TimeStatistics::Microseconds(double seconds) noexcept {
 }
 
 void TimeStatistics::Add(std::uint64_t microseconds) {
-  assert(microseconds <= kMostSum);
-  ++count;
   total = CappedSum(total, microseconds);
   max = std::max(max, microseconds);
-  ++classes[*std::lower_bound(ClassBounds().begin(), ClassBounds().end(), microseconds)];
+  AddToClass(microseconds, 1);
+}
+
+void TimeStatistics::AddToClass(std::uint64_t microseconds, std::uint64_t number) {
+  assert(microseconds <= kMostSum);
+  count = CappedSum(count, number);
+  std::uint64_t& sum =
+      classes[*std::lower_bound(ClassBounds().begin(), ClassBounds().end(), microseconds)];
+  sum = CappedSum(sum, number);
 }
 
 TimeStatistics& TimeStatistics::operator+=(const TimeStatistics& other) {
-  count = CappedSum(count, other.count);
   total = CappedSum(total, other.total);
   max = std::max(max, other.max);
-  for (const auto& [bound, number] : other.classes) {
-    classes[bound] = CappedSum(classes[bound], number);
-  }
+  for (const auto& [bound, number] : other.classes) AddToClass(bound, number);
   return *this;
 }
 

@@ -28,6 +28,9 @@ struct TimeStatistics {
 
   // Counts one duration. Requires: `microseconds` is at most kMostSum.
   void Add(std::uint64_t microseconds);
+  // Counts durations of one class without adding them to the total. Requires: both numbers are at
+  // most kMostSum.
+  void AddToClass(std::uint64_t microseconds, std::uint64_t number);
   TimeStatistics& operator+=(const TimeStatistics& other);
 
   bool Known() const noexcept { return count > 0 || total > 0; }

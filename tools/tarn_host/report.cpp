@@ -210,8 +210,8 @@ void AddShape(const ReadJson& json, ShapeCount& count) {
   AccessCounters(reader, shape);
   using Members = std::map<std::string, ReadJson>;
   for (const auto& [bound, number] : reader.Get<Members>("histogram")) {
-    shape.times.classes[ToMicroseconds(ReadJson::parse(bound))] = ToNumber(number);
-    shape.times.count = CappedSum(shape.times.count, ToNumber(number));
+    // A stranger's bounds may be none of ours.
+    shape.times.AddToClass(ToMicroseconds(ReadJson::parse(bound)), ToNumber(number));
   }
   for (const auto& [error, number] : reader.Get<Members>("errors")) {
     shape.errors[error] = ToNumber(number);
