@@ -73,7 +73,7 @@ struct Writer {
   void Text(const std::string& name, const std::string& text) {
     json[name] = text;
     try {
-      Json(text).dump();
+      std::ostream(nullptr) << json[name];
     } catch (const Json::type_error&) {
       const std::vector<unsigned char> bytes(text.begin(), text.end());
       json[BytesMember(name)] = fmt::format("{:02x}", fmt::join(bytes, ""));
@@ -226,21 +226,49 @@ void AddShape(const ReadJson& json, ShapeCount& count) {
   count.shapes[key] += shape;
 }
 
-// Writes `head` with one more member, a list of objects. They are made one by one and written
-// member by member, since texts may be long.
+// Writes a text in slices, since a control character takes six bytes in JSON.
+void WriteText(std::string_view text, Output& output) {
+  constexpr std::size_t kSlice = 4096;
+  const auto within_character = [](char c) {
+    return (static_cast<unsigned char>(c) & 0xC0U) == 0x80U;
+  };
+  output.Write("\"");
+  while (!text.empty()) {
+    std::size_t size = std::min(kSlice, text.size());
+    while (size < text.size() && within_character(text[size]) && size < kSlice + 3) ++size;
+    const std::string json = JsonText(text.substr(0, size));
+    output.Write(std::string_view(json).substr(1, json.size() - 2));
+    text.remove_prefix(size);
+  }
+  output.Write("\"");
+}
+
+// Writes the members of `object`, each in a line of its own after `margin` blanks.
+void WriteMembers(const Json& object, std::size_t margin, Output& output) {
+  const char* before = "\n";
+  for (const auto& [name, value] : object.items()) {
+    output.Write(fmt::format("{}{:{}}\"{}\": ", before, "", margin, name));
+    if (value.is_string()) {
+      WriteText(value.get_ref<const std::string&>(), output);
+    } else {
+      output.Write(JsonText(value, margin));
+    }
+    before = ",\n";
+  }
+}
+
+// Writes `head` with one more member, a list of objects. They are made one by one, since texts may
+// be long.
 template <typename Elements, typename MakeElement>
 void WriteList(const Json& head, const char* list, const Elements& elements,
                const MakeElement& make, Output& output) {
-  std::string open = JsonText(head);
-  open.erase(open.rfind('\n'));
-  output.Write(fmt::format("{},\n  \"{}\": [", open, list));
+  output.Write("{");
+  WriteMembers(head, 2, output);
+  output.Write(fmt::format(",\n  \"{}\": [", list));
   const char* before = "\n    {";
   for (const auto& element : elements) {
-    const Json object = make(element);
-    for (const auto& [name, value] : object.items()) {
-      output.Write(fmt::format("{}\n      \"{}\": {}", before, name, JsonText(value, 6)));
-      before = ",";
-    }
+    output.Write(before);
+    WriteMembers(make(element), 6, output);
     before = "\n    },\n    {";
   }
   output.Write(elements.empty() ? "]\n}\n" : "\n    }\n  ]\n}\n");
