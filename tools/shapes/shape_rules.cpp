@@ -142,6 +142,9 @@ struct Level {
 // A statement may be nothing but parentheses.
 static_assert(sizeof(Level) == 8);
 
+// The shape of a statement without tokens. Shapes hold no comments, so no other statement has it.
+constexpr std::string_view kNoTokens = "/* empty */";
+
 bool IsPlainName(std::string_view name) noexcept {
   return !name.empty() && !IsDigit(name[0]) && name[0] != '$' &&
          std::all_of(name.begin(), name.end(), [](char c) {
@@ -168,6 +171,7 @@ class ShapeMaker::Writer {
       Add(token, next);
       token = next;
     }
+    if (shape_.empty()) shape_ = kNoTokens;
     return shape_;
   }
 
@@ -253,6 +257,16 @@ class ShapeMaker::Writer {
     shape_ += ", ...";
   }
 
+  // A list of texts of one type loses its length, too:
+  //   (date '2026-01-01', date '2026-01-02')  ->  (date ?, ...)
+  bool IsTypeOfItem(std::string_view word) const {
+    const Level& list = levels_.back();
+    return list.first_end == 0 ||
+           std::string_view(shape_)
+               .substr(0, list.first_end)
+               .ends_with((list.array ? '[' : '(') + std::string(word) + " ?");
+  }
+
   // The rows of VALUES become the first of them:
   //   values (a, 1), (b, 2) returning c  ->  VALUES (a, ?) returning c
   void FoldRow(Level& level) {
@@ -305,11 +319,13 @@ class ShapeMaker::Writer {
     const std::uint16_t traits = last_ == Last::kDot ? std::uint16_t{0} : TraitsOf(lower);
 
     Level& level = levels_.back();
-    const bool array = (traits & kArray) != 0 && next.Is('[') && last_ != Last::kUnarySign;
+    const bool array = (traits & kArray) != 0 && next.Is('[');
+    const bool type = traits == 0 && next.kind == TokenKind::kText && IsTypeOfItem(lower);
     // VALUES ROW(1), ROW(2)
     const bool row = (traits & kRow) != 0 && level.state == State::kRowDue;
-    if (!array && !row) level.state = State::kOther;
-    const bool values = (traits & kValues) != 0 || (rules_.value_is_values && lower == "value");
+    if (last_ == Last::kUnarySign || (!array && !type && !row)) level.state = State::kOther;
+    const bool values =
+        (traits & kValues) != 0 || (rules_.value_is_values && lower == "value" && OperandBefore());
     // In b = values(a) and f(values(a)) it is a function.
     if (values && !level.call && (OperandBefore() || last_ < Last::kComma)) {
       level.state = State::kRowDue;
