@@ -1,4 +1,4 @@
-// Tests which statements have one shape.
+// Tests which statements have one shape, and where tokens, quotes and comments begin and end.
 #include "shapes/shape_rules.h"
 
 #include <gtest/gtest.h>
@@ -9,8 +9,11 @@
 #include <map>
 #include <random>
 #include <string>
+#include <string_view>
 #include <vector>
 
+#include "logs/formats.h"
+#include "sql/lexer.h"
 #include "sql/text.h"
 #include "support/allocations.h"
 #include "support/case_file.h"
@@ -40,48 +43,36 @@ std::string ShapeOf(const std::string& statement, Dialect dialect, bool fold_dig
 class Shapes : public testing::TestWithParam<CaseRow> {};
 
 TEST_P(Shapes, AreOneOrDifferent) {
-  const std::string& label = GetParam().label;
+  const auto& [section, label, texts, where, lines] = GetParam();
   const Dialect dialect = Dialects().at(label.substr(label.find(' ') + 1));
-  const std::vector<std::string>& statements = GetParam().texts;
-  if (GetParam().section == "Meet") {
-    for (const std::string& statement : statements) {
-      if (&statement == &statements.back() && statements.size() > 1) break;
-      EXPECT_EQ(ShapeOf(statement, dialect), statements.back()) << statement;
-    }
-    return;
-  }
   std::map<std::string, std::string> known;
-  for (const std::string& statement : statements) {
-    const auto [other, fresh] = known.emplace(ShapeOf(statement, dialect), statement);
-    EXPECT_TRUE(fresh) << other->second << "\n" << statement << "\n" << other->first;
+  for (const std::string& statement : texts) {
+    const std::string shape = ShapeOf(statement, dialect, section == "Folded");
+    if (section == "Apart") {
+      const auto [other, fresh] = known.emplace(shape, statement);
+      EXPECT_TRUE(fresh) << other->second << "\n" << statement << "\n" << shape;
+    } else if (&statement != &texts.back()) {
+      EXPECT_EQ(shape, texts.back()) << statement;
+    }
   }
 }
 
 INSTANTIATE_TEST_SUITE_P(Cases, Shapes, testing::ValuesIn(ReadCases("shape_rules.txt")), CaseName);
 
-TEST(ShapeRules, FoldDigitsOfNamesOnRequest) {
-  const auto folded = [](const std::string& sql) { return ShapeOf(sql, Dialect::kMysql, true); };
-  EXPECT_EQ(folded("select a_1b from orders_2024_11, `Log 7`.x__3_ where @v2 = 5"),
-            "SELECT a_?b FROM orders_?, `Log ?`.x__?_ WHERE @v? = ?");
-  EXPECT_EQ(folded("savepoint s1; select 2fa"), "savepoint ?; SELECT ?fa");
-}
-
-TEST(ShapeRules, FoldListsAtAnyDepth) {
-  const std::string open(20'000, '(');
-  const std::string close(20'000, ')');
-  EXPECT_EQ(
-      ShapeOf("(1, 2), " + open + "a, ARRAY[2, 3], (4, 5)" + close + ", f(6, 7)", Dialect::kMysql),
-      "(?, ...), " + open + "a, array[?, ...], (?, ...)" + close + ", f(?, ...)");
-}
-
-class RandomShapes : public testing::TestWithParam<Dialect> {
+class Random : public testing::TestWithParam<Dialect> {
  protected:
-  static constexpr std::uint64_t kStatements = 3000;
+  static constexpr std::uint64_t kStatements = 2000;
+  const Dialect dialect_ = GetParam();
+  const DialectRules& rules_ = RulesOf(dialect_);
+  RandomStatements random_{static_cast<std::uint64_t>(dialect_)};
 };
+INSTANTIATE_TEST_SUITE_P(Dialects, Random,
+                         testing::Values(Dialect::kMysql, Dialect::kAnsi, Dialect::kPostgres),
+                         [](const auto& one) { return RulesOf(one.param).name; });
 
 // Whether `word` occurs in the shape as a whole word.
 bool HasWord(const std::string& shape, const std::string& word) {
-  for (std::size_t at = shape.find(word); at != std::string::npos; at = shape.find(word, at + 1)) {
+  for (std::size_t at = 0; (at = shape.find(word, at)) != std::string::npos; ++at) {
     const std::size_t end = at + word.size();
     if ((at == 0 || !IsWord(shape[at - 1])) && (end == shape.size() || !IsWord(shape[end]))) {
       return true;
@@ -90,17 +81,15 @@ bool HasWord(const std::string& shape, const std::string& word) {
   return false;
 }
 
-TEST_P(RandomShapes, DependOnAllButValues) {
-  ShapeMaker used({.dialect = GetParam()});
+TEST_P(Random, ShapesDependOnAllButValues) {
+  ShapeMaker used({.dialect = dialect_});
   for (std::uint64_t number = 0; number < kStatements; ++number) {
-    DrawnStatement statement(GetParam(), number);
+    DrawnStatement statement(dialect_, number);
     const std::string first = statement.Write();
-    const std::string shape = ShapeOf(first, GetParam());
+    const std::string shape = ShapeOf(first, dialect_);
     for (int i = 0; i < 3; ++i) {
       const std::string other = statement.Write();
-      ASSERT_EQ(used.MakeShape(other), shape) << "statement " << number << "\n"
-                                              << first << "\n"
-                                              << other;
+      ASSERT_EQ(used.MakeShape(other), shape) << number << "\n" << first << "\n" << other;
     }
     std::string lower = shape;
     std::transform(lower.begin(), lower.end(), lower.begin(), Lower);
@@ -108,26 +97,34 @@ TEST_P(RandomShapes, DependOnAllButValues) {
       ASSERT_TRUE(HasWord(lower, word)) << word << "\n" << first << "\n" << shape;
     }
     statement.ChangeOne();
-    ASSERT_NE(used.MakeShape(statement.Write()), shape) << "statement " << number << "\n" << first;
+    ASSERT_NE(used.MakeShape(statement.Write()), shape) << number << "\n" << first;
   }
 }
 
-TEST_P(RandomShapes, DependOnNoStatementBefore) {
-  RandomStatements random(static_cast<std::uint64_t>(GetParam()) + 1);
-  ShapeMaker used({.dialect = GetParam()});
+TEST_P(Random, ShapesDependOnNoStatementBefore) {
+  ShapeMaker used({.dialect = dialect_});
+  std::size_t joined = 0;
   for (std::uint64_t number = 0; number < kStatements; ++number) {
-    const std::string sql = random.Next();
-    const std::string shape = ShapeOf(sql, GetParam());
+    const std::string sql = random_.Next();
+    const std::string shape = ShapeOf(sql, dialect_);
     ASSERT_EQ(used.MakeShape(sql), shape) << sql;
-    // A sign takes at most two bytes, with its blank. The bytes that a folded list adds are fewer
-    // than those of the values that it replaces.
-    ASSERT_LE(shape.size(), 3 * sql.size()) << sql;
+    // Nor on one before it in the same text, unless that has an open quote or comment.
+    const std::string before =
+        number % 2 == 0 ? random_.Next() : DrawnStatement(dialect_, number).Write();
+    const std::string marked = ShapeOf(before + ";x", dialect_);
+    if (!marked.ends_with("; x") || before.find('!') != std::string::npos || shape[0] == '/')
+      continue;
+    std::string both = ShapeOf(before + ';' + sql, dialect_);
+    both.erase(marked.size() - 2, both.at(marked.size() - 2) == ' ' ? 1 : 0);
+    ASSERT_EQ(both, marked.substr(0, marked.size() - 2) + shape) << before << "\n" << sql;
+    ++joined;
   }
+  EXPECT_GT(joined, kStatements / 3);
 }
 
 // Each token alone and all of them in random order, as long statements. None may cost more than so
 // many steps and bytes of memory a byte.
-TEST_P(RandomShapes, CostLittleAByte) {
+TEST_P(Random, ShapesCostLittleAByte) {
   constexpr std::size_t kSize = 20'000;
   constexpr std::uint64_t kMostSteps = 200;
   constexpr std::size_t kMostMemory = 20;
@@ -144,17 +141,70 @@ TEST_P(RandomShapes, CostLittleAByte) {
     }
     const PeakMemory peak;
     const std::uint64_t before = steps;
-    ShapeOf(sql, GetParam());
+    ShapeOf(sql, dialect_);
     EXPECT_LE(steps - before, kMostSteps * sql.size()) << sql.substr(0, 60);
     EXPECT_LE(peak.Bytes(), kMostMemory * sql.size() + kConstantMemory) << sql.substr(0, 60);
   }
 }
 
-std::string NameOf(const testing::TestParamInfo<Dialect>& info) { return RulesOf(info.param).name; }
+// The statements that the splitter finds in `sql` if it gets the text in two pieces.
+std::vector<std::string_view> Split(const std::string& sql, std::size_t cut, Dialect dialect) {
+  const auto splitter = MakeSqlSplitter({.dialect = dialect});
+  std::vector<std::string_view> statements;
+  std::string_view rest = sql;
+  Found found;
+  if (cut < sql.size()) rest.remove_prefix(splitter->Split(rest.substr(0, cut), false, found));
+  splitter->Split(rest, true, found);
+  for (const FoundStatement& one : found.statements) statements.push_back(one.text);
+  return statements;
+}
 
-INSTANTIATE_TEST_SUITE_P(Dialects, RandomShapes,
-                         testing::Values(Dialect::kMysql, Dialect::kAnsi, Dialect::kPostgres),
-                         NameOf);
+// The statements by their tokens: each semicolon ends one, if a token is before it.
+std::vector<std::string_view> SplitByTokens(std::string_view sql, Dialect dialect) {
+  std::vector<std::string_view> statements;
+  Lexer lexer(sql, dialect);
+  const char* begin = nullptr;
+  for (;;) {
+    const Token token = lexer.Next();
+    const bool last = token.kind == TokenKind::kEnd;
+    const char* const at = last ? sql.end() : token.text.data();
+    if (!last && !token.Is(';')) {
+      begin = begin == nullptr ? at : begin;
+      continue;
+    }
+    if (begin != nullptr) statements.push_back(Trimmed({begin, at}));
+    if (last) return statements;
+    begin = nullptr;
+  }
+}
+
+// Whether `sql` has a line of "/" or an executable comment, on which the splitter has other rules.
+bool HasMore(std::string sql, const DialectRules& rules) {
+  const bool executable =
+      sql.find("/*!") != std::string::npos || sql.find("/*M!") != std::string::npos;
+  std::erase_if(sql, [](char c) { return c != '\n' && IsBlank(c); });
+  return rules.executable_comments
+             ? executable
+             : rules.go_lines && ('\n' + sql + '\n').find("\n/\n") != std::string::npos;
+}
+
+TEST_P(Random, OpaquePartsEndAlikeForTheSplitterAndTheLexer) {
+  std::size_t compared = 0;
+  for (std::uint64_t number = 0; number < kStatements; ++number) {
+    const std::string sql =
+        (number % 2 == 0 ? DrawnStatement(dialect_, number).Write() : random_.Next()) + ';' +
+        random_.Next();
+    const std::vector<std::string_view> whole = Split(sql, sql.size(), dialect_);
+    if (!HasMore(sql, rules_)) {
+      ASSERT_EQ(whole, SplitByTokens(sql, dialect_)) << sql;
+      ++compared;
+    }
+    for (std::size_t cut = 0; cut < sql.size() && sql.size() <= 400; ++cut) {
+      ASSERT_EQ(Split(sql, cut, dialect_), whole) << "cut at " << cut << "\n" << sql;
+    }
+  }
+  EXPECT_GT(compared, kStatements / 3);
+}
 
 }  // namespace
 }  // namespace tarn::test
