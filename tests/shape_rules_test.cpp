@@ -1,9 +1,9 @@
 // Tests which statements have one shape, and where tokens, quotes and comments begin and end.
 #include "shapes/shape_rules.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <map>
@@ -19,22 +19,13 @@
 #include "support/case_file.h"
 #include "support/drawn_statements.h"
 #include "support/random_statements.h"
-
-namespace {
-
-// The steps of the lexer and of the rules.
-std::uint64_t steps = 0;
-
-}  // namespace
-
-// The compiler calls it at the beginning of each basic block.
-// NOLINTNEXTLINE(bugprone-reserved-identifier,readability-identifier-naming)
-extern "C" void __sanitizer_cov_trace_pc() { ++steps; }
+#include "support/steps.h"
 
 namespace tarn::test {
 namespace {
 
 using namespace tarn::host;
+using ::testing::HasSubstr;
 
 std::string ShapeOf(const std::string& statement, Dialect dialect, bool fold_digits = false) {
   return ShapeMaker({.dialect = dialect, .fold_digits = fold_digits}).MakeShape(statement);
@@ -66,20 +57,10 @@ class Random : public testing::TestWithParam<Dialect> {
   const DialectRules& rules_ = RulesOf(dialect_);
   RandomStatements random_{static_cast<std::uint64_t>(dialect_)};
 };
+
 INSTANTIATE_TEST_SUITE_P(Dialects, Random,
                          testing::Values(Dialect::kMysql, Dialect::kAnsi, Dialect::kPostgres),
                          [](const auto& one) { return RulesOf(one.param).name; });
-
-// Whether `word` occurs in the shape as a whole word.
-bool HasWord(const std::string& shape, const std::string& word) {
-  for (std::size_t at = 0; (at = shape.find(word, at)) != std::string::npos; ++at) {
-    const std::size_t end = at + word.size();
-    if ((at == 0 || !IsWord(shape[at - 1])) && (end == shape.size() || !IsWord(shape[end]))) {
-      return true;
-    }
-  }
-  return false;
-}
 
 TEST_P(Random, ShapesDependOnAllButValues) {
   ShapeMaker used({.dialect = dialect_});
@@ -91,10 +72,10 @@ TEST_P(Random, ShapesDependOnAllButValues) {
       const std::string other = statement.Write();
       ASSERT_EQ(used.MakeShape(other), shape) << number << "\n" << first << "\n" << other;
     }
-    std::string lower = shape;
-    std::transform(lower.begin(), lower.end(), lower.begin(), Lower);
+    std::string words = ' ' + shape + ' ';
+    for (char& c : words) c = IsWord(c) || c == '@' ? Lower(c) : ' ';
     for (const std::string& word : statement.Words()) {
-      ASSERT_TRUE(HasWord(lower, word)) << word << "\n" << first << "\n" << shape;
+      ASSERT_THAT(words, HasSubstr(' ' + word + ' ')) << first << "\n" << shape;
     }
     statement.ChangeOne();
     ASSERT_NE(used.MakeShape(statement.Write()), shape) << number << "\n" << first;

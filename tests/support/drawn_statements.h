@@ -37,30 +37,33 @@ class DrawnStatement {
   std::vector<std::string> Words() const {
     std::vector<std::string> words;
     for (const Part& part : parts_) {
-      if (part.kind == Kind::kWord) words.push_back(part.text);
+      if (!part.symbol && IsWord(part.text)) words.push_back(part.text);
     }
     return words;
   }
 
   // Changes a word, a quoted name or an operator, so that it is another statement.
   void ChangeOne() {
-    Part& part = parts_[Below(parts_.size())];
-    if (part.kind > Kind::kOperator) return ChangeOne();
-    if (part.kind == Kind::kOperator) {
-      part.text = "^";
-    } else {
-      part.text.insert(part.kind == Kind::kWord ? part.text.size() : 1, "_other");
-    }
+    auto& [text, symbol, row] = parts_[Below(parts_.size())];
+    // Rows have no text, which is in any other.
+    const bool separates = std::string_view("(),.;[]::").find(text) != std::string_view::npos;
+    if (symbol || separates) return ChangeOne();
+    const bool quoted = text[0] == '"' || text[0] == '`';
+    text = quoted ? text.insert(1, "_other") : IsWord(text) ? text + "_other" : "^";
   }
 
  private:
-  enum class Kind { kWord, kQuoted, kOperator, kSeparator, kVariant, kRows };
   struct Part {
-    Kind kind;
     std::string text;
-    // The number of parts after it that are one row, if the part is kRows.
+    // Whether it is a symbol, of which each variant has another alternative.
+    bool symbol = false;
+    // The number of the parts after it that are one row of VALUES; 0 if it is not the rows.
     std::size_t row = 0;
   };
+
+  static bool IsWord(const std::string& text) {
+    return !text.empty() && (host::IsWord(text[0]) || (text[0] == '@' && text.size() > 2));
+  }
 
   std::size_t Below(std::size_t bound) { return random_() % bound; }
   bool OneIn(std::size_t count) { return Below(count) == 0; }
@@ -91,32 +94,24 @@ class DrawnStatement {
     return word[0] >= 'A' && word[0] <= 'Z' && word.size() > 1 && host::Lower(word[1]) == word[1];
   }
 
-  static Kind KindOf(const std::string& text) {
-    if (text[0] == '"' || text[0] == '`') return Kind::kQuoted;
-    if (host::IsWord(text[0]) || (text[0] == '@' && text.size() > 2)) return Kind::kWord;
-    const bool separates = std::string_view("(),.;[]::").find(text) != std::string_view::npos;
-    return separates ? Kind::kSeparator : Kind::kOperator;
-  }
-
   void Draw(const std::string& symbol, int depth) {
     const std::string& section = Find(symbol).section;
     if (section == "Names") {
-      const std::string& name = OneOf(symbol);
-      parts_.push_back({KindOf(name), name});
+      parts_.push_back({OneOf(symbol)});
     } else if (section != "Grammar") {
-      parts_.push_back({Kind::kVariant, symbol});
+      parts_.push_back({symbol, true});
     } else {
       std::istringstream words(OneOf(symbol, depth <= 0));
       for (std::string word; words >> word;) {
         if (word == "Rows") {
           const std::size_t rows = parts_.size();
-          parts_.push_back({Kind::kRows, {}});
+          parts_.push_back({});
           Draw("Row", depth - 2);
           parts_[rows].row = parts_.size() - rows - 1;
         } else if (IsSymbol(word)) {
           Draw(word, depth - 1);
         } else {
-          parts_.push_back({KindOf(word), word});
+          parts_.push_back({word});
         }
       }
     }
@@ -148,17 +143,16 @@ class DrawnStatement {
 
   void WriteParts(std::string& sql, std::size_t at, std::size_t end) {
     for (; at < end; ++at) {
-      std::string text = parts_[at].text;
-      if (parts_[at].kind == Kind::kVariant) {
+      auto [text, symbol, row] = parts_[at];
+      if (symbol) {
         WriteVariant(sql, text);
-      } else if (parts_[at].kind == Kind::kRows) {
-        const std::size_t last = at + parts_[at].row;
+      } else if (row > 0) {
         for (std::size_t i = Below(3); i <= 2; ++i) {
-          WriteParts(sql, at + 1, last + 1);
+          WriteParts(sql, at + 1, at + row + 1);
           if (i < 2) WriteText(sql, ",");
         }
-        at = last;
-      } else if (parts_[at].kind == Kind::kWord) {
+        at += row;
+      } else if (IsWord(text)) {
         for (char& c : text) {
           if (c >= 'a' && c <= 'z' && OneIn(4)) c = static_cast<char>(c - 'a' + 'A');
         }
