@@ -202,10 +202,11 @@ TEST(Shape, AddsTheFactsOfTheLog) {
   const LogTime time{.wall_microseconds = 5, .offset_seconds = 0};
   Shape shape;
   shape.Add("slow", {.seconds = 2, .lock_seconds = 0.5, .rows_sent = 1, .rows_affected = 3});
+  shape.Add("a longer statement", {.seconds = 2});
   shape.Add("parsed", {.seconds = 3, .time = time, .executed = false});
   shape.Add("failed", {.lock_seconds = 1, .rows_sent = 4, .rows_examined = 5, .error = "1064"});
   EXPECT_EQ(std::tuple(shape.count, shape.times.count, shape.times.total, shape.times.max),
-            std::tuple(2, 1, 5'000'000, 2'000'000));
+            std::tuple(3, 2, 7'000'000, 2'000'000));
   EXPECT_EQ(std::tuple(shape.lock_microseconds, shape.rows_sent, shape.rows_examined),
             std::tuple(1'500'000, 5, 5));
   EXPECT_EQ(std::tuple(shape.rows_affected, shape.failures, shape.errors.at("1064")),
