@@ -1,6 +1,5 @@
 #include "sql/opaque.h"
 
-#include <algorithm>
 #include <cassert>
 #include <cstddef>
 #include <string_view>
