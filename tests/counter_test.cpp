@@ -275,6 +275,7 @@ TEST(Report, ThatIsDamagedIsRefusedWhole) {
     EXPECT_EQ(reason_of(text), "a.json: not a report of this version") << text;
   }
   for (const CaseRow& row : ReadCases("damaged_reports.txt")) {
+    ASSERT_GT(row.texts.size(), 1) << row.lines;
     std::istringstream members(row.label);
     for (std::string member; members >> member;) {
       for (auto value = row.texts.begin(); value + 1 < row.texts.end(); ++value) {

@@ -36,6 +36,7 @@ class Shapes : public testing::TestWithParam<CaseRow> {};
 TEST_P(Shapes, AreOneOrDifferent) {
   const auto& [section, label, texts, where, lines] = GetParam();
   const Dialect dialect = Dialects().at(label.substr(label.find(' ') + 1));
+  ASSERT_GT(texts.size(), 1) << lines;
   std::map<std::string, std::string> known;
   for (const std::string& statement : texts) {
     const std::string shape = ShapeOf(statement, dialect, section == "Folded");
@@ -84,6 +85,7 @@ TEST_P(Random, ShapesDependOnAllButValues) {
 std::vector<std::string> Tokens() {
   std::vector<std::string> tokens;
   for (const CaseRow& row : ReadCases("tokens.txt")) {
+    EXPECT_FALSE(row.texts.empty()) << row.lines;
     tokens.insert(tokens.end(), row.texts.begin(), row.texts.end());
   }
   return tokens;

@@ -6,6 +6,7 @@
 #include <map>
 #include <random>
 #include <sstream>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -74,6 +75,7 @@ class DrawnStatement {
     std::map<std::string, CaseRow>& grammar = grammars[dialect_];
     if (!grammar.empty()) return grammar.at(symbol);
     for (const CaseRow& row : ReadCases("drawn_statements.txt")) {
+      if (row.texts.empty()) throw std::runtime_error(row.lines);
       const std::string name = row.label.substr(0, row.label.find(' '));
       if (row.label != name && row.label.find(host::RulesOf(dialect_).name) == std::string::npos) {
         continue;
