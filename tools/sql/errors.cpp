@@ -1,6 +1,5 @@
 #include "sql/errors.h"
 
-#include <algorithm>
 #include <bit>
 #include <cstddef>
 #include <cstdint>
@@ -13,12 +12,13 @@ namespace {
 
 // The length of the first character of `text` in strict UTF-8; 1 if the bytes are no UTF-8.
 std::size_t LengthOfCharacter(std::string_view text) noexcept {
-  // The least code points of characters of 2, 3 and 4 bytes. Overlong forms have less.
+  // The least code points of characters of 2, 3 and 4 bytes. Overlong forms and characters that the
+  // text cuts have less.
   constexpr std::uint32_t kLeast[] = {0x80, 0x800, 0x10000};
   constexpr std::size_t kLongest = 4;
   const auto lead = static_cast<unsigned char>(text[0]);
   const auto length = static_cast<std::size_t>(std::countl_one(lead));
-  if (length < 2 || length > std::min(kLongest, text.size())) return 1;
+  if (length < 2 || length > kLongest) return 1;
   std::uint32_t code = lead & (0xFFU >> length);
   for (const char c : text.substr(1, length - 1)) {
     const auto byte = static_cast<unsigned char>(c);
