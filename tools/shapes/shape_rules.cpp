@@ -267,6 +267,19 @@ class ShapeMaker::Writer {
                .ends_with((list.array ? '[' : '(') + std::string(word) + " ?");
   }
 
+  // So does a list of values that are cast to one type:
+  //   ('a'::date, 'b'::date)  ->  (?::date, ...)
+  void EndCast(Level& list, std::size_t begin) const {
+    const std::string_view shape = shape_;
+    const std::string_view cast = shape.substr(begin);
+    if (list.first_end == begin) {
+      list.first_end = 0;
+      list.EndFirst(shape.size());
+    } else if (!shape.substr(0, list.first_end).ends_with(cast)) {
+      list.state = State::kOther;
+    }
+  }
+
   // The rows of VALUES become the first of them:
   //   values (a, 1), (b, 2) returning c  ->  VALUES (a, ?) returning c
   void FoldRow(Level& level) {
@@ -319,11 +332,14 @@ class ShapeMaker::Writer {
     const std::uint16_t traits = last_ == Last::kDot ? std::uint16_t{0} : TraitsOf(lower);
 
     Level& level = levels_.back();
-    const bool array = (traits & kArray) != 0 && next.Is('[');
+    // Unless the word is ARRAY, "[" makes it another item.
+    const bool array = next.Is('[');
     const bool type = traits == 0 && next.kind == TokenKind::kText && IsTypeOfItem(lower);
+    const bool cast = last_ == Last::kDot && level.state == State::kValue;
     // VALUES ROW(1), ROW(2)
     const bool row = (traits & kRow) != 0 && level.state == State::kRowDue;
-    if (last_ == Last::kUnarySign || (!array && !type && !row)) level.state = State::kOther;
+    if (last_ == Last::kUnarySign || (!array && !type && !cast && !row))
+      level.state = State::kOther;
     const bool values =
         (traits & kValues) != 0 || (rules_.value_is_values && lower == "value" && OperandBefore());
     // In b = values(a) and f(values(a)) it is a function.
@@ -332,7 +348,11 @@ class ShapeMaker::Writer {
       level.first_end = 0;
     }
 
-    if (traits == 0) return EndName(begin, name_due_ && word[0] != '@');
+    if (traits == 0) {
+      EndName(begin, name_due_ && word[0] != '@');
+      if (cast) EndCast(level, begin - std::string_view("::").size());
+      return;
+    }
     name_due_ = (traits & (last_ == Last::kNothing ? kBeforeName : kPassedOver)) != 0 &&
                 (name_due_ || last_ == Last::kNothing);
     if ((traits & kCapitals) != 0) {
@@ -371,7 +391,8 @@ class ShapeMaker::Writer {
     } else if (sign == ',') {
       AddComma();
     } else {
-      levels_.back().state = State::kOther;
+      const bool cast = token.text == "::" && levels_.back().state == State::kValue;
+      if (!cast) levels_.back().state = State::kOther;
       const bool joins = sign == '.' || token.text == "::" || token.text == "..";
       const bool subscript = sign == '[' && OperandBefore();
       // Both mean the same.
