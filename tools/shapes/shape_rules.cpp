@@ -257,14 +257,21 @@ class ShapeMaker::Writer {
     shape_ += ", ...";
   }
 
-  // A list of texts of one type loses its length, too:
+  // Whether `word` may begin a value, a list or a row. A list of texts of one type loses its
+  // length:
   //   (date '2026-01-01', date '2026-01-02')  ->  (date ?, ...)
-  bool IsTypeOfItem(std::string_view word) const {
-    const Level& list = levels_.back();
-    return list.first_end == 0 ||
-           std::string_view(shape_)
-               .substr(0, list.first_end)
-               .ends_with((list.array ? '[' : '(') + std::string(word) + " ?");
+  bool BeginsItem(std::string_view word, std::uint16_t traits, const Token& next) const {
+    if (last_ == Last::kUnarySign) return false;
+    // Unless the word is ARRAY, "[" begins no list.
+    if (next.Is('[')) return true;
+    const Level& level = levels_.back();
+    // VALUES ROW(1), ROW(2)
+    if ((traits & kRow) != 0) return level.state == State::kRowDue;
+    return traits == 0 && next.kind == TokenKind::kText &&
+           (level.first_end == 0 ||
+            std::string_view(shape_)
+                .substr(0, level.first_end)
+                .ends_with((level.array ? '[' : '(') + std::string(word) + " ?"));
   }
 
   // So does a list of values that are cast to one type:
@@ -332,14 +339,10 @@ class ShapeMaker::Writer {
     const std::uint16_t traits = last_ == Last::kDot ? std::uint16_t{0} : TraitsOf(lower);
 
     Level& level = levels_.back();
-    // Unless the word is ARRAY, "[" makes it another item.
-    const bool array = next.Is('[');
-    const bool type = traits == 0 && next.kind == TokenKind::kText && IsTypeOfItem(lower);
     const bool cast = last_ == Last::kDot && level.state == State::kValue;
-    // VALUES ROW(1), ROW(2)
-    const bool row = (traits & kRow) != 0 && level.state == State::kRowDue;
-    if (last_ == Last::kUnarySign || (!array && !type && !cast && !row))
+    if (level.state != State::kOther && !cast && !BeginsItem(lower, traits, next)) {
       level.state = State::kOther;
+    }
     const bool values =
         (traits & kValues) != 0 || (rules_.value_is_values && lower == "value" && OperandBefore());
     // In b = values(a) and f(values(a)) it is a function.
