@@ -142,6 +142,9 @@ struct Level {
 // A statement may be nothing but parentheses.
 static_assert(sizeof(Level) == 8);
 
+// The shape of a statement without tokens. Shapes hold no comments, so no other statement has it.
+constexpr std::string_view kNoTokens = "/* empty */";
+
 bool IsPlainName(std::string_view name) noexcept {
   return !name.empty() && !IsDigit(name[0]) && name[0] != '$' &&
          std::all_of(name.begin(), name.end(), [](char c) {
@@ -168,6 +171,7 @@ class ShapeMaker::Writer {
       Add(token, next);
       token = next;
     }
+    if (shape_.empty()) shape_ = kNoTokens;
     return shape_;
   }
 
@@ -253,6 +257,36 @@ class ShapeMaker::Writer {
     shape_ += ", ...";
   }
 
+  // Whether `word` may begin a value, a list or a row. A list of texts of one type loses its
+  // length:
+  //   (date '2026-01-01', date '2026-01-02')  ->  (date ?, ...)
+  bool BeginsItem(std::string_view word, std::uint16_t traits, const Token& next) const {
+    if (last_ == Last::kUnarySign) return false;
+    // Unless the word is ARRAY, "[" begins no list.
+    if (next.Is('[')) return true;
+    const Level& level = levels_.back();
+    // VALUES ROW(1), ROW(2)
+    if ((traits & kRow) != 0) return level.state == State::kRowDue;
+    return traits == 0 && next.kind == TokenKind::kText &&
+           (level.first_end == 0 ||
+            std::string_view(shape_)
+                .substr(0, level.first_end)
+                .ends_with((level.array ? '[' : '(') + std::string(word) + " ?"));
+  }
+
+  // So does a list of values that are cast to one type:
+  //   ('a'::date, 'b'::date)  ->  (?::date, ...)
+  void EndCast(Level& list, std::size_t begin) const {
+    const std::string_view shape = shape_;
+    const std::string_view cast = shape.substr(begin);
+    if (list.first_end == begin) {
+      list.first_end = 0;
+      list.EndFirst(shape.size());
+    } else if (!shape.substr(0, list.first_end).ends_with(cast)) {
+      list.state = State::kOther;
+    }
+  }
+
   // The rows of VALUES become the first of them:
   //   values (a, 1), (b, 2) returning c  ->  VALUES (a, ?) returning c
   void FoldRow(Level& level) {
@@ -305,18 +339,23 @@ class ShapeMaker::Writer {
     const std::uint16_t traits = last_ == Last::kDot ? std::uint16_t{0} : TraitsOf(lower);
 
     Level& level = levels_.back();
-    const bool array = (traits & kArray) != 0 && next.Is('[') && last_ != Last::kUnarySign;
-    // VALUES ROW(1), ROW(2)
-    const bool row = (traits & kRow) != 0 && level.state == State::kRowDue;
-    if (!array && !row) level.state = State::kOther;
-    const bool values = (traits & kValues) != 0 || (rules_.value_is_values && lower == "value");
+    const bool cast = last_ == Last::kDot && level.state == State::kValue;
+    if (level.state != State::kOther && !cast && !BeginsItem(lower, traits, next)) {
+      level.state = State::kOther;
+    }
+    const bool values =
+        (traits & kValues) != 0 || (rules_.value_is_values && lower == "value" && OperandBefore());
     // In b = values(a) and f(values(a)) it is a function.
     if (values && !level.call && (OperandBefore() || last_ < Last::kComma)) {
       level.state = State::kRowDue;
       level.first_end = 0;
     }
 
-    if (traits == 0) return EndName(begin, name_due_ && word[0] != '@');
+    if (traits == 0) {
+      EndName(begin, name_due_ && word[0] != '@');
+      if (cast) EndCast(level, begin - std::string_view("::").size());
+      return;
+    }
     name_due_ = (traits & (last_ == Last::kNothing ? kBeforeName : kPassedOver)) != 0 &&
                 (name_due_ || last_ == Last::kNothing);
     if ((traits & kCapitals) != 0) {
@@ -355,7 +394,8 @@ class ShapeMaker::Writer {
     } else if (sign == ',') {
       AddComma();
     } else {
-      levels_.back().state = State::kOther;
+      const bool cast = token.text == "::" && levels_.back().state == State::kValue;
+      if (!cast) levels_.back().state = State::kOther;
       const bool joins = sign == '.' || token.text == "::" || token.text == "..";
       const bool subscript = sign == '[' && OperandBefore();
       // Both mean the same.

@@ -21,7 +21,8 @@ struct ShapeOptions {
 //   SELECT a FROM o WHERE b IN (1, 2) -- x   ->  SELECT a FROM o WHERE b in (?, ...)
 //   insert into o values (1,'a'), (2,'b');   ->  INSERT into o VALUES (?, ...)
 //
-// In shape_rules.cpp each rule is a function with an example.
+// A statement of nothing but comments has the shape "/* empty */". In shape_rules.cpp each rule is
+// a function with an example.
 //
 // A statement may hold any bytes. Time is linear in the statement; memory is linear in the longest
 // shape. Throws only std::bad_alloc. One thread at a time may use an object.

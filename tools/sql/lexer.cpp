@@ -86,8 +86,9 @@ Token Lexer::TakeVariable() {
   const std::size_t end = EndOfName(name);
   const std::size_t size = end - name;
   if (colon) {
-    // In a[low:high] there is no parameter.
-    return size > 0 && !TouchesOperand() ? Take(TokenKind::kValue, end) : TakeSign();
+    // In a[low:high] and a[:5] there is no parameter.
+    const bool slice = TouchesOperand() || (At(at_ - 1) == '[' && IsDigit(At(name)));
+    return size > 0 && !slice ? Take(TokenKind::kValue, end) : TakeSign();
   }
   if (name == at_ + 1 && size > 1 && Lower(sql_[name]) == 'p' && EndOfDigits(name + 1) == end) {
     return Take(TokenKind::kValue, end);
@@ -126,12 +127,13 @@ std::size_t Lexer::SizeOfTextPrefix() const noexcept {
 std::size_t Lexer::EndOfNumber() const noexcept {
   const char second = sql_[at_] == '0' ? Lower(At(at_ + 1)) : '\0';
   if (second == 'x' || second == 'b' || (second == 'o' && rules_.grouped_digits)) {
-    std::size_t end = at_ + 2;
     const char last = second == 'x' ? '9' : second == 'o' ? '7' : '1';
-    while ((At(end) >= '0' && At(end) <= last) ||
-           (second == 'x' && Lower(At(end)) >= 'a' && Lower(At(end)) <= 'f')) {
-      ++end;
-    }
+    const auto digit = [this, second, last](std::size_t at) {
+      const char c = Lower(At(at));
+      return (c >= '0' && c <= last) || (second == 'x' && c >= 'a' && c <= 'f');
+    };
+    std::size_t end = at_ + 2;
+    while (digit(end) || (rules_.grouped_digits && At(end) == '_' && digit(end + 1))) ++end;
     if (end > at_ + 2) return end;
   }
   std::size_t end = EndOfDigits(at_);

@@ -1,6 +1,5 @@
 #include "sql/opaque.h"
 
-#include <algorithm>
 #include <cassert>
 #include <cstddef>
 #include <string_view>
@@ -24,29 +23,28 @@ std::size_t OpaqueReader::Open(std::string_view text, std::size_t at, bool last)
     return !last && rest.size() < mark.size() && mark.starts_with(rest);
   };
   switch (rest[0]) {
-    case '\'':
-      Begin(Opaque::kText, "'", 1);
-      if (rules_->backslash_escapes || (rules_->escape_prefix && at > 0 &&
-                                        Lower(text[at - 1]) == 'e' && !FollowsWord(text, at - 1))) {
-        other_ = '\\';
-      }
-      return 1;
-    case '"':
-      Begin(rules_->double_quoted_texts ? Opaque::kText : Opaque::kName, "\"", 1);
-      if (kind_ == Opaque::kText && rules_->backslash_escapes) other_ = '\\';
-      return 1;
+    case '\'': {
+      const bool escapes =
+          rules_->backslash_escapes || (rules_->escape_prefix && at > 0 &&
+                                        Lower(text[at - 1]) == 'e' && !FollowsWord(text, at - 1));
+      return Begin(Opaque::kText, "'", 1, escapes ? '\\' : '\'');
+    }
+    case '"': {
+      const Opaque kind = rules_->double_quoted_texts ? Opaque::kText : Opaque::kName;
+      return Begin(kind, "\"", 1, rules_->backslash_escapes ? '\\' : '"');
+    }
     case '`':
-      return rules_->backquoted_names ? Begin(Opaque::kName, "`", 1) : 0;
+      return rules_->backquoted_names ? Begin(Opaque::kName, "`", 1, '`') : 0;
     case '$':
       return rules_->dollar_quotes ? BeginDollarQuote(text, at, last) : 0;
     case '#':
-      return rules_->hash_comments ? Begin(Opaque::kLineComment, "\n", 1) : 0;
+      return rules_->hash_comments ? Begin(Opaque::kLineComment, "\n", 1, '\n') : 0;
     case '-': {
       if (may_become(rules_->spaced_dashes ? "-- " : "--")) return kUndecided;
       // "5--1" is an expression to MySQL.
       const bool spaced = rest.size() <= 2 || (rest[2] >= '\0' && rest[2] <= ' ');
       const bool comment = rest.starts_with("--") && (spaced || !rules_->spaced_dashes);
-      return comment ? Begin(Opaque::kLineComment, "\n", 2) : 0;
+      return comment ? Begin(Opaque::kLineComment, "\n", 2, '\n') : 0;
     }
     case '/':
       if (may_become("/*M!")) return kUndecided;
@@ -55,9 +53,7 @@ std::size_t OpaqueReader::Open(std::string_view text, std::size_t at, bool last)
         return rest.find('!') + 1;
       }
       if (!rest.starts_with("/*")) return 0;
-      Begin(Opaque::kBlockComment, "*/", 2);
-      if (rules_->nested_comments) other_ = '/';
-      return 2;
+      return Begin(Opaque::kBlockComment, "*/", 2, rules_->nested_comments ? '/' : '*');
     case '*':
       if (!in_executable_) return 0;
       if (may_become("*/")) return kUndecided;
@@ -101,10 +97,10 @@ std::size_t OpaqueReader::Pass(std::string_view text, std::size_t at, bool last)
 }
 
 // Returns `size`.
-std::size_t OpaqueReader::Begin(Opaque kind, std::string_view end, std::size_t size) {
+std::size_t OpaqueReader::Begin(Opaque kind, std::string_view end, std::size_t size, char other) {
   kind_ = kind;
   end_ = end;
-  other_ = end[0];
+  other_ = other;
   depth_ = 1;
   return size;
 }
@@ -119,7 +115,7 @@ std::size_t OpaqueReader::BeginDollarQuote(std::string_view text, std::size_t at
   while (end < rest.size() && rest[end] != '$' && IsWord(rest[end])) ++end;
   if (end == rest.size() && end < kLongestTag && !last) return kUndecided;
   if (end == rest.size() || rest[end] != '$' || IsDigit(rest[1])) return 0;
-  return Begin(Opaque::kText, rest.substr(0, end + 1), end + 1);
+  return Begin(Opaque::kText, rest.substr(0, end + 1), end + 1, '$');
 }
 
 }  // namespace tarn::host

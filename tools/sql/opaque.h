@@ -47,7 +47,7 @@ class OpaqueReader {
   bool InExecutableComment() const noexcept { return in_executable_; }
 
  private:
-  std::size_t Begin(Opaque kind, std::string_view end, std::size_t size);
+  std::size_t Begin(Opaque kind, std::string_view end, std::size_t size, char other);
   std::size_t BeginDollarQuote(std::string_view text, std::size_t at, bool last);
 
   const DialectRules* rules_;
