@@ -58,7 +58,7 @@ TEST_P(ToolRun, EndsAsItsRowSays) {
   std::getline(label, command);
   command = command.starts_with("$ ") ? command.substr(2) : "tarn_host " + command;
   const RunResult result = RunProgram(
-      {"timeout", "100", "/bin/bash", "-o", "pipefail", "-c", command},
+      {"timeout", "300", "/bin/bash", "-o", "pipefail", "-c", command},
       {.input = texts[0],
        .environment = {"PATH=" TARN_TOOL_FOLDER ":/usr/bin:/bin", "SHELL=/bin/bash", "HOME=.",
                        "BASH_ENV=functions.sh", "MANUAL=" TARN_MANUAL, "PLUGIN=" TARN_PLUGIN_PATH,
@@ -158,7 +158,8 @@ const struct {
     {kDamaged, [](Elf& it) { it.Load().p_filesz = ~0ULL; }},
     {kDamaged, [](Elf& it) { it.Load(3).p_offset = it.bytes.size() - 1; }},
     {kDamaged, [](Elf& it) { it.Load().p_memsz = 1; }},
-    {kDamaged, [](Elf& it) { it.Load(1).p_vaddr = it.Load().p_memsz; }},
+    // The second segment begins in the page of the first one's last byte.
+    {kDamaged, [](Elf& it) { it.Load().p_memsz = it.Load(1).p_vaddr / 4096 * 4096 + 1; }},
     {kDamaged, [](Elf& it) { it.Value(DT_STRTAB) = 1ULL << 62U; }},
     {kDamaged, [](Elf& it) { it.Value(DT_SYMTAB) = ~0ULL; }},
     {kDamaged, [](Elf& it) { it.Entry(DT_SYMTAB).d_tag = DT_DEBUG; }},
