@@ -128,6 +128,12 @@ struct Elf {
   std::string bytes;
 };
 
+std::vector<Elf64_Dyn> Repeated(std::size_t count, const Elf64_Dyn& entry) {
+  std::vector<Elf64_Dyn> entries(count, entry);
+  entries.insert(entries.end(), {{DT_STRTAB, {}}, {DT_NULL, {}}});
+  return entries;
+}
+
 RunResult Checked(const std::string& bytes) {
   return RunProgram({TARN_TOOL_FOLDER "/tarn_host", "check", "/dev/stdin"}, {.input = bytes});
 }
@@ -177,16 +183,14 @@ const struct {
      }},
     {kDamaged,
      [](Elf& it) {
-       std::vector<Elf64_Dyn> entries(4097, {DT_DEBUG, {}});
-       entries.back().d_tag = DT_NULL;
-       it.SetDynamic(entries);
+       it.SetDynamic(Repeated(4095, {DT_DEBUG, {}}));
      }},
-    {"more than 256",
+    {"soname: none",
      [](Elf& it) {
-       std::vector<Elf64_Dyn> entries(257, it.Entry(DT_NEEDED));
-       entries.insert(entries.end(), {it.Entry(DT_STRTAB), {DT_NULL, {}}});
-       it.SetDynamic(entries);
+       it.SetDynamic(Repeated(4094, {DT_DEBUG, {}}));
      }},
+    {"more than 256", [](Elf& it) { it.SetDynamic(Repeated(257, it.Entry(DT_NEEDED))); }},
+    {"soname: none", [](Elf& it) { it.SetDynamic(Repeated(256, it.Entry(DT_NEEDED))); }},
     {"GetProductInterfaceForVESTA\n",
      [](Elf& it) { it.Header().e_shoff = it.Header().e_shnum = 0; }},
     // Symbol 1 is an import, which the loader finds if its value is not 0.
