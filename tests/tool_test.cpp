@@ -160,6 +160,7 @@ const struct {
     {kNoObject, [](Elf& it) { it.Segment(PT_DYNAMIC).p_type = PT_NULL; }},
     {kDamaged, [](Elf& it) { it.Segment(PT_DYNAMIC).p_vaddr = ~0ULL; }},
     {kDamaged, [](Elf& it) { it.Load(1).p_memsz = ~0ULL; }},
+    {"pass  soname", [](Elf& it) { it.Load(3).p_memsz = ~it.Load(3).p_vaddr - 4096; }},
     {kDamaged, [](Elf& it) { it.Load(1).p_offset = ~0ULL - 4095; }},
     {kDamaged, [](Elf& it) { it.Load().p_filesz = ~0ULL; }},
     {kDamaged, [](Elf& it) { it.Load(3).p_offset = it.bytes.size() - 1; }},
