@@ -117,6 +117,8 @@ inline RunResult RunProgram(const std::vector<std::string>& command,
   int status = 0;
   while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
   }
+  // Ends what a shell has left in the background: timeout(1) makes a process group.
+  kill(-pid, SIGKILL);
   const RunResult result{WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status),
                          Content(files[1].Get()), Content(files[2].Get())};
   LastRun::Instance().Keep(command, result);

@@ -1,7 +1,7 @@
 # Functions for the shell commands in tool.txt.
 
-# Waits until the command $1 succeeds.
-await() { until eval "$1"; do sleep 0.01; done; }
+# Waits until the command $1 succeeds or the shell's process, which may run the tool by now, ends.
+await() { until eval "$1"; do kill -0 $$ 2>/dev/null || exit; sleep 0.01; done; }
 
 # Waits until the process $1 has ended. One that nobody waits for stays in the state Z.
 ended() { while grep -qs '^State:.[^XZ]' /proc/$1/status; do sleep 0.01; done; }
