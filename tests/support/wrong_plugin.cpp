@@ -16,10 +16,9 @@
 
 namespace {
 
-// Writes the number of its process to the file that WRONG_PLUGIN_FILE names, and stays, whatever
-// signal is caught.
+// Writes the number of its process to the file `number`, and stays, whatever signal is caught.
 void Stay() {
-  std::ofstream(std::getenv("WRONG_PLUGIN_FILE")) << getpid() << std::endl;
+  std::ofstream("number") << getpid() << std::endl;
   for (unsigned left = 60; left > 0;) left = sleep(left);
   _exit(0);
 }

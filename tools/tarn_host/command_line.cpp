@@ -51,6 +51,11 @@ CLI::Option* AddName(CLI::App& command, const std::string& name, std::string& va
   return command.add_option(name, value, help)->check(RefuseEmpty())->type_name(kind);
 }
 
+void AddFlag(CLI::App& command, const std::string& name, bool& value, const std::string& help) {
+  // Without this, --json=0 would be taken, and so would --json=5.
+  command.add_flag(name, value, help)->disable_flag_override();
+}
+
 // A whole number from 1 to `most`.
 void AddCount(CLI::App& command, const std::string& name, std::uint64_t& value, std::uint64_t most,
               const std::string& help) {
@@ -103,7 +108,7 @@ void AddNormalize(CommandLine& line) {
   auto [command, options] =
       line.Add("normalize", "Print the canonical texts of statements", Normalize);
   AddInput(command, options.input, ReadableFormats());
-  command.add_flag("--pairs", options.pairs, "Print each statement before its canonical text");
+  AddFlag(command, "--pairs", options.pairs, "Print each statement before its canonical text");
   AddPlugin(command, options.plugin);
   command.footer(
       "The texts are separated as the statements of the input are. With --input=nul every byte is\n"
@@ -156,14 +161,12 @@ void AddShapes(CommandLine& line) {
   auto formats = ReadableFormats();
   formats.emplace(kReportFormat.name, &kReportFormat);
   AddInput(command, options.input, formats);
-  command.add_flag("--exact", options.rule.exact,
-                   "Count by the canonical text, which keeps values and lists");
-  command.add_flag(
-      "--fold-digits", options.rule.fold_digits,
-      "Count names that differ only in digits as one, such as orders_2024 and orders_2025");
-  command.add_flag(
-      "--keys", options.rule.keys,
-      "Count the canonical texts of each shape, which are the keys in a host's tables");
+  AddFlag(command, "--exact", options.rule.exact,
+          "Count by the canonical text, which keeps values and lists");
+  AddFlag(command, "--fold-digits", options.rule.fold_digits,
+          "Count names that differ only in digits as one, such as orders_2024 and orders_2025");
+  AddFlag(command, "--keys", options.rule.keys,
+          "Count the canonical texts of each shape, which are the keys in a host's tables");
   AddChoice(command, "--sort", options.table.rank.order,
             std::map<std::string, ShapeOrder>{{"count", ShapeOrder::kCount},
                                               {"time", ShapeOrder::kTime},
@@ -177,8 +180,8 @@ void AddShapes(CommandLine& line) {
            "Print the first N shapes and sum up the others");
   AddCount(command, "--min-count", options.table.rank.min_count, kMostShapes,
            "Sum up the shapes of fewer than N statements");
-  command.add_flag("--examples", options.table.examples,
-                   "Print below each shape its slowest statement and when it ran");
+  AddFlag(command, "--examples", options.table.examples,
+          "Print below each shape its slowest statement and when it ran");
   AddName(command, "--since", options.since, "TIME",
           "Leave out statements before a time, such as 2026-11-24 09:05, or before the last "
           "90s, 30m, 2h or 7d of the log");
@@ -194,8 +197,8 @@ void AddShapes(CommandLine& line) {
             "Count the shapes of each user, database (db) or host separately");
   AddName(command, "--compare", options.compare, "FILE",
           "Print the changes since the report or log FILE");
-  command.add_flag("--json", options.json,
-                   "Print JSON, with examples; reports can be read again and add up");
+  AddFlag(command, "--json", options.json,
+          "Print JSON, with examples; reports can be read again and add up");
   AddCount(command, "--threads", options.threads, kMostThreads,
            "Count on N threads (default: one per processor)");
   AddPlugin(command, options.plugin);
@@ -235,9 +238,9 @@ void AddConfig(CommandLine& line) {
       line.Add("config", "Print the plug-in's answers for a database", Config);
   AddName(command, "DBNAME", options.database, "", "Name of the database in the configuration")
       ->required();
-  command.add_flag("--show-password", options.show_password,
-                   "Print the deciphered password instead of a mask");
-  command.add_flag("--json", options.json, "Print a JSON object instead of a table");
+  AddFlag(command, "--show-password", options.show_password,
+          "Print the deciphered password instead of a mask");
+  AddFlag(command, "--json", options.json, "Print a JSON object instead of a table");
   AddPlugin(command, options.plugin);
   command.footer(
       "Prints the engine type, the login account, the address and the connection properties, or\n"
@@ -303,7 +306,10 @@ std::string UsageReason(const CLI::App& app, const CLI::ParseError& error) {
   const std::string command = chosen.front()->get_name();
   std::string reason = error.what();
   if (error.get_name() == "ArgumentMismatch") {
-    reason = reason.substr(0, reason.find(':')) + ": a value is missing";
+    // "--top: 1 required N missing" or "json was given a disallowed flag override".
+    const std::size_t name_end = reason.find_first_of(": ");
+    reason = reason[name_end] == ':' ? reason.substr(0, name_end) + ": a value is missing"
+                                     : "--" + reason.substr(0, name_end) + ": takes no value";
   } else if (const auto extra = chosen.front()->remaining(); !extra.empty()) {
     reason = "unexpected argument: " + extra[0];
   }

@@ -60,11 +60,10 @@ InterruptWatch::~InterruptWatch() {
   close(event_fd_);
 }
 
-void InterruptWatch::Stop() noexcept {
-  if (stopped_) return;
-  stopped_ = true;
-  interrupted_ = watching_fd.exchange(kNowhere) == kNowhere;
+bool InterruptWatch::Stop() noexcept {
+  const bool interrupted = watching_fd.exchange(kNowhere) == kNowhere;
   alarm(0);
+  return interrupted;
 }
 
 bool InterruptWatch::Wait(int fd) {
@@ -74,10 +73,6 @@ bool InterruptWatch::Wait(int fd) {
   }
   // The event is never read, so that it ends every later wait, too.
   return watched[0].revents == 0;
-}
-
-bool InterruptWatch::Interrupted() const noexcept {
-  return stopped_ ? interrupted_ : watching_fd == kNowhere;
 }
 
 }  // namespace tarn::host

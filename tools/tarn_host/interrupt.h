@@ -11,7 +11,7 @@ void ExitOnInterrupt() noexcept;
 
 // As long as a watch exists, the first Ctrl-C ends the input instead of the process. A second one
 // ends the process at once. So does the first one after kGraceSeconds if the watch still exists.
-// Requires: ExitOnInterrupt was called, and no other watch exists. Any thread may call Interrupted.
+// Requires: ExitOnInterrupt was called, and no other watch exists.
 class InterruptWatch final : public InputWaiter {
  public:
   // The time after Ctrl-C in which the statements that were read may be counted.
@@ -27,17 +27,12 @@ class InterruptWatch final : public InputWaiter {
   // before.
   bool Wait(int fd) override;
 
-  // Whether Ctrl-C was pressed.
-  bool Interrupted() const noexcept;
-
-  // Ends the watch: from now on Ctrl-C ends the process at once again, and Interrupted does not
-  // change any more. Call it after the last input and before output, which may block.
-  void Stop() noexcept;
+  // Ends the watch: from now on Ctrl-C ends the process at once again. Returns whether it was
+  // pressed before. Call it once, after the last input and before output, which may block.
+  bool Stop() noexcept;
 
  private:
   int event_fd_;
-  bool stopped_ = false;
-  bool interrupted_ = false;
 };
 
 }  // namespace tarn::host

@@ -35,7 +35,7 @@ class Output {
   // Write does.
   void WriteFitted(std::string_view line);
 
-  // As TerminalWidth of the stream.
+  // The number of the terminal's columns; 0 if the stream is no terminal.
   std::size_t Width() const noexcept;
 
  private:
@@ -46,7 +46,7 @@ class Output {
   bool coloured_;
 };
 
-// The number of columns of the terminal on `fd`; 0 if it is no terminal.
+// The number of columns of the terminal on `fd`.
 std::size_t TerminalWidth(int fd) noexcept;
 
 // The first `width` columns of `text`, a line in UTF-8. A longer text is cut and ends in three

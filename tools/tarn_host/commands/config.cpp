@@ -41,7 +41,7 @@ struct Answers {
 // the plug-in needs: "liba.so or libb.so".
 std::string PlatformOf(const void* function, const std::string& plugin_path) {
   Dl_info theirs;
-  if (function != nullptr && dladdr(function, &theirs) != 0) return theirs.dli_fname;
+  if (dladdr(function, &theirs) != 0) return theirs.dli_fname;
   const std::vector<std::string> needed = ReadElfLibrary(plugin_path).needed;
   return needed.empty() ? "no library" : fmt::format("{}", fmt::join(needed, " or "));
 }

@@ -98,8 +98,7 @@ class ShapesRun {
       if (exit_code_ == kExitTrouble) return ReportProblems();
     }
     const ShapeCount count = Count(options_.input.files);
-    watch_.Stop();
-    if (watch_.Interrupted()) {
+    if (watch_.Stop()) {
       Add("shapes: interrupted; this is what was counted so far", kExitInterrupted);
     }
     Output output;
