@@ -1,46 +1,38 @@
 #!/bin/sh
 # other_platform_test.sh CMAKE COMPILER SOURCE SCRATCH
 #
-# Builds the plug-in on a platform whose layouts and symbols differ from the stand-in's, and calls
-# all nine operations. Compiles it on a platform that declares only the calls that it makes.
+# Builds the plug-in on a platform whose layouts and symbols differ from the stand-in's and which
+# declares only the calls that the plug-in makes. Calls all nine operations.
 set -eu
 . "${0%/*}/fail.sh"
 
 cmake=$1 compiler=$2 source=$3 scratch=$4
-platform=$source/tests/package/other_platform
 # With it ccache would record relative paths, but the test searches for absolute ones.
 unset CCACHE_BASEDIR
 
 rm -rf "$scratch"
-mkdir -p "$scratch/lib"
-
-# offer FOLDER HEADER: writes the five headers of a platform; HEADER contains all of them.
-offer() {
-  mkdir -p "$1/platform"
-  for header in "$source"/include/platform/*.h; do
-    echo "#include \"$2\"" >"$1/platform/${header##*/}"
-  done
-  cp "$platform/$2" "$1"
-}
-
-# compile_on_least DECIPHER-RESULT PROCESS-RESULT SOURCE: compiles SOURCE without a warning on the
-# platform that declares only the calls.
-compile_on_least() {
-  "$compiler" -std=c++20 -fsyntax-only -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wshadow \
-    -Werror -DDECIPHER_RESULT="$1" -DPROCESS_RESULT="$2" -I "$scratch/least" -I "$source/include" \
-    -I "$source/src" "$3" || fail "$3 does not compile with results of $1 and $2"
-}
-offer "$scratch/least" least_platform.h
-for file in "$source"/src/entry/*.cpp "$source"/src/dbconfig/*.cpp; do
-  compile_on_least int "unsigned long long" "$file"
+mkdir -p "$scratch/lib" "$scratch/include/platform"
+cp "$source/tests/package/other_platform.h" "$scratch/include"
+# Each of the five headers declares the whole platform.
+for header in "$source"/include/platform/*.h; do
+  echo '#include "other_platform.h"' >"$scratch/include/platform/${header##*/}"
 done
-compile_on_least unsigned "unsigned long long" "$source/src/dbconfig/db_account.cpp"
-compile_on_least int short "$source/src/dbconfig/db_properties.cpp"
 
-offer "$scratch/include" other_platform.h
+# compile_with DECIPHER-RESULT PROCESS-RESULT FILE...: compiles the files of the plug-in without a
+# warning on a platform with these result types.
+compile_with() {
+  decipher=$1 process=$2
+  shift 2
+  "$compiler" -std=c++20 -fsyntax-only -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wshadow -Werror \
+    -DDECIPHER_RESULT="$decipher" -DPROCESS_RESULT="$process" -I "$scratch/include" \
+    -I "$source/include" -I "$source/src" "$@" || fail "does not compile with results of $decipher and $process"
+}
+compile_with int "unsigned long long" "$source"/src/entry/*.cpp "$source"/src/dbconfig/*.cpp
+compile_with unsigned short "$source/src/dbconfig/db_account.cpp" "$source/src/dbconfig/db_properties.cpp"
+
 library=$scratch/lib/libother_platform.so
-"$compiler" -std=c++20 -fPIC -shared -Wl,-soname,libother_platform.so "$platform/other_platform.cpp" \
-  -o "$library"
+"$compiler" -std=c++20 -fPIC -shared -Wl,-soname,libother_platform.so -DBUILD_PLATFORM -x c++ \
+  "$scratch/include/other_platform.h" -o "$library"
 
 # configure OPTION...: without optimisation, which is slow and shows nothing here. Keeps the cached
 # facts about the compiler, but none about the platform.
