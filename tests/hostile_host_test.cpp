@@ -1,13 +1,10 @@
 // Difficult hosts: they call from many threads while copies of the library are loaded and unloaded,
 // or set a global locale of their own.
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <array>
 #include <atomic>
 #include <clocale>
-#include <cstddef>
 #include <filesystem>
 #include <locale>
 #include <map>
@@ -22,30 +19,6 @@
 #include "platform/c_value.h"
 #include "plugin/plugin.h"
 #include "support/surroundings.h"
-
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
-namespace {
-
-// The calls of __cxa_atexit while they are counted: for each, an address in the calling library.
-struct Registrations {
-  std::atomic<bool> counting = false;
-  std::atomic<std::size_t> count = 0;
-  std::array<const void*, 100> libraries{};
-};
-constinit Registrations registrations;
-
-}  // namespace
-
-// This definition takes precedence over the C library's.
-extern "C" __attribute__((visibility("default"))) int
-__cxa_atexit(  // NOLINT(bugprone-reserved-identifier)
-    void (*function)(void*), void* argument, void* library) noexcept {
-  using Register = int (*)(void (*)(void*), void*, void*);
-  static const auto next = reinterpret_cast<Register>(dlsym(RTLD_NEXT, "__cxa_atexit"));
-  if (registrations.counting) registrations.libraries.at(registrations.count++) = library;
-  return next(function, argument, library);
-}
-#endif
 
 namespace tarn::test {
 namespace {
@@ -293,21 +266,6 @@ TEST(LocaleOfLoading, IsOneForAllPatterns) {
   EXPECT_EQ(Normalized(plugin, "select (\xE9=1), caf\xE9s, \xE9t1 "),
             "SELECT \xE9 = 1, caf\xE9s, \xE9t1");
 }
-
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
-TEST(Loading, RegistersNothingForUnloadingButThePatterns) {
-  const TemporaryFolder folder;
-  const std::string path = CopyOfThePlugin(folder, "counted.so");
-  registrations.counting = true;
-  const Plugin plugin(path);
-  registrations.counting = false;
-  const auto of_the_plugin = [&](const void* library) {
-    Dl_info info;
-    return library != nullptr && dladdr(library, &info) != 0 && info.dli_fname == path;
-  };
-  EXPECT_EQ(std::ranges::count_if(registrations.libraries, of_the_plugin), 1);
-}
-#endif
 
 }  // namespace
 }  // namespace tarn::test

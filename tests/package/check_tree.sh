@@ -55,10 +55,15 @@ while read -r binary; do
   */platform_module.so) ;;
   *.so) has "$binary" -d "SONAME.*\[${binary##*/}\]" ;;
   esac
+  case $binary in
   # All are compiled with the same options, but not every binary calls a function with a guarded
   # form.
-  case $binary in
   */libtarn_platform_standin.so) has "$binary" --dyn-syms 'UND __[a-z]+(_[a-z]+)*_chk@' ;;
+  # The plug-in's only work when it is unloaded is to destroy its patterns.
+  */libtarn_interface_for_vesta.so)
+    registrations=$(objdump -d "$binary" | grep -c '<__cxa_atexit@plt>$')
+    [ "$registrations" = 1 ] || fail "$binary: $registrations calls of __cxa_atexit"
+    ;;
   esac
 done <"$scratch/files"
 for binary in tarn_host libtarn_interface_for_vesta.so libtarn_platform_standin.so \
