@@ -76,7 +76,6 @@ namespace {
 using namespace tarn::standin;
 using Quillcommon::SysConfReader;
 using ::testing::AllOf;
-using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::Not;
 using ::testing::ResultOf;
@@ -92,6 +91,11 @@ auto Entries(const std::string& folder) {
 SysConfReader& Reader() { return SysConfReader::Instance(); }
 
 SecretBytes Secret(std::string_view text) { return {text.begin(), text.end()}; }
+
+// One record, which contains `warning`, or none if that is empty.
+auto Warns(const std::string& warning) {
+  return AllOf(HasSubstr(warning), ResultOf(Lines, warning.empty() ? 0 : 1));
+}
 
 auto ThrowsCode(Code code) { return testing::Throws<Error>(testing::Field(&Error::code, code)); }
 
@@ -117,13 +121,14 @@ class Standin : public testing::TestWithParam<CaseRow> {
   }
 
   // Deciphers with the key file that TARN_KEY_FILE names, and returns the code. On failure expects
-  // that the output is unchanged and that there is one record, which contains `warning`.
+  // that the output is unchanged and that one record contains `warning`, but not the text.
   unsigned int Decipher(const std::string& text, unsigned int algorithm,
                         const std::string& warning = "") {
     const StandardError log;
     const unsigned int code = QuillAESCipher::decryptEx(text, plain_, algorithm);
     EXPECT_TRUE(code == 0 || plain_ == kUntouched);
-    EXPECT_THAT(log.Text(), AllOf(HasSubstr(warning), ResultOf(Lines, code == 0 ? 0 : 1)));
+    EXPECT_THAT(log.Text(), Warns(warning));
+    EXPECT_EQ(code == 0, warning.empty());
     EXPECT_TRUE(text.size() < 20 || log.Text().find(text) == std::string::npos);
     return code;
   }
@@ -158,15 +163,6 @@ TEST_P(Log, WritesOneLineARecord) {
   }
 }
 
-TEST_F(Log, NamesAnUnknownLevelOnce) {
-  const ScopedVariable level("TARN_LOG_LEVEL", "WARN");
-  const StandardError log;
-  LogProcess::Debug("hidden", kHere);
-  LogProcess::Warn("shown", kHere);
-  EXPECT_THAT(log.Text(), AllOf(HasSubstr("TARN_LOG_LEVEL: \"WARN\""), EndsWith("shown\n"),
-                                ResultOf(Lines, 2)));
-}
-
 // Whether a child process that calls `act` ends by itself.
 template <typename Act>
 bool ChildEnds(Act act) {
@@ -180,13 +176,14 @@ bool ChildEnds(Act act) {
   return waitpid(child, &status, 0) == child && status == 0;
 }
 
-// Lines of threads and processes stay whole, and a child that is forked while threads write waits
-// for none of them.
-TEST_F(Log, ServesThreadsAndForkedChildren) {
-  constexpr int kChildren = 50;
+// An unknown level counts as "warn" and is named once. Lines of threads and processes stay whole,
+// and a child that is forked while threads write waits for none of them.
+TEST_F(Log, ServesThreadsAndForkedChildrenAtAnUnknownLevel) {
   constexpr std::size_t kLength = 1000;
-  const ScopedVariable level("TARN_LOG_LEVEL", "unknown");
+  const ScopedVariable level("TARN_LOG_LEVEL", "WARN");
   const StandardError log;
+  LogProcess::Debug("hidden", kHere);
+  EXPECT_THAT(log.Text(), Warns("TARN_LOG_LEVEL: \"WARN\""));
   std::atomic<int> records = 0;
   const auto write = [&records](const std::string& message) {
     LogProcess::Warn(message.c_str(), kHere);
@@ -198,24 +195,22 @@ TEST_F(Log, ServesThreadsAndForkedChildren) {
       while (!stop.stop_requested()) write(message);
     });
   }
-  const std::string message(kLength, 'e');
-  for (int i = 0; i < kChildren; ++i) {
+  for (int i = 0; i < 50; ++i) {
 #ifdef __SANITIZE_ADDRESS__
-    write(message);  // a fork leaves the locks of AddressSanitizer's allocator as they are
+    write("");  // a fork leaves the locks of AddressSanitizer's allocator as they are
 #else
-    ASSERT_TRUE(ChildEnds([&] { write(message); })) << i;
+    ASSERT_TRUE(ChildEnds([] { LogProcess::Warn("", kHere); })) << i;
     ++records;
 #endif
   }
   threads.clear();
-  int whole = 0;
   std::istringstream lines(log.Text());
-  for (std::string line; std::getline(lines, line);) {
-    if (line.find("TARN_LOG_LEVEL") != std::string::npos) continue;
-    ++whole;
-    ASSERT_EQ(line, "WARN - file.cpp:7 Function: " + std::string(kLength, line.back()));
+  std::string line;
+  for (std::getline(lines, line); std::getline(lines, line); --records) {
+    const std::string message(line.back() == ' ' ? 0 : kLength, line.back());
+    ASSERT_EQ(line, "WARN - file.cpp:7 Function: " + message);
   }
-  EXPECT_EQ(whole, records);
+  EXPECT_EQ(records, 0);
 }
 
 TEST_F(Log, OutlivesItsReader) {
@@ -251,27 +246,25 @@ TEST_F(Log, OutlivesItsReader) {
 using SysConf = Standin;
 
 TEST_P(SysConf, GivesTheSettingOrOneWarning) {
-  std::map<std::string, std::string (SysConfReader::*)(const std::string&, unsigned int)> getters{
-      {"type", &SysConfReader::getDBType},
-      {"user", &SysConfReader::getDBUserName},
-      {"password", &SysConfReader::getDBPassword},
-      {"host", &SysConfReader::getDBAccessHost},
-      {"service", &SysConfReader::getDBServiceName}};
-  std::string setting;
+  std::string setting, name;
   unsigned int index = 0;
-  std::string database;
-  GetParam().Words() >> setting >> index >> database;
-  database = Unescaped(database);
+  GetParam().Words() >> setting >> index >> name;
+  name = Unescaped(name);
+  const auto answer = [&] {
+    if (setting == "type") return Reader().getDBType(name, index);
+    if (setting == "user") return Reader().getDBUserName(name, index);
+    if (setting == "password") return Reader().getDBPassword(name, index);
+    if (setting == "host") return Reader().getDBAccessHost(name, index);
+    if (setting == "service") return Reader().getDBServiceName(name, index);
+    return std::to_string(Reader().getDBAccessPort(name, index));
+  };
   for (std::string content : TextsFrom(2)) {
     SCOPED_TRACE(content);
     if (GetParam().section == "Entries") content = R"({"databases": {"db": [)" + content + "]}}";
     const ScopedVariable file("TARN_SYS_CONF", folder_.Write("sys.json", content));
     const StandardError log;
-    EXPECT_EQ(setting == "port" ? std::to_string(Reader().getDBAccessPort(database, index))
-                                : (Reader().*getters.at(setting))(database, index),
-              Text(0));
-    EXPECT_THAT(log.Text(), AllOf(HasSubstr(Text(1)), Not(HasSubstr("secret")),
-                                  ResultOf(Lines, Text(1).empty() ? 0 : 1)));
+    EXPECT_EQ(answer(), Text(0));
+    EXPECT_THAT(log.Text(), AllOf(Warns(Text(1)), Not(HasSubstr("secret"))));
   }
 }
 
@@ -291,7 +284,7 @@ TEST_F(SysConf, IsReadAfreshWithinBounds) {
     const ScopedVariable variable("TARN_SYS_CONF", path == "-" ? nullptr : path.c_str());
     const StandardError log;
     EXPECT_EQ(Reader().getDBType("db", 0), warning.empty() ? "mysql" : "");
-    EXPECT_THAT(log.Text(), AllOf(HasSubstr(warning), ResultOf(Lines, warning.empty() ? 0 : 1)));
+    EXPECT_THAT(log.Text(), Warns(warning));
   }
   const ScopedVariable variable("TARN_SYS_CONF", file);
   folder_.Write("sys.json", R"({"databases": {"db": [{"type": "other"}]}})");
@@ -356,6 +349,7 @@ TEST_F(Cipher, SurvivesFailedAllocationsAndLeavesNoPassword) {
     plain.reserve(100);
     bool failed = true;
     for (long n = 1; failed; ++n) {
+      SCOPED_TRACE(n);
       unsigned int code = 1;
       // The password's end, which would remain if too few bytes were wiped.
       const WatchFreedBlocks watch(std::string_view(kLongPassword).substr(8));
@@ -366,8 +360,8 @@ TEST_F(Cipher, SurvivesFailedAllocationsAndLeavesNoPassword) {
       }
       failed = FailNthAllocation::Happened();
       EXPECT_TRUE(failed || code == 0);
-      EXPECT_EQ(plain, code == 0 ? kLongPassword : "") << n;
-      EXPECT_EQ(watch.WithSecret(), 0) << n;
+      EXPECT_EQ(plain, code == 0 ? kLongPassword : "");
+      EXPECT_EQ(watch.WithSecret(), 0);
       plain.clear();
     }
   }
@@ -402,10 +396,13 @@ TEST_F(KeyFile, IsNamedAndARegularFile) {
 }
 
 TEST_F(KeyFile, IsMadePrivateAndWholeAndReplacesNone) {
+  const auto is_refused = [](const std::string& path) {
+    EXPECT_THAT([&] { CipherKey::CreateFile(path); }, ThrowsCode(Code::kKeyFileNotWritten));
+  };
   const std::string made = folder_.Path("new.key");
   for (const Fault now : {Fault::kShortWrites, Fault::kNoWrite, Fault::kNoFsync, Fault::kNoClose}) {
     fault = now;
-    EXPECT_THAT([&] { CipherKey::CreateFile(made); }, ThrowsCode(Code::kKeyFileNotWritten));
+    is_refused(made);
     EXPECT_FALSE(fs::exists(made));
   }
   fault = Fault::kNone;
@@ -415,13 +412,11 @@ TEST_F(KeyFile, IsMadePrivateAndWholeAndReplacesNone) {
   EXPECT_EQ(fs::status(made).permissions(), fs::perms(0600));
   EXPECT_NE(CipherKey::FromFile(made).bytes, CipherKey::FromFile(folder_.Path("other.key")).bytes);
 
-  const std::string kept = folder_.Write("kept.key", "precious");
   fs::create_symlink("nowhere", folder_.Path("dangling"));
-  for (const std::string& path :
-       {kept, folder_.Path("dangling"), folder_.Path("none/new.key"), folder_.Path("")}) {
-    EXPECT_THAT([&] { CipherKey::CreateFile(path); }, ThrowsCode(Code::kKeyFileNotWritten));
+  for (const char* name : {"some.key", "dangling", "none/new.key", ""}) {
+    is_refused(folder_.Path(name));
   }
-  EXPECT_EQ(fs::file_size(kept), std::string_view("precious").size());
+  EXPECT_EQ(CipherKey::FromEnvironment().bytes, key_.bytes);
   EXPECT_FALSE(fs::exists(folder_.Path("nowhere")));
 }
 
@@ -474,13 +469,13 @@ TEST_F(Standin, SampleConfigurationIsMadeWholeOrNotAtAll) {
                       {.folder = folder_.Path("")})
                .exit_code == 0;
   };
-  // Two runs: the second uses the key of the first.
-  EXPECT_TRUE(makes(TARN_EXAMPLES "/sys_conf.json"));
+  // The second run uses the key of the first. Names that look like options are taken for names.
+  EXPECT_TRUE(makes(TARN_EXAMPLES "/sys_conf.json", "run.key", "-o.json"));
   EXPECT_TRUE(makes(folder_.Write(
       "sample.json", R"({"databases": {"db": [{"password":"encipher-19:a\"b\\c $x`y` %s\\"},)"
                      R"({"password": "encipher-18: \\\" "}]}})")));
   for (const char* bad : {R"("encipher-20:x")", R"("encipher-19:a\nb")", R"("encipher-19:a\")"}) {
-    EXPECT_FALSE(makes(folder_.Write("sample.json", bad))) << bad;
+    EXPECT_FALSE(makes(folder_.Write("sample.json", bad), "-k.key")) << bad;
   }
   EXPECT_FALSE(makes("none.json"));
   EXPECT_EQ(Decipher(Reader().getDBPassword("db", 0), kAes256Gcm), 0U);
@@ -488,8 +483,6 @@ TEST_F(Standin, SampleConfigurationIsMadeWholeOrNotAtAll) {
   EXPECT_EQ(Decipher(Reader().getDBPassword("db", 1), kAes128Ecb), 0U);
   EXPECT_EQ(plain_, R"( \" )");
   EXPECT_EQ(fs::symlink_status(folder_.Path("sys.json")).permissions(), fs::perms(0600));
-  // Names that look like options are taken for names.
-  EXPECT_TRUE(makes(TARN_EXAMPLES "/sys_conf.json", "-k.key", "-o.json"));
   // Three keys, the sample, two configurations, and the other link are there; no "victim".
   EXPECT_EQ(Entries(folder_.Path("")), 7);
   EXPECT_FALSE(fs::exists(folder_.Path("victim")));
