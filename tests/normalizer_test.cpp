@@ -198,31 +198,6 @@ TEST(Aliases, AreNumberedByFirstAppearance) {
   }
 }
 
-// Texts that outgrow one buffer after the other during writing.
-TEST(Buffers, GrowWithTheText) {
-  // So many aliases take the patterns too long.
-  std::string aliases;
-  for (std::size_t i = 1; i <= 60'000; ++i) AppendNumbered("t# ", i, aliases);
-  EXPECT_THAT(NormalizeByScanner(aliases), testing::EndsWith(" ____t60000"));
-  std::vector<std::string> texts;
-  const auto add = [&](std::string_view unit, std::size_t count, std::string_view then,
-                       std::size_t then_count) {
-    std::string& sql = texts.emplace_back();
-    for (std::size_t i = 1; i <= count; ++i) AppendNumbered(unit, i, sql);
-    for (std::size_t i = 0; i < then_count; ++i) sql += then;
-  };
-  add("t#,", 3000, "(", 20'000);
-  for (const std::size_t count : {0U, 1000U}) add("t1 ", 400, "(", count);
-  add("0.1,", 1000, "(", 3000);
-  add("(", 900, "0.1,", 900);
-  add("1.0e5 ", 600, "t1", 600);
-  // The literal crosses the very end of a buffer.
-  for (std::size_t length = 900; length < 1100; ++length) add("(", length, "0.1", 1);
-  Tally tally;
-  for (const std::string& text : texts) tally.Compare(text);
-  EXPECT_TRUE(tally.AllSame());
-}
-
 class Growth : public testing::TestWithParam<GrowthFamily> {};
 
 // Most of these are short enough for the patterns.
@@ -292,16 +267,21 @@ INSTANTIATE_TEST_SUITE_P(Families, Growth, testing::ValuesIn(GrowthFamilies()),
                          [](const auto& instance) { return instance.param.name; });
 
 // TARN_GROWTH_CASES sets the number of combinations, TARN_GROWTH_START the first one. To replay a
-// failure, set the TARN_GROWTH_START that it names and TARN_GROWTH_CASES=1.
-TEST(GrowthCombinations, AreLinearAndTakeLittleMemory) {
+// failure, set the TARN_GROWTH_START that it names and TARN_GROWTH_CASES=1. The texts for the
+// patterns outgrow one buffer after the other.
+TEST(GrowthCombinations, AreEqualAndLinearAndTakeLittleMemory) {
   const long start = FromEnvironment("TARN_GROWTH_START", 1);
   const long end = start + FromEnvironment("TARN_GROWTH_CASES", 200);
   for (long number = start; number < end; ++number) {
+    SCOPED_TRACE("TARN_GROWTH_START=" + std::to_string(number));
     const auto grow = [number](std::size_t length) {
       return GrowCombination(static_cast<std::uint64_t>(number), length);
     };
-    EXPECT_TRUE(GrowsLinearly(grow)) << "TARN_GROWTH_START=" << number;
+    EXPECT_TRUE(GrowsLinearly(grow));
     ExpectLittleMemory(grow(64 << 10));
+    Tally tally;
+    for (const std::size_t length : {950U, 1050U, 3000U}) tally.Compare(grow(length));
+    EXPECT_TRUE(tally.AllSame());
   }
 }
 
