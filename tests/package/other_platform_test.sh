@@ -50,7 +50,7 @@ refused() {
   reason=$1
   shift
   ! configure "$@" || fail "configured without an error: $*"
-  tr -s '\n ' ' ' <"$scratch/log" | grep -qF "$reason" || fail "$*: $(cat "$scratch/log")"
+  holds "$(tr -s '\n ' ' ' <"$scratch/log")" "$reason" "the message"
 }
 refused "TARN_PLATFORM_LIBRARY without TARN_PLATFORM_INCLUDE_DIR:" "$by_library"
 refused "TARN_PLATFORM_INCLUDE_DIR without TARN_PLATFORM_LIBRARY:" "$by_headers"
@@ -98,11 +98,9 @@ if command -v dpkg-shlibdeps >/dev/null; then
     (cd "$scratch/build" && cpack -G DEB -B "$scratch/package" "$@") 2>&1 | tr -s '\n ' ' '
     dpkg-deb -f "$scratch"/package/*.deb Depends
   }
-  package | grep -qF "$library belongs to no Debian package" || fail "no word on the dependency"
+  holds "$(package)" "$library belongs to no Debian package" "the package's build"
   said=$(package -D CPACK_DEBIAN_PACKAGE_DEPENDS=other-platform)
-  case $said in
-  *"belongs to no"*) fail "warns although the dependency is named" ;;
-  *other-platform*libc6*) ;;
-  *) fail "depends on: $said" ;;
-  esac
+  lacks "$said" "belongs to no" "the package's build"
+  holds "$said" other-platform "the dependencies"
+  holds "$said" libc6 "the dependencies"
 fi
