@@ -465,7 +465,8 @@ TEST_F(Standin, SampleConfigurationIsMadeWholeOrNotAtAll) {
   }
   const auto makes = [&](const std::string& sample, const std::string& key = "run.key",
                          const std::string& output = "sys.json") {
-    return RunProgram({TARN_EXAMPLES "/make_sys_conf.sh", TARN_HOST_PATH, key, sample, output},
+    return RunProgram({std::string(TARN_EXAMPLES) + "/make_sys_conf.sh", TARN_HOST_PATH, key,
+                       sample, output},
                       {.folder = folder_.Path("")})
                .exit_code == 0;
   };
