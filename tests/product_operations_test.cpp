@@ -33,6 +33,9 @@
 #include "support/recording_platform.h"
 #include "support/surroundings.h"
 
+// The plug-in's entry function, linked into the test.
+extern "C" impl_dao::CProductInterface* GetProductInterfaceForVESTA() noexcept;
+
 namespace {
 
 // The number of calls of read up to the one that fails with EIO; if not above 0, none fails.
@@ -60,13 +63,14 @@ using testing::ElementsAre;
 using testing::ElementsAreArray;
 
 using Calls = std::vector<std::string>;
-using PropertyMap = std::map<std::string, refl::CValue>;
+
+impl_dao::CProductInterface& Product() { return *GetProductInterfaceForVESTA(); }
 
 // The outputs of the operations. Each operation changes only its own.
 struct Outputs {
   std::string text;
   std::string password;
-  PropertyMap properties;
+  std::map<std::string, refl::CValue> properties;
 };
 
 // Describes the outputs: "TEXT | PASSWORD", then "KEY=TEXT(TYPE)" for each property.
@@ -85,8 +89,7 @@ class Operation {
   // Each run begins with the outputs `before`.
   Operation(Outputs before, void (*call)(Outputs&)) : before_(std::move(before)), call_(call) {}
 
-  // Runs without failures. Returns the platform's calls, then "-> " and the description of the
-  // outputs.
+  // Runs without failures. Returns the platform's calls, then "-> " and the outputs' description.
   Calls Trace() {
     Outputs outputs = before_;
     Platform().recording = true;
@@ -110,26 +113,22 @@ class Operation {
     Trace();
     Platform().recording = false;
     // Allocates a block now, so that it is not counted later.
-    constexpr std::size_t kMoreThanInPlace = 100;
-    left_.reserve(kMoreThanInPlace);
-    const std::size_t calls = looks_.size() - 2;
-    for (std::size_t n = 1; n <= calls; ++n) {
-      SCOPED_TRACE("call " + std::to_string(n));
-      ASSERT_TRUE(Fails(n, 0));
-      EXPECT_EQ(left_, looks_[n]);
-    }
+    left_.reserve(100);
     int survivals = 0;
-    for (long n = 1;; ++n) {
-      SCOPED_TRACE("allocation " + std::to_string(n));
-      const bool failed = Fails(0, n);
-      if (!FailNthAllocation::Happened()) {
-        ASSERT_GT(n, 1) << "nothing was allocated";
-        break;
-      }
-      survivals += failed ? 0 : 1;
-      ASSERT_TRUE(failed || (left_ == survived && survivals == 1)) << "the failure was swallowed";
-      if (failed) {
-        EXPECT_THAT(left_, AnyOf(looks_.at(reached_), looks_.at(reached_ + 1)));
+    for (const bool allocations : {false, true}) {
+      for (std::size_t n = 1;; ++n) {
+        SCOPED_TRACE((allocations ? "allocation " : "call ") + std::to_string(n));
+        const bool failed = allocations ? Fails(0, n) : Fails(n, 0);
+        if (!failed && !FailNthAllocation::Happened()) {
+          ASSERT_TRUE(allocations ? n > 1 : n == looks_.size() - 1) << "swallowed, or none";
+          break;
+        }
+        const std::size_t reached = Platform().call_count;
+        if (failed) {
+          EXPECT_THAT(left_, AnyOf(looks_.at(reached), looks_.at(reached + allocations)));
+        } else {
+          ASSERT_TRUE(left_ == survived && ++survivals == 1) << "the failure was swallowed";
+        }
       }
     }
   }
@@ -137,28 +136,25 @@ class Operation {
  private:
   // Runs with a failure of that call or allocation (from 1; 0 for none). Returns whether an
   // exception came out.
-  bool Fails(std::size_t call, long allocation) {
+  bool Fails(std::size_t call, std::size_t allocation) {
     Platform().StartAgain();
+    Platform().throw_at = call;
     const long live_before = LiveAllocations();
     bool failed = true;
     {
       const WatchFreedBlocks watch(kLongPassword);
       Outputs outputs = before_;
-      Platform().call_count = 0;
-      Platform().throw_at = static_cast<int>(call);
       try {
-        const FailNthAllocation failure(allocation);
+        const FailNthAllocation failure(static_cast<long>(allocation));
         call_(outputs);
         failed = false;
       } catch (const PlatformError&) {
       } catch (const std::bad_alloc&) {
       }
-      Platform().throw_at = 0;
       EXPECT_EQ(watch.WithSecret(), 0);
-      EXPECT_EQ(watch.Wiped(), Platform().plain_bytes == nullptr ? 0 : 1);
-      reached_ = static_cast<std::size_t>(Platform().call_count);
       left_ = Look(outputs);
     }
+    Platform().throw_at = 0;
     EXPECT_EQ(LiveAllocations(), live_before);
     EXPECT_EQ(Platform().live_records, 0);
     return failed;
@@ -168,9 +164,8 @@ class Operation {
   void (*call_)(Outputs&);
   // The descriptions of the outputs before the operation, before each call, and at the end.
   std::vector<std::string> looks_;
-  // After a run: the description of the outputs, and the number of calls.
+  // The description of the outputs after a run.
   std::string left_;
-  std::size_t reached_ = 0;
 };
 
 // The product, which also notes each of its operations that is called through its dispatch table.
@@ -192,7 +187,7 @@ impl_dao::CProductInterface& Noting() {
 }
 
 // Like other texts here, longer than a string holds without allocating, and with a NUL byte.
-const std::string kDbName("orders\0of the shop in town", 26);
+const std::string kDbName("db\0 of a long name", 18);
 
 void GetType(Outputs& out) { EXPECT_TRUE(Noting().GetDBType(out.text, kDbName)); }
 void GetAccount(Outputs& out) {
@@ -201,7 +196,41 @@ void GetAccount(Outputs& out) {
 void GetAddress(Outputs& out) { EXPECT_TRUE(Noting().GetDBConnectAddress(out.text, kDbName)); }
 void GetProperties(Outputs& out) { EXPECT_TRUE(Noting().GetDBConnectProperties(out.properties)); }
 
-TEST(LoggingBridge, PassesTheVeryMessageOn) {
+class Operations : public testing::TestWithParam<CaseRow> {
+ protected:
+  Operations() {
+    Platform() = {};
+    Platform().answers = {{"user", std::string("user\0 of a long name", 20)},
+                          {"later", std::string("later\0 of a long name", 21)},
+                          {"password", std::string("text\0 of a long name", 20)},
+                          {"service", std::string("service\0 of a long name", 23)}};
+    for (const char* name : {"type", "host"}) Platform().answers[name] = "";
+    for (const char* name : {"port", "preferred", "fallback", "process", "handle"}) {
+      Platform().answers[name] = "0 ";
+    }
+  }
+
+  // Applies a setting "NAME=VALUE" of a row: an answer of the platform, or the configuration file's
+  // path or content.
+  void Set(const std::string& setting) {
+    const std::string name = setting.substr(0, setting.find('='));
+    const std::string value = setting.substr(name.size() + 1);
+    if (name == "path" || name == "file") {
+      setenv("APP_CONF_FILE", (name == "path" ? value : folder_.Write("app.json", value)).c_str(),
+             1);
+    } else {
+      ASSERT_TRUE(Platform().answers.contains(name)) << setting;
+      Platform().answers[name] = value;
+    }
+  }
+
+  const TemporaryFolder folder_;
+  const ScopedVariable variable_{"APP_CONF_FILE", nullptr};
+};
+
+using LoggingBridge = Operations;
+
+TEST_F(LoggingBridge, PassesTheVeryMessageOn) {
   for (const auto& [log, begin, end] :
        {std::tuple(&impl_dao::CProductInterface::LogError, "Error(666667, ", "LogError:213)"),
         {&impl_dao::CProductInterface::LogWarning, "Warn(", "LogWarning:218)"},
@@ -209,56 +238,18 @@ TEST(LoggingBridge, PassesTheVeryMessageOn) {
     // LogError and the others add no prefix to the message.
     for (const char* message :
          {"", "[tarn_interface_for_vesta] text", "%s\n\xFF", static_cast<const char*>(nullptr)}) {
-      ResetPlatform();
+      Platform().StartAgain();
       (Product().*log)(message);
       const std::string text = message == nullptr ? "(null)" : message;
       EXPECT_THAT(Platform().calls, ElementsAre(begin + text + ", getproductinterface.cpp:" + end));
       EXPECT_EQ(Platform().last_message, message);
       Platform().throw_at = 2;
       EXPECT_THROW((Product().*log)(message), PlatformError);
+      Platform().throw_at = 0;
       EXPECT_EQ(Platform().live_records, 0);
     }
   }
 }
-
-class Operations : public testing::TestWithParam<CaseRow> {
- protected:
-  Operations() {
-    ResetPlatform().user = std::string("app\0user of some length", 23);
-    Platform().password = std::string("enciphered\0text of some length", 30);
-    Platform().service = std::string("a service\0name of some length", 29);
-  }
-
-  // Applies a setting "NAME=VALUE" of a row: an answer of the platform ("CODE TEXT" for a
-  // deciphering), or the configuration file's path or content.
-  void Set(const std::string& setting) {
-    RecordingPlatform& platform = Platform();
-    const auto number = [](const std::string& text) {
-      return static_cast<unsigned int>(std::stoul(text));
-    };
-    const auto deciphering = [&](const std::string& text) {
-      return Deciphering{text.substr(text.find(' ') + 1), number(text)};
-    };
-    const auto name_file = [](const std::string& path) {
-      setenv("APP_CONF_FILE", path.c_str(), 1);
-    };
-    const std::map<std::string, std::function<void(const std::string&)>> setters{
-        {"type", [&](const std::string& value) { platform.type = value; }},
-        {"host", [&](const std::string& value) { platform.host = value; }},
-        {"port", [&](const std::string& value) { platform.port = std::stoi(value); }},
-        {"process", [&](const std::string& value) { platform.process_id = number(value); }},
-        {"handle", [&](const std::string& value) { platform.process_handle = number(value); }},
-        {"preferred", [&](const std::string& value) { platform.preferred = deciphering(value); }},
-        {"fallback", [&](const std::string& value) { platform.fallback = deciphering(value); }},
-        {"file", [&](const std::string& value) { name_file(folder_.Write("app.json", value)); }},
-        {"path", name_file}};
-    const std::size_t sign = setting.find('=');
-    setters.at(setting.substr(0, sign))(setting.substr(sign + 1));
-  }
-
-  const TemporaryFolder folder_;
-  const ScopedVariable variable_{"APP_CONF_FILE", nullptr};
-};
 
 TEST_P(Operations, CallThePlatformInOrder) {
   const std::string before = "a previous content that is longer than all others";
@@ -268,10 +259,11 @@ TEST_P(Operations, CallThePlatformInOrder) {
                                               {"Properties", {{}, GetProperties}}};
   Operation& operation = operations.at(GetParam().section);
   Calls expected = GetParam().texts;
-  while (expected.front() != "calls" && expected.front() != "ends") {
+  while (!expected.empty() && expected.front() != "calls" && expected.front() != "ends") {
     Set(expected.front());
     expected.erase(expected.begin());
   }
+  ASSERT_FALSE(expected.empty());
   Calls calls = operation.Trace();
   if (expected.front() == "ends")
     calls.erase(calls.begin(), calls.end() + 1 - std::ssize(expected));
@@ -321,14 +313,14 @@ TEST_F(Properties, AreNotGroupedInTheHostsLocaleAsThePortIs) {
   EXPECT_EQ(Look(out), ":12.345 SSLMODE=1(41) defaultDBName=nemgr_transDB_65535(41)");
 }
 
-class SSLModeSearch : public testing::TestWithParam<CaseRow> {};
-
-TEST_P(SSLModeSearch, FindsTheMode) {
-  EXPECT_EQ(dbconfig::FindSSLMode(GetParam().texts.at(0)).value_or(""), GetParam().texts.at(1));
+TEST(SSLModeSearch, FindsTheMode) {
+  for (const CaseRow& row : ReadCases("ssl_mode.txt")) {
+    EXPECT_FALSE(row.texts.empty()) << row;
+    for (const std::string& content : row.texts) {
+      EXPECT_EQ(dbconfig::FindSSLMode(content).value_or("-"), row.label) << row << '\n' << content;
+    }
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(Cases, SSLModeSearch, testing::ValuesIn(ReadCases("ssl_mode.txt")),
-                         CaseName);
 
 // The part that was read before an error counts.
 TEST_F(Properties, HaveTheModeAsFarAsTheFileCanBeRead) {
@@ -357,8 +349,8 @@ __attribute__((always_inline)) inline std::string DeadBytes(const char* bytes, s
   return {seen.data(), std::min(size, seen.size())};
 }
 
-// A short text is within the object, whose bytes can still be read after its end. If a short text
-// replaces a long one, the end of the long one is still in the buffer.
+// A short text is within the object, whose bytes can still be read after its end. If it replaces a
+// long one, the end of the long one is still in the buffer.
 TEST(WipedString, OverwritesAllItsBytes) {
   using dbconfig::WipedString;
   constexpr std::size_t kRoom = 15;
@@ -379,24 +371,25 @@ TEST(WipedString, OverwritesAllItsBytes) {
 
 // A short password is in the operation's stack frame. The test reads it right after the return,
 // before another call overwrites that part of the stack.
-TEST(Account, LeavesNoShortPasswordOnTheStack) {
+using Account = Operations;
+
+// A short password is in the operation's stack frame. The test reads it right after the return,
+// before another call overwrites that part of the stack.
+TEST_F(Account, LeavesNoShortPasswordOnTheStack) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
   GTEST_SKIP() << "the sanitizer's own calls use that piece of stack";
 #endif
-  ResetPlatform();
   Platform().recording = false;
-  const std::string short_password = "s3cret-passwd";
-  Platform().preferred = {short_password, 0};
+  Platform().answers["preferred"] = "0 s3cret-passwd";
   Outputs out;
   const char* const* const plain_bytes = &Platform().plain_bytes;
-  const std::size_t length = short_password.size();
+  constexpr std::size_t kLength = 13;
   Product().GetDBUserAndPassword(out.text, out.password, kDbName);
-  EXPECT_EQ(DeadBytes(*plain_bytes, length), Filler(length));
-  EXPECT_EQ(out.password, short_password);
+  EXPECT_EQ(DeadBytes(*plain_bytes, kLength), Filler(kLength));
+  EXPECT_EQ(out.password, "s3cret-passwd");
 }
 
 TEST(NormalizeSQL, LeavesTheStatementIfMemoryRunsOut) {
-  ResetPlatform();
   ASSERT_EQ(sqlnorm::ChosenEngine(), sqlnorm::Engine::kScanner);
   // One of each: quotes, literals, a group, an IN list, rows, three aliases and blanks to trim.
   const std::string statement =
@@ -406,13 +399,11 @@ TEST(NormalizeSQL, LeavesTheStatementIfMemoryRunsOut) {
   // sorted.
   std::string growing;
   for (int i = 0; i < 300; ++i) growing += "0.1,t1234567" + std::to_string(i) + ",";
-  for (const std::string& sql : {statement, growing}) {
-    const Outputs before{sql, "", {}};
-    Operation(before, [](Outputs& out) { Product().NormalizeSQL(out.text); }).FailEverywhere();
-  }
-  Operation({statement, "", {}}, [](Outputs& out) {
-    out.text = sqlnorm::NormalizeByPatterns(out.text);
-  }).FailEverywhere();
+  const auto by_product = [](Outputs& out) { Product().NormalizeSQL(out.text); };
+  const auto by_patterns = [](Outputs& out) { out.text = sqlnorm::NormalizeByPatterns(out.text); };
+  Operation({statement, "", {}}, by_product).FailEverywhere();
+  Operation({growing, "", {}}, by_product).FailEverywhere();
+  Operation({statement, "", {}}, by_patterns).FailEverywhere();
 }
 
 }  // namespace

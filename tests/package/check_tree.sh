@@ -14,19 +14,13 @@ report=$(echo 'select t1.a, 1.50 from tab t1' | "$tool" normalize --input=lines)
 [ "$report" = "SELECT a, 1.5 FROM tab ____t1" ] || fail "normalize: $report"
 
 report=$("$tool" check) || fail "check fails: $report"
-case $report in
-*"$(realpath "$tree")"/lib*/libtarn_interface_for_vesta.so*) ;;
-*) fail "check took another plug-in: $report" ;;
-esac
+holds "$report" "$(realpath "$tree")/lib" "the report of check"
 
 "$source/examples/make_sys_conf.sh" "$tool" "$scratch/key" "$source/examples/sys_conf.json" \
   "$scratch/sys_conf.json"
 report=$(TARN_SYS_CONF=$scratch/sys_conf.json TARN_KEY_FILE=$scratch/key TARN_LOG_LEVEL=off \
   APP_CONF_FILE=$source/examples/app_conf.json "$tool" config orders) || fail "config fails"
-case $report in
-*mysql*) ;;
-*) fail "config: $report" ;;
-esac
+holds "$report" mysql "the report of config"
 
 # has FILE READELF_OPTION PATTERN; hasnt likewise.
 has() {
@@ -55,18 +49,20 @@ while read -r binary; do
   */platform_module.so) ;;
   *.so) has "$binary" -d "SONAME.*\[${binary##*/}\]" ;;
   esac
+  case $binary in
   # All are compiled with the same options, but not every binary calls a function with a guarded
   # form.
-  case $binary in
   */libtarn_platform_standin.so) has "$binary" --dyn-syms 'UND __[a-z]+(_[a-z]+)*_chk@' ;;
+  # The plug-in's only work when it is unloaded is to destroy its patterns.
+  */libtarn_interface_for_vesta.so)
+    registrations=$(objdump -d "$binary" | grep -c '<__cxa_atexit@plt>$')
+    [ "$registrations" = 1 ] || fail "$binary: $registrations calls of __cxa_atexit"
+    ;;
   esac
 done <"$scratch/files"
 for binary in tarn_host libtarn_interface_for_vesta.so libtarn_platform_standin.so \
   platform_module.so; do
-  case "$binaries " in
-  *" $binary "*) ;;
-  *) fail "no $binary among the binaries:$binaries" ;;
-  esac
+  holds "$binaries " " $binary " "the binaries"
 done
 
 # The compiler was told to write "./src/...", which is no trace of a checkout in /src.

@@ -14,22 +14,14 @@ mkdir -p "$scratch"
 "$cpack" --config "$build/CPackConfig.cmake" -G DEB -B "$scratch" >"$scratch/cpack.log" 2>&1 ||
   fail "cpack fails: $(cat "$scratch/cpack.log")"
 deb=$(echo "$scratch"/*.deb)
-architecture=$(dpkg --print-architecture)
-case $deb in
-*/tarn-interface-for-vesta_*_"$architecture".deb) ;;
-*) fail "unexpected file name: $deb" ;;
-esac
+holds "$deb" /tarn-interface-for-vesta_ "the name"
+holds "$deb" "_$(dpkg --print-architecture).deb" "the name"
 
 depends=$(dpkg-deb -f "$deb" Depends)
 for library in libace libc6 libssl libstdc++6; do
-  case ", $depends" in
-  *", $library"*) ;;
-  *) fail "does not depend on $library: $depends" ;;
-  esac
+  holds ", $depends" ", $library" "the dependencies"
 done
-case $depends in
-*tarn*) fail "depends on itself: $depends" ;;
-esac
+lacks "$depends" tarn "the dependencies"
 for field in Maintainer Section Description Installed-Size; do
   [ -n "$(dpkg-deb -f "$deb" $field)" ] || fail "no $field"
 done

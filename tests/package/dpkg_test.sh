@@ -28,10 +28,7 @@ ldconfig -p | grep -q 'libtarn_interface_for_vesta\.so' || fail "the loader's ca
 got=$(cd / && echo 'delete from tab' | tarn_host normalize --input=lines --plugin libtarn_interface_for_vesta.so)
 [ "$got" = "DELETE tab" ] || fail "tarn_host answers \"$got\""
 files=$(dpkg-query -L "$name" | while read -r file; do [ -d "$file" ] || echo "$file"; done)
-case $files in
-*/tarn_host.1.gz*) ;;
-*) fail "no man page" ;;
-esac
+holds "$files" /tarn_host.1.gz "the package's files"
 
 dpkg --purge "$name" >/dev/null
 ! installed || fail "not removed"

@@ -24,10 +24,9 @@ done <"$scratch/named"
   -DCMAKE_PREFIX_PATH="$tree" >"$scratch/host.log"
 "$cmake" --build "$scratch/host" >>"$scratch/host.log" ||
   fail "$(cat "$scratch/host.log")"
-got=$(TARN_LOG_LEVEL=off TARN_SYS_CONF='' APP_CONF_FILE=$source/examples/app_conf.json "$scratch/host/small_host")
-case $got in
-"||||SELECT a FROM tab ____t1 WHERE b = 31|b000013
+got=$(TARN_LOG_LEVEL=off TARN_SYS_CONF='' APP_CONF_FILE=$source/examples/app_conf.json "$scratch/host/host")
+holds "$got" "3|||||SELECT a FROM tab ____t1 WHERE b = 31|b000013
+x=1.0e999 stays
 SSLMODE=2
-defaultDBName="*) ;;
-*) fail "the host printed: $got" ;;
-esac
+defaultDBName=" "the host's output"
+holds "$got" unloaded "the host's output"

@@ -2,7 +2,6 @@
 
 #include <malloc.h>
 
-#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstddef>
@@ -16,8 +15,6 @@ extern "C" void* __libc_malloc(std::size_t size) noexcept;  // NOLINT(bugprone-r
 
 namespace {
 
-constexpr char kFiller = '\xCC';
-
 struct State {
   std::atomic<long> live = 0;
   std::atomic<std::size_t> live_bytes = 0;
@@ -27,7 +24,6 @@ struct State {
   bool failed = false;
   std::string_view secret;
   int with_secret = 0;
-  int wiped = 0;
 };
 // Initialised before any allocation.
 constinit State state;
@@ -39,15 +35,15 @@ bool IsToFail() noexcept {
   return true;
 }
 
+// The sanitizers have a malloc of their own, so only operator new fails.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-// The sanitizer has a malloc of its own, so only operator new fails.
-bool FailsAboveMalloc() noexcept { return IsToFail(); }
+#define TARN_MALLOC_FAILS 0
 #else
-bool FailsAboveMalloc() noexcept { return false; }
+#define TARN_MALLOC_FAILS 1
 #endif
 
 void* Allocate(std::size_t size) {
-  void* block = FailsAboveMalloc() ? nullptr : std::malloc(size == 0 ? 1 : size);
+  void* block = !TARN_MALLOC_FAILS && IsToFail() ? nullptr : std::malloc(size == 0 ? 1 : size);
   if (block == nullptr) throw std::bad_alloc();
   ++state.live;
   state.live_bytes += malloc_usable_size(block);
@@ -64,16 +60,13 @@ void Free(void* block) noexcept {
   if (!state.secret.empty()) {
     const std::string_view bytes(static_cast<const char*>(block), malloc_usable_size(block));
     if (bytes.find(state.secret) != std::string_view::npos) ++state.with_secret;
-    if (std::min(bytes.find_first_not_of(kFiller), bytes.size()) >= state.secret.size()) {
-      ++state.wiped;
-    }
   }
   std::free(block);
 }
 
 }  // namespace
 
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#if TARN_MALLOC_FAILS
 // Operator new calls this, and so do the allocating functions of C libraries, for example fopen.
 extern "C" __attribute__((visibility("default"))) void* malloc(std::size_t size) noexcept {
   if (!IsToFail()) return __libc_malloc(size);
@@ -111,10 +104,8 @@ bool FailNthAllocation::Happened() noexcept { return state.failed; }
 WatchFreedBlocks::WatchFreedBlocks(std::string_view secret) noexcept {
   state.secret = secret;
   state.with_secret = 0;
-  state.wiped = 0;
 }
 WatchFreedBlocks::~WatchFreedBlocks() { state.secret = {}; }
 int WatchFreedBlocks::WithSecret() noexcept { return state.with_secret; }
-int WatchFreedBlocks::Wiped() noexcept { return state.wiped; }
 
 }  // namespace tarn::test

@@ -53,9 +53,6 @@ class WatchFreedBlocks {
 
   // Blocks that held the secret.
   static int WithSecret() noexcept;
-
-  // Blocks that began with as many bytes 0xCC as the secret is long.
-  static int Wiped() noexcept;
 };
 
 }  // namespace tarn::test

@@ -16,6 +16,7 @@
 #include <fstream>
 #include <optional>
 #include <ostream>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -31,10 +32,8 @@ class CaseTexts : public std::vector<std::string> {
   explicit CaseTexts(std::string where) : where_(std::move(where)) {}
 
   const std::string& at(std::size_t index) const {
-    if (index >= size()) {
-      throw std::out_of_range(where_ + ": text " + std::to_string(index + 1) + " is missing");
-    }
-    return data()[index];
+    if (index < size()) return data()[index];
+    throw std::out_of_range(where_ + ": text " + std::to_string(index + 1) + " is missing");
   }
   const std::string& operator[](std::size_t index) const { return at(index); }
   const std::string& front() const { return at(0); }
@@ -48,10 +47,15 @@ struct CaseRow {
   std::string section;
   std::string label;
   CaseTexts texts;
-  // The position of the row, for example "tests/cases/canonical_text.txt:12", and its lines in the
-  // file. For a malformed row `lines` gives the reason, and there are no texts.
+  // The position of the row, for example "tests/cases/tokens.txt:12", and its lines in the file.
+  // For a malformed row `lines` gives the reason, and there are no texts.
   std::string where;
   std::string lines;
+
+  // The label's words after the name.
+  std::istringstream Words() const {
+    return std::istringstream(label.substr(std::min(label.find(' '), label.size())));
+  }
 
   // The name of the row's test: the section and the label's first word.
   std::string Id() const { return section + "_" + label.substr(0, label.find(' ')); }
@@ -85,15 +89,13 @@ inline std::string Unescaped(std::string_view text) {
 // Appends the texts of "[a] => [b]" to `texts`. Returns the reason if the line is malformed.
 inline std::optional<std::string> TakeTexts(std::string_view line, CaseTexts& texts) {
   constexpr std::string_view kBetween = "] => [";
-  if (line.empty() || line.front() != '[' || line.back() != ']') {
-    return "no [ and ] around the texts";
-  }
-  std::string_view rest = line.substr(1, line.size() - 2);
+  if (!line.starts_with('[') || !line.ends_with(']')) return "no [ and ] around the texts";
+  line = line.substr(1, line.size() - 2);
   try {
     for (std::size_t end = 0; end != std::string_view::npos;) {
-      end = rest.find(kBetween);
-      texts.push_back(Unescaped(rest.substr(0, end)));
-      if (end != std::string_view::npos) rest.remove_prefix(end + kBetween.size());
+      end = line.find(kBetween);
+      texts.push_back(Unescaped(line.substr(0, end)));
+      if (end != std::string_view::npos) line.remove_prefix(end + kBetween.size());
     }
   } catch (const std::logic_error&) {
     return "an unknown escape";

@@ -22,8 +22,7 @@ std::string Ending(std::string (*engine)(const std::string&), const std::string&
   }
 }
 
-}  // namespace
-
+// `text` as an argument of printf(1) that prints the same bytes, including NUL bytes.
 std::string Quoted(const std::string& text) {
   std::string quoted = "'";
   for (const char c : text) {
@@ -39,6 +38,8 @@ std::string Quoted(const std::string& text) {
   return quoted + "'";
 }
 
+}  // namespace
+
 Comparison CompareEngines(const std::string& sql) {
   const std::string patterns =
       Ending([](const std::string& text) { return sqlnorm::NormalizeByPatterns(text); }, sql);
@@ -48,6 +49,21 @@ Comparison CompareEngines(const std::string& sql) {
   return {Outcome::kDifferent, "engines differ on: printf " + Quoted(sql) +
                                    " | tarn_host trace; patterns " + Quoted(patterns) +
                                    ", scanner " + Quoted(scanner)};
+}
+
+void Tally::Compare(const std::string& sql) {
+  constexpr long kMostPrinted = 20;
+  ++compared_;
+  const Comparison comparison = CompareEngines(sql);
+  if (comparison.outcome == Outcome::kPatternsGaveUp) ++gave_up_;
+  if (comparison.outcome != Outcome::kDifferent || ++different_ > kMostPrinted) return;
+  std::fprintf(stderr, "%s\n", comparison.line.c_str());
+}
+
+bool Tally::AllSame() const {
+  std::printf("%ld statements, %ld different, %ld on which the patterns gave up\n", compared_,
+              different_, gave_up_);
+  return compared_ > 0 && different_ == 0;
 }
 
 }  // namespace tarn::test

@@ -19,7 +19,19 @@ struct Comparison {
 // Runs both engines on `sql` and compares their bytes, or the types of their exceptions.
 Comparison CompareEngines(const std::string& sql);
 
-// `text` as an argument of printf(1) that prints the same bytes, including NUL bytes.
-std::string Quoted(const std::string& text);
+// Compares the engines on many statements.
+class Tally {
+ public:
+  // Prints the first differences to standard error.
+  void Compare(const std::string& sql);
+
+  // Prints how much was compared, and returns whether there was something and no difference.
+  bool AllSame() const;
+
+ private:
+  long compared_ = 0;
+  long different_ = 0;
+  long gave_up_ = 0;
+};
 
 }  // namespace tarn::test

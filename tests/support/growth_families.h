@@ -7,6 +7,7 @@
 #include <ostream>
 #include <random>
 #include <sstream>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -15,7 +16,7 @@
 
 namespace tarn::test {
 
-// A row of tests/cases/growth_families.txt.
+// A family of tests/cases/growth_families.txt.
 struct GrowthFamily {
   std::string name;
   std::string prefix;
@@ -32,14 +33,22 @@ struct GrowthFamily {
 inline const std::vector<GrowthFamily>& GrowthFamilies() {
   static const std::vector<GrowthFamily> families = [] {
     std::vector<GrowthFamily> read;
-    for (CaseRow& row : ReadCases("growth_families.txt")) {
-      row.texts.resize(4);
-      GrowthFamily& family = read.emplace_back();
-      std::istringstream(row.label) >> family.name >> family.cycle;
-      family.prefix = row.texts[0];
-      family.unit = row.texts[1];
-      family.suffix = row.texts[2];
-      family.long_member = row.texts[3];
+    for (const CaseRow& row : ReadCases("growth_families.txt")) {
+      if (row.texts.empty()) {
+        GrowthFamily& malformed = read.emplace_back();
+        malformed.name = "Malformed" + std::to_string(read.size());
+        malformed.prefix = row.where + ": " + row.lines;
+      }
+      for (const std::string& text : row.texts) {
+        GrowthFamily& family = read.emplace_back();
+        std::istringstream parts(text);
+        std::string label;
+        for (std::string* part :
+             {&label, &family.unit, &family.prefix, &family.suffix, &family.long_member}) {
+          std::getline(parts, *part, '|');
+        }
+        std::istringstream(label) >> family.name >> family.cycle;
+      }
     }
     return read;
   }();
@@ -69,8 +78,10 @@ inline void AppendNumbered(std::string_view unit, std::size_t number, std::strin
   }
 }
 
-// A statement of the family, of about `length` bytes.
+// A statement of the family, of about `length` bytes. Throws std::invalid_argument if the family's
+// row is malformed.
 inline std::string Grow(const GrowthFamily& family, std::size_t length) {
+  if (family.unit.empty()) throw std::invalid_argument(family.prefix);
   std::string text(family.prefix);
   if (!family.long_member.empty()) Repeat(family.long_member, length / 2, text);
   for (std::size_t i = 0; text.size() + family.suffix.size() < length; ++i) {

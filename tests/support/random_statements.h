@@ -26,7 +26,8 @@ class RandomStatements {
     // Some are as long as the buffers on the stack.
     const std::size_t length = OneIn(200) ? 900 + Below(4100) : Below(10 + Below(140));
     aliases_ = OneIn(8) ? 40 : 4;
-    if (OneIn(6)) AlignWithBlock(sql);
+    // Some begin at the last few bytes of a block.
+    if (OneIn(6)) sql.append(64 * (1 + Below(2)) - 1 - Below(20), " a1t"[Below(4)]);
     do {
       sql += OneIn(5) ? Edge() : Token();
       if (Below(3) != 0) sql += ' ';
@@ -41,36 +42,26 @@ class RandomStatements {
   std::size_t Below(std::size_t bound) { return random_() % bound; }
   bool OneIn(std::size_t count) { return Below(count) == 0; }
 
-  // Fills the block up to its last few bytes.
-  void AlignWithBlock(std::string& sql) {
-    constexpr std::size_t kBlock = 64;
-    sql.append(kBlock * (1 + Below(2)) - 1 - Below(20), " a1t"[Below(4)]);
-    if (OneIn(2)) sql += ' ';
-  }
-
   std::string Edge() {
     switch (Below(6)) {
       case 0:
         return Decimal();
       case 1:
         return (OneIn(2) ? "0x" : "0X") + Digits();
-      case 2: {
+      case 2:
         // `aliases_` distinct aliases, of two to twelve bytes.
-        const std::string number = std::to_string(Below(aliases_));
-        return 't' + std::string(OneIn(3) ? 5 + Below(6) : 0, '1') + number;
+        return 't' + std::string(OneIn(3) ? 5 + Below(6) : 0, '1') +
+               std::to_string(Below(aliases_));
+      case 3: {
+        std::string word = OneIn(2) ? "values" : Token();
+        return word.insert(Below(word.size() + 1), OneIn(2) ? "(@p1)" : "(a=b)");
       }
-      case 3:
-        return Inside(OneIn(2) ? "values" : Token(), OneIn(2) ? "(@p1)" : "(a=b)");
       case 4:
         return '(' + Token() + std::array{"=", ">=", " <", "!= ", "<>", ","}[Below(6)] + Edge() +
                ')';
       default:
         return "values (" + Token() + ',' + Edge() + ')' + std::string(Below(2), ' ') + ',';
     }
-  }
-
-  std::string Inside(std::string word, const char* list) {
-    return word.insert(Below(word.size() + 1), list);
   }
 
   // Runs of zeros and nines, which carry.
@@ -96,16 +87,14 @@ class RandomStatements {
   }
 
   const std::string& Token() {
-    static const std::vector<std::string> tokens = Tokens();
+    static const std::vector<std::string> tokens = [] {
+      std::vector<std::string> all;
+      for (const CaseRow& row : ReadCases("tokens.txt")) {
+        all.insert(all.end(), row.texts.begin(), row.texts.end());
+      }
+      return all;
+    }();
     return tokens[Below(tokens.size())];
-  }
-
-  static std::vector<std::string> Tokens() {
-    std::vector<std::string> tokens;
-    for (const CaseRow& row : ReadCases("tokens.txt")) {
-      tokens.insert(tokens.end(), row.texts.begin(), row.texts.end());
-    }
-    return tokens;
   }
 
   std::mt19937_64 random_;

@@ -1,53 +1,35 @@
-// A platform for tests, linked to the plug-in's objects instead of the product platform. It returns
-// the test's answers, records the sequence of all calls and can throw at any one of them. It also
-// sees the plug-in's getenv.
+// A platform for the test program that includes this file in its one source. The plug-in's objects
+// are linked to it instead of the product platform. It returns the test's answers, records the
+// sequence of all calls and can throw at any one of them. It also sees the plug-in's getenv.
 #pragma once
 
+#include <cstdlib>
 #include <functional>
+#include <map>
+#include <memory>
 #include <stdexcept>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
-#include "impl_dao/product_interface.h"
+#include "platform/c_value.h"
+#include "platform/log_process.h"
+#include "platform/quill_aes_cipher.h"
+#include "platform/quill_process.h"
 #include "platform/sys_conf_reader.h"
-
-// The plug-in's entry function, linked into the test.
-extern "C" impl_dao::CProductInterface* GetProductInterfaceForVESTA() noexcept;
 
 namespace tarn::test {
 
-inline impl_dao::CProductInterface& Product() { return *GetProductInterfaceForVESTA(); }
-
 // The exception of the platform.
-class PlatformError : public std::runtime_error {
- public:
-  using std::runtime_error::runtime_error;
-};
-
-// The effect of one algorithm: it replaces the plain-text output by `plain`, then returns `result`.
-struct Deciphering {
-  std::string plain;
-  unsigned int result = 0;
-};
-
-inline const std::string kLaterUser("second\0user of some length", 26);
+class PlatformError : public std::exception {};
 
 // The answers and the record of calls. Not synchronised.
 struct RecordingPlatform {
-  // The settings, the same for every database name.
-  std::string type;
-  // The result of an operation's first reading; every later one returns kLaterUser.
-  std::string user;
-  std::string password;
-  std::string host;
-  std::string service;
-  int port = 0;
-
-  Deciphering preferred;
-  Deciphering fallback;
-
-  unsigned int process_id = 0;
-  unsigned int process_handle = 0;
+  // The settings by name, the same for every database. "user" is the result of an operation's first
+  // reading, "later" that of every other. A deciphering ("preferred", "fallback") is its result, a
+  // blank, and the text by which it replaces the plain-text output.
+  std::map<std::string, std::string, std::less<>> answers;
 
   // Every call in order, as "function(arguments)". Log calls end with the location's
   // "file:function:line", and decryptEx shows its plain-text argument before the call. A getter of
@@ -62,8 +44,8 @@ struct RecordingPlatform {
   bool recording = true;
   // Number of the call, counted from 1, that throws PlatformError; 0 for none. decryptEx throws
   // after it has written its output. getenv neither counts nor throws.
-  int throw_at = 0;
-  int call_count = 0;
+  std::size_t throw_at = 0;
+  std::size_t call_count = 0;
   int user_readings = 0;
 
   // The number of LocationInfo objects that exist.
@@ -76,18 +58,175 @@ struct RecordingPlatform {
   const char* plain_bytes = nullptr;
 
   // Forgets the calls, but not the answers.
-  void StartAgain();
-  // Adds a call to the record.
-  void Note(const std::string& call);
+  void StartAgain() {
+    calls.clear();
+    states.clear();
+    call_count = 0;
+    user_readings = 0;
+    fetched = nullptr;
+    plain_bytes = nullptr;
+    last_look_ = outputs();
+  }
+
+  void Note(const std::string& call) {
+    const std::string look = outputs();
+    if (std::exchange(last_look_, look) != look) calls.push_back("-> " + look);
+    calls.push_back(call);
+  }
+
+  // Counts a call that may throw. Calls `describe` for its text only if calls are recorded; a call
+  // without a text is not.
+  template <typename Describe>
+  void Enter(Describe describe) {
+    if (recording) {
+      if (const std::string call = describe(); !call.empty()) Note(call);
+      states.push_back(outputs());
+    }
+    if (++call_count == throw_at) throw PlatformError();
+  }
+
+  void EnterLog(const char* begin, const char* message, const LocationInfo& location,
+                const unsigned int* code = nullptr) {
+    last_message = message;
+    Enter([&] {
+      return begin + (code == nullptr ? "" : std::to_string(*code) + ", ") +
+             (message == nullptr ? "(null)" : message) + ", " + location.File() + ":" +
+             location.Function() + ":" + std::to_string(location.Line()) + ")";
+    });
+  }
+
+  const std::string& Get(const Quillcommon::SysConfReader* reader, const char* function,
+                         const std::string& dbName, unsigned int index, std::string_view name) {
+    const bool stale = std::exchange(fetched, nullptr) != reader;
+    Enter([&] {
+      return (stale ? "stale " : "") + std::string(function) + "(" + dbName + ", " +
+             std::to_string(index) + ")";
+    });
+    return answers.find(name)->second;
+  }
+
+  unsigned int Number(std::string_view name) const {
+    return static_cast<unsigned int>(std::stoll(answers.find(name)->second));
+  }
 
  private:
   std::string last_look_;
 };
 
 // The platform of this process.
-RecordingPlatform& Platform();
-
-// Resets everything and returns the platform.
-RecordingPlatform& ResetPlatform();
+inline RecordingPlatform& Platform() {
+  static RecordingPlatform platform;
+  return platform;
+}
 
 }  // namespace tarn::test
+
+using tarn::test::Platform;
+
+LocationInfo::LocationInfo(const char* file, const char* function, int line)
+    : file_(file), function_(function), line_(line) {
+  ++Platform().live_records;
+}
+LocationInfo::~LocationInfo() { --Platform().live_records; }
+
+void LogProcess::Error(unsigned int code, const char* message, const LocationInfo& location) {
+  Platform().EnterLog("Error(", message, location, &code);
+}
+void LogProcess::Warn(const char* message, const LocationInfo& location) {
+  Platform().EnterLog("Warn(", message, location);
+}
+void LogProcess::Debug(const char* message, const LocationInfo& location) {
+  Platform().EnterLog("Debug(", message, location);
+}
+
+namespace Quillcommon {
+
+SysConfReader& SysConfReader::Instance() {
+  Platform().Enter([] { return ""; });
+  // Alternates two readers, so that a kept reader differs from the one just fetched.
+  static SysConfReader readers[2];
+  static unsigned int count = 0;
+  SysConfReader& next = readers[++count % 2];
+  Platform().fetched = &next;
+  return next;
+}
+
+std::string SysConfReader::getDBType(const std::string& dbName, unsigned int index) {
+  return Platform().Get(this, "getDBType", dbName, index, "type");
+}
+std::string SysConfReader::getDBUserName(const std::string& dbName, unsigned int index) {
+  const bool first = ++Platform().user_readings == 1;
+  return Platform().Get(this, "getDBUserName", dbName, index, first ? "user" : "later");
+}
+std::string SysConfReader::getDBPassword(const std::string& dbName, unsigned int index) {
+  return Platform().Get(this, "getDBPassword", dbName, index, "password");
+}
+std::string SysConfReader::getDBAccessHost(const std::string& dbName, unsigned int index) {
+  return Platform().Get(this, "getDBAccessHost", dbName, index, "host");
+}
+std::string SysConfReader::getDBServiceName(const std::string& dbName, unsigned int index) {
+  return Platform().Get(this, "getDBServiceName", dbName, index, "service");
+}
+int SysConfReader::getDBAccessPort(const std::string& dbName, unsigned int index) {
+  return std::stoi(Platform().Get(this, "getDBAccessPort", dbName, index, "port"));
+}
+
+}  // namespace Quillcommon
+
+unsigned int QuillAESCipher::decryptEx(const std::string& cipherText, std::string& plainText,
+                                       unsigned int algorithm) {
+  const std::string before = Platform().recording ? plainText : std::string();
+  const char* const name = algorithm == ALGID_AES128_ECB ? "fallback" : "preferred";
+  const std::string& answer = Platform().answers.find(name)->second;
+  plainText.assign(answer, answer.find(' ') + 1);
+  Platform().plain_bytes = plainText.data();
+  Platform().Enter([&] {
+    return "decryptEx(" + cipherText + ", " + before + ", " + std::to_string(algorithm) + ")";
+  });
+  return Platform().Number(name);
+}
+
+unsigned int QuillGetProcId() {
+  Platform().Enter([] { return "QuillGetProcId()"; });
+  return Platform().Number("process");
+}
+unsigned int QuillGetProcHandle() {
+  Platform().Enter([] { return "QuillGetProcHandle()"; });
+  return Platform().Number("handle");
+}
+
+namespace refl {
+
+struct CValue::Content {
+  Enum::DataTypeEnum type;
+  std::string text;
+};
+
+CValue::CValue() {
+  Platform().Enter([] { return "CValue()"; });
+}
+CValue::CValue(const CValue& other)
+    : content_(other.content_ ? std::make_unique<Content>(*other.content_) : nullptr) {}
+CValue::~CValue() = default;
+
+void CValue::ReadFrom(const std::string& text) {
+  Platform().Enter([&] { return "ReadFrom(" + text + ")"; });
+  content_ = std::make_unique<Content>(Content{Enum::DATA_TYPE_STRING, text});
+}
+void CValue::ChangeValueTypeEnum(Enum::DataTypeEnum type) {
+  content_ = std::make_unique<Content>(Content{type, {}});
+}
+Enum::DataTypeEnum CValue::GetDataType() const noexcept {
+  return content_ ? content_->type : Enum::DATA_TYPE_NONE;
+}
+std::string CValue::ToString() const { return content_ ? content_->text : std::string(); }
+
+}  // namespace refl
+
+// Found by the plug-in's objects before the C library's.
+extern "C" char* getenv(const char* name) noexcept {
+  const bool noted = Platform().recording && std::string_view(name) == "APP_CONF_FILE";
+  if (noted) Platform().Note("getenv(APP_CONF_FILE)");
+  // The same as getenv, unless the program runs as another user than the one who started it.
+  return secure_getenv(name);
+}

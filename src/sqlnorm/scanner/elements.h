@@ -28,17 +28,6 @@ inline const char* WordEnd(const char* p) noexcept {
   return IsDigit(*p) ? SkipDigits(p) : SkipWord(p);
 }
 
-// The plain form, byte by byte, which tests compare with the fast one below.
-template <typename Visitor>
-void VisitElementsPlainly(const char* text, std::size_t length, Visitor& visitor) {
-  const char* const end = text + length;
-  for (const char* taken = text;;) {
-    const char* const p = SkipSpaces(taken);
-    if (p >= end) return;
-    taken = IsWord(*p) ? visitor.Word(p, WordEnd(p)) : visitor.Sign(p, taken);
-  }
-}
-
 // Finds elements by masks of 64 bytes, so that neither the length of a word nor that of white space
 // costs an unpredictable branch. The masks have one bit for each byte, drawn here with the first
 // byte on the left:
