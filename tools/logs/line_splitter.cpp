@@ -57,14 +57,13 @@ std::size_t LineSplitter::Split(std::string_view text, bool last, Found& found) 
     const std::size_t end = text.find(end_, std::max(line_begin_, searched_));
     line_ended_ = end != std::string_view::npos;
     if (!line_ended_ && !last) break;
-    line_end_ = std::min(end, text.size());
-    const std::string_view line = text.substr(line_begin_, line_end_ - line_begin_);
+    const std::string_view line = text.substr(line_begin_, end - line_begin_);
     if (line_is_cut_) {
       TakeMore(line);
     } else {
       TakeLine(line);
     }
-    line_begin_ = std::min(line_end_ + 1, text.size());
+    line_begin_ = line_ended_ ? end + 1 : text.size();
     line_is_cut_ = false;
   }
   if (last) EndInput();
@@ -89,9 +88,9 @@ void LineSplitter::BeginBody(std::string_view rest) noexcept {
   body_is_too_long_ = line_is_cut_;
 }
 
-void LineSplitter::EndBodyAt(std::size_t end) {
+void LineSplitter::EndBody() {
   if (!HasBody()) return;
-  const std::string_view body = text_.substr(body_begin_, end - body_begin_);
+  const std::string_view body = text_.substr(body_begin_, line_begin_ - body_begin_);
   DropBody();
   if (body_is_too_long_) return found_->CountTooLong();
   TakeBody(Trimmed(body));
@@ -110,7 +109,7 @@ void LineSplitter::DropTooLong() {
     }
     line_begin_ = text_.size();
   }
-  if (HasBody() && (body_is_too_long_ || text_.size() - body_begin_ > limit)) {
+  if (HasBody() && (body_is_too_long_ || line_begin_ - body_begin_ > limit)) {
     body_is_too_long_ = true;
     body_begin_ = line_begin_;
   }
