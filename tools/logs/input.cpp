@@ -16,6 +16,7 @@
 #include <string_view>
 #include <utility>
 
+#include "logs/scan.h"
 #include "sql/errors.h"
 
 namespace tarn::host {
@@ -46,7 +47,7 @@ Input::~Input() {
 
 std::size_t Input::ReadBytes(char* to, std::size_t size) {
   for (;;) {
-    stopped_ = stopped_ || (waiter_ != nullptr && !waiter_->Wait(fd_));
+    stopped_ = waiter_ != nullptr && !waiter_->Wait(fd_);
     if (stopped_) return 0;
     const ssize_t got = read(fd_, to, size);
     if (got >= 0) {
@@ -120,11 +121,17 @@ void Input::BeginUnpacking() {
 
 std::size_t Input::ReadUnpacked(char* to, std::size_t size) {
   if (!unpacker_) return ReadBytes(to, size);
-  if (at_end_) return 0;
-  const la_ssize_t got = archive_read_data(unpacker_.get(), to, size);
-  if (stopped_) return 0;
-  if (got < 0) FailUnpacking();
-  return static_cast<std::size_t>(got);
+  // Block by block, since archive_read_data would lose the bytes before an error.
+  while (unpacked_.empty() && !at_end_) {
+    const void* block = nullptr;
+    std::size_t block_size = 0;
+    la_int64_t offset = 0;
+    const int result = archive_read_data_block(unpacker_.get(), &block, &block_size, &offset);
+    at_end_ = result == ARCHIVE_EOF || stopped_;
+    if (result != ARCHIVE_OK && !at_end_) FailUnpacking();
+    unpacked_ = {static_cast<const char*>(block), at_end_ ? 0 : block_size};
+  }
+  return TakeBytes(unpacked_, size).copy(to, size);
 }
 
 void Input::FailUnpacking() const {
