@@ -115,8 +115,7 @@ void Input::BeginUnpacking() {
   archive_entry* entry = nullptr;
   int result = archive_read_open(reader, this, nullptr, read_packed, nullptr);
   if (result == ARCHIVE_OK) result = archive_read_next_header(reader, &entry);
-  at_end_ = result == ARCHIVE_EOF || stopped_;
-  if (result != ARCHIVE_OK && !at_end_) FailUnpacking();
+  CheckUnpacking(result);
 }
 
 std::size_t Input::ReadUnpacked(char* to, std::size_t size) {
@@ -127,14 +126,16 @@ std::size_t Input::ReadUnpacked(char* to, std::size_t size) {
     std::size_t block_size = 0;
     la_int64_t offset = 0;
     const int result = archive_read_data_block(unpacker_.get(), &block, &block_size, &offset);
-    at_end_ = result == ARCHIVE_EOF || stopped_;
-    if (result != ARCHIVE_OK && !at_end_) FailUnpacking();
+    CheckUnpacking(result);
     unpacked_ = {static_cast<const char*>(block), at_end_ ? 0 : block_size};
   }
   return TakeBytes(unpacked_, size).copy(to, size);
 }
 
-void Input::FailUnpacking() const {
+// Ends the input, or throws, if the library's `result` asks for it.
+void Input::CheckUnpacking(int result) {
+  at_end_ = result == ARCHIVE_EOF || stopped_;
+  if (result == ARCHIVE_OK || at_end_) return;
   if (error_) std::rethrow_exception(error_);
   const char* const reason = archive_error_string(unpacker_.get());
   throw InputError(name_ + ": packed data: " + (reason != nullptr ? reason : "damaged"));

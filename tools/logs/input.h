@@ -55,7 +55,7 @@ class Input {
   bool HeadBeginsWith(std::string_view magic);
   void BeginUnpacking();
   std::size_t ReadUnpacked(char* to, std::size_t size);
-  [[noreturn]] void FailUnpacking() const;
+  void CheckUnpacking(int result);
 
   std::string name_;
   InputWaiter* waiter_;

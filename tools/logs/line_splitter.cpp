@@ -7,6 +7,7 @@
 #include <initializer_list>
 #include <memory>
 #include <string_view>
+#include <utility>
 
 #include "sql/dialect.h"
 #include "sql/lexer.h"
@@ -58,11 +59,7 @@ std::size_t LineSplitter::Split(std::string_view text, bool last, Found& found) 
     line_ended_ = end != std::string_view::npos;
     if (!line_ended_ && !last) break;
     const std::string_view line = text.substr(line_begin_, end - line_begin_);
-    if (line_is_cut_) {
-      TakeMore(line);
-    } else {
-      TakeLine(line);
-    }
+    line_is_cut_ ? TakeMore(line) : TakeLine(line);
     line_begin_ = line_ended_ ? end + 1 : text.size();
     line_is_cut_ = false;
   }
@@ -99,14 +96,9 @@ void LineSplitter::EndBody() {
 void LineSplitter::DropTooLong() {
   const std::size_t limit = found_->max_statement;
   if (text_.size() - line_begin_ > limit) {
-    const bool first = !line_is_cut_;
+    const bool was_cut = std::exchange(line_is_cut_, true);
     const std::string_view piece = text_.substr(line_begin_);
-    line_is_cut_ = true;
-    if (first) {
-      TakeLine(piece);
-    } else {
-      TakeMore(piece);
-    }
+    was_cut ? TakeMore(piece) : TakeLine(piece);
     line_begin_ = text_.size();
   }
   if (HasBody() && (body_is_too_long_ || line_begin_ - body_begin_ > limit)) {
