@@ -6,9 +6,9 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <cstdint>
 #include <ctime>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <map>
 #include <optional>
@@ -110,7 +110,7 @@ Result ReadAll(StatementReader& reader) {
     const std::string remark = text.substr(name.rfind('/') + 1) + '\n';
     result.remarks += remark.starts_with("log: ") ? remark.substr(5) : remark;
   };
-  std::uint64_t number = 1;
+  std::size_t number = 1;
   for (bool more = true; more;) {
     StatementBatch batch;
     try {
@@ -389,23 +389,15 @@ TEST(Reader, BeginsAnewWithSql) {
   }
 }
 
-// Lets one read begin. Then it ends the input, or fails.
-class OneRead final : public InputWaiter {
- public:
-  explicit OneRead(bool fails) : fails_(fails) {}
-  bool Wait(int) override {
-    if (waits_ > 0 && fails_) throw InputError("gone");
-    return waits_++ == 0;
-  }
-
- private:
-  const bool fails_;
-  int waits_ = 0;
+struct Waiter final : InputWaiter {
+  explicit Waiter(std::function<bool()> function) : wait(std::move(function)) {}
+  bool Wait(int) override { return wait(); }
+  const std::function<bool()> wait;
 };
 
 TEST(Reader, DropsTheStatementThatAStopCuts) {
   const TemporaryFolder folder;
-  OneRead waiter(false);
+  Waiter waiter([waits = 0]() mutable { return waits++ == 0; });
   StatementReader reader({folder.Write("a", "select 1; select 2")}, {}, &waiter);
   EXPECT_THAT(ReadAll(reader).texts, ElementsAre("select 1"));
 }
@@ -462,7 +454,7 @@ TEST(PackedInput, LosesOnlyItsLastStatements) {
   EXPECT_EQ(result.texts.back(), "next");
   EXPECT_EQ(std::count(result.remarks.begin(), result.remarks.end(), '\n'), 3) << result.remarks;
 
-  OneRead waiter(true);
+  Waiter waiter([waits = 0]() mutable { return waits++ == 0 ? true : throw InputError("gone"); });
   const TemporaryFolder folder;
   StatementReader reader({folder.Write("cut", cut)}, {}, &waiter);
   EXPECT_THAT(ReadAll(reader).remarks, HasSubstr("gone"));
