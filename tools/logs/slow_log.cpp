@@ -116,7 +116,6 @@ class SlowLogSplitter final : public LineSplitter {
 
   void EndEntry() {
     EndBody();
-    statement_ended_ = false;
     if (state_ == State::kHeader) Add(Out().Own(std::exchange(entry_.use, {})));
   }
 
@@ -190,9 +189,7 @@ class SlowLogSplitter final : public LineSplitter {
       line.remove_suffix(1);
       entry_.use = line;
       std::string_view name = Trimmed(line.substr(4));
-      if (name.size() >= 2 && name.starts_with('`') && name.ends_with('`')) {
-        name = name.substr(1, name.size() - 2);
-      }
+      if (TakePrefix(name, "`") && name.ends_with('`')) name.remove_suffix(1);
       used_database_ = name;
       return true;
     }
