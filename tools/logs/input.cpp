@@ -127,7 +127,7 @@ std::size_t Input::ReadUnpacked(char* to, std::size_t size) {
     la_int64_t offset = 0;
     const int result = archive_read_data_block(unpacker_.get(), &block, &block_size, &offset);
     CheckUnpacking(result);
-    unpacked_ = {static_cast<const char*>(block), at_end_ ? 0 : block_size};
+    unpacked_ = {static_cast<const char*>(block), block_size};
   }
   return TakeBytes(unpacked_, size).copy(to, size);
 }

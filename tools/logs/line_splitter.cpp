@@ -101,7 +101,7 @@ void LineSplitter::DropTooLong() {
     was_cut ? TakeMore(piece) : TakeLine(piece);
     line_begin_ = text_.size();
   }
-  if (HasBody() && (body_is_too_long_ || line_begin_ - body_begin_ > limit)) {
+  if (HasBody() && line_begin_ - body_begin_ > limit) {
     body_is_too_long_ = true;
     body_begin_ = line_begin_;
   }

@@ -244,7 +244,7 @@ class PostgresLogSplitter final : public LineSplitter {
   }
 
   void Begin(const std::string& process, std::string_view head, PostgresMessage&& message) {
-    if (message.session.empty()) message.session = process;
+    message.session = process;
     message.severity = SeverityAt(head);
     // A server writes "[unknown]" while a client logs in.
     for (std::string* name : {&message.user, &message.database, &message.host}) {
