@@ -247,7 +247,8 @@ TEST_P(Inputs, AreCutAlikeHoweverTheyArrive) {
   const bool together = files_.size() > 1 || !MayBecomeALog(files_[0].substr(0, 1));
   const Result whole = Read(files_, options_);
   EXPECT_EQ(whole.remarks.empty(), problem_.empty()) << whole.remarks;
-  EXPECT_THAT(whole.remarks, StartsWith(problem_));
+  const bool exact = problem_.ends_with('\n');
+  EXPECT_EQ(exact ? whole.remarks : whole.remarks.substr(0, problem_.size()), problem_);
   for (const std::size_t step : {50'000UL, 1UL, 2UL, 3UL}) {
     if (step <= 3 && recognised && together) continue;
     SCOPED_TRACE(std::to_string(step) + " bytes at a time");
