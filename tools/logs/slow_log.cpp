@@ -212,7 +212,7 @@ class SlowLogSplitter final : public LineSplitter {
   void Add(std::string_view statement) {
     if (statement.empty()) return;
     Execution execution = std::exchange(entry_.execution, {});
-    if (!execution.time) execution.time = time_;
+    execution.time = time_;
     WidenSpan(Out().first_time, Out().last_time, execution.time);
     execution.user = Out().Share(&Execution::user, entry_.user);
     execution.host = Out().Share(&Execution::host, entry_.host);
