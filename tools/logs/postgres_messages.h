@@ -37,7 +37,7 @@ struct PostgresMessage {
 //   "statement: select 1", "execute s1: select 1"      waits for its duration
 //   "duration: 0.5 ms"                                 of the session's statement that waits
 //   "duration: 0.5 ms  statement: select 1"            both; also with "parse", "bind" or "plan:"
-//   "execute fetch from s1/c1: select 1"               more time of an execution, whose cursor is c1
+//   "execute fetch from s1/c1: select 1"               more time of an execution
 //   ERROR, FATAL or PANIC with a STATEMENT             a statement that failed
 // Not thread-safe.
 class PostgresMessages {
