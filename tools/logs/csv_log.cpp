@@ -80,7 +80,6 @@ class CsvLogSplitter final : public LineSplitter {
       in_quotes_ = false;
     }
     TakeMore(line);
-    if (!in_quotes_ && !LineIsCut()) EndBodyWithLine();
   }
 
   void TakeMore(std::string_view piece) override {
@@ -91,7 +90,7 @@ class CsvLogSplitter final : public LineSplitter {
     PostgresMessage message;
     lost_ = !ReadRecord(record, message);
     if (!lost_) return messages_.Take(std::move(message), Out());
-    if (LineEnded()) ++Out().summary.damaged;
+    ++Out().summary.damaged;
   }
 
   void EndInput() override {

@@ -40,8 +40,8 @@ bool BeginsBinaryLog(std::string_view line) { return line.starts_with("\xFE\x62i
 bool BeginsContainerLine(std::string_view line) {
   if (line.starts_with("{\"log\":\"")) return true;
   const bool finer_than_servers = BeginsLike(line, "9999-99-99T99:99:99.9999999");
-  return TakeLogTime(line) && (line.starts_with(" stdout ") || line.starts_with(" stderr ") ||
-                               (finer_than_servers && line.starts_with(' ')));
+  return TakeLogTime(line) &&
+         (finer_than_servers || line.starts_with(" stdout ") || line.starts_with(" stderr "));
 }
 
 // A line of a JSON log that Google Cloud has exported.

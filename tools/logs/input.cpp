@@ -16,6 +16,7 @@
 #include <string_view>
 #include <utility>
 
+#include "logs/scan.h"
 #include "sql/errors.h"
 
 namespace tarn::host {
@@ -46,7 +47,7 @@ Input::~Input() {
 
 std::size_t Input::ReadBytes(char* to, std::size_t size) {
   for (;;) {
-    stopped_ = stopped_ || (waiter_ != nullptr && !waiter_->Wait(fd_));
+    stopped_ = waiter_ != nullptr && !waiter_->Wait(fd_);
     if (stopped_) return 0;
     const ssize_t got = read(fd_, to, size);
     if (got >= 0) {
@@ -114,20 +115,27 @@ void Input::BeginUnpacking() {
   archive_entry* entry = nullptr;
   int result = archive_read_open(reader, this, nullptr, read_packed, nullptr);
   if (result == ARCHIVE_OK) result = archive_read_next_header(reader, &entry);
-  at_end_ = result == ARCHIVE_EOF || stopped_;
-  if (result != ARCHIVE_OK && !at_end_) FailUnpacking();
+  CheckUnpacking(result);
 }
 
 std::size_t Input::ReadUnpacked(char* to, std::size_t size) {
   if (!unpacker_) return ReadBytes(to, size);
-  if (at_end_) return 0;
-  const la_ssize_t got = archive_read_data(unpacker_.get(), to, size);
-  if (stopped_) return 0;
-  if (got < 0) FailUnpacking();
-  return static_cast<std::size_t>(got);
+  // Block by block, since archive_read_data would lose the bytes before an error.
+  while (unpacked_.empty() && !at_end_) {
+    const void* block = nullptr;
+    std::size_t block_size = 0;
+    la_int64_t offset = 0;
+    const int result = archive_read_data_block(unpacker_.get(), &block, &block_size, &offset);
+    CheckUnpacking(result);
+    unpacked_ = {static_cast<const char*>(block), block_size};
+  }
+  return TakeBytes(unpacked_, size).copy(to, size);
 }
 
-void Input::FailUnpacking() const {
+// Ends the input, or throws, if the library's `result` asks for it.
+void Input::CheckUnpacking(int result) {
+  at_end_ = result == ARCHIVE_EOF || stopped_;
+  if (result == ARCHIVE_OK || at_end_) return;
   if (error_) std::rethrow_exception(error_);
   const char* const reason = archive_error_string(unpacker_.get());
   throw InputError(name_ + ": packed data: " + (reason != nullptr ? reason : "damaged"));

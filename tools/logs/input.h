@@ -17,7 +17,7 @@ inline constexpr const char* kStandardInput = "-";
 // Waits for input, so that an interrupt can end the wait.
 class InputWaiter {
  public:
-  // Waits until `fd` can be read. False if reading has to end.
+  // Waits until `fd` can be read. False if reading has to end; then it stays false.
   virtual bool Wait(int fd) = 0;
 
  protected:
@@ -55,7 +55,7 @@ class Input {
   bool HeadBeginsWith(std::string_view magic);
   void BeginUnpacking();
   std::size_t ReadUnpacked(char* to, std::size_t size);
-  [[noreturn]] void FailUnpacking() const;
+  void CheckUnpacking(int result);
 
   std::string name_;
   InputWaiter* waiter_;
@@ -67,8 +67,10 @@ class Input {
   // ReadText returns them.
   bool text_begun_ = false;
   std::string head_;
-  // If the input is packed: its reader, and whether that is at the end.
+  // If the input is packed: its reader, the bytes of it that are still to be returned, and whether
+  // it is at the end.
   std::shared_ptr<archive> unpacker_;
+  std::string_view unpacked_;
   bool at_end_ = false;
   // The packed bytes that the reader gets, whether it has got them, and the error of reading them,
   // if there was one.

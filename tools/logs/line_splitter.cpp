@@ -7,6 +7,7 @@
 #include <initializer_list>
 #include <memory>
 #include <string_view>
+#include <utility>
 
 #include "sql/dialect.h"
 #include "sql/lexer.h"
@@ -57,14 +58,9 @@ std::size_t LineSplitter::Split(std::string_view text, bool last, Found& found) 
     const std::size_t end = text.find(end_, std::max(line_begin_, searched_));
     line_ended_ = end != std::string_view::npos;
     if (!line_ended_ && !last) break;
-    line_end_ = std::min(end, text.size());
-    const std::string_view line = text.substr(line_begin_, line_end_ - line_begin_);
-    if (line_is_cut_) {
-      TakeMore(line);
-    } else {
-      TakeLine(line);
-    }
-    line_begin_ = std::min(line_end_ + 1, text.size());
+    const std::string_view line = text.substr(line_begin_, end - line_begin_);
+    line_is_cut_ ? TakeMore(line) : TakeLine(line);
+    line_begin_ = line_ended_ ? end + 1 : text.size();
     line_is_cut_ = false;
   }
   if (last) EndInput();
@@ -89,9 +85,9 @@ void LineSplitter::BeginBody(std::string_view rest) noexcept {
   body_is_too_long_ = line_is_cut_;
 }
 
-void LineSplitter::EndBodyAt(std::size_t end) {
+void LineSplitter::EndBody() {
   if (!HasBody()) return;
-  const std::string_view body = text_.substr(body_begin_, end - body_begin_);
+  const std::string_view body = text_.substr(body_begin_, line_begin_ - body_begin_);
   DropBody();
   if (body_is_too_long_) return found_->CountTooLong();
   TakeBody(Trimmed(body));
@@ -100,17 +96,12 @@ void LineSplitter::EndBodyAt(std::size_t end) {
 void LineSplitter::DropTooLong() {
   const std::size_t limit = found_->max_statement;
   if (text_.size() - line_begin_ > limit) {
-    const bool first = !line_is_cut_;
+    const bool was_cut = std::exchange(line_is_cut_, true);
     const std::string_view piece = text_.substr(line_begin_);
-    line_is_cut_ = true;
-    if (first) {
-      TakeLine(piece);
-    } else {
-      TakeMore(piece);
-    }
+    was_cut ? TakeMore(piece) : TakeLine(piece);
     line_begin_ = text_.size();
   }
-  if (HasBody() && (body_is_too_long_ || text_.size() - body_begin_ > limit)) {
+  if (HasBody() && line_begin_ - body_begin_ > limit) {
     body_is_too_long_ = true;
     body_begin_ = line_begin_;
   }

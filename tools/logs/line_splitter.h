@@ -38,13 +38,11 @@ class LineSplitter : public Splitter {
   bool HasBody() const noexcept { return body_begin_ != std::string_view::npos; }
   // Begins a body with `rest`, the rest of the line. Requires: there is no body.
   void BeginBody(std::string_view rest) noexcept;
-  // Ends the body, if there is one, before the line or with it.
-  void EndBody() { EndBodyAt(line_begin_); }
-  void EndBodyWithLine() { EndBodyAt(line_end_); }
+  // Ends the body, if there is one, before the line.
+  void EndBody();
   void DropBody() noexcept { body_begin_ = std::string_view::npos; }
 
  private:
-  void EndBodyAt(std::size_t end);
   void DropTooLong();
 
   const char end_;
@@ -53,7 +51,6 @@ class LineSplitter : public Splitter {
   std::size_t body_begin_ = std::string_view::npos;
   bool body_is_too_long_ = false;
   std::size_t line_begin_ = 0;
-  std::size_t line_end_ = 0;
   bool line_is_cut_ = false;
   bool line_ended_ = true;
   // No further end of a line is in this many bytes at the start of the text.

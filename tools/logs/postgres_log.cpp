@@ -44,8 +44,9 @@ std::string_view SeverityAt(std::string_view text) noexcept {
   return text.starts_with(":  ") ? word : std::string_view();
 }
 
-// The size of a field at the start of `line` that ends at the `next` literal. The last field ends
-// at the first one that a severity follows: "%u@%d " reads "a" and "b c" in "a@b c LOG:  x".
+// The size of a field at the start of `line` that ends at the `next` literal, if that is in it. The
+// last field ends at the first one that a severity follows: "%u@%d " reads "a" and "b c" in
+// "a@b c LOG:  x".
 std::size_t SizeOfText(std::string_view line, std::string_view next, bool is_last) {
   if (next.empty()) return std::min(line.find(' '), line.size());
   std::size_t size = line.find(next);
@@ -78,7 +79,6 @@ bool TakeField(char field, std::string_view rest, std::string_view& line,
   }
   const std::string_view next = rest.substr(0, rest.find('%'));
   const std::size_t size = SizeOfText(line, next, next.size() == rest.size());
-  if (size == kNoPlace) return false;
   const std::string_view value = Trimmed(TakeBytes(line, size));
   if (field == 'u') message.user = value;
   // The prefix in the server's manual adds the application: "orders/psql" -> "orders"
@@ -244,7 +244,7 @@ class PostgresLogSplitter final : public LineSplitter {
   }
 
   void Begin(const std::string& process, std::string_view head, PostgresMessage&& message) {
-    if (message.session.empty()) message.session = process;
+    message.session = process;
     message.severity = SeverityAt(head);
     // A server writes "[unknown]" while a client logs in.
     for (std::string* name : {&message.user, &message.database, &message.host}) {

@@ -18,14 +18,16 @@ namespace {
 // No server has more sessions at one time.
 constexpr std::size_t kMostWaiting = 10'000;
 
-// Removes a duration from `text` and returns it in seconds: "duration: 1.5 ms" -> 0.0015. Returns
-// nothing if there is none, or, counting it, if no server can mean it.
+// Removes a duration, and the blanks between it and a statement, from `text` and returns it in
+// seconds: "duration: 1.5 ms" -> 0.0015. Returns nothing if there is none, or, counting it, if no
+// server can mean it.
 std::optional<double> TakeDuration(std::string_view& text, Found& found) {
   constexpr double kMillisecondsPerSecond = 1000;
   std::string_view rest = text;
   if (!TakePrefix(rest, "duration: ")) return std::nullopt;
   const std::optional<double> milliseconds = TakeNumber<double>(rest);
   if (!TakePrefix(rest, " ms")) return std::nullopt;
+  TakePrefix(rest, "  ");
   text = rest;
   return found.PossibleSeconds(milliseconds.value_or(-1) / kMillisecondsPerSecond);
 }
@@ -80,6 +82,7 @@ Report Read(PostgresMessage& message, Found& found) {
   if (message.severity == "ERROR" || message.severity == "FATAL" || message.severity == "PANIC") {
     if (message.sqlstate.empty()) message.sqlstate = message.severity;
     message.statement = Trimmed(message.statement);
+    message.executed = false;
     if (!message.statement.empty()) return Report::kFailed;
     // Only an error of a client has a statement.
     return message.severity != "ERROR" || message.text.starts_with("canceling autovacuum task")
@@ -92,7 +95,6 @@ Report Read(PostgresMessage& message, Found& found) {
   message.seconds = TakeDuration(text, found);
   const bool timed = text.size() < message.text.size();
   if (timed && text.empty()) return Report::kDuration;
-  if (timed && !TakePrefix(text, "  ")) return Report::kNothing;
 
   Report report = timed ? Report::kExecuted : Report::kBegun;
   std::string planned;
@@ -109,6 +111,7 @@ Report Read(PostgresMessage& message, Found& found) {
       return IsForeign(text) ? lose("text in another language: set lc_messages = 'C'")
                              : Report::kNothing;
     }
+    message.executed = report != Report::kPrepared && !text.starts_with("execute fetch from ");
     if (colon == std::string_view::npos) return Report::kNothing;
     text.remove_prefix(colon + 2);
   }
@@ -117,7 +120,7 @@ Report Read(PostgresMessage& message, Found& found) {
   return report;
 }
 
-void Add(PostgresMessage&& statement, bool executed, Found& found) {
+void Add(PostgresMessage&& statement, Found& found) {
   if (statement.statement.empty()) return;
   if (statement.query_id == "0") statement.query_id.clear();
   const std::string_view text = found.Own(std::move(statement.statement));
@@ -129,7 +132,7 @@ void Add(PostgresMessage&& statement, bool executed, Found& found) {
                    .parameters = found.Own(std::move(statement.detail)),
                    .query_id = found.Own(std::move(statement.query_id)),
                    .error = found.Own(std::move(statement.sqlstate)),
-                   .executed = executed});
+                   .executed = statement.executed});
 }
 
 }  // namespace
@@ -138,8 +141,8 @@ void PostgresMessages::Take(PostgresMessage&& message, Found& found) {
   found.CountEntry(message.time);
   const Report report = Read(message, found);
   const auto waiting = waiting_.find(message.session);
-  const bool any = waiting != waiting_.end();
-  const bool same = any && waiting->second.statement == message.statement;
+  PostgresMessage* const before = waiting == waiting_.end() ? nullptr : &waiting->second;
+  const bool same = before != nullptr && before->statement == message.statement;
   switch (report) {
     case Report::kNothing:
       return;
@@ -148,37 +151,37 @@ void PostgresMessages::Take(PostgresMessage&& message, Found& found) {
       if (message.session.empty()) {
         ++found.summary.lost["a duration of an unknown session: give --prefix"];
       }
-      if (!any) return;
-      waiting->second.seconds = message.seconds;
-      return Add(Remove(waiting), true, found);
+      if (before == nullptr) return;
+      before->seconds = message.seconds;
+      return Add(Remove(waiting), found);
     case Report::kPrepared:
-      return Add(std::move(message), false, found);
+      return Add(std::move(message), found);
     case Report::kFailed:
-      if (!same) return Add(std::move(message), false, found);
-      waiting->second.sqlstate = message.sqlstate;
-      return Add(Remove(waiting), true, found);
+      if (!same) return Add(std::move(message), found);
+      before->sqlstate = message.sqlstate;
+      return Add(Remove(waiting), found);
     case Report::kPlanned:
       // A statement that waits may call a function, and the planned one is within it.
-      if (any && !same && !waiting->second.seconds) return Add(std::move(message), true, found);
+      if (before != nullptr && !same && !before->seconds) return Add(std::move(message), found);
       break;
     case Report::kBegun:
     case Report::kExecuted:
       break;
   }
-  if (any) {
-    PostgresMessage before = Remove(waiting);
+  if (before != nullptr) {
     // Two successive reports of one statement are on one execution if only the later can be its
     // end.
     const bool one_execution =
-        same && (report == Report::kExecuted || (report == Report::kPlanned && !before.seconds));
-    if (!one_execution) Add(std::move(before), true, found);
+        same && (report == Report::kExecuted || (report == Report::kPlanned && !before->seconds));
+    PostgresMessage other = Remove(waiting);
+    if (!one_execution) Add(std::move(other), found);
   }
-  if (report == Report::kExecuted) return Add(std::move(message), true, found);
+  if (report == Report::kExecuted) return Add(std::move(message), found);
   Wait(std::move(message), found);
 }
 
 void PostgresMessages::Wait(PostgresMessage&& statement, Found& found) {
-  if (statement.session.empty()) return Add(std::move(statement), true, found);
+  if (statement.session.empty()) return Add(std::move(statement), found);
   waiting_bytes_ += statement.statement.size() + statement.detail.size();
   std::string session = std::move(statement.session);
   waiting_.insert_or_assign(std::move(session), std::move(statement));
@@ -193,8 +196,7 @@ PostgresMessage PostgresMessages::Remove(Waiting::iterator waiting) {
 }
 
 void PostgresMessages::Flush(Found& found) {
-  for (auto& [session, statement] : waiting_) Add(std::move(statement), true, found);
-  waiting_.clear();
+  for (auto& [session, statement] : std::exchange(waiting_, {})) Add(std::move(statement), found);
   waiting_bytes_ = 0;
 }
 

@@ -27,14 +27,17 @@ struct PostgresMessage {
   // The statement that an error ended.
   std::string statement = {};
   std::string query_id = {};
-  // The duration that `text` reports; PostgresMessages sets it.
+  // The duration that `text` reports, and whether it is that of an execution, as in Execution;
+  // PostgresMessages sets both.
   std::optional<double> seconds = {};
+  bool executed = true;
 };
 
 // Finds the executions of statements in a server's messages, for example:
 //   "statement: select 1", "execute s1: select 1"      waits for its duration
 //   "duration: 0.5 ms"                                 of the session's statement that waits
 //   "duration: 0.5 ms  statement: select 1"            both; also with "parse", "bind" or "plan:"
+//   "execute fetch from s1/c1: select 1"               more time of an execution
 //   ERROR, FATAL or PANIC with a STATEMENT             a statement that failed
 // Not thread-safe.
 class PostgresMessages {

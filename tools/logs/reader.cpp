@@ -84,7 +84,9 @@ StatementReader::File::File(const std::string& name, InputWaiter* waiter)
 
 bool StatementReader::EndsBeforeFile() const noexcept {
   if (file_->begun) return false;
-  if (!format_->IsLog()) return true;
+  const std::string_view path = file_->input.Name();
+  const std::string_view name = path.substr(path.rfind('/') + 1);
+  if (!format_->IsLog() || name.find(".sql") != std::string_view::npos) return true;
   // If a file begins inside a long entry, its first lines fit no log, and it goes on with this one.
   return options_.format == nullptr && file_->recognized != nullptr && file_->recognized != format_;
 }

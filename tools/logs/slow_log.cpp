@@ -117,7 +117,6 @@ class SlowLogSplitter final : public LineSplitter {
 
   void EndEntry() {
     EndBody();
-    statement_ended_ = false;
     if (state_ == State::kHeader) Add(Out().Own(std::exchange(entry_.use, {})));
   }
 
@@ -192,9 +191,7 @@ class SlowLogSplitter final : public LineSplitter {
       line.remove_suffix(1);
       entry_.use = line;
       std::string_view name = Trimmed(line.substr(4));
-      if (name.size() >= 2 && name.starts_with('`') && name.ends_with('`')) {
-        name = name.substr(1, name.size() - 2);
-      }
+      if (TakePrefix(name, "`") && name.ends_with('`')) name.remove_suffix(1);
       used_database_ = name;
       entry_.schema.reset();
       return true;
@@ -218,7 +215,7 @@ class SlowLogSplitter final : public LineSplitter {
   void Add(std::string_view statement) {
     if (statement.empty()) return;
     Execution execution = std::exchange(entry_.execution, {});
-    if (!execution.time) execution.time = time_;
+    execution.time = time_;
     WidenSpan(Out().first_time, Out().last_time, execution.time);
     execution.user = Out().Share(&Execution::user, entry_.user);
     execution.host = Out().Share(&Execution::host, entry_.host);

@@ -52,7 +52,6 @@ class SqlSplitter final : public Splitter {
 
   void SetDelimiter(std::string_view delimiter) {
     delimiter_ = delimiter;
-    stops_ = {};
     for (const char c : std::string_view("'\"-/")) StopAt(c);
     StopAt(delimiter_[0]);
     if (rules_.backquoted_names) StopAt('`');
@@ -197,7 +196,7 @@ class SqlSplitter final : public Splitter {
   // since they decide the meaning of a quote after them: E'it\'s'.
   void DropTooLong() noexcept {
     constexpr std::size_t kKept = 2;
-    if (text_.size() - begin_ <= found_->max_statement || position_ < begin_ + kKept) return;
+    if (position_ - begin_ <= std::max(found_->max_statement, kKept)) return;
     too_long_ = true;
     begin_ = position_ - kKept;
   }
