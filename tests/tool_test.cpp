@@ -50,12 +50,10 @@ TEST_P(ToolRun, EndsAsItsRowSays) {
   ASSERT_EQ(mkfifo(folder.Path("fifo").c_str(), S_IRWXU), 0);
   const CaseTexts& texts = GetParam().texts;
   folder.Write("input", texts.at(0));
-  std::istringstream label(GetParam().label);
-  std::string word;
+  std::istringstream label = GetParam().Words();
   int exit_code = 0;
-  label >> word >> exit_code >> std::ws;
   std::string command;
-  std::getline(label, command);
+  std::getline(label >> exit_code >> std::ws, command);
   command = command.starts_with("$ ") ? command.substr(2) : "tarn_host " + command;
   const RunResult result = RunProgram(
       {"timeout", "300", "/bin/bash", "-o", "pipefail", "-c", command},
