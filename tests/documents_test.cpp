@@ -98,10 +98,9 @@ TEST(Readme, SSLModesAreTrue) {
 TEST(Documents, NameFilesThatExist) {
   for (const char* document :
        {"README.md", "CONTRIBUTING.md", "docs/ARCHITECTURE.md", "docs/SECURITY.md"}) {
-    const Strings names =
-        Find(Document(document),
-             R"(`((?:include|docs|examples|tests|src|tools|standin)/[a-z0-9_./]+\.[a-z0-9]+))");
-    for (const std::string& name : names) {
+    for (const std::string& name :
+         Find(Document(document),
+              R"(`((?:include|docs|examples|tests|src|tools|standin)/[a-z0-9_./]+\.[a-z0-9]+))")) {
       EXPECT_TRUE(std::filesystem::exists(TARN_SOURCE "/" + name)) << document << ": " << name;
     }
   }
@@ -112,15 +111,12 @@ TEST(Readme, HostCompilesAndPrintsTheStatedText) {
   const std::string code = Part(Document("README.md"), "```cpp\n", "```\n").substr(7);
   const TemporaryFolder folder;
   folder.Write("host.cpp", code);
-  const RunOptions options{.environment = {"LD_LIBRARY_PATH=" TARN_PLUGIN_FOLDER},
-                           .folder = folder.Path("")};
-  ASSERT_EQ(RunProgram({TARN_CXX, "-Wall", "-Wextra", "-Werror", "host.cpp", "-I",
-                        TARN_SOURCE "/include", "-ldl", "-o", "host"},
-                       options)
-                .exit_code,
-            0);
-  EXPECT_EQ(Find(code, R"(<< sql << '\\n';\s+// (.*)$)"),
-            Find(RunProgram({"./host"}, options).output, "^(.*)\n"));
+  const RunResult result = RunProgram(
+      {"/bin/sh", "-c", R"("$0" -Wall -Wextra -Werror host.cpp -I "$1" -ldl -o host && ./host)",
+       TARN_CXX, TARN_SOURCE "/include"},
+      {.environment = {"LD_LIBRARY_PATH=" TARN_PLUGIN_FOLDER}, .folder = folder.Path("")});
+  EXPECT_EQ(result.exit_code, 0);
+  EXPECT_EQ(Find(code, R"(<< sql << '\\n';\s+// (.*)$)"), Find(result.output, "^(.*)\n"));
 }
 #endif
 
@@ -135,20 +131,18 @@ std::set<std::string> Completed(const Strings& words) {
   return {offered.begin(), offered.end()};
 }
 
-std::string Help(const Strings& words) {
-  return RunProgram({TARN_HOST_PATH, words.front(), words.back()}).output;
-}
-
 TEST(Options, AreInTheManualAndTheCompletionAsInHelp) {
   const std::string manual = Document("docs/tarn_host.1");
-  const Strings commands = Find(Part(Help({"--help"}), "Commands:\n", "\n\n"), R"(^  ([a-z]+) )");
+  const Strings commands =
+      Find(Part(RunProgram({TARN_HOST_PATH, "--help"}).output, "Commands:\n", "\n\n"),
+           R"(^  ([a-z]+) )");
   ASSERT_GE(commands.size(), 8U);
   for (const std::string& command : commands) {
     SCOPED_TRACE(command);
     EXPECT_EQ(Completed({"tarn_host", ""}).count(command), 1U);
     EXPECT_NE(manual.find(".It Cm " + command + "\n"), std::string::npos);
     const std::string synopsis = Part(manual, ".Nm\n.Cm " + command + "\n", "\n.Nm");
-    const std::string help = Help({command, "--help"});
+    const std::string help = RunProgram({TARN_HOST_PATH, command, "--help"}).output;
     std::set<std::string> options;
     for (const std::string& option : Find(help, R"((?:^  |,)--([a-z-]+))")) {
       options.insert("--" + option);

@@ -50,12 +50,10 @@ TEST_P(ToolRun, EndsAsItsRowSays) {
   ASSERT_EQ(mkfifo(folder.Path("fifo").c_str(), S_IRWXU), 0);
   const CaseTexts& texts = GetParam().texts;
   folder.Write("input", texts.at(0));
-  std::istringstream label(GetParam().label);
-  std::string word;
+  std::istringstream label = GetParam().Words();
   int exit_code = 0;
-  label >> word >> exit_code >> std::ws;
   std::string command;
-  std::getline(label, command);
+  std::getline(label >> exit_code >> std::ws, command);
   command = command.starts_with("$ ") ? command.substr(2) : "tarn_host " + command;
   const RunResult result = RunProgram(
       {"timeout", "300", "/bin/bash", "-o", "pipefail", "-c", command},
@@ -124,20 +122,20 @@ struct Elf {
     segment.p_filesz = segment.p_memsz = size;
     bytes.append(reinterpret_cast<const char*>(entries.data()), size);
   }
+  void Repeat(std::size_t count, const Elf64_Dyn& entry) {
+    std::vector<Elf64_Dyn> entries(count, entry);
+    entries.insert(entries.end(), {{DT_STRTAB, {}}, {DT_NULL, {}}});
+    SetDynamic(entries);
+  }
 
   std::string bytes;
 };
-
-std::vector<Elf64_Dyn> Repeated(std::size_t count, const Elf64_Dyn& entry) {
-  std::vector<Elf64_Dyn> entries(count, entry);
-  entries.insert(entries.end(), {{DT_STRTAB, {}}, {DT_NULL, {}}});
-  return entries;
-}
 
 RunResult Checked(const std::string& bytes) {
   return RunProgram({TARN_TOOL_FOLDER "/tarn_host", "check", "/dev/stdin"}, {.input = bytes});
 }
 
+constexpr Elf64_Dyn kIgnored{DT_DEBUG, {}};
 constexpr const char* kDamaged = "damaged ELF file";
 constexpr const char* kNoObject = "not an ELF shared object";
 constexpr const char* kNoExports = "FAIL  exports the entry function alone: none";
@@ -182,16 +180,10 @@ const struct {
        it.bytes[end - 1] = 'x';
        it.Value(DT_SONAME) = end - 1 - it.Value(DT_STRTAB);
      }},
-    {kDamaged,
-     [](Elf& it) {
-       it.SetDynamic(Repeated(4095, {DT_DEBUG, {}}));
-     }},
-    {"soname: none",
-     [](Elf& it) {
-       it.SetDynamic(Repeated(4094, {DT_DEBUG, {}}));
-     }},
-    {"more than 256", [](Elf& it) { it.SetDynamic(Repeated(257, it.Entry(DT_NEEDED))); }},
-    {"soname: none", [](Elf& it) { it.SetDynamic(Repeated(256, it.Entry(DT_NEEDED))); }},
+    {kDamaged, [](Elf& it) { it.Repeat(4095, kIgnored); }},
+    {"soname: none", [](Elf& it) { it.Repeat(4094, kIgnored); }},
+    {"more than 256", [](Elf& it) { it.Repeat(257, it.Entry(DT_NEEDED)); }},
+    {"soname: none", [](Elf& it) { it.Repeat(256, it.Entry(DT_NEEDED)); }},
     {"GetProductInterfaceForVESTA\n",
      [](Elf& it) { it.Header().e_shoff = it.Header().e_shnum = 0; }},
     // Symbol 1 is an import, which the loader finds if its value is not 0.

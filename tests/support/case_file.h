@@ -14,7 +14,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <fstream>
-#include <optional>
 #include <ostream>
 #include <sstream>
 #include <stdexcept>
@@ -36,7 +35,6 @@ class CaseTexts : public std::vector<std::string> {
     throw std::out_of_range(where_ + ": text " + std::to_string(index + 1) + " is missing");
   }
   const std::string& operator[](std::size_t index) const { return at(index); }
-  const std::string& front() const { return at(0); }
   const std::string& back() const { return at(empty() ? 0 : size() - 1); }
 
  private:
@@ -86,8 +84,9 @@ inline std::string Unescaped(std::string_view text) {
   return bytes;
 }
 
-// Appends the texts of "[a] => [b]" to `texts`. Returns the reason if the line is malformed.
-inline std::optional<std::string> TakeTexts(std::string_view line, CaseTexts& texts) {
+// Appends the texts of "[a] => [b]" to `texts`. Returns the reason if the line is malformed,
+// otherwise nothing.
+inline std::string TakeTexts(std::string_view line, CaseTexts& texts) {
   constexpr std::string_view kBetween = "] => [";
   if (!line.starts_with('[') || !line.ends_with(']')) return "no [ and ] around the texts";
   line = line.substr(1, line.size() - 2);
@@ -100,7 +99,7 @@ inline std::optional<std::string> TakeTexts(std::string_view line, CaseTexts& te
   } catch (const std::logic_error&) {
     return "an unknown escape";
   }
-  return std::nullopt;
+  return {};
 }
 
 inline constexpr std::size_t kLongestLine = 160;
@@ -140,10 +139,10 @@ inline std::vector<CaseRow> ReadCases(const std::string& name) {
     if (rows.empty()) throw std::runtime_error(where + ": a row that continues none");
     CaseRow& row = rows.back();
     row.lines += (row.lines.empty() ? "" : "\n") + line;
-    auto problem = TakeTexts(std::string_view(line).substr(open), row.texts);
+    std::string problem = TakeTexts(std::string_view(line).substr(open), row.texts);
     if (too_long) problem = "a line of more than 160 bytes";
-    if (problem) {
-      row.lines = *problem + ": " + row.lines;
+    if (!problem.empty()) {
+      row.lines = problem + ": " + row.lines;
       row.texts.clear();
     }
   }

@@ -19,11 +19,11 @@ namespace tarn::test {
 // A family of tests/cases/growth_families.txt.
 struct GrowthFamily {
   std::string name;
-  std::string prefix;
-  std::string unit;
-  std::string suffix;
+  std::string prefix{};
+  std::string unit{};
+  std::string suffix{};
   std::size_t cycle = static_cast<std::size_t>(-1);
-  std::string long_member;
+  std::string long_member{};
 
   friend std::ostream& operator<<(std::ostream& stream, const GrowthFamily& family) {
     return stream << family.name;
@@ -35,9 +35,7 @@ inline const std::vector<GrowthFamily>& GrowthFamilies() {
     std::vector<GrowthFamily> read;
     for (const CaseRow& row : ReadCases("growth_families.txt")) {
       if (row.texts.empty()) {
-        GrowthFamily& malformed = read.emplace_back();
-        malformed.name = "Malformed" + std::to_string(read.size());
-        malformed.prefix = row.where + ": " + row.lines;
+        read.push_back({"Malformed" + std::to_string(read.size()), row.where + ": " + row.lines});
       }
       for (const std::string& text : row.texts) {
         GrowthFamily& family = read.emplace_back();

@@ -43,25 +43,21 @@ class RandomStatements {
   bool OneIn(std::size_t count) { return Below(count) == 0; }
 
   std::string Edge() {
-    switch (Below(6)) {
-      case 0:
-        return Decimal();
-      case 1:
-        return (OneIn(2) ? "0x" : "0X") + Digits();
-      case 2:
-        // `aliases_` distinct aliases, of two to twelve bytes.
-        return 't' + std::string(OneIn(3) ? 5 + Below(6) : 0, '1') +
-               std::to_string(Below(aliases_));
-      case 3: {
-        std::string word = OneIn(2) ? "values" : Token();
-        return word.insert(Below(word.size() + 1), OneIn(2) ? "(@p1)" : "(a=b)");
-      }
-      case 4:
-        return '(' + Token() + std::array{"=", ">=", " <", "!= ", "<>", ","}[Below(6)] + Edge() +
-               ')';
-      default:
-        return "values (" + Token() + ',' + Edge() + ')' + std::string(Below(2), ' ') + ',';
+    const std::size_t kind = Below(6);
+    if (kind == 0) return Decimal();
+    if (kind == 1) return (OneIn(2) ? "0x" : "0X") + Digits();
+    if (kind == 2) {
+      // `aliases_` distinct aliases, of two to twelve bytes.
+      return 't' + std::string(OneIn(3) ? 5 + Below(6) : 0, '1') + std::to_string(Below(aliases_));
     }
+    if (kind == 3) {
+      std::string word = OneIn(2) ? "values" : Token();
+      return word.insert(Below(word.size() + 1), OneIn(2) ? "(@p1)" : "(a=b)");
+    }
+    if (kind == 4) {
+      return '(' + Token() + std::array{"=", ">=", " <", "!= ", "<>", ","}[Below(6)] + Edge() + ')';
+    }
+    return "values (" + Token() + ',' + Edge() + ')' + std::string(Below(2), ' ') + ',';
   }
 
   // Runs of zeros and nines, which carry.
@@ -76,14 +72,10 @@ class RandomStatements {
   // Small exponents, those at the ends of double's range, and those near powers of two.
   std::string Exponent() {
     const std::string sign = std::array{"e", "E", "e+", "e-"}[Below(4)];
-    switch (Below(4)) {
-      case 0:
-        return sign + std::to_string(290 + Below(40));
-      case 1:
-        return sign + std::to_string((std::uint64_t{1} << Below(64)) + Below(3) - 1);
-      default:
-        return sign + std::to_string(Below(25));
-    }
+    const std::size_t kind = Below(4);
+    if (kind == 0) return sign + std::to_string(290 + Below(40));
+    if (kind > 1) return sign + std::to_string(Below(25));
+    return sign + std::to_string((std::uint64_t{1} << Below(64)) + Below(3) - 1);
   }
 
   const std::string& Token() {

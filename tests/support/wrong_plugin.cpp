@@ -23,6 +23,24 @@ void Stay() {
   _exit(0);
 }
 
+// Writes without an end to every descriptor that may be a pipe to the tool.
+[[noreturn]] void TellALot() {
+  const std::string text(1U << 16U, 'a');
+  for (int fd = 3;; fd = fd < 63 ? fd + 1 : 3) {
+    [[maybe_unused]] const ssize_t written = write(fd, text.data(), text.size());
+  }
+}
+
+void Misbehave(const std::string& deed) {
+  if (deed == "exit") std::exit(0);
+  if (deed == "stay") Stay();
+  if (deed == "tell") TellALot();
+  // The child process keeps all streams open.
+  if (deed == "fork" && fork() == 0) Stay();
+  std::fputs("pass  everything: yes", stderr);
+  std::puts("pass  everything: yes");
+}
+
 }  // namespace
 
 class WrongProduct final : public impl_dao::CProductInterface {
@@ -63,28 +81,6 @@ pinned:
     .size pinned, 8
     .text
 )");
-
-namespace {
-
-// Writes without an end to every descriptor that may be a pipe to the tool.
-[[noreturn]] void TellALot() {
-  const std::string text(1U << 16U, 'a');
-  for (int fd = 3;; fd = fd < 63 ? fd + 1 : 3) {
-    [[maybe_unused]] const ssize_t written = write(fd, text.data(), text.size());
-  }
-}
-
-void Misbehave(const std::string& deed) {
-  if (deed == "exit") std::exit(0);
-  if (deed == "stay") Stay();
-  if (deed == "tell") TellALot();
-  // The child process keeps all streams open.
-  if (deed == "fork" && fork() == 0) Stay();
-  std::fputs("pass  everything: yes", stderr);
-  std::puts("pass  everything: yes");
-}
-
-}  // namespace
 
 extern "C" __attribute__((visibility("default"))) impl_dao::CProductInterface*
 GetProductInterfaceForVESTA() {

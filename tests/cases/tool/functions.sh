@@ -1,5 +1,12 @@
 # Functions for the shell commands in tool.txt.
 
+# Runs tarn_host with each argument, which bash splits into words, while all end with one exit code.
+each() {
+  local arguments code first
+  for arguments; do eval "tarn_host $arguments"; code=$?; ((code == ${first=$code})) || return 99; done
+  return $code
+}
+
 # Waits until the command $1 succeeds or the shell's process, which may run the tool by now, ends.
 await() { until eval "$1"; do kill -0 $$ 2>/dev/null || exit; sleep 0.01; done; }
 
