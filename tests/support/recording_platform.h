@@ -1,6 +1,7 @@
 // A platform for the test program that includes this file in its one source. The plug-in's objects
 // are linked to it instead of the product platform. It returns the test's answers, records the
-// sequence of all calls and can throw at any one of them. It also sees the plug-in's getenv.
+// sequence of all calls and can throw at any one of them. It also sees the plug-in's getenv. It has
+// only the functions that the plug-in calls.
 #pragma once
 
 #include <cstdlib>
@@ -68,10 +69,11 @@ struct RecordingPlatform {
     last_look_ = outputs();
   }
 
-  void Note(const std::string& call) {
+  void Note(std::string_view call) {
+    if (!recording) return;
     const std::string look = outputs();
     if (std::exchange(last_look_, look) != look) calls.push_back("-> " + look);
-    calls.push_back(call);
+    calls.emplace_back(call);
   }
 
   // Counts a call that may throw. Calls `describe` for its text only if calls are recorded; a call
@@ -198,7 +200,6 @@ unsigned int QuillGetProcHandle() {
 namespace refl {
 
 struct CValue::Content {
-  Enum::DataTypeEnum type;
   std::string text;
 };
 
@@ -211,13 +212,7 @@ CValue::~CValue() = default;
 
 void CValue::ReadFrom(const std::string& text) {
   Platform().Enter([&] { return "ReadFrom(" + text + ")"; });
-  content_ = std::make_unique<Content>(Content{Enum::DATA_TYPE_STRING, text});
-}
-void CValue::ChangeValueTypeEnum(Enum::DataTypeEnum type) {
-  content_ = std::make_unique<Content>(Content{type, {}});
-}
-Enum::DataTypeEnum CValue::GetDataType() const noexcept {
-  return content_ ? content_->type : Enum::DATA_TYPE_NONE;
+  content_ = std::make_unique<Content>(Content{text});
 }
 std::string CValue::ToString() const { return content_ ? content_->text : std::string(); }
 
@@ -225,8 +220,7 @@ std::string CValue::ToString() const { return content_ ? content_->text : std::s
 
 // Found by the plug-in's objects before the C library's.
 extern "C" char* getenv(const char* name) noexcept {
-  const bool noted = Platform().recording && std::string_view(name) == "APP_CONF_FILE";
-  if (noted) Platform().Note("getenv(APP_CONF_FILE)");
+  if (std::string_view(name) == "APP_CONF_FILE") Platform().Note("getenv(APP_CONF_FILE)");
   // The same as getenv, unless the program runs as another user than the one who started it.
   return secure_getenv(name);
 }
