@@ -118,10 +118,12 @@ class Locale : public testing::Test {
 using HostLocale = Locale;
 using LocaleOfLoading = Locale;
 
-// The classic locale's classes, except for one byte and for the lower case of 'I'.
+// The classic locale's classes, except for one byte and for the lower case of 'I'. If it `flips`,
+// it sets the classic locale as soon as it is asked for a lower case.
 class OddCtype : public std::ctype<char> {
  public:
-  OddCtype(char byte, mask classes, char lower_i) : std::ctype<char>(table_), lower_i_(lower_i) {
+  OddCtype(char byte, mask classes, char lower_i, bool flips = false)
+      : std::ctype<char>(table_), lower_i_(lower_i), flips_(flips) {
     std::copy_n(classic_table(), table_size, table_);
     table_[static_cast<unsigned char>(byte)] = classes;
   }
@@ -129,12 +131,14 @@ class OddCtype : public std::ctype<char> {
  protected:
   using std::ctype<char>::do_tolower;
   char do_tolower(char c) const override {
+    if (flips_) std::locale::global(std::locale::classic());
     return c == 'I' ? lower_i_ : std::ctype<char>::do_tolower(c);
   }
 
  private:
   mask table_[table_size];
   const char lower_i_;
+  const bool flips_;
 };
 
 // Literals do not depend on the locale of loading or on a later one; one decimal has 17 digits, so
@@ -224,19 +228,8 @@ TEST_F(LocaleOfLoading, DecidesLettersSpacesAndLowerCase) {
 // Another thread may set the locale while the patterns are compiled. Here the first lower case that
 // a pattern asks for sets it.
 TEST_F(LocaleOfLoading, IsOneForAllPatterns) {
-  class Flipping : public OddCtype {
-   public:
-    using OddCtype::OddCtype;
-
-   private:
-    using OddCtype::do_tolower;
-    char do_tolower(char c) const override {
-      std::locale::global(std::locale::classic());
-      return OddCtype::do_tolower(c);
-    }
-  };
   std::locale::global(
-      std::locale(std::locale(), new Flipping('\xE9', std::ctype_base::alpha, 'i')));
+      std::locale(std::locale(), new OddCtype('\xE9', std::ctype_base::alpha, 'i', true)));
   const Plugin plugin(CopyOfThePlugin(folder_, "flipped.so"));
   EXPECT_EQ(std::locale(), std::locale::classic());
   EXPECT_EQ(Normalized(plugin, "select (\xE9=1), caf\xE9s, \xE9t1 "),
