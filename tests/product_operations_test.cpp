@@ -10,7 +10,6 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstdlib>
-#include <functional>
 #include <iterator>
 #include <locale>
 #include <map>
@@ -36,12 +35,8 @@
 // The plug-in's entry function, linked into the test.
 extern "C" impl_dao::CProductInterface* GetProductInterfaceForVESTA() noexcept;
 
-namespace {
-
 // The number of calls of read up to the one that fails with EIO; if not above 0, none fails.
-int reads_until_error = 0;
-
-}  // namespace
+static int reads_until_error = 0;
 
 // This definition takes precedence over the C library's. It has another name here, since the
 // library's header may define `read` inline.
@@ -165,7 +160,6 @@ class Operation {
 
 // The product, which also notes each of its operations that is called through its dispatch table.
 class NotingProduct : public CProductInterface_Tarn {
- public:
   void LogError(const char* message) override {
     Platform().Note("LogError()");
     CProductInterface_Tarn::LogError(message);
@@ -176,20 +170,19 @@ class NotingProduct : public CProductInterface_Tarn {
   }
 };
 
-impl_dao::CProductInterface& Noting() {
-  static NotingProduct product;
-  return product;
-}
-
 // Like other texts here, longer than a string holds without allocating, and with a NUL byte.
 const std::string kDbName("db\0 of a long name", 18);
 
-void GetType(Outputs& out) { EXPECT_TRUE(Noting().GetDBType(out.text, kDbName)); }
+void GetType(Outputs& out) { EXPECT_TRUE(NotingProduct().GetDBType(out.text, kDbName)); }
 void GetAccount(Outputs& out) {
-  EXPECT_TRUE(Noting().GetDBUserAndPassword(out.text, out.password, kDbName));
+  EXPECT_TRUE(NotingProduct().GetDBUserAndPassword(out.text, out.password, kDbName));
 }
-void GetAddress(Outputs& out) { EXPECT_TRUE(Noting().GetDBConnectAddress(out.text, kDbName)); }
-void GetProperties(Outputs& out) { EXPECT_TRUE(Noting().GetDBConnectProperties(out.properties)); }
+void GetAddress(Outputs& out) {
+  EXPECT_TRUE(NotingProduct().GetDBConnectAddress(out.text, kDbName));
+}
+void GetProperties(Outputs& out) {
+  EXPECT_TRUE(NotingProduct().GetDBConnectProperties(out.properties));
+}
 
 class Operations : public testing::TestWithParam<CaseRow> {
  protected:
@@ -226,6 +219,7 @@ class Operations : public testing::TestWithParam<CaseRow> {
 using LoggingBridge = Operations;
 
 TEST_F(LoggingBridge, PassesTheVeryMessageOn) {
+  Platform().throw_at = 2;
   for (const auto& [log, begin, end] :
        {std::tuple(&impl_dao::CProductInterface::LogError, "Error(666667, ", "LogError:213)"),
         {&impl_dao::CProductInterface::LogWarning, "Warn(", "LogWarning:218)"},
@@ -236,11 +230,9 @@ TEST_F(LoggingBridge, PassesTheVeryMessageOn) {
       Platform().StartAgain();
       (Product().*log)(message);
       const std::string text = message == nullptr ? "(null)" : message;
-      EXPECT_EQ(Platform().calls, Calls{begin + text + ", getproductinterface.cpp:" + end});
+      EXPECT_EQ(Platform().calls, Calls{begin + text + ", " + end});
       EXPECT_EQ(Platform().last_message, message);
-      Platform().throw_at = 2;
       EXPECT_THROW((Product().*log)(message), PlatformError);
-      Platform().throw_at = 0;
       EXPECT_EQ(Platform().live_records, 0);
     }
   }

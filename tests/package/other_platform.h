@@ -13,8 +13,7 @@
 #define PROCESS_RESULT long long
 #endif
 
-class LocationInfo {
- public:
+struct LocationInfo {
   LocationInfo(const char* file, const char* function, long line);
   LocationInfo(const LocationInfo&) = delete;
   LocationInfo& operator=(const LocationInfo&) = delete;
@@ -32,8 +31,7 @@ int Debug(const std::string& text, const LocationInfo& location);
 
 const int ALGID_AES128_ECB = 18;
 
-class QuillAESCipher {
- public:
+struct QuillAESCipher {
   static DECIPHER_RESULT decryptEx(const std::string& cipherText, std::string& plainText,
                                    unsigned int algorithm);
 };
@@ -43,8 +41,7 @@ extern "C" PROCESS_RESULT QuillGetProcHandle();
 
 namespace Quillcommon {
 
-class SysConfReader {
- public:
+struct SysConfReader {
   static const SysConfReader& Instance() {
     static const SysConfReader reader;
     return reader;
@@ -57,7 +54,6 @@ class SysConfReader {
   std::string getDBAccessHost(const std::string&, unsigned int) const { return "db.example"; }
   std::string getDBServiceName(const std::string& dbName, unsigned int) const;
 
- private:
   std::string types;
 };
 

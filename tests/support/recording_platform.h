@@ -4,6 +4,8 @@
 // only the functions that the plug-in calls.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <cstdlib>
 #include <functional>
 #include <map>
@@ -33,7 +35,7 @@ struct RecordingPlatform {
   std::map<std::string, std::string, std::less<>> answers;
 
   // Every call in order, as "function(arguments)". Log calls end with the location's
-  // "file:function:line", and decryptEx shows its plain-text argument before the call. A getter of
+  // "function:line", and decryptEx shows its plain-text argument before the call. A getter of
   // a reader that was not fetched for it begins with "stale ". If the outputs have changed before a
   // call, "-> " and their description come before it.
   std::vector<std::string> calls;
@@ -90,10 +92,11 @@ struct RecordingPlatform {
   void EnterLog(const char* begin, const char* message, const LocationInfo& location,
                 const unsigned int* code = nullptr) {
     last_message = message;
+    EXPECT_STREQ(location.File(), "getproductinterface.cpp");
     Enter([&] {
       return begin + (code == nullptr ? "" : std::to_string(*code) + ", ") +
-             (message == nullptr ? "(null)" : message) + ", " + location.File() + ":" +
-             location.Function() + ":" + std::to_string(location.Line()) + ")";
+             (message == nullptr ? "(null)" : message) + ", " + location.Function() + ":" +
+             std::to_string(location.Line()) + ")";
     });
   }
 
