@@ -40,10 +40,8 @@ enum class Fault { kNone, kShortWrites, kNoWrite, kNoFsync, kNoClose };
 // The fault of the system calls below.
 Fault fault = Fault::kNone;
 
-// The result of the system call, or EIO afterwards.
-template <typename... Arguments>
-long Call(Fault failing, long number, Arguments... arguments) {
-  const long result = syscall(number, arguments...);
+// The result of a system call, or EIO in its place.
+long Result(Fault failing, long result) {
   if (fault != failing) return result;
   errno = EIO;
   return -1;
@@ -61,13 +59,14 @@ TARN_TEST_OVERRIDE ssize_t write(int descriptor, const void* buffer, size_t size
   // Lets other threads write in between, so that a line of several writes would be mixed.
   std::this_thread::yield();
   if (fault == Fault::kShortWrites) size = std::min<size_t>(size, 3);
-  return Call(Fault::kNoWrite, SYS_write, descriptor, buffer, fault == Fault::kNoWrite ? 0 : size);
+  if (fault == Fault::kNoWrite) size = 0;
+  return Result(Fault::kNoWrite, syscall(SYS_write, descriptor, buffer, size));
 }
 TARN_TEST_OVERRIDE int fsync(int descriptor) {
-  return static_cast<int>(Call(Fault::kNoFsync, SYS_fsync, descriptor));
+  return static_cast<int>(Result(Fault::kNoFsync, syscall(SYS_fsync, descriptor)));
 }
 TARN_TEST_OVERRIDE int close(int descriptor) {
-  return static_cast<int>(Call(Fault::kNoClose, SYS_close, descriptor));
+  return static_cast<int>(Result(Fault::kNoClose, syscall(SYS_close, descriptor)));
 }
 
 namespace tarn::test {
@@ -406,9 +405,7 @@ TEST_F(KeyFile, IsMadePrivateAndWholeAndReplacesNone) {
   EXPECT_NE(CipherKey::FromFile(made).bytes, CipherKey::FromFile(folder_.Path("other.key")).bytes);
 
   fs::create_symlink("nowhere", folder_.Path("dangling"));
-  for (const char* name : {"some.key", "dangling", "none/new.key", ""}) {
-    is_refused(folder_.Path(name));
-  }
+  for (const char* name : {"some.key", "dangling", "none/new.key"}) is_refused(folder_.Path(name));
   EXPECT_EQ(CipherKey::FromEnvironment().bytes, key_.bytes);
   EXPECT_FALSE(fs::exists(folder_.Path("nowhere")));
 }
@@ -479,7 +476,6 @@ TEST_F(Standin, SampleConfigurationIsMadeWholeOrNotAtAll) {
   EXPECT_EQ(fs::symlink_status(folder_.Path("sys.json")).permissions(), fs::perms(0600));
   // Three keys, the sample, two configurations, and the other link are there; no "victim".
   EXPECT_EQ(Entries(folder_.Path("")), 7);
-  EXPECT_FALSE(fs::exists(folder_.Path("victim")));
 }
 
 }  // namespace

@@ -66,8 +66,6 @@ struct RecordingPlatform {
     states.clear();
     call_count = 0;
     user_readings = 0;
-    fetched = nullptr;
-    plain_bytes = nullptr;
     last_look_ = outputs();
   }
 
