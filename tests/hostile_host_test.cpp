@@ -115,9 +115,6 @@ class Locale : public testing::Test {
   const TemporaryFolder folder_;
 };
 
-using HostLocale = Locale;
-using LocaleOfLoading = Locale;
-
 // The classic locale's classes, except for one byte and for the lower case of 'I'. If it `flips`,
 // it sets the classic locale as soon as it is asked for a lower case.
 class OddCtype : public std::ctype<char> {
@@ -143,7 +140,7 @@ class OddCtype : public std::ctype<char> {
 
 // Literals do not depend on the locale of loading or on a later one; one decimal has 17 digits, so
 // that the scanner's general way prints it. The numbers of aliases follow the locale of the call.
-TEST_F(HostLocale, GroupsTheNumbersOfAliasesAlone) {
+TEST_F(Locale, GroupsTheNumbersOfAliasesAlone) {
   const std::string sql =
       "select 1000.0, 1234567.50, 0xFFFFFFFF, 2.5E-3, 1234567890123456.5, 1.0e-400, 1.0e16, "
       "t9 t8 t7 t6 t5 t4 t3 t2 t1 t0";
@@ -194,7 +191,7 @@ TEST_F(HostLocale, GroupsTheNumbersOfAliasesAlone) {
 
 // The patterns keep the locale of loading, in which they were compiled. They are used if a single
 // byte differs.
-TEST_F(LocaleOfLoading, DecidesLettersSpacesAndLowerCase) {
+TEST_F(Locale, OfLoadingDecidesLettersSpacesAndLowerCase) {
   using Ctype = std::ctype_base;
   struct Row {
     char byte;
@@ -227,7 +224,7 @@ TEST_F(LocaleOfLoading, DecidesLettersSpacesAndLowerCase) {
 
 // Another thread may set the locale while the patterns are compiled. Here the first lower case that
 // a pattern asks for sets it.
-TEST_F(LocaleOfLoading, IsOneForAllPatterns) {
+TEST_F(Locale, OfLoadingIsOneForAllPatterns) {
   std::locale::global(
       std::locale(std::locale(), new OddCtype('\xE9', std::ctype_base::alpha, 'i', true)));
   const Plugin plugin(CopyOfThePlugin(folder_, "flipped.so"));

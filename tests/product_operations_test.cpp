@@ -15,6 +15,7 @@
 #include <map>
 #include <memory>
 #include <new>
+#include <span>
 #include <string>
 #include <string_view>
 #include <tuple>
@@ -216,9 +217,7 @@ class Operations : public testing::TestWithParam<CaseRow> {
   const ScopedVariable variable_{"APP_CONF_FILE", nullptr};
 };
 
-using LoggingBridge = Operations;
-
-TEST_F(LoggingBridge, PassesTheVeryMessageOn) {
+TEST_F(Operations, PassTheVeryMessageOn) {
   Platform().throw_at = 2;
   for (const auto& [log, begin, end] :
        {std::tuple(&impl_dao::CProductInterface::LogError, "Error(666667, ", "LogError:213)"),
@@ -245,16 +244,12 @@ TEST_P(Operations, CallThePlatformInOrder) {
                                               {"Address", {{before, "", {}}, GetAddress}},
                                               {"Properties", {{}, GetProperties}}};
   Operation& operation = operations.at(GetParam().section);
-  Calls expected = GetParam().texts;
-  while (!expected.empty() && expected.front() != "calls" && expected.front() != "ends") {
-    Set(expected.front());
-    expected.erase(expected.begin());
-  }
-  ASSERT_FALSE(expected.empty());
+  const CaseTexts& texts = GetParam().texts;
+  std::size_t mark = 0;
+  for (; texts.at(mark) != "calls" && texts.at(mark) != "ends"; ++mark) Set(texts.at(mark));
+  const auto expected = std::span(texts).subspan(mark + 1);
   Calls calls = operation.Trace();
-  if (expected.front() == "ends")
-    calls.erase(calls.begin(), calls.end() + 1 - std::ssize(expected));
-  expected.erase(expected.begin());
+  if (texts.at(mark) == "ends") calls.erase(calls.begin(), calls.end() - std::ssize(expected));
   EXPECT_THAT(calls, testing::ElementsAreArray(expected));
   if (GetParam().label.ends_with(" failing")) operation.FailEverywhere();
 }
@@ -352,11 +347,9 @@ TEST(WipedString, OverwritesAllItsBytes) {
   }
 }
 
-using Account = Operations;
-
 // A short password is in the operation's stack frame. The test reads it right after the return,
 // before another call overwrites that part of the stack.
-TEST_F(Account, LeavesNoShortPasswordOnTheStack) {
+TEST_F(Operations, LeaveNoShortPasswordOnTheStack) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
   GTEST_SKIP() << "the sanitizer's own calls use that piece of stack";
 #endif
