@@ -107,51 +107,20 @@ TEST(Threads, MayCallWhileCopiesAreLoadedAndUnloaded) {
   EXPECT_EQ(wrong, 0);
 }
 
-// Restores the process's locales at its end.
-class ScopedLocale {
- public:
-  ScopedLocale() = default;
-  ScopedLocale(const ScopedLocale&) = delete;
-  ScopedLocale& operator=(const ScopedLocale&) = delete;
-  ~ScopedLocale() {
-    std::locale::global(before_);
-    std::setlocale(LC_ALL, "C");
-  }
-
- private:
-  const std::locale before_;
-};
-
-// A locale of the C library whose numbers have a decimal comma. The test compiles it, since a bare
-// machine has only "C". It is not set by std::locale::global, since glibc leaks memory there.
-class CommaLocale {
- public:
-  void Set() const {
-    EXPECT_NE(std::setlocale(LC_NUMERIC, kName), nullptr) << made_.errors;
-    EXPECT_STREQ(std::localeconv()->decimal_point, ",");
-  }
-
- private:
-  static constexpr const char* kName = "xx_XX";
+// Restores the process's locales, also those of the C library.
+class Locale : public testing::Test {
+ protected:
+  void TearDown() override { std::locale::global(std::locale::classic()); }
 
   const TemporaryFolder folder_;
-  const ScopedVariable locales_{"LOCPATH", folder_.Path("")};
-  const RunResult made_ =
-      RunProgram({"/usr/bin/env", "localedef", "-c", "-f",
-                  folder_.Write("bytes",
-                                "<code_set_name> ANSI_X3.4-1968\n<escape_char> /\n"
-                                "CHARMAP\n<U0000>..<U007F> /x00\nEND CHARMAP\n"),
-                  "-i",
-                  folder_.Write("numbers",
-                                "escape_char /\nLC_NUMERIC\ndecimal_point \",\"\n"
-                                "thousands_sep \".\"\ngrouping 3;3\nEND LC_NUMERIC\n"),
-                  folder_.Path(kName)});
 };
 
-// The classic locale's classes, except for one byte and for the lower case of 'I'.
+// The classic locale's classes, except for one byte and for the lower case of 'I'. If it `flips`,
+// it sets the classic locale as soon as it is asked for a lower case.
 class OddCtype : public std::ctype<char> {
  public:
-  OddCtype(char byte, mask classes, char lower_i) : std::ctype<char>(table_), lower_i_(lower_i) {
+  OddCtype(char byte, mask classes, char lower_i, bool flips = false)
+      : std::ctype<char>(table_), lower_i_(lower_i), flips_(flips) {
     std::copy_n(classic_table(), table_size, table_);
     table_[static_cast<unsigned char>(byte)] = classes;
   }
@@ -159,47 +128,59 @@ class OddCtype : public std::ctype<char> {
  protected:
   using std::ctype<char>::do_tolower;
   char do_tolower(char c) const override {
+    if (flips_) std::locale::global(std::locale::classic());
     return c == 'I' ? lower_i_ : std::ctype<char>::do_tolower(c);
   }
 
  private:
   mask table_[table_size];
   const char lower_i_;
+  const bool flips_;
 };
-
-// Under this locale the patterns take the byte 0xE9 for a letter.
-OddCtype* NewLetters() {
-  return new OddCtype('\xE9', std::ctype_base::alpha | std::ctype_base::print, 'i');
-}
 
 // Literals do not depend on the locale of loading or on a later one; one decimal has 17 digits, so
 // that the scanner's general way prints it. The numbers of aliases follow the locale of the call.
-TEST(HostLocale, GroupsTheNumbersOfAliasesAlone) {
+TEST_F(Locale, GroupsTheNumbersOfAliasesAlone) {
   const std::string sql =
       "select 1000.0, 1234567.50, 0xFFFFFFFF, 2.5E-3, 1234567890123456.5, 1.0e-400, 1.0e16, "
       "t9 t8 t7 t6 t5 t4 t3 t2 t1 t0";
   const std::string canonical =
       "SELECT 1000, 1234567.5, 4294967295, 0.0025000000000000001, 1234567890123456.5, 0, "
       "10000000000000000, ____t1 ____t2 ____t3 ____t4 ____t5 ____t6 ____t7 ____t8 ____t9 ____t1";
-  const TemporaryFolder folder;
-  const CommaLocale comma;
-  const ScopedLocale scoped;
-  const std::locale letters(std::locale(), NewLetters());
+  // A locale of the C library whose numbers have a decimal comma. The test compiles it, since a
+  // bare machine has only "C". It is not set by std::locale::global, since glibc leaks memory
+  // there.
+  const ScopedVariable locales("LOCPATH", folder_.Path(""));
+  const std::string bytes =
+      "<code_set_name> ANSI_X3.4-1968\n<escape_char> /\n"
+      "CHARMAP\n<U0000>..<U007F> /x00\nEND CHARMAP\n";
+  const std::string numbers =
+      "escape_char /\nLC_NUMERIC\ndecimal_point \",\"\n"
+      "thousands_sep \".\"\ngrouping 3;3\nEND LC_NUMERIC\n";
+  RunProgram({"localedef", "-c", "-f", folder_.Write("bytes", bytes), "-i",
+              folder_.Write("numbers", numbers), folder_.Path("xx_XX")});
+  const auto set_comma = [] {
+    ASSERT_NE(std::setlocale(LC_NUMERIC, "xx_XX"), nullptr);
+    ASSERT_STREQ(std::localeconv()->decimal_point, ",");
+  };
+  // Under this locale the patterns take the byte 0xE9 for a letter.
+  const std::locale letters(
+      std::locale(), new OddCtype('\xE9', std::ctype_base::alpha | std::ctype_base::print, 'i'));
   const std::locale punctuation(std::locale(), new Punctuation("\1"));
   const std::locale both(letters, new Punctuation("\1"));
   std::vector<std::unique_ptr<Plugin>> plugins;
   const auto load_under = [&](const std::locale& locale) {
     std::locale::global(locale);
     const std::string name = std::to_string(plugins.size());
-    plugins.push_back(std::make_unique<Plugin>(CopyOfThePlugin(folder, name)));
+    plugins.push_back(std::make_unique<Plugin>(CopyOfThePlugin(folder_, name)));
   };
   load_under(std::locale::classic());
   load_under(letters);
-  comma.Set();
+  set_comma();
   for (const std::locale& locale : {letters, punctuation, both}) load_under(locale);
   for (const std::locale& later : {std::locale::classic(), punctuation, both}) {
     std::locale::global(later);
-    comma.Set();
+    set_comma();
     for (const auto& plugin : plugins) {
       EXPECT_EQ(Normalized(*plugin, sql),
                 canonical + (later == std::locale::classic() ? "0" : ".0"));
@@ -210,7 +191,7 @@ TEST(HostLocale, GroupsTheNumbersOfAliasesAlone) {
 
 // The patterns keep the locale of loading, in which they were compiled. They are used if a single
 // byte differs.
-TEST(LocaleOfLoading, DecidesLettersSpacesAndLowerCase) {
+TEST_F(Locale, OfLoadingDecidesLettersSpacesAndLowerCase) {
   using Ctype = std::ctype_base;
   struct Row {
     char byte;
@@ -220,7 +201,6 @@ TEST(LocaleOfLoading, DecidesLettersSpacesAndLowerCase) {
     const char* under_it;
     const char* classic;
   };
-  const TemporaryFolder folder;
   const Plugin classic(TARN_PLUGIN_PATH);
   for (const Row& row :
        {Row{'\xE9', Ctype::alpha | Ctype::lower | Ctype::print, 'i', "select caf\xE9s, \xE9t1",
@@ -230,38 +210,24 @@ TEST(LocaleOfLoading, DecidesLettersSpacesAndLowerCase) {
         Row{' ', Ctype::space | Ctype::print, '\xFD', "insert into a", "insert into a", "INSERT a"},
         // The patterns then take a literal that is no number in the classic locale.
         Row{'\xB2', Ctype::digit, 'i', "x = 1.5\xB2", "bad cast", "x = 1.5 \xB2"}}) {
-    const std::string copy = CopyOfThePlugin(folder, std::to_string(row.lower_i + row.byte));
-    auto scoped = std::make_optional<ScopedLocale>();
+    const std::string copy = CopyOfThePlugin(folder_, std::to_string(row.lower_i + row.byte));
     std::locale::global(
         std::locale(std::locale(), new OddCtype(row.byte, row.classes, row.lower_i)));
     const Plugin odd(copy);
     for (int i = 0; i < 2; ++i) {
       EXPECT_EQ(Normalized(odd, row.sql), row.under_it);
       EXPECT_EQ(Normalized(classic, row.sql), row.classic);
-      scoped.reset();
+      std::locale::global(std::locale::classic());
     }
   }
 }
 
 // Another thread may set the locale while the patterns are compiled. Here the first lower case that
 // a pattern asks for sets it.
-TEST(LocaleOfLoading, IsOneForAllPatterns) {
-  class Flipping : public OddCtype {
-   public:
-    using OddCtype::OddCtype;
-
-   private:
-    using OddCtype::do_tolower;
-    char do_tolower(char c) const override {
-      std::locale::global(std::locale::classic());
-      return OddCtype::do_tolower(c);
-    }
-  };
-  const TemporaryFolder folder;
-  const ScopedLocale scoped;
+TEST_F(Locale, OfLoadingIsOneForAllPatterns) {
   std::locale::global(
-      std::locale(std::locale(), new Flipping('\xE9', std::ctype_base::alpha, 'i')));
-  const Plugin plugin(CopyOfThePlugin(folder, "flipped.so"));
+      std::locale(std::locale(), new OddCtype('\xE9', std::ctype_base::alpha, 'i', true)));
+  const Plugin plugin(CopyOfThePlugin(folder_, "flipped.so"));
   EXPECT_EQ(std::locale(), std::locale::classic());
   EXPECT_EQ(Normalized(plugin, "select (\xE9=1), caf\xE9s, \xE9t1 "),
             "SELECT \xE9 = 1, caf\xE9s, \xE9t1");

@@ -55,19 +55,15 @@ while read -r binary; do
   */libtarn_platform_standin.so) has "$binary" --dyn-syms 'UND __[a-z]+(_[a-z]+)*_chk@' ;;
   # The plug-in's only work when it is unloaded is to destroy its patterns.
   */libtarn_interface_for_vesta.so)
-    registrations=$(objdump -d "$binary" | grep -c '<__cxa_atexit@plt>$')
-    [ "$registrations" = 1 ] || fail "$binary: $registrations calls of __cxa_atexit"
+    [ "$(objdump -d "$binary" | grep -c '<__cxa_atexit@plt>$')" = 1 ] || fail "$binary: not one __cxa_atexit"
     ;;
   esac
 done <"$scratch/files"
-for binary in tarn_host libtarn_interface_for_vesta.so libtarn_platform_standin.so \
-  platform_module.so; do
+for binary in tarn_host libtarn_interface_for_vesta.so libtarn_platform_standin.so platform_module.so; do
   holds "$binaries " " $binary " "the binaries"
 done
 
 # The compiler was told to write "./src/...", which is no trace of a checkout in /src.
 for folder in "$source" "$(realpath "$source")"; do
-  if LC_ALL=C grep -rlaP "(?<![\w.])\Q$folder\E/" "$tree"; then
-    fail "these name the folder that they were built in"
-  fi
+  ! LC_ALL=C grep -rlaP "(?<![\w.])\Q$folder\E/" "$tree" || fail "these name the folder that they were built in"
 done

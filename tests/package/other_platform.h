@@ -13,8 +13,7 @@
 #define PROCESS_RESULT long long
 #endif
 
-class LocationInfo {
- public:
+struct LocationInfo {
   LocationInfo(const char* file, const char* function, long line);
   LocationInfo(const LocationInfo&) = delete;
   LocationInfo& operator=(const LocationInfo&) = delete;
@@ -25,15 +24,14 @@ class LocationInfo {
 };
 
 namespace LogProcess {
-int Error(unsigned long code, const std::string& message, const LocationInfo& location);
-int Warn(const std::string& message, const LocationInfo& location);
-int Debug(const std::string& message, const LocationInfo& location);
+int Error(unsigned long code, const std::string& text, const LocationInfo& location);
+int Warn(const std::string& text, const LocationInfo& location);
+int Debug(const std::string& text, const LocationInfo& location);
 }  // namespace LogProcess
 
 const int ALGID_AES128_ECB = 18;
 
-class QuillAESCipher {
- public:
+struct QuillAESCipher {
   static DECIPHER_RESULT decryptEx(const std::string& cipherText, std::string& plainText,
                                    unsigned int algorithm);
 };
@@ -43,8 +41,7 @@ extern "C" PROCESS_RESULT QuillGetProcHandle();
 
 namespace Quillcommon {
 
-class SysConfReader {
- public:
+struct SysConfReader {
   static const SysConfReader& Instance() {
     static const SysConfReader reader;
     return reader;
@@ -57,7 +54,6 @@ class SysConfReader {
   std::string getDBAccessHost(const std::string&, unsigned int) const { return "db.example"; }
   std::string getDBServiceName(const std::string& dbName, unsigned int) const;
 
- private:
   std::string types;
 };
 
@@ -67,8 +63,7 @@ namespace refl {
 
 class CValue {
  public:
-  CValue();
-  virtual ~CValue();
+  virtual ~CValue() = default;
   virtual CValue& ReadFrom(const std::string& text);
   // For the host: the plug-in does not read values.
   const std::string& ToString() const { return text_; }
@@ -90,20 +85,17 @@ LocationInfo::LocationInfo(const char* file, const char* function, long line)
 }
 LocationInfo::~LocationInfo() { --alive; }
 
-static int Write(const char* level, unsigned long code, const std::string& message,
-                 const LocationInfo& location) {
-  return std::printf("%s %lu %s %s (%d)\n", level, code, location.where.c_str(), message.c_str(),
-                     alive);
+static int Write(const char* level, const std::string& text, const LocationInfo& location) {
+  return std::printf("%s %s %s (%d)\n", level, location.where.c_str(), text.c_str(), alive);
 }
-int LogProcess::Error(unsigned long code, const std::string& message,
-                      const LocationInfo& location) {
-  return Write("error", code, message, location);
+int LogProcess::Error(unsigned long code, const std::string& text, const LocationInfo& location) {
+  return Write(("error " + std::to_string(code)).c_str(), text, location);
 }
-int LogProcess::Warn(const std::string& message, const LocationInfo& location) {
-  return Write("warn", 0, message, location);
+int LogProcess::Warn(const std::string& text, const LocationInfo& location) {
+  return Write("warn", text, location);
 }
-int LogProcess::Debug(const std::string& message, const LocationInfo& location) {
-  return Write("debug", 0, message, location);
+int LogProcess::Debug(const std::string& text, const LocationInfo& location) {
+  return Write("debug", text, location);
 }
 
 // Refuses one algorithm, so that the plug-in tries the other.
@@ -122,8 +114,6 @@ std::string Quillcommon::SysConfReader::getDBServiceName(const std::string& dbNa
   return "service of " + dbName;
 }
 
-refl::CValue::CValue() = default;
-refl::CValue::~CValue() = default;
 refl::CValue& refl::CValue::ReadFrom(const std::string& text) {
   text_ = text;
   return *this;

@@ -73,16 +73,16 @@ plugin=$scratch/build/lib/libtarn_interface_for_vesta.so
 # The number 1 in each line: one record of the log's place exists at each call.
 cat >"$scratch/wanted" <<END
 error 666667 getproductinterface.cpp:213 LogError e (1)
-warn 0 getproductinterface.cpp:218 LogWarning w (1)
-debug 0 getproductinterface.cpp:222 LogDebug d (1)
+warn getproductinterface.cpp:218 LogWarning w (1)
+debug getproductinterface.cpp:222 LogDebug d (1)
 error 666667 getproductinterface.cpp:213 LogError mysql (1)
 error 4294967277 getproductinterface.cpp:249 GetDBUserAndPassword [tarn_interface_for_vesta] decryptEx failed Passwd (1)
 error 0 getproductinterface.cpp:251 GetDBUserAndPassword [tarn_interface_for_vesta] decryptEx ALGID_AES128_ECB  (1)
-warn 0 getproductinterface.cpp:218 LogWarning mysql_u (1)
+warn getproductinterface.cpp:218 LogWarning mysql_u (1)
 3|mysql|mysql_u|secret|db.example:5005|SELECT a FROM tab ____t1 WHERE b = 31|b000013
 x=1.0e999 stays
-warn 0 getproductinterface.cpp:218 LogWarning nesvc_v8ptnDB_65535 (1)
-warn 0 getproductinterface.cpp:62 getSSLMode [tarn_interface_for_vesta] getSSLmdoe error : APP_CONF_FILE = NULL (1)
+warn getproductinterface.cpp:218 LogWarning nesvc_v8ptnDB_65535 (1)
+warn getproductinterface.cpp:62 getSSLMode [tarn_interface_for_vesta] getSSLmdoe error : APP_CONF_FILE = NULL (1)
 SSLMODE=1
 defaultDBName=nesvc_v8ptnDB_65535
 unloaded

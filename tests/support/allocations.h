@@ -11,15 +11,11 @@ namespace tarn::test {
 // Number of blocks allocated and not yet freed.
 long LiveAllocations() noexcept;
 
-// During its lifetime records the greatest number of bytes that operator new has allocated at one
-// time, not counting those from before.
+// Records the greatest number of bytes that operator new has allocated at one time since the newest
+// of these objects was constructed, not counting those from before.
 class PeakMemory {
  public:
   PeakMemory() noexcept;
-  PeakMemory(const PeakMemory&) = delete;
-  PeakMemory& operator=(const PeakMemory&) = delete;
-  ~PeakMemory() = default;
-
   std::size_t Bytes() const noexcept;
 
  private:

@@ -1,7 +1,10 @@
 // A platform for the test program that includes this file in its one source. The plug-in's objects
 // are linked to it instead of the product platform. It returns the test's answers, records the
-// sequence of all calls and can throw at any one of them. It also sees the plug-in's getenv.
+// sequence of all calls and can throw at any one of them. It also sees the plug-in's getenv. It has
+// only the functions that the plug-in calls.
 #pragma once
+
+#include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <functional>
@@ -32,7 +35,7 @@ struct RecordingPlatform {
   std::map<std::string, std::string, std::less<>> answers;
 
   // Every call in order, as "function(arguments)". Log calls end with the location's
-  // "file:function:line", and decryptEx shows its plain-text argument before the call. A getter of
+  // "function:line", and decryptEx shows its plain-text argument before the call. A getter of
   // a reader that was not fetched for it begins with "stale ". If the outputs have changed before a
   // call, "-> " and their description come before it.
   std::vector<std::string> calls;
@@ -63,15 +66,14 @@ struct RecordingPlatform {
     states.clear();
     call_count = 0;
     user_readings = 0;
-    fetched = nullptr;
-    plain_bytes = nullptr;
     last_look_ = outputs();
   }
 
-  void Note(const std::string& call) {
+  void Note(std::string_view call) {
+    if (!recording) return;
     const std::string look = outputs();
     if (std::exchange(last_look_, look) != look) calls.push_back("-> " + look);
-    calls.push_back(call);
+    calls.emplace_back(call);
   }
 
   // Counts a call that may throw. Calls `describe` for its text only if calls are recorded; a call
@@ -88,10 +90,11 @@ struct RecordingPlatform {
   void EnterLog(const char* begin, const char* message, const LocationInfo& location,
                 const unsigned int* code = nullptr) {
     last_message = message;
+    EXPECT_STREQ(location.File(), "getproductinterface.cpp");
     Enter([&] {
       return begin + (code == nullptr ? "" : std::to_string(*code) + ", ") +
-             (message == nullptr ? "(null)" : message) + ", " + location.File() + ":" +
-             location.Function() + ":" + std::to_string(location.Line()) + ")";
+             (message == nullptr ? "(null)" : message) + ", " + location.Function() + ":" +
+             std::to_string(location.Line()) + ")";
     });
   }
 
@@ -198,7 +201,6 @@ unsigned int QuillGetProcHandle() {
 namespace refl {
 
 struct CValue::Content {
-  Enum::DataTypeEnum type;
   std::string text;
 };
 
@@ -211,13 +213,7 @@ CValue::~CValue() = default;
 
 void CValue::ReadFrom(const std::string& text) {
   Platform().Enter([&] { return "ReadFrom(" + text + ")"; });
-  content_ = std::make_unique<Content>(Content{Enum::DATA_TYPE_STRING, text});
-}
-void CValue::ChangeValueTypeEnum(Enum::DataTypeEnum type) {
-  content_ = std::make_unique<Content>(Content{type, {}});
-}
-Enum::DataTypeEnum CValue::GetDataType() const noexcept {
-  return content_ ? content_->type : Enum::DATA_TYPE_NONE;
+  content_ = std::make_unique<Content>(Content{text});
 }
 std::string CValue::ToString() const { return content_ ? content_->text : std::string(); }
 
@@ -225,8 +221,7 @@ std::string CValue::ToString() const { return content_ ? content_->text : std::s
 
 // Found by the plug-in's objects before the C library's.
 extern "C" char* getenv(const char* name) noexcept {
-  const bool noted = Platform().recording && std::string_view(name) == "APP_CONF_FILE";
-  if (noted) Platform().Note("getenv(APP_CONF_FILE)");
+  if (std::string_view(name) == "APP_CONF_FILE") Platform().Note("getenv(APP_CONF_FILE)");
   // The same as getenv, unless the program runs as another user than the one who started it.
   return secure_getenv(name);
 }

@@ -33,31 +33,27 @@ class ScopedVariable {
 
  private:
   void Set(const char* value) const {
-    if (value == nullptr) {
-      unsetenv(name_);
-    } else {
-      setenv(name_, value, 1);
-    }
+    unsetenv(name_);
+    if (value != nullptr) setenv(name_, value, 1);
   }
 
   const char* name_;
   std::optional<std::string> old_;
 };
 
-// Punctuation of numbers for a locale.
+// Punctuation of numbers for a locale, with a decimal comma.
 class Punctuation : public std::numpunct<char> {
  public:
-  explicit Punctuation(std::string grouping = "\3", char separator = '.', char point = ',')
-      : grouping_(std::move(grouping)), separator_(separator), point_(point) {}
+  explicit Punctuation(std::string grouping, char separator = '.')
+      : grouping_(std::move(grouping)), separator_(separator) {}
 
  private:
-  char do_decimal_point() const override { return point_; }
+  char do_decimal_point() const override { return ','; }
   char do_thousands_sep() const override { return separator_; }
   std::string do_grouping() const override { return grouping_; }
 
   const std::string grouping_;
   const char separator_;
-  const char point_;
 };
 
 // A new folder, which is removed with its content when the object is destroyed.

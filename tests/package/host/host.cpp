@@ -19,15 +19,11 @@ struct Interface {
   virtual void LogWarning(const char* message) = 0;
   virtual void LogDebug(const char* message) = 0;
   virtual std::uint64_t MapErrorCode(int status) = 0;
-  virtual bool GetDBUserAndPassword(std::string& user, std::string& password,
-                                    const std::string& name) = 0;
+  virtual bool GetDBUserAndPassword(std::string&, std::string&, const std::string& name) = 0;
   virtual bool GetDBConnectAddress(std::string& address, const std::string& name) = 0;
   virtual bool GetDBConnectProperties(std::map<std::string, refl::CValue>& properties) = 0;
   virtual bool GetDBType(std::string& type, const std::string& name) = 0;
   virtual void NormalizeSQL(std::string& sql) = 0;
-
- protected:
-  ~Interface() = default;
 };
 #else
 #include "impl_dao/product_interface.h"
