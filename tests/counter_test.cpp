@@ -47,9 +47,7 @@ namespace tarn::test {
 namespace {
 
 using namespace tarn::host;
-using ::testing::AllOf;
-using ::testing::HasSubstr;
-using ::testing::StartsWith;
+using namespace ::testing;
 
 impl_dao::CProductInterface& Product() {
   static const Plugin plugin(TARN_PLUGIN_PATH);
@@ -115,26 +113,6 @@ TEST(Counter, AgreesOnAnyNumberOfThreads) {
     EXPECT_EQ(refused.times.total, 8'000'000);
     EXPECT_TRUE(refused.keys.empty());
     EXPECT_EQ(std::next(alone.shapes.begin())->second.keys.size(), 572);
-  }
-}
-
-// The times and texts of an entry do not depend on the entries before it.
-TEST(Report, OfASlowLogAddsUpWhereverTheLogIsSplit) {
-  std::string log;
-  int second = 100;
-  for (const char* time : {"", "", "# Time: 261124 10:05:01\n", "", "# Time: 261124 10:05:02\n",
-                           "# Time: 2026-11-24T10:05:03+01:00\n", ""}) {
-    log += fmt::format("{}# Query_time: 1  Lock_time: 0\nSET timestamp=1795511{};\nselect 1;\n",
-                       time, second++);
-  }
-  const std::string whole = ReportOf(CountSlowLog(log, {}));
-  EXPECT_THAT(whole, HasSubstr("\"first_time\": \"2026-11-24T09:05:00Z\""));
-  for (std::size_t at = 0; (at = log.find(";\n#", at + 1)) != std::string::npos;) {
-    ShapeCount sum;
-    for (const std::string& part : {log.substr(0, at + 2), log.substr(at + 2)}) {
-      sum += ReadReport("", ReportOf(CountSlowLog(part, {})), {});
-    }
-    EXPECT_EQ(ReportOf(sum), whole) << at;
   }
 }
 
