@@ -217,16 +217,15 @@ TEST(Comparison, NamesTheChangesOfShapes) {
       {"a", {}, {1}},         {"b", {1}, {}},         {"c", {1, 1}, {1.09, 1.09}},
       {"d", {1}, {1.1, 1.1}}, {"e", {1.1, 1.1}, {1}}, {"f", {1}, {0.95}}};
   for (const bool timed : {true, false}) {
-    ShapeCount before;
-    ShapeCount after;
-    const auto add = [timed](Shape& shape, const std::vector<double>& all) {
+    ShapeCount before, after;
+    const auto add = [timed](ShapeCount& count, const char* shape, const std::vector<double>& all) {
       for (const double one : all) {
-        shape.Add("s", {.seconds = timed ? std::optional(one) : std::nullopt});
+        count.shapes[{"", shape}].Add("s", {.seconds = timed ? std::optional(one) : std::nullopt});
       }
     };
-    for (const auto& [key, first, second] : kSeconds) {
-      if (!first.empty()) add(before.shapes[{"", key}], first);
-      if (!second.empty()) add(after.shapes[{"", key}], second);
+    for (const auto& [shape, first, second] : kSeconds) {
+      add(before, shape, first);
+      add(after, shape, second);
     }
     const Comparison comparison = Compare(before, after, 5);
     std::string changes;
@@ -242,8 +241,7 @@ TEST(Comparison, NamesTheChangesOfShapes) {
 }
 
 TEST(Report, ThatIsDamagedIsRefusedWhole) {
-  ShapeCount count;
-  ShapeCount other;
+  ShapeCount count, other;
   DrawnCount drawn(7);
   for (int i = 0; i < 20; ++i) drawn.AddTo(count, other);
   const std::string report = ReportOf(count);
@@ -327,43 +325,31 @@ TEST(Report, TakesLinearStepsAndLittleMemory) {
 
 // Each shape is the first of one order.
 TEST(Ranking, ShowsTheFirstShapesAndSumsUpTheOthers) {
-  const std::pair<const char*, Execution> kExecutions[] = {
-      {"b", {.seconds = 1, .rows_sent = 9}},
-      {"b", {.seconds = 1}},
-      {"a", {.seconds = 1}},
-      {"c", {.seconds = 3, .rows_examined = 10}},
-      {"a", {.seconds = 1}},
-      {"d", {.seconds = 4, .executed = false}}};
-  const struct {
-    RankOptions options;
-    bool timed;
-    std::string shown;
-    std::uint64_t others;
-    double share;
-  } kCases[] = {{{}, true, "dcab", 0, 4.0 / 11},
-                {{}, false, "abcd", 0, 2.0 / 5},
-                {{.order = ShapeOrder::kTime}, false, "abcd", 0, 2.0 / 5},
-                {{.order = ShapeOrder::kCount, .top = 2}, true, "ab", 1, 2.0 / 5},
-                {{.order = ShapeOrder::kMax, .top = 3}, true, "cab", 0, 1.0 / 5},
-                {{.order = ShapeOrder::kRows, .top = 9}, true, "cbad", 0, 1.0 / 5},
-                {{.top = 2, .min_count = 2}, true, "ab", 1, 2.0 / 11},
-                {{.top = 3, .min_count = 1}, true, "cab", 0, 3.0 / 11},
-                {{.top = 0, .min_count = 6}, true, "", 5, 0}};
-  for (const auto& one : kCases) {
-    ShapeCount count;
-    for (auto [shape, execution] : kExecutions) {
-      if (!one.timed) execution.seconds.reset();
-      count.shapes[{"", shape}].Add("s", execution);
-    }
-    const Ranking ranking = Rank(count, one.options);
+  ShapeCount count;
+  const auto add = [&count](const char* shape, const Execution& execution) {
+    count.shapes[{"", shape}].Add("s", execution);
+  };
+  add("b", {.seconds = 1, .rows_sent = 9});
+  add("b", {.seconds = 1});
+  add("a", {.seconds = 1});
+  add("c", {.seconds = 3, .rows_examined = 10});
+  add("a", {.seconds = 1});
+  add("d", {.seconds = 4, .executed = false});
+  const std::tuple<RankOptions, std::string, int, double> kCases[] = {
+      {{}, "dcab", 0, 4.0 / 11},
+      {{.order = ShapeOrder::kCount, .top = 2}, "ab", 1, 2.0 / 5},
+      {{.order = ShapeOrder::kMax, .top = 3}, "cab", 0, 1.0 / 5},
+      {{.order = ShapeOrder::kRows, .top = 9}, "cbad", 0, 1.0 / 5},
+      {{.top = 2, .min_count = 2}, "ab", 1, 2.0 / 11},
+      {{.top = 3, .min_count = 1}, "cab", 0, 3.0 / 11},
+      {{.top = 0, .min_count = 6}, "", 5, 0}};
+  for (const auto& [options, expected, others, share] : kCases) {
+    const Ranking ranking = Rank(count, options);
     std::string shown;
     for (const ShapeEntry* entry : ranking.shown) shown += entry->first.shape;
-    EXPECT_EQ(shown, one.shown);
-    EXPECT_EQ(std::tuple(ranking.others.count, ranking.other_shapes, ranking.all.count),
-              std::tuple(one.others, 4 - shown.size(), 5))
-        << shown;
-    if (shown.empty()) continue;
-    EXPECT_DOUBLE_EQ(ranking.ShareOf(ranking.shown[0]->second), one.share) << shown;
+    EXPECT_EQ(std::tuple(shown, ranking.others.count, ranking.other_shapes, ranking.all.count),
+              std::tuple(expected, others, 4 - shown.size(), 5));
+    EXPECT_DOUBLE_EQ(shown.empty() ? 0 : ranking.ShareOf(ranking.shown[0]->second), share);
   }
   // A microsecond is a time, too.
   Ranking ranking;

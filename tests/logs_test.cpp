@@ -183,9 +183,8 @@ class Inputs : public TestWithParam<CaseRow> {
  protected:
   void SetUp() override {
     std::vector<std::string> texts = GetParam().texts;
-    std::istringstream words(GetParam().label);
+    std::istringstream words = GetParam().Words();
     std::string format, dialect;
-    words >> format;
     if (!(words >> format)) format = GetParam().section;
     if (ReadableFormats().contains(format)) options_.format = ReadableFormats().at(format);
     if (words >> dialect && dialect != "-") options_.dialect = Dialects().at(dialect);
