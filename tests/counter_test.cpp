@@ -334,12 +334,12 @@ TEST(Ranking, ShowsTheFirstShapesAndSumsUpTheOthers) {
   add("a", {.seconds = 1});
   add("c", {.seconds = 3, .rows_examined = 10});
   add("a", {.seconds = 1});
-  add("d", {.seconds = 4, .executed = false});
+  add("A", {.seconds = 4, .executed = false});
   const std::tuple<RankOptions, std::string, int, double> kCases[] = {
-      {{}, "dcab", 0, 4.0 / 11},
+      {{}, "Acab", 0, 4.0 / 11},
       {{.order = ShapeOrder::kCount, .top = 2}, "ab", 1, 2.0 / 5},
       {{.order = ShapeOrder::kMax, .top = 3}, "cab", 0, 1.0 / 5},
-      {{.order = ShapeOrder::kRows, .top = 9}, "cbad", 0, 1.0 / 5},
+      {{.order = ShapeOrder::kRows, .top = 9}, "cbaA", 0, 1.0 / 5},
       {{.top = 2, .min_count = 2}, "ab", 1, 2.0 / 11},
       {{.top = 3, .min_count = 1}, "cab", 0, 3.0 / 11},
       {{.top = 0, .min_count = 6}, "", 5, 0}};
