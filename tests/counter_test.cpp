@@ -1,7 +1,9 @@
-// How statements are counted by shape, and how counts add up.
+// How statements are counted by shape, how counts add up, and how the tool prints texts.
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -10,6 +12,7 @@
 #include <initializer_list>
 #include <limits>
 #include <mutex>
+#include <nlohmann/json.hpp>
 #include <numeric>
 #include <random>
 #include <sstream>
@@ -29,15 +32,22 @@
 #include "support/case_file.h"
 #include "support/steps.h"
 #include "support/surroundings.h"
+#include "tarn_host/json.h"
+#include "tarn_host/output.h"
 #include "tarn_host/report.h"
+
+// The most bytes that one `write` takes, as with a pipe; 0 for no limit.
+static std::size_t most_written = 0;
+extern "C" ssize_t write(int fd, const void* bytes, std::size_t size) {
+  if (most_written != 0) size = std::min(size, most_written);
+  return syscall(SYS_write, fd, bytes, size);
+}
 
 namespace tarn::test {
 namespace {
 
 using namespace tarn::host;
-using ::testing::AllOf;
-using ::testing::HasSubstr;
-using ::testing::StartsWith;
+using namespace ::testing;
 
 impl_dao::CProductInterface& Product() {
   static const Plugin plugin(TARN_PLUGIN_PATH);
@@ -103,26 +113,6 @@ TEST(Counter, AgreesOnAnyNumberOfThreads) {
     EXPECT_EQ(refused.times.total, 8'000'000);
     EXPECT_TRUE(refused.keys.empty());
     EXPECT_EQ(std::next(alone.shapes.begin())->second.keys.size(), 572);
-  }
-}
-
-// The times and texts of an entry do not depend on the entries before it.
-TEST(Report, OfASlowLogAddsUpWhereverTheLogIsSplit) {
-  std::string log;
-  int second = 100;
-  for (const char* time : {"", "", "# Time: 261124 10:05:01\n", "", "# Time: 261124 10:05:02\n",
-                           "# Time: 2026-11-24T10:05:03+01:00\n", ""}) {
-    log += fmt::format("{}# Query_time: 1  Lock_time: 0\nSET timestamp=1795511{};\nselect 1;\n",
-                       time, second++);
-  }
-  const std::string whole = ReportOf(CountSlowLog(log, {}));
-  EXPECT_THAT(whole, HasSubstr("\"first_time\": \"2026-11-24T09:05:00Z\""));
-  for (std::size_t at = 0; (at = log.find(";\n#", at + 1)) != std::string::npos;) {
-    ShapeCount sum;
-    for (const std::string& part : {log.substr(0, at + 2), log.substr(at + 2)}) {
-      sum += ReadReport("", ReportOf(CountSlowLog(part, {})), {});
-    }
-    EXPECT_EQ(ReportOf(sum), whole) << at;
   }
 }
 
@@ -227,16 +217,15 @@ TEST(Comparison, NamesTheChangesOfShapes) {
       {"a", {}, {1}},         {"b", {1}, {}},         {"c", {1, 1}, {1.09, 1.09}},
       {"d", {1}, {1.1, 1.1}}, {"e", {1.1, 1.1}, {1}}, {"f", {1}, {0.95}}};
   for (const bool timed : {true, false}) {
-    ShapeCount before;
-    ShapeCount after;
-    const auto add = [timed](Shape& shape, const std::vector<double>& all) {
+    ShapeCount before, after;
+    const auto add = [timed](ShapeCount& count, const char* shape, const std::vector<double>& all) {
       for (const double one : all) {
-        shape.Add("s", {.seconds = timed ? std::optional(one) : std::nullopt});
+        count.shapes[{"", shape}].Add("s", {.seconds = timed ? std::optional(one) : std::nullopt});
       }
     };
-    for (const auto& [key, first, second] : kSeconds) {
-      if (!first.empty()) add(before.shapes[{"", key}], first);
-      if (!second.empty()) add(after.shapes[{"", key}], second);
+    for (const auto& [shape, first, second] : kSeconds) {
+      add(before, shape, first);
+      add(after, shape, second);
     }
     const Comparison comparison = Compare(before, after, 5);
     std::string changes;
@@ -252,8 +241,7 @@ TEST(Comparison, NamesTheChangesOfShapes) {
 }
 
 TEST(Report, ThatIsDamagedIsRefusedWhole) {
-  ShapeCount count;
-  ShapeCount other;
+  ShapeCount count, other;
   DrawnCount drawn(7);
   for (int i = 0; i < 20; ++i) drawn.AddTo(count, other);
   const std::string report = ReportOf(count);
@@ -337,43 +325,31 @@ TEST(Report, TakesLinearStepsAndLittleMemory) {
 
 // Each shape is the first of one order.
 TEST(Ranking, ShowsTheFirstShapesAndSumsUpTheOthers) {
-  const std::pair<const char*, Execution> kExecutions[] = {
-      {"b", {.seconds = 1, .rows_sent = 9}},
-      {"b", {.seconds = 1}},
-      {"a", {.seconds = 1}},
-      {"c", {.seconds = 3, .rows_examined = 10}},
-      {"a", {.seconds = 1}},
-      {"d", {.seconds = 4, .executed = false}}};
-  const struct {
-    RankOptions options;
-    bool timed;
-    std::string shown;
-    std::uint64_t others;
-    double share;
-  } kCases[] = {{{}, true, "dcab", 0, 4.0 / 11},
-                {{}, false, "abcd", 0, 2.0 / 5},
-                {{.order = ShapeOrder::kTime}, false, "abcd", 0, 2.0 / 5},
-                {{.order = ShapeOrder::kCount, .top = 2}, true, "ab", 1, 2.0 / 5},
-                {{.order = ShapeOrder::kMax, .top = 3}, true, "cab", 0, 1.0 / 5},
-                {{.order = ShapeOrder::kRows, .top = 9}, true, "cbad", 0, 1.0 / 5},
-                {{.top = 2, .min_count = 2}, true, "ab", 1, 2.0 / 11},
-                {{.top = 3, .min_count = 1}, true, "cab", 0, 3.0 / 11},
-                {{.top = 0, .min_count = 6}, true, "", 5, 0}};
-  for (const auto& one : kCases) {
-    ShapeCount count;
-    for (auto [shape, execution] : kExecutions) {
-      if (!one.timed) execution.seconds.reset();
-      count.shapes[{"", shape}].Add("s", execution);
-    }
-    const Ranking ranking = Rank(count, one.options);
+  ShapeCount count;
+  const auto add = [&count](const char* shape, const Execution& execution) {
+    count.shapes[{"", shape}].Add("s", execution);
+  };
+  add("b", {.seconds = 1, .rows_sent = 9});
+  add("b", {.seconds = 1});
+  add("a", {.seconds = 1});
+  add("c", {.seconds = 3, .rows_examined = 10});
+  add("a", {.seconds = 1});
+  add("A", {.seconds = 4, .executed = false});
+  const std::tuple<RankOptions, std::string, int, double> kCases[] = {
+      {{}, "Acab", 0, 4.0 / 11},
+      {{.order = ShapeOrder::kCount, .top = 2}, "ab", 1, 2.0 / 5},
+      {{.order = ShapeOrder::kMax, .top = 3}, "cab", 0, 1.0 / 5},
+      {{.order = ShapeOrder::kRows, .top = 9}, "cbaA", 0, 1.0 / 5},
+      {{.top = 2, .min_count = 2}, "ab", 1, 2.0 / 11},
+      {{.top = 3, .min_count = 1}, "cab", 0, 3.0 / 11},
+      {{.top = 0, .min_count = 6}, "", 5, 0}};
+  for (const auto& [options, expected, others, share] : kCases) {
+    const Ranking ranking = Rank(count, options);
     std::string shown;
     for (const ShapeEntry* entry : ranking.shown) shown += entry->first.shape;
-    EXPECT_EQ(shown, one.shown);
-    EXPECT_EQ(std::tuple(ranking.others.count, ranking.other_shapes, ranking.all.count),
-              std::tuple(one.others, 4 - shown.size(), 5))
-        << shown;
-    if (shown.empty()) continue;
-    EXPECT_DOUBLE_EQ(ranking.ShareOf(ranking.shown[0]->second), one.share) << shown;
+    EXPECT_EQ(std::tuple(shown, ranking.others.count, ranking.other_shapes, ranking.all.count),
+              std::tuple(expected, others, 4 - shown.size(), 5));
+    EXPECT_DOUBLE_EQ(shown.empty() ? 0 : ranking.ShareOf(ranking.shown[0]->second), share);
   }
   // A microsecond is a time, too.
   Ranking ranking;
@@ -406,6 +382,41 @@ TEST(TimeStatistics, AreExactButForThePercentile) {
   sum.Add(TimeStatistics::Microseconds(1e300));
   EXPECT_EQ(std::tuple(sum.total, sum.classes.rbegin()->first), std::tuple(kMostSum, kMostSum));
   EXPECT_EQ(TimeStatistics::Microseconds(0.4e-6) + TimeStatistics::Microseconds(0.6e-6), 1);
+}
+
+TEST(Output, WritesTheRestAfterAPartialWrite) {
+  const OwnedFd file = ScratchFile();
+  const std::string text = std::string(100'000, 'x') + "end";
+  most_written = 7;
+  Output output(file.Get(), "scratch");
+  output.Write(text);
+  output.Flush();
+  most_written = 0;
+  EXPECT_EQ(Content(file.Get()), text);
+}
+
+TEST(Output, FitsLinesByCharacters) {
+  EXPECT_EQ(Fitted("abcdef", 6) + Fitted("abcdefg", 6), "abcdefabc...");
+  EXPECT_EQ(Fitted("\xC3\xA4\xC3\xA4\xC3\xA4\xC3\xA4", 4), "\xC3\xA4\xC3\xA4\xC3\xA4\xC3\xA4");
+  EXPECT_EQ(Fitted("\xC3\xA4\xC3\xA4\xC3\xA4\xC3\xA4\xC3\xA4", 4), "\xC3\xA4...");
+  EXPECT_EQ(Fitted("abc", 2) + Fitted("abc", 0), "..abc");
+}
+
+// Some of the characters are incomplete, overlong or surrogates.
+TEST(Output, ShowsControlCharactersOfEveryKind) {
+  const std::pair<const char*, const char*> kTexts[] = {
+      {"a !~\n\t\r\x1B\x1F\x7F", "a !~\\n\\t\\r\\x1B\\x1F\\x7F"},
+      {"\xC2\x80\xC2\x9F\xC2\xA0\xC3\x80\xC3\x9B", "\\xC2\\x80\\xC2\\x9F\xC2\xA0\xC3\x80\xC3\x9B"},
+      {"\xE2\x82\x9B\xF0\x9F\x98\x80 \x9B \xC0\x9B",
+       "\xE2\x82\x9B\xF0\x9F\x98\x80 \\x9B \xC0\\x9B"},
+      {"\xE2\x82\x1B \xE0\x82\x9B \xED\xA0\x80", "\xE2\\x82\\x1B \xE0\\x82\\x9B \xED\xA0\\x80"},
+      {"\xF4\x90\x80\x80 \xF8\x88\x80\x80\x9B", "\xF4\\x90\\x80\\x80 \xF8\\x88\\x80\\x80\\x9B"},
+      {"\xE2\x82 \xF0\x9F\x98", "\xE2\\x82 \xF0\\x9F\\x98"},
+      {"\xC2 \xF4\x8F\xBF\xBF", "\xC2 \xF4\x8F\xBF\xBF"}};
+  for (const auto& [text, shown] : kTexts) EXPECT_EQ(OneLine(text), shown);
+  EXPECT_EQ(Printable("a\n\t\r\x1B") + OneLine("\xE2\x82"), "a\n\t\\r\\x1B\xE2\\x82");
+  EXPECT_EQ(JsonText("\x1B\x7F\xC2\x80\xC2\x9F\xC2\xA0\xC3\x80\x9B\xE2\x82\x9B"),
+            "\"\\u001b\\u007f\\u0080\\u009f\xC2\xA0\xC3\x80\xEF\xBF\xBD\xE2\x82\x9B\"");
 }
 
 }  // namespace

@@ -8,7 +8,6 @@
 #include <cstddef>
 #include <ctime>
 #include <fstream>
-#include <functional>
 #include <iterator>
 #include <map>
 #include <optional>
@@ -184,9 +183,8 @@ class Inputs : public TestWithParam<CaseRow> {
  protected:
   void SetUp() override {
     std::vector<std::string> texts = GetParam().texts;
-    std::istringstream words(GetParam().label);
+    std::istringstream words = GetParam().Words();
     std::string format, dialect;
-    words >> format;
     if (!(words >> format)) format = GetParam().section;
     if (ReadableFormats().contains(format)) options_.format = ReadableFormats().at(format);
     if (words >> dialect && dialect != "-") options_.dialect = Dialects().at(dialect);
@@ -393,19 +391,6 @@ TEST(Reader, BeginsAnewWithSql) {
   }
 }
 
-struct Waiter final : InputWaiter {
-  explicit Waiter(std::function<bool()> function) : wait(std::move(function)) {}
-  bool Wait(int) override { return wait(); }
-  const std::function<bool()> wait;
-};
-
-TEST(Reader, DropsTheStatementThatAStopCuts) {
-  const TemporaryFolder folder;
-  Waiter waiter([waits = 0]() mutable { return waits++ == 0; });
-  StatementReader reader({folder.Write("a", "select 1; select 2")}, {}, &waiter);
-  EXPECT_THAT(ReadAll(reader).texts, ElementsAre("select 1"));
-}
-
 std::string Packed(const std::string& text, int (*add_filter)(archive*)) {
   std::string packed(1'000'000, '\0');
   std::size_t size = 0;
@@ -458,7 +443,10 @@ TEST(PackedInput, LosesOnlyItsLastStatements) {
   EXPECT_EQ(result.texts.back(), "next");
   EXPECT_EQ(std::count(result.remarks.begin(), result.remarks.end(), '\n'), 3) << result.remarks;
 
-  Waiter waiter([waits = 0]() mutable { return waits++ == 0 ? true : throw InputError("gone"); });
+  struct : InputWaiter {
+    bool Wait(int) override { return waits++ == 0 ? true : throw InputError("gone"); }
+    int waits = 0;
+  } waiter;
   const TemporaryFolder folder;
   StatementReader reader({folder.Write("cut", cut)}, {}, &waiter);
   EXPECT_THAT(ReadAll(reader).remarks, HasSubstr("gone"));
