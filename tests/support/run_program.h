@@ -119,8 +119,8 @@ inline RunResult RunProgram(const std::vector<std::string>& command,
   }
   // Ends what a shell has left in the background: timeout(1) makes a process group.
   kill(-pid, SIGKILL);
-  const RunResult result{WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status),
-                         Content(files[1].Get()), Content(files[2].Get())};
+  RunResult result{WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status),
+                   Content(files[1].Get()), Content(files[2].Get())};
   LastRun::Instance().Keep(command, result);
   return result;
 }
