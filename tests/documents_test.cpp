@@ -114,7 +114,7 @@ TEST(Readme, HostCompilesAndPrintsTheStatedText) {
   folder.Write("host.cpp", code);
   const RunResult result = RunProgram(
       {"/bin/sh", "-c", R"("$0" -Wall -Wextra -Werror host.cpp -I "$1" -ldl -o host && ./host)",
-       TARN_CXX, TARN_SOURCE "/include"},
+       TARN_CXX, std::string(TARN_SOURCE) + "/include"},
       {.environment = {"LD_LIBRARY_PATH=" TARN_PLUGIN_FOLDER}, .folder = folder.Path("")});
   EXPECT_EQ(result.exit_code, 0);
   EXPECT_EQ(Find(code, R"(<< sql << '\\n';\s+// (.*)$)"), Find(result.output, "^(.*)\n"));

@@ -55,6 +55,7 @@ TEST_P(ToolRun, EndsAsItsRowSays) {
   std::string command;
   std::getline(label >> exit_code >> std::ws, command);
   command = command.starts_with("$ ") ? command.substr(2) : "tarn_host " + command;
+  // NOLINTBEGIN(bugprone-suspicious-missing-comma): the macros are literals.
   const RunResult result = RunProgram(
       {"timeout", "300", "/bin/bash", "-o", "pipefail", "-c", command},
       {.input = texts[0],
@@ -65,6 +66,7 @@ TEST_P(ToolRun, EndsAsItsRowSays) {
                        "TARN_KEY_FILE=some.key", "APP_CONF_FILE=app.json", "TARN_PROC_ID=4071",
                        "TARN_PROC_HANDLE=70000", "TARN_LOG_LEVEL=off", "TERM=xterm", "NO_COLOR="},
        .folder = folder.Path("")});
+  // NOLINTEND(bugprone-suspicious-missing-comma)
   EXPECT_EQ(result.exit_code, exit_code);
   EXPECT_THAT(result.output, IsLike(texts.at(1)));
 
